@@ -1,0 +1,23 @@
+// The number of the calling thread's last failed platform operation.
+#pragma once
+
+namespace platform {
+
+// Windows error numbers (winerror.h), on both platforms: a log line reads the same everywhere.
+inline constexpr unsigned kErrorFileNotFound = 2;
+inline constexpr unsigned kErrorPathNotFound = 3;
+inline constexpr unsigned kErrorAccessDenied = 5;
+inline constexpr unsigned kErrorGeneralFailure = 31;
+inline constexpr unsigned kErrorSharingViolation = 32;
+inline constexpr unsigned kErrorDiskFull = 112;
+inline constexpr unsigned kErrorAlreadyExists = 183;
+inline constexpr unsigned kErrorFileNameTooLong = 206;
+
+// What GetLastError gives: every operation of this folder that fails sets it, one that succeeds may
+// leave it alone. Take it in the statement after the failing call.
+[[nodiscard]] unsigned LastError() noexcept;
+
+// SetLastError. Lets clean-up code restore the number that is being reported.
+void SetLastError(unsigned error) noexcept;
+
+}  // namespace platform

@@ -1,0 +1,42 @@
+// The entries of a folder that match a pattern, one after the other.
+#pragma once
+
+#include <memory>
+#include <string>
+
+namespace platform {
+
+struct FoundEntry {
+  std::wstring name;
+  bool is_folder = false;  // a link to a folder counts as a folder
+};
+
+// FindFirstFileW, FindNextFileW, FindClose. The order is that of the system's search, nothing is sorted.
+class FileSearch {
+ public:
+  FileSearch();
+  ~FileSearch();
+  FileSearch(const FileSearch&) = delete;
+  FileSearch& operator=(const FileSearch&) = delete;
+
+  // Starts the search of folder + separator + "*.*" (every entry, "." and ".." included) or folder +
+  // separator + "*.ending" (names that end so, without regard to case). False when nothing matches
+  // or the folder cannot be searched (LastError).
+  [[nodiscard]] bool First(const std::wstring& pattern);
+
+  // Goes on to the next entry. False when there is none; the current entry then stays.
+  [[nodiscard]] bool Next();
+
+  // The current entry; valid after First or Next returned true, until the next call of either.
+  [[nodiscard]] const FoundEntry& Current() const noexcept { return entry_; }
+
+  // Ends the search; the destructor does it otherwise.
+  void Close() noexcept;
+
+ private:
+  struct Handle;
+  std::unique_ptr<Handle> handle_;
+  FoundEntry entry_;
+};
+
+}  // namespace platform

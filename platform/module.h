@@ -1,0 +1,41 @@
+// Loadable modules: the program's own, and the ones that it loads.
+#pragma once
+
+#include <string>
+
+#include "platform/unique_handle.h"
+
+namespace platform {
+
+// File name ending of a loadable library, ".dll" or ".so".
+#ifdef _WIN32
+inline constexpr wchar_t kLibraryEnding[] = L".dll";
+#else
+inline constexpr wchar_t kLibraryEnding[] = L".so";
+#endif
+
+// The handle of a loaded module, and what closes it (FreeLibrary, dlclose).
+using ModuleHandle = void*;
+struct ModuleCloser {
+  using Value = ModuleHandle;
+  static constexpr Value kInvalid = nullptr;
+  static void Close(Value module) noexcept;
+};
+using Library = UniqueHandle<ModuleCloser>;
+
+// Loads a library from a path, or by a bare name in the system's search order (LoadLibraryW, dlopen).
+// Invalid when it cannot be loaded.
+[[nodiscard]] Library LoadLibraryFile(const std::wstring& path);
+
+// The address of an export by its narrow name, null when there is none (GetProcAddress, dlsym).
+[[nodiscard]] void* FindExport(const Library& library, const char* name) noexcept;
+
+// The full path of the running program. Windows: at most 259 characters, a longer one is cut
+// (GetModuleFileNameW with a buffer of 260). Empty when it cannot be had.
+[[nodiscard]] std::wstring ProgramPath();
+
+// The module that holds an address, referenced until the object goes (GetModuleHandleExW with
+// GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS); invalid when no module holds it.
+[[nodiscard]] Library ModuleOfAddress(const void* address) noexcept;
+
+}  // namespace platform

@@ -1,0 +1,27 @@
+// One owner of a name per machine, for all logged-on users at once.
+#pragma once
+
+#include <memory>
+#include <string>
+
+namespace platform {
+
+// Windows: a named mutex "Global\" + name, created and held, never waited on (CreateMutexW). Linux:
+// /run/lock/<name>, held with a non-blocking exclusive flock. A process that ends, however, gives
+// the name back.
+class SingleInstance {
+ public:
+  explicit SingleInstance(const std::wstring& name);
+  ~SingleInstance();
+  SingleInstance(const SingleInstance&) = delete;
+  SingleInstance& operator=(const SingleInstance&) = delete;
+
+  // False when another process owns the name or the name could not be had.
+  [[nodiscard]] bool IsOwner() const noexcept { return handle_ != nullptr; }
+
+ private:
+  struct Handle;
+  std::unique_ptr<Handle> handle_;
+};
+
+}  // namespace platform
