@@ -1,0 +1,38 @@
+// The authenticated cipher of the credential files: AES-256-GCM (NIST SP 800-38D) from the
+// platform's own cryptography, Windows CNG or OpenSSL 3.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+
+#include "corvid/secret.h"
+
+namespace companion {
+
+constexpr std::size_t kKeySize = 32;
+constexpr std::size_t kNonceSize = 12;
+constexpr std::size_t kTagSize = 16;
+
+using Nonce = std::array<std::uint8_t, kNonceSize>;
+using Tag = std::array<std::uint8_t, kTagSize>;
+
+/// Bytes that belong to somebody else. `data` may be null when `size` is 0.
+struct ByteView {
+  const std::uint8_t* data = nullptr;
+  std::size_t size = 0;
+};
+
+/// Fills with bytes from the system's cryptographic generator. False when it cannot.
+[[nodiscard]] bool FillRandom(std::uint8_t* bytes, std::size_t size) noexcept;
+
+/// Encrypts `plaintext` into `ciphertext`, which has room for as many bytes, and makes the tag over
+/// `associated` and the ciphertext. A key of the wrong size or a failure of the library is false.
+[[nodiscard]] bool AeadSeal(const SecretBytes& key, const Nonce& nonce, ByteView associated,
+                            ByteView plaintext, std::uint8_t* ciphertext, Tag* tag);
+
+/// The reverse. False when the tag does not fit, too; `plaintext` then holds nothing of meaning.
+[[nodiscard]] bool AeadOpen(const SecretBytes& key, const Nonce& nonce, ByteView associated,
+                            ByteView ciphertext, const Tag& tag, std::uint8_t* plaintext);
+
+}  // namespace companion

@@ -1,0 +1,31 @@
+// The sealed text: what lies in a credential file, and how it becomes a wide string.
+//
+// Layout: "KYD1" (4 bytes, authenticated as associated data), nonce (12), ciphertext (any number of
+// bytes), tag (16). The plaintext is UTF-16LE without a byte-order mark, so that a file sealed on
+// one platform opens on the other.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "corvid/aead.h"
+
+namespace companion {
+
+enum class OpenResult {
+  kOpened,
+  kNotSealed,     ///< too short, or without the magic
+  kNotAuthentic,  ///< made with another key, or changed since
+  kNotUtf16,      ///< an odd number of bytes
+};
+
+/// Seals the bytes under a fresh random nonce; `plaintext` is taken as it is. False when the
+/// cryptographic library fails.
+[[nodiscard]] bool SealText(const SecretBytes& key, const SecretBytes& plaintext,
+                            std::vector<std::uint8_t>* sealed);
+
+/// Opens what SealText made and decodes it. `text` is assigned on kOpened only.
+[[nodiscard]] OpenResult OpenText(const SecretBytes& key, ByteView sealed, std::wstring* text);
+
+}  // namespace companion

@@ -1,0 +1,45 @@
+// Memory for keys and decrypted text: overwritten before it goes back to the heap.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+namespace companion {
+
+/// Overwrites memory in a way that the optimiser keeps (SecureZeroMemory; OPENSSL_cleanse).
+void Wipe(void* memory, std::size_t size) noexcept;
+
+/// Standard allocator that wipes every block it takes back, those of a growing vector too.
+template <typename T>
+class WipingAllocator {
+ public:
+  using value_type = T;
+
+  WipingAllocator() noexcept = default;
+  template <typename U>
+  WipingAllocator(const WipingAllocator<U>& /*other*/) noexcept {}  // NOLINT: allocators convert
+
+  [[nodiscard]] T* allocate(std::size_t count) { return std::allocator<T>().allocate(count); }
+
+  void deallocate(T* memory, std::size_t count) noexcept {
+    Wipe(memory, count * sizeof(T));
+    std::allocator<T>().deallocate(memory, count);
+  }
+
+  template <typename U>
+  bool operator==(const WipingAllocator<U>& /*other*/) const noexcept {
+    return true;
+  }
+  template <typename U>
+  bool operator!=(const WipingAllocator<U>& /*other*/) const noexcept {
+    return false;
+  }
+};
+
+template <typename T>
+using SecretVector = std::vector<T, WipingAllocator<T>>;
+using SecretBytes = SecretVector<std::uint8_t>;
+
+}  // namespace companion

@@ -1,0 +1,36 @@
+// The one function of the pelham configuration library that the uploader calls.
+#pragma once
+
+#include <string>
+
+// The Windows module imports the function by name when the program starts; PELHAM_BUILDING is set
+// for the library's own sources only.
+#if defined(_WIN32)
+#if defined(PELHAM_BUILDING)
+#define PELHAM_API __declspec(dllexport)
+#else
+#define PELHAM_API __declspec(dllimport)
+#endif
+#else
+#define PELHAM_API __attribute__((visibility("default")))
+#endif
+
+namespace pelham {
+
+class CompInfoCtrl {
+ public:
+  /// The HTTP user agent of the installed product.
+  ///
+  /// This tree builds a stand-in of the library. It answers with a fixed text that calls itself a
+  /// stand-in, unless a text file `pelham.useragent` lies beside the library: then with the first
+  /// line of that file (UTF-8, with or without a byte-order mark, at most 4096 bytes), which may be
+  /// empty. Throws std::runtime_error when that line is exactly "!throw", when it is too long or
+  /// not UTF-8, or when the file cannot be read; so every way in which the library can behave can
+  /// be shown to the program.
+  ///
+  /// The string is allocated here and freed by the caller: both modules have to use the same C++
+  /// library and the same C run-time heap.
+  static PELHAM_API std::wstring CreateWebAPIUserAgent();
+};
+
+}  // namespace pelham
