@@ -24,6 +24,10 @@ struct RegistryValue {
   std::vector<std::uint8_t> data;  // as stored: text is UTF-16LE, with or without a terminator
 };
 
+// The data as a little-endian number, whatever the type: what a read into 4 zeroed bytes leaves.
+// Nothing when the data are longer than 4 bytes.
+[[nodiscard]] std::optional<std::uint32_t> NumberOf(const RegistryValue& value) noexcept;
+
 // An open key under HKEY_LOCAL_MACHINE (RegOpenKeyExW, RegCloseKey).
 class RegistryKey {
  public:

@@ -1,0 +1,87 @@
+// Finds the companion library beside the program and looks its exports up.
+#include "credentials/companion_library.h"
+
+#include <cstddef>
+
+#include "companion/pelham/pelham/comp_info_ctrl.h"
+#include "debuglog/cdebuglog.h"
+#include "platform/module.h"
+#include "platform/text.h"
+
+namespace kyd {
+
+namespace {
+
+constexpr wchar_t kCompanionName[] = L"Corvid";
+constexpr wchar_t kFallbackUserAgent[] = L"VeltraneKeyward/1.15.0";
+
+std::wstring CompanionFileName() { return std::wstring(kCompanionName) + platform::kLibraryEnding; }
+
+// Binds one export; false when the library has none of that name.
+template <class Entry>
+bool Bind(const platform::Library& library, const char* name, Entry& entry) noexcept {
+  entry = reinterpret_cast<Entry>(platform::FindExport(library, name));
+  return entry != nullptr;
+}
+
+// All three are needed, the last one too, although it is never called.
+bool BindEntries(CompanionRun& run) noexcept {
+  const bool decrypt = Bind(run.companionModule, "Corvid_CmpCphr_Decrypt", run.decryptEntry);
+  const bool base64 = Bind(run.companionModule, "Corvid_Base64_Decode", run.base64DecodeEntry);
+  const bool event_log = Bind(run.companionModule, "Corvid_Write_EventLog", run.eventLogEntry);
+  return decrypt && base64 && event_log;
+}
+
+bool LoadAndBind(CompanionRun& run) {
+  std::wstring path;
+  if (GetCompanionLibraryPath(path) == 0) {
+    path = CompanionFileName();
+  }
+  run.companionModule = platform::LoadLibraryFile(path);
+  if (!run.companionModule) {
+    return false;
+  }
+  if (!BindEntries(run)) {
+    run.companionModule.Reset();
+    return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+int GetCompanionLibraryPath(std::wstring& path) noexcept {
+  try {
+    const std::wstring program = platform::ProgramPath();
+    const std::size_t separator = program.find_last_of(platform::kPathSeparator);
+    const std::size_t folder_size = separator == std::wstring::npos ? 0 : separator + 1;
+    path = program.substr(0, folder_size) + CompanionFileName();
+    return 1;
+  } catch (...) {  // whatever it was, the caller goes on with the bare name
+    return 0;
+  }
+}
+
+void LoadCompanionLibrary(CompanionRun& run, bool forceFlush, const StartUploadRun& start) {
+  if (!LoadAndBind(run)) {
+    Log().WriteLogA("DLL Load Error (Corvid.dll)");
+    return;
+  }
+  SetWebAPIUserAgent(run);
+  start(forceFlush);
+}
+
+void SetWebAPIUserAgent(CompanionRun& run) {
+  try {
+    run.userAgent = pelham::CompInfoCtrl::CreateWebAPIUserAgent();
+    if (run.userAgent.empty()) {
+      run.userAgent = kFallbackUserAgent;
+    }
+  } catch (...) {
+    // The fallback is for an empty answer only: requests then go out with an empty user agent.
+    run.userAgent.clear();
+    Log().WriteLogA("<SetWebAPIUserAgent> exception etc");
+  }
+}
+
+}  // namespace kyd

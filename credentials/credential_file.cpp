@@ -1,0 +1,155 @@
+// Reads, parses and deletes the credential files of the accounts.
+#include "credentials/credential_file.h"
+
+#include <cstdint>
+#include <exception>
+#include <limits>
+#include <optional>
+#include <vector>
+
+#include "credentials/credential_json.h"
+#include "debuglog/cdebuglog.h"
+#include "platform/error.h"
+#include "platform/file.h"
+#include "platform/text.h"
+
+namespace kyd {
+
+namespace {
+
+constexpr std::size_t kJsonPoolChunk = 64 * 1024;  // bytes
+
+std::wstring CredentialPath(const CompanionRun& run, const std::wstring& user) {
+  const wchar_t separator = platform::kPathSeparator;
+  return run.logDir + separator + L"LogWork" + separator + user + separator + L"UserData.dat";
+}
+
+// The size is taken from its low 32 bits; 0 and INVALID_FILE_SIZE are failures.
+std::optional<std::uint32_t> CredentialSize(const platform::File& file) {
+  const std::optional<std::uint64_t> size = file.Size();
+  const std::uint32_t low = size ? static_cast<std::uint32_t>(*size) : 0;
+  if (low == 0 || low == std::numeric_limits<std::uint32_t>::max()) {
+    return std::nullopt;
+  }
+  return low;
+}
+
+int ReadAndDecrypt(const CompanionRun& run, const std::wstring& path, std::wstring& plaintext) {
+  platform::File file = platform::File::OpenExclusive(path);
+  if (!file.IsOpen()) {
+    const unsigned error = platform::LastError();
+    Log().WriteLogA("<Read AuthFile> CreateFile error (%d)", error);
+    return kFailed;
+  }
+  const std::optional<std::uint32_t> size = CredentialSize(file);
+  if (!size) {
+    const unsigned error = platform::LastError();
+    Log().WriteLogA("<Read AuthFile> GetFileSize error (%d)", error);
+    return kFailed;
+  }
+  std::vector<std::uint8_t> encrypted(*size);
+  // How many bytes came is not compared with the size: a file that shrank does not decrypt.
+  if (!file.Read(encrypted.data(), encrypted.size())) {
+    const unsigned error = platform::LastError();
+    Log().WriteLogA("<Read AuthFile> ReadFile error (%d)", error);
+    return kFailed;
+  }
+  plaintext.clear();
+  if (run.decryptEntry == nullptr ||
+      run.decryptEntry(encrypted.data(), encrypted.size(), &plaintext) != 0) {
+    Log().WriteLogA("<Read AuthFile> Decrypt error");
+    return kFailed;
+  }
+  return kSucceeded;
+}
+
+// Copies a non-empty string, NULs included; false for anything else.
+bool CopyText(const wchar_t* path, const JsonDocument& document, std::wstring& field) {
+  const JsonValue* value = FindJsonValueByPath(path, document);
+  if (value == nullptr || !value->IsString() || value->GetStringLength() == 0) {
+    return false;
+  }
+  field.assign(value->GetString(), value->GetStringLength());
+  return true;
+}
+
+int ParseRecord(const std::wstring& plaintext, UploadAuthData& record) {
+  record = UploadAuthData();
+  JsonDocument::AllocatorType pool(kJsonPoolChunk);
+  JsonDocument document(&pool);
+  // Iterative: the depth of the text must not become the depth of the stack.
+  document.Parse<rapidjson::kParseIterativeFlag>(plaintext.c_str());
+  if (document.HasParseError()) {
+    Log().WriteLogA("<ParseUpldAuthJson> json conversion(from) error");
+    return kFailed;
+  }
+  if (!CopyText(L"apikey", document, record.apikey)) {
+    Log().WriteLogA("<ParseUpldAuthJson> apikey error");
+    return kFailed;
+  }
+  if (!CopyText(L"idp_session", document, record.idp_session)) {
+    Log().WriteLogA("<ParseUpldAuthJson> idp_session error");
+    return kFailed;
+  }
+  // The certificate is optional: a missing member is no error.
+  CopyText(L"cert.base64encoded", document, record.cert_base64encoded);
+  CopyText(L"cert.hash", document, record.cert_hash);
+  CopyText(L"cert.store", document, record.cert_store);
+  return kSucceeded;
+}
+
+}  // namespace
+
+int ReadUploadAuthData(const CompanionRun& run, const std::wstring& user, UploadAuthData& record) {
+  try {
+    std::wstring plaintext;
+    const int status = ReadAuthFile(run, CredentialPath(run, user), plaintext);
+    return status == kSucceeded ? ParseUpldAuthJson(plaintext, record) : status;
+  } catch (const std::exception&) {
+    Log().WriteLogA("<ReadUploadAuthData> exception");
+  } catch (...) {
+    Log().WriteLogA("<ReadUploadAuthData> exception etc");
+  }
+  return kUnexpected;
+}
+
+int ReadAuthFile(const CompanionRun& run, const std::wstring& path, std::wstring& plaintext) {
+  try {
+    return ReadAndDecrypt(run, path, plaintext);
+  } catch (const std::exception&) {
+    Log().WriteLogA("<Read AuthFile> exception");
+  } catch (...) {
+    Log().WriteLogA("<Read AuthFile> exception etc");
+  }
+  return kUnexpected;
+}
+
+int ParseUpldAuthJson(const std::wstring& plaintext, UploadAuthData& record) {
+  try {
+    return ParseRecord(plaintext, record);
+  } catch (const std::exception&) {
+    Log().WriteLogA("<ParseUpldAuthJson> exception");
+  } catch (...) {
+    Log().WriteLogA("<ParseUpldAuthJson> exception etc");
+  }
+  return kUnexpected;
+}
+
+int DeleteAuthFile(const CompanionRun& run, const std::wstring& user) {
+  try {
+    if (platform::RemoveFile(CredentialPath(run, user))) {
+      Log().WriteLogA("<DeleteAuthFile> deleted auth file.");
+      return kSucceeded;
+    }
+    const unsigned error = platform::LastError();
+    Log().WriteLogA("<DeleteAuthFile> failed.");
+    return error == platform::kErrorFileNotFound ? kSucceeded : kFailed;
+  } catch (const std::exception&) {
+    Log().WriteLogA("<DeleteAuthFile> exception");
+  } catch (...) {
+    Log().WriteLogA("<DeleteAuthFile> exception etc");
+  }
+  return kFailed;
+}
+
+}  // namespace kyd

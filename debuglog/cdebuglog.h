@@ -1,0 +1,75 @@
+// The object through which every part of the program logs.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <exception>
+#include <mutex>
+#include <string>
+
+#include "debuglog/format.h"
+#include "debuglog/module_logs.h"
+#include "platform/clock.h"
+#include "platform/file.h"
+
+namespace kyd {
+
+// The two entry points take printf-style formats, in which %s means text of the format's own kind,
+// and a message that is longer than its buffer is cut. They can be called from any thread, always
+// return 1, never fail and never throw. They read none of the object's fields: those are legacy
+// settings, read once at program start, kept, and used by no writer.
+class CDebugLog {
+ public:
+  static constexpr std::size_t kNameCapacity = 64;     // characters, the terminator included
+  static constexpr std::size_t kFolderCapacity = 260;  // characters, the terminator included
+
+  CDebugLog();
+  virtual ~CDebugLog();
+  CDebugLog(const CDebugLog&) = delete;
+  CDebugLog& operator=(const CDebugLog&) = delete;
+
+  // Narrow: the expansion is UTF-8 of at most 259 bytes.
+  template <class... Arguments>
+  int WriteLogA(const char* format, const Arguments&... arguments) noexcept {
+    try {
+      corvid::WriteModuleLogA(
+          FormatBounded(kNarrowMessageCapacity, format, arguments...).c_str());
+    } catch (const std::exception&) {
+      // The message is lost.
+    }
+    return 1;
+  }
+
+  // Wide: the expansion is at most 1023 characters.
+  template <class... Arguments>
+  int WriteLogW(const wchar_t* format, const Arguments&... arguments) noexcept {
+    try {
+      corvid::WriteModuleLog(
+          FormatBounded(kWideMessageCapacity, format, arguments...).c_str());
+    } catch (const std::exception&) {
+      // The message is lost.
+    }
+    return 1;
+  }
+
+  // Copies the name, cut at 63 characters.
+  void SetName(const wchar_t* name) noexcept;
+
+  [[nodiscard]] const wchar_t* Name() const noexcept { return name_.data(); }
+  [[nodiscard]] const wchar_t* Folder() const noexcept { return folder_.data(); }
+  [[nodiscard]] bool IsDebug() const noexcept { return debug_; }
+  [[nodiscard]] const platform::LocalTime& StartTime() const noexcept { return start_time_; }
+
+ private:
+  std::array<wchar_t, kFolderCapacity> folder_{};
+  std::array<wchar_t, kNameCapacity> name_{};
+  std::recursive_mutex lock_;
+  bool debug_ = false;
+  platform::File file_;  // never opened
+  platform::LocalTime start_time_;
+};
+
+// The process's one object.
+[[nodiscard]] CDebugLog& Log() noexcept;
+
+}  // namespace kyd

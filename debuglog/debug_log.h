@@ -1,0 +1,80 @@
+// One diagnostic logger: time-stamped lines in a UTF-8 text file that is moved aside when it grows.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <list>
+#include <mutex>
+#include <string>
+
+#include "debuglog/log_settings.h"
+#include "platform/clock.h"
+
+namespace corvid {
+
+inline constexpr std::size_t kMaxPendingLines = 100;
+inline constexpr std::int64_t kRotationCheckSeconds = 10;
+
+// What a logger asks from outside; tests put their own in its place.
+struct LogSurroundings {
+  const platform::Clock* clock;
+  DefaultBase default_base;
+  std::uint32_t (*registry_access)();
+
+  // The system's clock, system drive and registry view.
+  [[nodiscard]] static LogSurroundings OfSystem() noexcept;
+};
+
+// The text of one line without its line feed: prefix with local time, session, process and thread,
+// the message (may be null), and a comma. The comma at the end is meant so.
+[[nodiscard]] std::wstring LogLine(const platform::LocalTime& time, const wchar_t* text);
+
+// True when the size of the file must be looked at again; times in seconds since 1970.
+[[nodiscard]] bool RotationCheckIsDue(std::int64_t now, std::int64_t last_check) noexcept;
+
+// Usable from any thread. Nothing here reports a failure or throws.
+class DebugLog {
+ public:
+  // An empty file name means "kyd.log". The mask selects the bits of "OutputLog" that switch this
+  // logger on. A new logger is disabled until its settings have been read.
+  DebugLog(std::wstring file_name, std::uint32_t mask,
+           const LogSurroundings& surroundings = LogSurroundings::OfSystem());
+
+  // Writes the pending lines, when the file can be opened by then.
+  virtual ~DebugLog();
+
+  DebugLog(const DebugLog&) = delete;
+  DebugLog& operator=(const DebugLog&) = delete;
+
+  // Writes the message as a line, or keeps the line when the file cannot be opened: at most the 100
+  // newest. A disabled logger writes and keeps nothing.
+  void WriteLine(const wchar_t* text) noexcept;
+
+  // Writes the pending lines; they stay pending when the file cannot be opened.
+  void FlushPending() noexcept;
+
+  // Moves the file to the same name plus ".bak" when it has reached the size limit. Looks at most
+  // once in 10 seconds. A null path is skipped.
+  void RotateIfNeeded(const wchar_t* path) noexcept;
+
+  // Brings the settings up to date: every 10 seconds while enabled, every 2 while disabled.
+  void ReloadSettings() noexcept;
+
+  // What the last read of the settings said.
+  [[nodiscard]] bool IsEnabled() const noexcept;
+
+ private:
+  [[nodiscard]] std::wstring Path() const;
+  void WriteOrKeep(std::wstring line);
+
+  const LogSurroundings surroundings_;
+  mutable std::recursive_mutex lock_;  // guards every member below
+  LogSettings settings_;
+  const std::wstring file_name_;
+  const std::uint32_t mask_;
+  std::int64_t last_settings_read_ = 0;
+  std::int64_t last_rotation_check_ = 0;
+  std::list<std::wstring> pending_;  // finished lines, oldest first
+};
+
+}  // namespace corvid

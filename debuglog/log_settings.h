@@ -1,0 +1,51 @@
+// The settings of a diagnostic logger, as the registry has them now.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace corvid {
+
+inline constexpr std::uint64_t kDefaultLogSizeLimit = 10485760;  // bytes, 10 MiB
+
+// Seconds that pass at least between two reads of the settings.
+inline constexpr std::int64_t kReloadSecondsEnabled = 10;
+inline constexpr std::int64_t kReloadSecondsDisabled = 2;
+
+struct LogSettings {
+  bool enabled = false;
+  std::wstring folder;  // ends in "DebugSSO" once set
+  std::uint64_t size_limit = kDefaultLogSizeLimit;
+};
+
+// Whether the process runs under WOW64, asked once and remembered.
+class Wow64State {
+ public:
+  using Probe = bool (*)() noexcept;
+
+  // The access mask for the settings key: reading, of the 64-bit view under WOW64. Calls the probe
+  // the first time only.
+  [[nodiscard]] std::uint32_t RegistryAccess(Probe probe) noexcept;
+
+ private:
+  enum class State { kUnknown, kYes, kNo };
+  State state_ = State::kUnknown;
+};
+
+// The default base folder of the log, ending in a separator.
+using DefaultBase = std::optional<std::wstring> (*)();
+
+// True when the settings must be read again; times in seconds since 1970.
+[[nodiscard]] bool SettingsAreDue(std::int64_t now, std::int64_t last_read, bool enabled) noexcept;
+
+// True when the value of "OutputLog" switches a logger with this mask on.
+[[nodiscard]] bool OutputLogEnables(std::uint32_t output_log, std::uint32_t mask) noexcept;
+
+// Reads the settings from HKEY_LOCAL_MACHINE\SOFTWARE\Veltrane\Veltrane Keyward\Corvid into
+// `settings`, which is reset first, and creates the log folder. Every failure leaves the logger
+// disabled or at its defaults.
+void ReadLogSettings(std::uint32_t mask, std::uint32_t registry_access, DefaultBase default_base,
+                     LogSettings& settings);
+
+}  // namespace corvid

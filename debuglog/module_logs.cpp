@@ -1,0 +1,99 @@
+// The process's loggers and the functions that find the right one.
+#include "debuglog/module_logs.h"
+
+#include <exception>
+#include <utility>
+
+#include "platform/text.h"
+
+namespace corvid {
+
+namespace {
+
+constexpr std::uint32_t kProgramLogMask = 16;
+constexpr std::uint32_t kDefaultLogMask = 1;
+constexpr wchar_t kProgramLogName[] = L"KydLogUploader.log";
+
+// Made in this order at static initialisation, destroyed in the opposite order at process exit: the
+// program's logger goes with the registry, the default logger last.
+DebugLog default_log{std::wstring(), kDefaultLogMask};  // NOLINT(cert-err58-cpp): out of memory only
+ModuleLogs module_logs{default_log};
+
+// Any address inside this module.
+void AnchorInThisModule() {}
+
+// Calls `use` with this module's handle, under the registry lock. The reference that the look-up
+// takes is dropped before the lock is released.
+template <class Use>
+auto WithThisModule(const Use& use) {
+  const std::lock_guard<std::recursive_mutex> guard(module_logs.Lock());
+  const platform::Library module =
+      platform::ModuleOfAddress(reinterpret_cast<const void*>(&AnchorInThisModule));
+  return use(module.Get());
+}
+
+}  // namespace
+
+ModuleLogs::~ModuleLogs() {
+  while (!logs_.empty()) {
+    logs_.erase(logs_.begin());
+  }
+}
+
+void ModuleLogs::Register(platform::ModuleHandle module, std::unique_ptr<DebugLog> log) {
+  const std::lock_guard<std::recursive_mutex> guard(lock_);
+  logs_.try_emplace(module, std::move(log));
+}
+
+void ModuleLogs::WriteLine(platform::ModuleHandle module, const wchar_t* text) {
+  const std::lock_guard<std::recursive_mutex> guard(lock_);
+  LogOf(module).WriteLine(text);
+}
+
+bool ModuleLogs::IsEnabled(platform::ModuleHandle module) {
+  const std::lock_guard<std::recursive_mutex> guard(lock_);
+  DebugLog& log = LogOf(module);
+  log.ReloadSettings();
+  return log.IsEnabled();
+}
+
+DebugLog& ModuleLogs::LogOf(platform::ModuleHandle module) {
+  const auto found = logs_.find(module);
+  return found == logs_.end() ? default_log_ : *found->second;
+}
+
+void RegisterModuleLog() {
+  WithThisModule([](platform::ModuleHandle module) {
+    module_logs.Register(module, std::make_unique<DebugLog>(kProgramLogName, kProgramLogMask));
+  });
+}
+
+void WriteModuleLog(const wchar_t* text) noexcept {
+  try {
+    WithThisModule([text](platform::ModuleHandle module) { module_logs.WriteLine(module, text); });
+  } catch (const std::exception&) {
+    // The line is lost.
+  }
+}
+
+void WriteModuleLogA(const char* text) noexcept {
+  if (text == nullptr || !IsModuleLogEnabled()) {
+    return;
+  }
+  try {
+    WriteModuleLog(platform::FromUtf8(text).c_str());
+  } catch (const std::exception&) {
+    // The line is lost.
+  }
+}
+
+bool IsModuleLogEnabled() noexcept {
+  try {
+    return WithThisModule(
+        [](platform::ModuleHandle module) { return module_logs.IsEnabled(module); });
+  } catch (const std::exception&) {
+    return false;
+  }
+}
+
+}  // namespace corvid

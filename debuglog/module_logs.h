@@ -1,0 +1,59 @@
+// Which logger owns the lines of which module.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <mutex>
+
+#include "debuglog/debug_log.h"
+#include "platform/module.h"
+
+namespace corvid {
+
+// The loggers of a process by module handle, and the default logger for modules without one. The
+// lock of the registry is always taken before the lock of a logger. A module handle of null is an
+// ordinary key.
+class ModuleLogs {
+ public:
+  explicit ModuleLogs(DebugLog& default_log) noexcept : default_log_(default_log) {}
+
+  // Destroys the loggers in key order, which writes their pending lines.
+  ~ModuleLogs();
+
+  ModuleLogs(const ModuleLogs&) = delete;
+  ModuleLogs& operator=(const ModuleLogs&) = delete;
+
+  // Enters a logger for a module; a module that has one keeps it.
+  void Register(platform::ModuleHandle module, std::unique_ptr<DebugLog> log);
+
+  // Writes a line through the module's logger.
+  void WriteLine(platform::ModuleHandle module, const wchar_t* text);
+
+  // Brings the settings of the module's logger up to date and says whether it is enabled.
+  [[nodiscard]] bool IsEnabled(platform::ModuleHandle module);
+
+  // Held while a module handle is looked up and used.
+  [[nodiscard]] std::recursive_mutex& Lock() noexcept { return lock_; }
+
+ private:
+  [[nodiscard]] DebugLog& LogOf(platform::ModuleHandle module);
+
+  std::recursive_mutex lock_;
+  std::map<platform::ModuleHandle, std::unique_ptr<DebugLog>> logs_;
+  DebugLog& default_log_;
+};
+
+// Creates this program's logger, "KydLogUploader.log" with mask 16, and enters it under this
+// module's handle. The first call of the program.
+void RegisterModuleLog();
+
+// Writes a line through the logger of the calling module. Never fails.
+void WriteModuleLog(const wchar_t* text) noexcept;
+
+// The same for UTF-8 text, which is not even converted when the logger is disabled. Null does nothing.
+void WriteModuleLogA(const char* text) noexcept;
+
+// Whether the logger of the calling module is enabled; false when that cannot be told.
+[[nodiscard]] bool IsModuleLogEnabled() noexcept;
+
+}  // namespace corvid
