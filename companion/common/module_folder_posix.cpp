@@ -4,7 +4,7 @@
 
 #include <system_error>
 
-#include "common/module_folder.h"
+#include "companion/common/module_folder.h"
 
 namespace companion {
 

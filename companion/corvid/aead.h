@@ -6,7 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "corvid/secret.h"
+#include "companion/corvid/secret.h"
 
 namespace companion {
 

@@ -7,7 +7,7 @@
 #include <limits>
 #include <memory>
 
-#include "corvid/aead.h"
+#include "companion/corvid/aead.h"
 
 namespace companion {
 namespace {

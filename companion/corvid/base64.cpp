@@ -1,6 +1,6 @@
 // Which Base64 texts are accepted. The platforms' decoders disagree about unusual ones, so the
 // judgement is made here, once, and they see well-formed texts only.
-#include "corvid/base64.h"
+#include "companion/corvid/base64.h"
 
 #include <algorithm>
 #include <iterator>

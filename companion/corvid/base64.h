@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "corvid/secret.h"
+#include "companion/corvid/secret.h"
 
 namespace companion {
 

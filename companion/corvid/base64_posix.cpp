@@ -3,7 +3,7 @@
 
 #include <algorithm>
 
-#include "corvid/base64.h"
+#include "companion/corvid/base64.h"
 
 namespace companion {
 

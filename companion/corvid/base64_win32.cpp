@@ -5,7 +5,7 @@
 
 #include <limits>
 
-#include "corvid/base64.h"
+#include "companion/corvid/base64.h"
 
 namespace companion {
 

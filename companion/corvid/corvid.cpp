@@ -1,13 +1,13 @@
 // The three exports: adapt the caller's objects and let no exception out.
-#include "corvid/corvid.h"
+#include "companion/corvid/corvid.h"
 
 #include <cstddef>
 #include <limits>
 
-#include "common/module_folder.h"
-#include "corvid/base64.h"
-#include "corvid/key_file.h"
-#include "corvid/sealed_text.h"
+#include "companion/common/module_folder.h"
+#include "companion/corvid/base64.h"
+#include "companion/corvid/key_file.h"
+#include "companion/corvid/sealed_text.h"
 
 namespace {
 

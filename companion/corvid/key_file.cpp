@@ -1,5 +1,5 @@
 // Reads and words the key file.
-#include "corvid/key_file.h"
+#include "companion/corvid/key_file.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -7,7 +7,7 @@
 #include <string_view>
 #include <system_error>
 
-#include "corvid/aead.h"
+#include "companion/corvid/aead.h"
 
 namespace companion {
 namespace {

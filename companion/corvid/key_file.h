@@ -6,7 +6,7 @@
 
 #include <filesystem>
 
-#include "corvid/secret.h"
+#include "companion/corvid/secret.h"
 
 namespace companion {
 

@@ -1,5 +1,5 @@
 // Layout of the sealed text, and UTF-16LE to the platform's wide string.
-#include "corvid/sealed_text.h"
+#include "companion/corvid/sealed_text.h"
 
 #include <algorithm>
 #include <cstddef>

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "corvid/aead.h"
+#include "companion/corvid/aead.h"
 
 namespace companion {
 

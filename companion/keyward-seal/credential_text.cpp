@@ -1,5 +1,5 @@
 // Conversion and syntax check of the credential text.
-#include "keyward-seal/credential_text.h"
+#include "companion/keyward-seal/credential_text.h"
 
 #include <rapidjson/error/en.h>
 #include <rapidjson/reader.h>

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "corvid/secret.h"
+#include "companion/corvid/secret.h"
 
 namespace companion {
 

@@ -4,7 +4,7 @@
 #include <filesystem>
 #include <system_error>
 
-#include "corvid/aead.h"
+#include "companion/corvid/aead.h"
 
 namespace companion {
 

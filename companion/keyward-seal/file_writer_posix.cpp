@@ -8,7 +8,7 @@
 #include <cstdio>
 #include <string>
 
-#include "keyward-seal/file_writer.h"
+#include "companion/keyward-seal/file_writer.h"
 
 namespace companion {
 namespace {

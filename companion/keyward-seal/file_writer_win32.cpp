@@ -6,7 +6,7 @@
 #include <memory>
 #include <string>
 
-#include "keyward-seal/file_writer.h"
+#include "companion/keyward-seal/file_writer.h"
 
 namespace companion {
 namespace {

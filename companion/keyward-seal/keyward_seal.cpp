@@ -1,5 +1,5 @@
 // The tool from its arguments to its exit code.
-#include "keyward-seal/keyward_seal.h"
+#include "companion/keyward-seal/keyward_seal.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -9,11 +9,11 @@
 #include <string>
 #include <system_error>
 
-#include "common/module_folder.h"
-#include "corvid/key_file.h"
-#include "corvid/sealed_text.h"
-#include "keyward-seal/credential_text.h"
-#include "keyward-seal/file_writer.h"
+#include "companion/common/module_folder.h"
+#include "companion/corvid/key_file.h"
+#include "companion/corvid/sealed_text.h"
+#include "companion/keyward-seal/credential_text.h"
+#include "companion/keyward-seal/file_writer.h"
 
 namespace companion {
 namespace {

@@ -6,7 +6,7 @@
 
 #include <cstdio>
 
-#include "keyward-seal/keyward_seal.h"
+#include "companion/keyward-seal/keyward_seal.h"
 
 namespace {
 

@@ -11,7 +11,7 @@
 #include <string_view>
 #include <system_error>
 
-#include "common/module_folder.h"
+#include "companion/common/module_folder.h"
 
 namespace pelham {
 namespace {
