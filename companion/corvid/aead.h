@@ -31,7 +31,8 @@ struct ByteView {
 [[nodiscard]] bool AeadSeal(const SecretBytes& key, const Nonce& nonce, ByteView associated,
                             ByteView plaintext, std::uint8_t* ciphertext, Tag* tag);
 
-/// The reverse. False when the tag does not fit, too; `plaintext` then holds nothing of meaning.
+/// The reverse. False when the tag does not fit, too; `plaintext` then holds nothing of meaning. It
+/// may be null when the text is empty, whose tag is checked all the same.
 [[nodiscard]] bool AeadOpen(const SecretBytes& key, const Nonce& nonce, ByteView associated,
                             ByteView ciphertext, const Tag& tag, std::uint8_t* plaintext);
 

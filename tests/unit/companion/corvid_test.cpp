@@ -1,0 +1,222 @@
+// The Corvid library as a caller sees it: loaded from its folder, called through its exports.
+#include "companion/corvid/corvid.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstddef>
+
+#include "tests/unit/companion/harness.h"
+
+namespace companion_test {
+namespace {
+
+using testing::ElementsAre;
+
+// Each test has a folder with a key of its own.
+class Corvid : public testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_TRUE(library_.IsLoaded());
+    decrypt_ = library_.Find<decltype(&Corvid_CmpCphr_Decrypt)>("Corvid_CmpCphr_Decrypt");
+    ASSERT_NE(decrypt_, nullptr);
+  }
+
+  // Seals the input with the tool of the same folder.
+  Bytes Seal(const std::vector<std::filesystem::path>& options, const std::string& input) {
+    const std::filesystem::path file = folder_ / "UserData.dat";
+    std::vector<std::filesystem::path> arguments = options;
+    arguments.push_back(file);
+    const ToolResult result = RunSeal(folder_, arguments, input);
+    EXPECT_EQ(result.exit_code, 0) << result.errors;
+    return ReadFile(file);
+  }
+
+  // Calls the library with a text that has to disappear on failure.
+  std::int32_t Decrypt(const Bytes& sealed) {
+    text_ = L"left over from the account before";
+    return decrypt_(sealed.data(), sealed.size(), &text_);
+  }
+
+  void ExpectRefused(const Bytes& sealed, const std::string& what) {
+    EXPECT_NE(Decrypt(sealed), 0) << what;
+    EXPECT_EQ(text_, L"") << what;
+  }
+
+  ModuleFolder folder_;
+  Library library_{folder_ / kCorvidName};
+  decltype(&Corvid_CmpCphr_Decrypt) decrypt_ = nullptr;
+  std::wstring text_;
+};
+
+TEST_F(Corvid, OpensWhatTheToolSealed) {
+  const Bytes sealed = Seal({}, "{\"apikey\":\"k\",\"idp_session\":\"s\"}");
+  EXPECT_EQ(Decrypt(sealed), 0);
+  EXPECT_EQ(text_, L"{\"apikey\":\"k\",\"idp_session\":\"s\"}");
+}
+
+TEST_F(Corvid, OpensTextsOfEveryShortLength) {
+  std::string text;
+  for (int length = 0; length <= 40; length += 5) {
+    text.resize(static_cast<std::size_t>(length), 'x');
+    EXPECT_EQ(Decrypt(Seal({"--raw"}, text)), 0) << length;
+    EXPECT_EQ(text_, std::wstring(text.begin(), text.end())) << length;
+  }
+}
+
+TEST_F(Corvid, OpensLongText) {
+  // Beyond the pieces in which the cipher is fed.
+  const std::string text = "\"" + std::string(std::size_t{3} << 20U, 'x') + "\"";
+  EXPECT_EQ(Decrypt(Seal({}, text)), 0);
+  EXPECT_TRUE(text_ == std::wstring(text.begin(), text.end()));
+}
+
+TEST_F(Corvid, KeepsCharactersOutsideOfTheBasicPlane) {
+  EXPECT_EQ(Decrypt(Seal({}, "\"\xC3\xA4 \xE6\x97\xA5 \xF0\x9F\x98\x80\"")), 0);
+  EXPECT_EQ(text_, L"\"\u00E4 \u65E5 \U0001F600\"");
+}
+
+TEST_F(Corvid, KeepsUnpairedSurrogatesAsTheyAre) {
+  // Low before high, a high one before a letter, and a high one at the very end.
+  const std::string utf16("\x00\xDE\x3D\xD8\x41\x00\x3D\xD8", 8);
+  EXPECT_EQ(Decrypt(Seal({"--raw", "--utf16"}, utf16)), 0);
+  EXPECT_EQ(text_, (std::wstring{static_cast<wchar_t>(0xDE00), static_cast<wchar_t>(0xD83D), L'A',
+                                 static_cast<wchar_t>(0xD83D)}));
+}
+
+TEST_F(Corvid, KeepsNulCharacters) {
+  EXPECT_EQ(Decrypt(Seal({"--raw"}, std::string("a\0b", 3))), 0);
+  EXPECT_EQ(text_, std::wstring(L"a\0b", 3));
+}
+
+TEST_F(Corvid, RefusesTextWithAnOddNumberOfBytes) {
+  ExpectRefused(Seal({"--raw", "--utf16"}, "{}x"), "odd");
+  ExpectRefused(Seal({"--raw", "--utf16"}, "x"), "one byte");
+}
+
+TEST_F(Corvid, RefusesEveryTruncation) {
+  const Bytes sealed = Seal({}, "{}");
+  ASSERT_EQ(sealed.size(), 4U + 12U + 4U + 16U);
+  for (std::size_t size = 0; size < sealed.size(); ++size) {
+    ExpectRefused(Bytes(sealed.begin(), sealed.begin() + static_cast<std::ptrdiff_t>(size)),
+                  "first " + std::to_string(size));
+    ExpectRefused(Bytes(sealed.end() - static_cast<std::ptrdiff_t>(size), sealed.end()),
+                  "last " + std::to_string(size));
+  }
+  EXPECT_EQ(Decrypt(sealed), 0);
+}
+
+TEST_F(Corvid, RefusesEverySingleBitFlip) {
+  const Bytes sealed = Seal({}, "{}");
+  for (std::size_t bit = 0; bit < sealed.size() * 8; ++bit) {
+    Bytes flipped = sealed;
+    flipped[bit / 8] = static_cast<std::uint8_t>(flipped[bit / 8] ^ (1U << (bit % 8)));
+    ExpectRefused(flipped, "bit " + std::to_string(bit));
+  }
+  EXPECT_EQ(Decrypt(sealed), 0);
+}
+
+TEST_F(Corvid, RefusesAppendedBytes) {
+  Bytes sealed = Seal({}, "{}");
+  sealed.push_back(0);
+  ExpectRefused(sealed, "one more byte");
+}
+
+TEST_F(Corvid, RefusesWhatIsNotSealed) {
+  Seal({}, "{}");  // So that there is a key.
+  const std::string plain = "{\"apikey\":\"k\",\"idp_session\":\"this file was never sealed\"}";
+  ExpectRefused(Bytes(plain.begin(), plain.end()), "plain JSON");
+  ExpectRefused(Bytes(1, 0), "one byte");
+  ExpectRefused(Bytes(100000, 0), "zeros");
+}
+
+TEST_F(Corvid, RefusesOtherKey) {
+  const Bytes sealed = Seal({}, "{}");
+  std::filesystem::remove(folder_ / "Corvid.key");
+  const Bytes sealed_again = Seal({}, "{}");
+  ExpectRefused(sealed, "key of before");
+  EXPECT_EQ(Decrypt(sealed_again), 0);
+}
+
+TEST_F(Corvid, RefusesWithoutKeyFile) {
+  const Bytes sealed = Seal({}, "{}");
+  std::filesystem::remove(folder_ / "Corvid.key");
+  ExpectRefused(sealed, "no key file");
+  std::filesystem::create_directory(folder_ / "Corvid.key");
+  ExpectRefused(sealed, "a folder in its place");
+}
+
+TEST_F(Corvid, RefusesUnusableKeyFiles) {
+  const Bytes sealed = Seal({}, "{}");
+  const Bytes key_file = ReadFile(folder_ / "Corvid.key");
+  const std::string digits(key_file.begin(), key_file.begin() + 64);
+  const std::string short_digits = digits.substr(0, 63);
+  for (const std::string& contents :
+       {std::string(), std::string("\n"), digits.substr(0, 62) + "\n", short_digits,
+        short_digits + "\n", short_digits + "g\n", short_digits + " \n", " " + digits + "\n",
+        digits + "0\n", digits + "\n\n", digits + "\r", digits + " ", digits + "\nx",
+        "\xEF\xBB\xBF" + digits + "\n", std::string(32, '\x01'), std::string(65, '\0'),
+        digits + "\n" + std::string(100000, 'x')}) {
+    WriteFile(folder_ / "Corvid.key", contents);
+    ExpectRefused(sealed, "\"" + contents.substr(0, 80) + "\"");
+  }
+}
+
+TEST_F(Corvid, ReadsKeyFilesThatAnEditorHasTouched) {
+  const Bytes sealed = Seal({}, "{}");
+  const Bytes key_file = ReadFile(folder_ / "Corvid.key");
+  const std::string digits(key_file.begin(), key_file.begin() + 64);
+  std::string upper = digits;
+  for (char& digit : upper) {
+    digit = digit >= 'a' ? static_cast<char>(digit - 'a' + 'A') : digit;
+  }
+  for (const std::string& contents : {digits, digits + "\r\n", upper + "\n"}) {
+    WriteFile(folder_ / "Corvid.key", contents);
+    EXPECT_EQ(Decrypt(sealed), 0) << contents;
+    EXPECT_EQ(text_, L"{}");
+  }
+}
+
+TEST_F(Corvid, RefusesArgumentsThatCannotBe) {
+  const Bytes sealed = Seal({}, "{}");
+  EXPECT_NE(decrypt_(sealed.data(), sealed.size(), nullptr), 0);
+  text_ = L"old";
+  EXPECT_NE(decrypt_(nullptr, 0, &text_), 0);
+  EXPECT_EQ(text_, L"");
+  text_ = L"old";
+  EXPECT_NE(decrypt_(sealed.data(), std::uint64_t{1} << 32U, &text_), 0);
+  EXPECT_EQ(text_, L"");
+}
+
+TEST(CorvidExports, EventLogEntryIsThereAndHarmless) {
+  const ModuleFolder folder;
+  const Library library(folder / kCorvidName);
+  ASSERT_TRUE(library.IsLoaded());
+  const auto write = library.Find<decltype(&Corvid_Write_EventLog)>("Corvid_Write_EventLog");
+  ASSERT_NE(write, nullptr);
+  EXPECT_EQ(write(), 0);
+  EXPECT_THAT(folder.Names(), testing::UnorderedElementsAre(kCorvidName, kPelhamName, kSealName));
+}
+
+// Which of the three exports a library has.
+std::vector<bool> ExportsOf(const std::filesystem::path& file) {
+  const Library library(file);
+  EXPECT_TRUE(library.IsLoaded()) << file;
+  std::vector<bool> found;
+  for (const char* name :
+       {"Corvid_CmpCphr_Decrypt", "Corvid_Base64_Decode", "Corvid_Write_EventLog"}) {
+    found.push_back(library.IsLoaded() && library.Find<void (*)()>(name) != nullptr);
+  }
+  return found;
+}
+
+TEST(CorvidExports, EachVariantLacksOneExport) {
+  const std::filesystem::path variants = BuiltModules() / "variants";
+  EXPECT_THAT(ExportsOf(BuiltModules() / kCorvidName), ElementsAre(true, true, true));
+  EXPECT_THAT(ExportsOf(variants / "no-decrypt" / kCorvidName), ElementsAre(false, true, true));
+  EXPECT_THAT(ExportsOf(variants / "no-base64" / kCorvidName), ElementsAre(true, false, true));
+  EXPECT_THAT(ExportsOf(variants / "no-event-log" / kCorvidName), ElementsAre(true, true, false));
+}
+
+}  // namespace
+}  // namespace companion_test
