@@ -15,7 +15,9 @@ namespace {
 constexpr wchar_t kCompanionName[] = L"Corvid";
 constexpr wchar_t kFallbackUserAgent[] = L"VeltraneKeyward/1.15.0";
 
-std::wstring CompanionFileName() { return std::wstring(kCompanionName) + platform::kLibraryEnding; }
+std::wstring CompanionFileName() {
+  return std::wstring(kCompanionName) + platform::kLibraryEnding;
+}
 
 // Binds one export; false when the library has none of that name.
 template <class Entry>

@@ -15,7 +15,8 @@ using StartUploadRun = std::function<void(bool forceFlush)>;
 // them sets the user agent and calls `start`; otherwise logs one line and starts nothing.
 void LoadCompanionLibrary(CompanionRun& run, bool forceFlush, const StartUploadRun& start);
 
-// Fills in the full path of the companion library in the program's own folder. 1 on success, else 0.
+// Fills in the full path of the companion library in the program's own folder. 1 on success, else
+// 0.
 [[nodiscard]] int GetCompanionLibraryPath(std::wstring& path) noexcept;
 
 // Fills in the run's user agent from the configuration library, with a fallback when that gives an

@@ -9,8 +9,8 @@
 
 namespace kyd {
 
-// "Corvid_CmpCphr_Decrypt": encrypted bytes, their count, the text that receives the plaintext. 0 on
-// success. Both buffers are the caller's; the library uses the program's string layout and heap.
+// "Corvid_CmpCphr_Decrypt": encrypted bytes, their count, the text that receives the plaintext. 0
+// on success. Both buffers are the caller's; the library uses the program's string layout and heap.
 using DecryptEntry = std::int32_t (*)(const std::uint8_t* data, std::uint64_t size,
                                       std::wstring* plaintext);
 

@@ -1,7 +1,7 @@
 // The encrypted credential file of an account: LogDir\LogWork\<account>\UserData.dat.
 //
-// Operations give 0 on success, 1 for a failure that has been logged, -1 for an unexpected error that
-// has been caught and logged. Neither keys, sessions nor decrypted text are ever logged.
+// Operations give 0 on success, 1 for a failure that has been logged, -1 for an unexpected error
+// that has been caught and logged. Neither keys, sessions nor decrypted text are ever logged.
 #pragma once
 
 #include <string>
@@ -26,8 +26,8 @@ inline constexpr int kUnexpected = -1;  // ends the account loop
 // Fills the record from the decrypted JSON text (RFC 8259), which ends at its first NUL.
 [[nodiscard]] int ParseUpldAuthJson(const std::wstring& plaintext, UploadAuthData& record);
 
-// Deletes the account's credential file. A file that is gone already counts as deleted, although the
-// failure is logged. Gives 0 or 1, never -1.
+// Deletes the account's credential file. A file that is gone already counts as deleted, although
+// the failure is logged. Gives 0 or 1, never -1.
 int DeleteAuthFile(const CompanionRun& run, const std::wstring& user);
 
 }  // namespace kyd

@@ -42,13 +42,18 @@ CDebugLog debug_log;  // NOLINT(cert-err58-cpp): out of memory only
 CDebugLog::CDebugLog() : start_time_(platform::SystemClock().Local()) {
   SetName(kDefaultName);
   debug_ = ReadDebugFlag();
-  CopyCut(platform::CommonDocumentsFolder() + platform::kPathSeparator + kLegacyFolderName, folder_);
+  CopyCut(platform::CommonDocumentsFolder() + platform::kPathSeparator + kLegacyFolderName,
+          folder_);
 }
 
 CDebugLog::~CDebugLog() = default;
 
-void CDebugLog::SetName(const wchar_t* name) noexcept { CopyCut(std::wstring_view(name), name_); }
+void CDebugLog::SetName(const wchar_t* name) noexcept {
+  CopyCut(std::wstring_view(name), name_);
+}
 
-CDebugLog& Log() noexcept { return debug_log; }
+CDebugLog& Log() noexcept {
+  return debug_log;
+}
 
 }  // namespace kyd

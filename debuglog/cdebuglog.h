@@ -32,8 +32,7 @@ class CDebugLog {
   template <class... Arguments>
   int WriteLogA(const char* format, const Arguments&... arguments) noexcept {
     try {
-      corvid::WriteModuleLogA(
-          FormatBounded(kNarrowMessageCapacity, format, arguments...).c_str());
+      corvid::WriteModuleLogA(FormatBounded(kNarrowMessageCapacity, format, arguments...).c_str());
     } catch (const std::exception&) {
       // The message is lost.
     }
@@ -44,8 +43,7 @@ class CDebugLog {
   template <class... Arguments>
   int WriteLogW(const wchar_t* format, const Arguments&... arguments) noexcept {
     try {
-      corvid::WriteModuleLog(
-          FormatBounded(kWideMessageCapacity, format, arguments...).c_str());
+      corvid::WriteModuleLog(FormatBounded(kWideMessageCapacity, format, arguments...).c_str());
     } catch (const std::exception&) {
       // The message is lost.
     }

@@ -59,7 +59,9 @@ DebugLog::DebugLog(std::wstring file_name, std::uint32_t mask, const LogSurround
       file_name_(file_name.empty() ? kDefaultFileName : std::move(file_name)),
       mask_(mask) {}
 
-DebugLog::~DebugLog() { FlushPending(); }
+DebugLog::~DebugLog() {
+  FlushPending();
+}
 
 void DebugLog::WriteLine(const wchar_t* text) noexcept {
   try {

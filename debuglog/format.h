@@ -27,8 +27,9 @@ const Char* Argument(const std::basic_string<Char>& text) {
 template <class Char, class... Arguments>
 std::basic_string<Char> Expand(const Char* format, const Arguments&... arguments) {
   using Context = fmt::basic_printf_context_t<Char>;
-  return fmt::vsprintf(fmt::basic_string_view<Char>(format),
-                       fmt::basic_format_args<Context>(fmt::make_format_args<Context>(arguments...)));
+  return fmt::vsprintf(
+      fmt::basic_string_view<Char>(format),
+      fmt::basic_format_args<Context>(fmt::make_format_args<Context>(arguments...)));
 }
 
 }  // namespace format_detail

@@ -50,7 +50,8 @@ void RegisterModuleLog();
 // Writes a line through the logger of the calling module. Never fails.
 void WriteModuleLog(const wchar_t* text) noexcept;
 
-// The same for UTF-8 text, which is not even converted when the logger is disabled. Null does nothing.
+// The same for UTF-8 text, which is not even converted when the logger is disabled. Null does
+// nothing.
 void WriteModuleLogA(const char* text) noexcept;
 
 // Whether the logger of the calling module is enabled; false when that cannot be told.

@@ -1,0 +1,47 @@
+// The body of an answer, of which only the beginning is kept.
+#pragma once
+
+#include <cpprest/streams.h>
+
+#include <chrono>
+#include <cstddef>
+#include <exception>
+#include <functional>
+#include <memory>
+#include <string>
+
+namespace CorvidSocket {
+
+// Bytes of a body that are kept: more than the longest line of the diagnostic log can show.
+inline constexpr std::size_t kKeptBodyBytes = 4096;
+
+// How long a body may take altogether. The library's time-out is for silence only, so that without
+// this a body without end would never let the run go on.
+inline constexpr std::chrono::seconds kLongestBody{30};
+
+// Ends the reception of a body that takes longer than kLongestBody.
+class BodyCutOff : public std::exception {
+ public:
+  [[nodiscard]] const char* what() const noexcept override { return "response body cut off"; }
+};
+
+// What the library writes an answer's body into: keeps the first kKeptBodyBytes, reads the rest and
+// drops it. Memory stays the same for any length.
+class BoundedBody {
+ public:
+  using Now = std::function<std::chrono::steady_clock::time_point()>;
+
+  explicit BoundedBody(Now now = &std::chrono::steady_clock::now);
+
+  // For http_request::set_response_stream.
+  [[nodiscard]] concurrency::streams::ostream Stream() const;
+
+  // The bytes kept. Complete only when the library has ended the body.
+  [[nodiscard]] std::string Kept() const;
+
+ private:
+  class Buffer;
+  std::shared_ptr<Buffer> buffer_;
+};
+
+}  // namespace CorvidSocket

@@ -1,0 +1,24 @@
+// Chooses the client certificate that an account's credentials name.
+#pragma once
+
+#include "credentials/companion_run.h"
+#include "credentials/upload_auth_data.h"
+#include "platform/certificate_store.h"
+
+namespace CorvidSocket {
+
+// The store that holds the client certificate, and the certificate itself; both empty when there is
+// none. The context goes first, then the store.
+struct ClientCertificate {
+  platform::CertificateStore store;
+  platform::CertificateContext context;
+};
+
+// From `cert_base64encoded`, a PKCS #12 text. Never throws; every failure is logged.
+void ParseAuthParam(ClientCertificate& pair, const kyd::UploadAuthData& credentials,
+                    const kyd::CompanionRun& companion) noexcept;
+
+// From `cert_hash` and `cert_store`. Never throws; every failure is logged.
+void SelectStoreCert(ClientCertificate& pair, const kyd::UploadAuthData& credentials) noexcept;
+
+}  // namespace CorvidSocket

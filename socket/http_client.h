@@ -1,0 +1,63 @@
+// Sends a request to one address and waits for the answer.
+#pragma once
+
+#include <cpprest/http_client.h>
+
+#include <functional>
+#include <string>
+
+#include "socket/exception.h"
+#include "socket/http_request.h"
+
+namespace CorvidSocket {
+
+// Sends one request once. The library's client does it; tests put their own in its place.
+using Transport = std::function<pplx::task<web::http::http_response>(
+    const web::uri&, const web::http::client::http_client_config&, const web::http::http_request&)>;
+
+[[nodiscard]] Transport LibraryTransport();
+
+class HttpClient {
+ public:
+  // PCCERT_CONTEXT on Windows; see platform/certificate_store.h.
+  using CertificateContext = const void*;
+
+  // The context is borrowed for the client's life and may be null. The flag also switches the
+  // validation of the server's certificate: a client without a certificate of its own does not
+  // validate the server's. That coupling is meant so. No I/O happens here.
+  HttpClient(CertificateContext certificate, bool has_certificate,
+             Transport transport = LibraryTransport());
+  virtual ~HttpClient();
+  HttpClient(const HttpClient&) = delete;
+  HttpClient& operator=(const HttpClient&) = delete;
+
+  // Sends the request to `base` with `path` (not encoded again) and `query` appended, at most
+  // `retryCount` + 1 times without a pause, until it is answered. Gives the answer whatever its
+  // status. Throws CorvidSocket::Exception for every failure of the HTTP layer; a cancelled task
+  // (task_canceled) and any other exception pass through.
+  [[nodiscard]] web::http::http_response SendRequest(const web::uri& base, HttpRequestBase& request,
+                                                     const std::wstring& path,
+                                                     const std::wstring& query, int retryCount);
+
+ private:
+  [[nodiscard]] web::http::client::http_client_config get_http_config();
+  [[nodiscard]] web::http::http_response Attempt(const web::uri& base, HttpRequestBase& request,
+                                                 const std::wstring& path,
+                                                 const std::wstring& query);
+
+  void* native_request_ = nullptr;  // HINTERNET of the latest attempt; nothing reads it
+  CertificateContext certificate_;  // borrowed
+  bool has_certificate_;
+  Transport transport_;
+};
+
+// The whole body of an answer as text, whatever it calls itself; at most kKeptBodyBytes of it.
+// Waits for its end. Throws what the library throws for a body that cannot be read to its end.
+[[nodiscard]] std::wstring ReadAnswerText(web::http::http_response answer,
+                                          const HttpRequestBase& request);
+
+// Waits until the body of an answer has ended, however it ended, so that nothing of the request is
+// left running.
+void FinishAnswer(const web::http::http_response& answer) noexcept;
+
+}  // namespace CorvidSocket

@@ -1,0 +1,17 @@
+// What the REST library lets its user say about TLS; one implementation per back end.
+#pragma once
+
+#include <cpprest/http_client.h>
+
+namespace CorvidSocket {
+
+// Makes every connection offer TLS 1.2 alone and, when `certificate` is not null, present that
+// client certificate. Both happen inside the request, which fails when the platform refuses: with
+// CorvidSocket::Exception "Can not set TLS 1.2 or TLS 1.3" or "Failed to set
+// WINHTTP_NO_CLIENT_CERT_CONTEXT" and the error number. `native_request` receives the platform's
+// handle of each request that got the certificate; it and the certificate must outlive the
+// requests.
+void SetTlsOptions(web::http::client::http_client_config& config, const void* certificate,
+                   void*& native_request);
+
+}  // namespace CorvidSocket

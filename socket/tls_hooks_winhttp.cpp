@@ -1,0 +1,54 @@
+// TLS settings through WinHTTP's session and request options.
+#include "socket/tls_hooks.h"
+
+#include <windows.h>
+
+#include <wincrypt.h>
+#include <winhttp.h>
+
+#include "platform/error.h"
+#include "socket/exception.h"
+
+namespace CorvidSocket {
+
+namespace {
+
+// Stated here because SDK headers differ in which of them they have.
+constexpr DWORD kSecureProtocolsOption = 84;    // WINHTTP_OPTION_SECURE_PROTOCOLS
+constexpr DWORD kTls12Only = 0x800;             // WINHTTP_FLAG_SECURE_PROTOCOL_TLS1_2
+constexpr DWORD kClientCertificateOption = 47;  // WINHTTP_OPTION_CLIENT_CERT_CONTEXT
+static_assert(sizeof(CERT_CONTEXT) == 40, "the option takes one CERT_CONTEXT");
+
+// On the session: TLS 1.3 stays off on purpose, although the message names it.
+void SetProtocols(HINTERNET session) {
+  DWORD protocols = kTls12Only;
+  if (!WinHttpSetOption(session, kSecureProtocolsOption, &protocols, sizeof protocols)) {
+    const unsigned error = platform::LastError();
+    throw Exception("Can not set TLS 1.2 or TLS 1.3") << ErrorNumber(error);
+  }
+}
+
+// On the request. The message names the option for sending no certificate; it is the text that is
+// looked for in logs.
+void SetCertificate(HINTERNET request, const void* certificate) {
+  if (!WinHttpSetOption(request, kClientCertificateOption, const_cast<void*>(certificate),
+                        sizeof(CERT_CONTEXT))) {
+    const unsigned error = platform::LastError();
+    throw Exception("Failed to set WINHTTP_NO_CLIENT_CERT_CONTEXT") << ErrorNumber(error);
+  }
+}
+
+}  // namespace
+
+void SetTlsOptions(web::http::client::http_client_config& config, const void* certificate,
+                   void*& native_request) {
+  config.set_nativesessionhandle_options(&SetProtocols);
+  if (certificate != nullptr) {
+    config.set_nativehandle_options([certificate, &native_request](HINTERNET request) {
+      SetCertificate(request, certificate);
+      native_request = request;
+    });
+  }
+}
+
+}  // namespace CorvidSocket

@@ -1,0 +1,19 @@
+// Remembers the accounts that had failed files.
+#include "upload/account_run.h"
+
+#include <exception>
+
+#include "debuglog/cdebuglog.h"
+
+namespace kyd {
+
+void AddUploadErrInfo(UploadResultReport& report, const std::wstring& folder,
+                      std::uint32_t count) noexcept {
+  try {
+    report.errors.push_back({folder, count});
+  } catch (const std::exception&) {
+    Log().WriteLogA("<AddUploadErrInfo> exception");
+  }
+}
+
+}  // namespace kyd

@@ -1,0 +1,188 @@
+// The road of a log file: found, opened, posted, judged, moved, counted.
+#include "upload/upload_one_user.h"
+
+#include <cpprest/http_msg.h>
+
+#include <boost/exception/diagnostic_information.hpp>
+#include <cstdint>
+#include <exception>
+
+#include "credentials/credential_file.h"
+#include "debuglog/cdebuglog.h"
+#include "platform/error.h"
+#include "platform/file.h"
+#include "platform/file_search.h"
+#include "platform/text.h"
+#include "socket/certificate_selection.h"
+#include "upload/log_file_stream.h"
+
+namespace kyd {
+
+namespace {
+
+using CorvidSocket::HeaderSet;
+using web::http::http_response;
+using web::http::status_codes;
+
+constexpr wchar_t kServicePath[] = L"/idp/api/keyward/v1/log/sso";
+
+// What stays the same for all files of the account.
+struct Account {
+  AccountRun& run;
+  const std::wstring& name;
+  const CorvidSocket::Transport& transport;
+  std::wstring upload_folder;
+  std::wstring archive_folder;
+  web::uri address;
+  HeaderSet closing_headers;
+  HeaderSet keep_alive_headers;
+  CorvidSocket::ClientCertificate certificate;
+  std::uint32_t failed_files = 0;
+};
+
+struct LogFile {
+  std::wstring path;
+  std::wstring archive_path;
+};
+
+CorvidSocket::ClientCertificate SelectCertificate(const AccountRun& run,
+                                                  const UploadAuthData& credentials) {
+  CorvidSocket::ClientCertificate certificate;
+  if (!credentials.cert_base64encoded.empty()) {
+    CorvidSocket::ParseAuthParam(certificate, credentials, run);
+  } else if (!credentials.cert_hash.empty() && !credentials.cert_store.empty()) {
+    CorvidSocket::SelectStoreCert(certificate, credentials);
+  }
+  return certificate;
+}
+
+HeaderSet MakeHeaders(const AccountRun& run, const UploadAuthData& credentials,
+                      const wchar_t* connection) {
+  // The session is taken up to its first NUL, the key whole.
+  const std::wstring session = credentials.idp_session.c_str();
+  return {{L"Connection", connection},
+          {L"Cookie", L"idp.session=" + session},
+          {L"Authorization", L"Bearer " + credentials.apikey},
+          {L"User-Agent", run.userAgent}};
+}
+
+Account PrepareAccount(AccountRun& run, const std::wstring& name, const UploadAuthData& credentials,
+                       const CorvidSocket::Transport& transport) {
+  const wchar_t separator = platform::kPathSeparator;
+  Account account{run, name, transport, {}, {}, {}, {}, {}, {}};
+  account.upload_folder = run.logDir + separator + L"Upload" + separator + name;
+  account.archive_folder = run.logDir + separator + L"Archive" + separator + name;
+  account.certificate = SelectCertificate(run, credentials);
+  account.address = web::uri(platform::ToNative(L"https://" + run.tenant + kServicePath));
+  account.closing_headers = MakeHeaders(run, credentials, L"close");
+  // One word, as the service expects it; not the token of RFC 9110.
+  account.keep_alive_headers = MakeHeaders(run, credentials, L"KeepAlive");
+  return account;
+}
+
+// Other 2xx codes are failures, on purpose: only these two say that the service has kept the file.
+bool IsAccepted(web::http::status_code status) {
+  return status == status_codes::OK || status == status_codes::Accepted;
+}
+
+void CountAccepted(Account& account, web::http::status_code status) {
+  Log().WriteLogA("<UploadOneUser> Success [%d]", status);
+  ++account.run.fileOkCount;
+}
+
+void CountRefused(Account& account, const http_response& answer,
+                  const CorvidSocket::HttpRequestBase& request) {
+  if (answer.status_code() == status_codes::Unauthorized) {
+    DeleteAuthFile(account.run, account.name);
+  }
+  const std::wstring text = CorvidSocket::ReadAnswerText(answer, request);
+  Log().WriteLogW(L"<UploadOneUser> Error [%d, %s]", answer.status_code(), text);
+  ++account.run.fileErrorCount;
+  ++account.failed_files;
+}
+
+// An existing file in the archive is never replaced; the file then stays and is sent again by a
+// later run, although it counts as sent.
+void MoveToArchive(const LogFile& file) {
+  Log().WriteLogW(L"<MOVE> UploadFile [%s]", file.path);
+  Log().WriteLogW(L"<MOVE> ArchiveFile [%s]", file.archive_path);
+  if (platform::MoveWithoutReplacing(file.path, file.archive_path)) {
+    Log().WriteLogA("<MOVE> Move OK");
+    return;
+  }
+  const unsigned error = platform::LastError();
+  Log().WriteLogA("<MOVE> Move NG [%d]", error);
+}
+
+void UploadFile(Account& account, const LogFile& file, const HeaderSet& headers) {
+  Log().WriteLogW(L"<UploadOneUser> UploadFile [%s]", file.path);
+  LogFileStream stream(file.path);
+  CorvidSocket::HttpPostRequest request(headers);
+  request.request.set_body(stream.Get(),
+                           utility::string_t(platform::ToNative(L"application/octet-stream")));
+  const void* const context = account.certificate.context.Get();
+  CorvidSocket::HttpClient client(context, /*has_certificate=*/context != nullptr,
+                                  account.transport);
+  const http_response answer =
+      client.SendRequest(account.address, request, L"", L"", /*retryCount=*/0);
+  const bool accepted = IsAccepted(answer.status_code());
+  if (accepted) {
+    CountAccepted(account, answer.status_code());
+  } else {
+    CountRefused(account, answer, request);
+  }
+  stream.Close();
+  if (accepted) {
+    MoveToArchive(file);
+  }
+  CorvidSocket::FinishAnswer(answer);
+}
+
+// Goes through the folder one entry ahead: the request for its last file closes the connection.
+void UploadFolder(Account& account, platform::FileSearch& search) {
+  bool more = true;
+  while (more) {
+    const std::wstring name = platform::kPathSeparator + search.Current().name;
+    more = search.Next();
+    UploadFile(account, {account.upload_folder + name, account.archive_folder + name},
+               more ? account.keep_alive_headers : account.closing_headers);
+  }
+  ++account.run.sendCount;
+}
+
+void UploadAccount(AccountRun& run, const std::wstring& name, const UploadAuthData& credentials,
+                   const CorvidSocket::Transport& transport, platform::FileSearch& search) {
+  Account account = PrepareAccount(run, name, credentials, transport);
+  if (search.First(account.upload_folder + platform::kPathSeparator + L"*.log")) {
+    UploadFolder(account, search);
+  } else {
+    ++run.noSendCount;
+  }
+  Log().WriteLogW(L"<UploadOneUser> out  [%s]", name);
+  if (account.failed_files != 0) {
+    AddUploadErrInfo(run.report, name, account.failed_files);
+  }
+}
+
+}  // namespace
+
+int UploadOneUser(AccountRun& run, const std::wstring& account, const UploadAuthData& credentials,
+                  const CorvidSocket::Transport& transport) {
+  Log().WriteLogW(L"<UploadOneUser> in  [%s]", account);
+  platform::FileSearch search;  // closed last, after the handlers
+  try {
+    UploadAccount(run, account, credentials, transport, search);
+    return kProcessed;
+  } catch (const CorvidSocket::Exception& failure) {
+    Log().WriteLogW(L"<UploadOneUser> exception socket[%s]", account);
+    Log().WriteLogA("exception message [%s]", boost::diagnostic_information(failure));
+    return kHttpLayerFailed;
+  } catch (const std::exception&) {
+    Log().WriteLogW(L"<UploadOneUser> exception [%s]", account);
+  } catch (...) {
+    Log().WriteLogW(L"<UploadOneUser> exception etc[%s]", account);
+  }
+  return kRunMustEnd;
+}
+
+}  // namespace kyd

@@ -1,0 +1,147 @@
+// Walks the account folders: upload first, then, when asked, the force flush.
+#include "uploader/flush_log_dir.h"
+
+#include <exception>
+
+#include "credentials/credential_file.h"
+#include "debuglog/cdebuglog.h"
+#include "platform/error.h"
+#include "platform/file.h"
+#include "platform/file_search.h"
+#include "platform/text.h"
+#include "upload/upload_one_user.h"
+#include "uploader/result_file.h"
+
+namespace kyd {
+
+namespace {
+
+constexpr char kRuler[] = "<< ------------------------------------------------------------ >>";
+
+std::wstring FolderBelow(const std::wstring& folder, const std::wstring& name) {
+  return folder + platform::kPathSeparator + name;
+}
+
+std::wstring UploadPattern(const UploadRun& run) {
+  return FolderBelow(FolderBelow(run.logDir, L"Upload"), L"*.*");
+}
+
+bool IsAccount(const platform::FoundEntry& entry) {
+  return entry.name != L"." && entry.name != L".." && entry.name != L"NoSent_LogFiles" &&
+         entry.is_folder;
+}
+
+// One account: its credentials, then its files. kRunMustEnd ends the loop, nothing else does.
+int HandleAccount(UploadRun& run, const std::wstring& account, UploadAuthData& credentials) {
+  ++run.accountCount;
+  const int result = ReadUploadAuthData(run, account, credentials);
+  if (result == kSucceeded) {
+    return UploadOneUser(run, account, credentials);
+  }
+  if (result == kFailed) {
+    ++run.noSendCount;
+  }
+  return result;
+}
+
+int UploadAccounts(UploadRun& run, platform::FileSearch& search, UploadAuthData& credentials) {
+  int result = kFailed;
+  if (!search.First(UploadPattern(run))) {
+    return result;
+  }
+  do {
+    if (!IsAccount(search.Current())) {
+      continue;
+    }
+    result = HandleAccount(run, search.Current().name, credentials);
+    if (result == kRunMustEnd) {
+      return result;
+    }
+  } while (search.Next());
+  return result;
+}
+
+void LogResult(const UploadRun& run, int result) {
+  if (result == kRunMustEnd) {
+    Log().WriteLogA("<< Upload >> EXCEPTION");
+    return;
+  }
+  Log().WriteLogA("<< Result >> accounts:[%d] send :[%d] no send :[%d]", run.accountCount,
+                  run.sendCount, run.noSendCount);
+  if (run.fileOkCount != 0 || run.fileErrorCount != 0) {
+    Log().WriteLogA("<< Result >> files send ok:[%d] send error:[%d]", run.fileOkCount,
+                    run.fileErrorCount);
+  }
+}
+
+void CleanupEntry(const std::wstring& source, const std::wstring& target) {
+  const bool moved = platform::MoveWithoutReplacing(source, target);
+  // Both lines carry the number, whatever it happens to be after a success.
+  const unsigned error = platform::LastError();
+  Log().WriteLogA(moved ? "<Cleanup MOVE> Move OK [%d]" : "<Cleanup MOVE> Move NG [%d]", error);
+}
+
+}  // namespace
+
+void FlushLogDir(UploadRun& run, bool force) {
+  Log().WriteLogA(kRuler);
+  UploadAuthData credentials;  // refilled for every account
+  int result = kFailed;
+  {
+    platform::FileSearch search;
+    try {
+      result = UploadAccounts(run, search, credentials);
+      OutputResult(run.report, run.logDir, run.accountCount, run.sendCount, run.noSendCount,
+                   run.fileOkCount, run.fileErrorCount);
+    } catch (const std::exception&) {
+      Log().WriteLogA("<FlushLogDir> exception");
+      result = kRunMustEnd;
+    } catch (...) {
+      Log().WriteLogA("<FlushLogDir> exception etc");
+      result = kRunMustEnd;
+    }
+  }
+  if (force) {
+    SearchUploadDir(run);
+  }
+  LogResult(run, result);
+  Log().WriteLogA(kRuler);
+}
+
+void SearchUploadDir(const UploadRun& run) {
+  platform::FileSearch search;
+  try {
+    Log().WriteLogA("<< SearchUploadDir >> start");
+    for (bool found = search.First(UploadPattern(run)); found; found = search.Next()) {
+      if (IsAccount(search.Current())) {
+        CleanupUploadDir(run, search.Current().name);
+      }
+    }
+    Log().WriteLogA("<< SearchUploadDir >> end");
+  } catch (const std::exception&) {
+    Log().WriteLogA("<SearchUploadDir> exception");
+  } catch (...) {
+    Log().WriteLogA("<SearchUploadDir> exception etc");
+  }
+}
+
+int CleanupUploadDir(const UploadRun& run, const std::wstring& account) {
+  platform::FileSearch search;
+  try {
+    Log().WriteLogW(L"<CleanupUploadDir> start [%s]", account);
+    const std::wstring upload = FolderBelow(FolderBelow(run.logDir, L"Upload"), account);
+    const std::wstring archive = FolderBelow(FolderBelow(run.logDir, L"Archive"), account);
+    for (bool found = search.First(FolderBelow(upload, L"*.log")); found; found = search.Next()) {
+      const std::wstring& name = search.Current().name;
+      CleanupEntry(FolderBelow(upload, name), FolderBelow(archive, name) + L".bak");
+    }
+    Log().WriteLogW(L"<CleanupUploadDir> end [%s]", account);
+  } catch (const std::exception&) {
+    Log().WriteLogW(L"<CleanupUploadDir> exception [%s]", account);
+  } catch (...) {
+    Log().WriteLogW(L"<CleanupUploadDir> exception etc[%s]", account);
+  }
+  return 0;
+}
+
+}  // namespace kyd

@@ -1,0 +1,27 @@
+// The run over all accounts.
+//
+// Layout under the log directory; another component provides the folders, none is created here:
+//   Upload\<account>\*.log        waiting log files
+//   Upload\NoSent_LogFiles        never an account
+//   Archive\<account>\            sent files, and force-flushed ones with ".bak" appended
+//   LogWork\<account>\UserData.dat  the account's credentials
+//   UploadResult\                 result files
+#pragma once
+
+#include <string>
+
+#include "uploader/upload_run.h"
+
+namespace kyd {
+
+// Uploads account by account, has the result file written and, with `force`, archives what is still
+// waiting. Everything thrown inside is caught and logged.
+void FlushLogDir(UploadRun& run, bool force);
+
+// Moves every waiting log file of every account to the archive.
+void SearchUploadDir(const UploadRun& run);
+
+// Moves one account's waiting log files to its archive, ".bak" appended to their names. 0 always.
+int CleanupUploadDir(const UploadRun& run, const std::wstring& account);
+
+}  // namespace kyd

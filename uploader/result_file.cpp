@@ -1,0 +1,96 @@
+// Builds the run's block from the text resources and appends it.
+#include "uploader/result_file.h"
+
+#include <cstddef>
+#include <optional>
+#include <vector>
+
+#include "debuglog/cdebuglog.h"
+#include "debuglog/format.h"
+#include "platform/file.h"
+#include "platform/file_security.h"
+#include "platform/string_table.h"
+#include "platform/text.h"
+#include "uploader/string_table.h"
+
+namespace kyd {
+
+namespace {
+
+constexpr std::size_t kResourceCapacity = 2048;  // characters
+constexpr std::size_t kLineCapacity = 260;       // characters; file name and error line
+
+template <class... Arguments>
+std::wstring FormatResource(const UploadResultReport& report, unsigned id,
+                            const Arguments&... arguments) {
+  const std::wstring format = platform::LoadText(report.instance, id, kResourceCapacity);
+  return FormatBounded(kResourceCapacity, format.c_str(), arguments...);
+}
+
+// A short write is continued; a failure ends the writing.
+void WriteAll(platform::File& file, const std::vector<std::uint8_t>& bytes) {
+  std::size_t done = 0;
+  while (done < bytes.size()) {
+    const std::optional<std::size_t> written = file.Write(bytes.data() + done, bytes.size() - done);
+    if (!written || *written == 0) {
+      return;
+    }
+    done += *written;
+  }
+}
+
+void AppendToFile(const std::wstring& path, const std::wstring& text) {
+  // The file takes the default security of its folder.
+  platform::CFileAccessSecurity security(platform::CFileAccessSecurity::kDefault);
+  security.Build();
+  platform::File file = platform::File::OpenForWriting(path, security);
+  if (!file.IsOpen()) {
+    return;
+  }
+  file.SeekToEnd();
+  WriteAll(file, platform::ToUtf16Le(text));
+}
+
+}  // namespace
+
+std::wstring ResultText(const UploadResultReport& report, const std::wstring& logDir,
+                        const platform::LocalTime& time, std::uint32_t accountCount,
+                        std::uint32_t sendCount, std::uint32_t noSendCount,
+                        std::uint32_t fileOkCount, std::uint32_t fileErrorCount) {
+  std::wstring text = FormatResource(report, KYD_TEXT_RESULT_TIME, time.year, time.month, time.day,
+                                     time.hour, time.minute, time.second);
+  text += FormatResource(report, KYD_TEXT_RESULT_COUNTS, accountCount, sendCount, noSendCount,
+                         fileOkCount, fileErrorCount);
+  if (!report.errors.empty()) {
+    text += FormatResource(report, KYD_TEXT_RESULT_ERRORS, logDir);
+    for (const UploadErrInfo& error : report.errors) {
+      text += FormatBounded(kLineCapacity, L"           [%s / %d]\r\n", error.folder, error.count);
+    }
+  }
+  return text + L"\r\n\r\n";
+}
+
+std::wstring ResultPath(const std::wstring& logDir, const platform::LocalTime& time) {
+  const std::wstring name = FormatBounded(kLineCapacity, L"UploadResult%04d%02d%02d.log", time.year,
+                                          time.month, time.day);
+  return logDir + platform::kPathSeparator + L"UploadResult" + platform::kPathSeparator + name;
+}
+
+void OutputResult(const UploadResultReport& report, const std::wstring& logDir,
+                  std::uint32_t accountCount, std::uint32_t sendCount, std::uint32_t noSendCount,
+                  std::uint32_t fileOkCount, std::uint32_t fileErrorCount,
+                  const platform::Clock& clock) {
+  try {
+    if (fileOkCount == 0 && fileErrorCount == 0) {
+      return;
+    }
+    // Read once: text and file name are of the same instant.
+    const platform::LocalTime now = clock.Local();
+    AppendToFile(ResultPath(logDir, now), ResultText(report, logDir, now, accountCount, sendCount,
+                                                     noSendCount, fileOkCount, fileErrorCount));
+  } catch (...) {
+    Log().WriteLogA("<OutputResult> exception");
+  }
+}
+
+}  // namespace kyd

@@ -1,0 +1,31 @@
+// The daily result file: LogDir\UploadResult\UploadResultYYYYMMDD.log.
+//
+// UTF-16LE without a byte-order mark, lines end in CR LF, one block per run, appended. The program
+// never creates the folder, and never truncates, rotates or deletes the file.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "platform/clock.h"
+#include "upload/account_run.h"
+
+namespace kyd {
+
+// The block of one run, from the text resources 101 to 103.
+[[nodiscard]] std::wstring ResultText(const UploadResultReport& report, const std::wstring& logDir,
+                                      const platform::LocalTime& time, std::uint32_t accountCount,
+                                      std::uint32_t sendCount, std::uint32_t noSendCount,
+                                      std::uint32_t fileOkCount, std::uint32_t fileErrorCount);
+
+// The path of the day's file.
+[[nodiscard]] std::wstring ResultPath(const std::wstring& logDir, const platform::LocalTime& time);
+
+// Appends the run's block to the day's file; nothing at all when no file was sent or failed.
+// Whatever cannot be opened or written is left, silently.
+void OutputResult(const UploadResultReport& report, const std::wstring& logDir,
+                  std::uint32_t accountCount, std::uint32_t sendCount, std::uint32_t noSendCount,
+                  std::uint32_t fileOkCount, std::uint32_t fileErrorCount,
+                  const platform::Clock& clock = platform::SystemClock());
+
+}  // namespace kyd

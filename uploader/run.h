@@ -1,0 +1,20 @@
+// The program between its platform's entry and its exit code.
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/string_table.h"
+
+namespace kyd {
+
+// Splits the command line into the program's path and its arguments; nothing when that fails.
+using ArgumentSource = std::function<std::optional<std::vector<std::wstring>>()>;
+
+// Runs once: diagnostic log, one copy per machine, command line, upload run. Always 0; outcomes are
+// seen in the files only.
+int RunUploader(platform::InstanceHandle instance, const ArgumentSource& split_arguments);
+
+}  // namespace kyd
