@@ -1,0 +1,178 @@
+#!/usr/bin/python3
+"""Runs every test on both platforms and ends with one line: "N passed, N failed".
+
+Unit tests are GoogleTest programs, natively and under Wine; end-to-end tests are pytest functions
+that start the real executable of either platform.
+"""
+
+import argparse
+import json
+import os
+import pathlib
+import shutil
+import subprocess
+import sys
+import tempfile
+import time
+import xml.etree.ElementTree
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent
+PLATFORMS = ("linux", "windows")
+UNIT_TIMEOUT_SECONDS = 600
+
+
+class Tally:
+    """Counts of one group of tests."""
+
+    def __init__(self, name):
+        self.name = name
+        self.passed = self.failed = self.skipped = 0
+        self.seconds = 0.0
+        self.failures = []
+
+    def add(self, other):
+        self.passed += other.passed
+        self.failed += other.failed
+        self.skipped += other.skipped
+
+    def fail(self, name):
+        self.failed += 1
+        self.failures.append(name)
+
+
+def wine_command():
+    """Debian's wine64 package puts its program outside of PATH."""
+    for candidate in (shutil.which("wine64"), "/usr/lib/wine/wine64"):
+        if candidate and os.path.exists(candidate):
+            return candidate
+    sys.exit("wine64 is missing: run './dev setup'")
+
+
+def wine_environment():
+    prefix = ROOT / "build" / "windows" / "wineprefix"
+    prefix.mkdir(parents=True, exist_ok=True)
+    return dict(
+        os.environ,
+        WINEPREFIX=str(prefix),
+        WINEDEBUG="-all",
+        WINEDLLOVERRIDES="mscoree=d;mshtml=d",
+    )
+
+
+def unit_programs(platform):
+    folder = ROOT / "build" / platform / "tests"
+    pattern = "*_tests.exe" if platform == "windows" else "*_tests"
+    return sorted(folder.glob(pattern))
+
+
+def run_unit_program(platform, program):
+    """One GoogleTest program. A program that ends without a report counts as a failure."""
+    tally = Tally(f"{program.stem} ({platform})")
+    started = time.monotonic()
+    with tempfile.TemporaryDirectory() as folder:
+        report = pathlib.Path(folder) / "report.json"
+        arguments = [str(program), "--gtest_brief=1", f"--gtest_output=json:{report}"]
+        environment = None
+        if platform == "windows":
+            arguments[2] = f"--gtest_output=json:Z:{report}"
+            arguments.insert(0, wine_command())
+            environment = wine_environment()
+        try:
+            finished = subprocess.run(
+                arguments,
+                env=environment,
+                cwd=folder,
+                stdin=subprocess.DEVNULL,
+                stdout=subprocess.PIPE,
+                stderr=subprocess.STDOUT,
+                timeout=UNIT_TIMEOUT_SECONDS,
+                check=False,
+            )
+            output, code = finished.stdout, finished.returncode
+        except subprocess.TimeoutExpired as expired:
+            output, code = expired.stdout or b"", "time-out"
+        read_unit_report(report, tally)
+    if code != 0 and tally.failed == 0:
+        tally.fail(f"{program.name} ended with {code}")
+    if tally.passed + tally.failed == 0:
+        tally.fail(f"{program.name} ran no test")
+    if tally.failed:
+        print(output.decode("utf-8", "replace"))
+    tally.seconds = time.monotonic() - started
+    return tally
+
+
+def read_unit_report(report, tally):
+    if not report.exists():
+        return
+    for suite in json.loads(report.read_text("utf-8"))["testsuites"]:
+        for test in suite["testsuite"]:
+            name = f"{suite['name']}.{test['name']}"
+            if test.get("failures"):
+                tally.fail(name)
+            elif test["result"] == "SKIPPED":
+                tally.skipped += 1
+            elif test["status"] == "RUN":
+                tally.passed += 1
+
+
+def run_end_to_end(platform, extra):
+    tally = Tally(f"end to end ({platform})")
+    started = time.monotonic()
+    with tempfile.TemporaryDirectory() as folder:
+        report = pathlib.Path(folder) / "report.xml"
+        arguments = [
+            sys.executable, "-m", "pytest", "-q", "-p", "no:cacheprovider", str(ROOT / "tests" / "e2e"),
+            f"--platform={platform}", f"--junitxml={report}", *extra,
+        ]
+        code = subprocess.run(arguments, cwd=ROOT, stdin=subprocess.DEVNULL, check=False).returncode
+        if report.exists():
+            for case in xml.etree.ElementTree.parse(report).iter("testcase"):
+                kinds = {child.tag for child in case}
+                if kinds & {"failure", "error"}:
+                    tally.fail(f"{case.get('classname')}.{case.get('name')}")
+                elif "skipped" in kinds:
+                    tally.skipped += 1
+                else:
+                    tally.passed += 1
+    if code != 0 and tally.failed == 0:
+        tally.fail(f"pytest ended with {code}")
+    tally.seconds = time.monotonic() - started
+    return tally
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("--platform", choices=PLATFORMS, help="only this platform")
+    parser.add_argument("--unit", action="store_true", help="only the unit tests")
+    parser.add_argument("--e2e", action="store_true", help="only the end-to-end tests")
+    parser.add_argument("pytest", nargs="*", help="further arguments for pytest, after --")
+    options = parser.parse_args()
+
+    tallies = []
+    for platform in [options.platform] if options.platform else PLATFORMS:
+        if not options.e2e:
+            programs = unit_programs(platform)
+            if not programs:
+                sys.exit(f"no unit tests are built for {platform}: run './dev build {platform}'")
+            tallies += [run_unit_program(platform, program) for program in programs]
+        if not options.unit:
+            tallies.append(run_end_to_end(platform, options.pytest))
+
+    total = Tally("all")
+    print()
+    for tally in tallies:
+        total.add(tally)
+        print(
+            f"{tally.name:48} {tally.passed:5} passed {tally.failed:4} failed "
+            f"{tally.skipped:4} skipped {tally.seconds:7.1f} s"
+        )
+        for name in tally.failures:
+            print(f"    failed: {name}")
+    skipped = f", {total.skipped} skipped" if total.skipped else ""
+    print(f"{total.passed} passed, {total.failed} failed{skipped}")
+    return 1 if total.failed else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
