@@ -7,6 +7,7 @@ namespace platform {
 inline constexpr unsigned kErrorFileNotFound = 2;
 inline constexpr unsigned kErrorPathNotFound = 3;
 inline constexpr unsigned kErrorAccessDenied = 5;
+inline constexpr unsigned kErrorNoMoreFiles = 18;
 inline constexpr unsigned kErrorGeneralFailure = 31;
 inline constexpr unsigned kErrorSharingViolation = 32;
 inline constexpr unsigned kErrorDiskFull = 112;

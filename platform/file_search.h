@@ -11,7 +11,8 @@ struct FoundEntry {
   bool is_folder = false;  // a link to a folder counts as a folder
 };
 
-// FindFirstFileW, FindNextFileW, FindClose. The order is that of the system's search, nothing is sorted.
+// FindFirstFileW, FindNextFileW, FindClose. The order is that of the system's search, nothing is
+// sorted.
 class FileSearch {
  public:
   FileSearch();
@@ -19,9 +20,9 @@ class FileSearch {
   FileSearch(const FileSearch&) = delete;
   FileSearch& operator=(const FileSearch&) = delete;
 
-  // Starts the search of folder + separator + "*.*" (every entry, "." and ".." included) or folder +
-  // separator + "*.ending" (names that end so, without regard to case). False when nothing matches
-  // or the folder cannot be searched (LastError).
+  // Starts the search of folder + separator + "*.*" (every entry, "." and ".." included) or folder
+  // + separator + "*.ending" (names that end so, without regard to case). False when nothing
+  // matches or the folder cannot be searched (LastError).
   [[nodiscard]] bool First(const std::wstring& pattern);
 
   // Goes on to the next entry. False when there is none; the current entry then stays.

@@ -28,7 +28,8 @@ class CFileAccessSecurity {
   // other than 0 need Windows.
   bool Build();
 
-  // SECURITY_ATTRIBUTES* for CreateFileW and the like; null in mode 0. Valid while the object lives.
+  // SECURITY_ATTRIBUTES* for CreateFileW and the like; null in mode 0. Valid while the object
+  // lives.
   [[nodiscard]] void* Attributes() const noexcept;
 
  private:

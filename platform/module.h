@@ -23,8 +23,8 @@ struct ModuleCloser {
 };
 using Library = UniqueHandle<ModuleCloser>;
 
-// Loads a library from a path, or by a bare name in the system's search order (LoadLibraryW, dlopen).
-// Invalid when it cannot be loaded.
+// Loads a library from a path, or by a bare name in the system's search order (LoadLibraryW,
+// dlopen). Invalid when it cannot be loaded.
 [[nodiscard]] Library LoadLibraryFile(const std::wstring& path);
 
 // The address of an export by its narrow name, null when there is none (GetProcAddress, dlsym).

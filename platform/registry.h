@@ -16,8 +16,8 @@ inline constexpr std::uint32_t kRegistryBinary = 3;        // REG_BINARY
 inline constexpr std::uint32_t kRegistryDword = 4;         // REG_DWORD, little-endian
 
 // Access to a key (winnt.h): reading, and the 64-bit view for a 32-bit process.
-inline constexpr std::uint32_t kRegistryRead = 0x20019;      // KEY_READ
-inline constexpr std::uint32_t kRegistryRead64 = 0x20119;    // KEY_READ | KEY_WOW64_64KEY
+inline constexpr std::uint32_t kRegistryRead = 0x20019;    // KEY_READ
+inline constexpr std::uint32_t kRegistryRead64 = 0x20119;  // KEY_READ | KEY_WOW64_64KEY
 
 struct RegistryValue {
   std::uint32_t type = 0;

@@ -1,0 +1,49 @@
+// The system's clock through clock_gettime.
+#include "platform/clock.h"
+
+#include <time.h>
+
+#include <new>
+
+namespace platform {
+namespace {
+
+class RealClock final : public Clock {
+ public:
+  std::int64_t Seconds() const override { return Now().tv_sec; }
+
+  LocalTime Local() const override {
+    const timespec now = Now();
+    tm parts = {};
+    if (localtime_r(&now.tv_sec, &parts) == nullptr) {
+      return LocalTime();
+    }
+    LocalTime local;
+    local.year = parts.tm_year + 1900;
+    local.month = parts.tm_mon + 1;
+    local.day = parts.tm_mday;
+    local.hour = parts.tm_hour;
+    local.minute = parts.tm_min;
+    local.second = parts.tm_sec;
+    local.millisecond = static_cast<int>(now.tv_nsec / 1'000'000);
+    return local;
+  }
+
+ private:
+  static timespec Now() {
+    timespec now = {};
+    clock_gettime(CLOCK_REALTIME, &now);
+    return now;
+  }
+};
+
+}  // namespace
+
+const Clock& SystemClock() noexcept {
+  // Never destroyed: the last lines of the log are written while other objects go.
+  alignas(RealClock) static unsigned char storage[sizeof(RealClock)];
+  static const Clock& clock = *::new (static_cast<void*>(storage)) RealClock;
+  return clock;
+}
+
+}  // namespace platform

@@ -1,0 +1,78 @@
+// The thread's last error number, kept by the seam itself.
+#include "platform/error.h"
+
+#include <sys/stat.h>
+
+#include <cerrno>
+
+#include "platform/errno_posix.h"
+
+namespace platform {
+namespace {
+
+thread_local unsigned last_error = 0;
+
+// True when the folder that would hold the path's last part is missing.
+bool FolderIsMissing(const std::string& path) {
+  const std::size_t end = path.find_last_not_of('/');
+  if (end == std::string::npos) {
+    return true;  // No path at all: Windows calls that a missing folder as well.
+  }
+  const std::size_t separator = path.rfind('/', end);
+  if (separator == std::string::npos || separator == 0) {
+    return false;
+  }
+  struct stat status;
+  // With its separator, so that a link is followed and a file in place of the folder is refused.
+  return stat(std::string(path, 0, separator + 1).c_str(), &status) != 0;
+}
+
+}  // namespace
+
+unsigned LastError() noexcept {
+  return last_error;
+}
+
+void SetLastError(unsigned error) noexcept {
+  last_error = error;
+}
+
+unsigned NumberOfErrno(int error_number) noexcept {
+  switch (error_number) {
+    case 0:
+      return 0;
+    case ENOENT:
+      return kErrorFileNotFound;
+    case ENOTDIR:
+      return kErrorPathNotFound;
+    case EACCES:
+    case EPERM:
+    case EROFS:
+    case EISDIR:
+      return kErrorAccessDenied;
+    case EAGAIN:  // EWOULDBLOCK: somebody else holds the lock
+    case EBUSY:
+    case ETXTBSY:
+      return kErrorSharingViolation;
+    case ENOSPC:
+    case EDQUOT:
+      return kErrorDiskFull;
+    case EEXIST:
+    case ENOTEMPTY:
+      return kErrorAlreadyExists;
+    case ENAMETOOLONG:
+      return kErrorFileNameTooLong;
+    default:
+      return kErrorGeneralFailure;
+  }
+}
+
+void RecordErrno(int error_number, const std::string& path) {
+  if (error_number == ENOENT && FolderIsMissing(path)) {
+    SetLastError(kErrorPathNotFound);
+    return;
+  }
+  SetLastError(NumberOfErrno(error_number));
+}
+
+}  // namespace platform

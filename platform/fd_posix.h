@@ -1,0 +1,43 @@
+// Owned file descriptors, and the calls on them that a signal may interrupt.
+#pragma once
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/types.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstddef>
+#include <string>
+
+#include "platform/unique_handle.h"
+
+namespace platform {
+
+struct FdCloser {
+  using Value = int;
+  static constexpr Value kInvalid = -1;
+  // Leaves errno as it is. Linux gives the number back even when close is interrupted.
+  static void Close(Value fd) noexcept {
+    const int error_number = errno;
+    close(fd);
+    errno = error_number;
+  }
+};
+using UniqueFd = UniqueHandle<FdCloser>;
+
+// Opens a regular file, or a link to one, without ever waiting for it (open(2) with O_CLOEXEC,
+// O_NOCTTY and O_NONBLOCK besides `flags`). Invalid, with LastError set, when it cannot be opened;
+// anything that is not a regular file is kErrorAccessDenied.
+[[nodiscard]] UniqueFd OpenRegularFile(const std::string& path, int flags, mode_t mode = 0);
+
+// read(2), repeated when interrupted.
+[[nodiscard]] ssize_t ReadOnce(int fd, void* buffer, std::size_t size) noexcept;
+
+// write(2), repeated when interrupted.
+[[nodiscard]] ssize_t WriteOnce(int fd, const void* bytes, std::size_t size) noexcept;
+
+// Writes all of it. False, with errno set, when that is not possible.
+[[nodiscard]] bool WriteAll(int fd, const char* bytes, std::size_t size) noexcept;
+
+}  // namespace platform

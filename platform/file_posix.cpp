@@ -1,0 +1,231 @@
+// Files through the POSIX interfaces, with the manners of Windows.
+#include "platform/file.h"
+
+#include <stdio.h>
+#include <sys/file.h>
+
+#include <algorithm>
+#include <utility>
+
+#include "platform/errno_posix.h"
+#include "platform/error.h"
+#include "platform/fd_posix.h"
+#include "platform/file_move_posix.h"
+#include "platform/text.h"
+
+namespace platform {
+namespace {
+
+constexpr char kByteOrderMark[] = "\xEF\xBB\xBF";
+constexpr mode_t kNewFileMode = 0666;
+constexpr mode_t kNewFolderMode = 0755;
+// One call moves at most this much; Linux itself stops a little below 2 GiB.
+constexpr std::size_t kLargestTransfer = std::size_t{1} << 30;
+
+// Opens a regular file and locks it (flock). A lock stands for the share mode: exclusive for a file
+// that nobody else may have open or write to, shared beside other readers.
+UniqueFd OpenLocked(const std::wstring& path, int flags, int lock) {
+  UniqueFd fd = OpenRegularFile(ToNativePath(path), flags, kNewFileMode);
+  if (fd && flock(fd.Get(), lock | LOCK_NB) != 0) {
+    fd.Reset();
+    SetLastError(kErrorSharingViolation);
+  }
+  return fd;
+}
+
+bool IsExistingFolder(const std::string& path) {
+  struct stat status;
+  return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+bool Failed(int error_number, const std::string& path) {
+  RecordErrno(error_number, path);
+  return false;
+}
+
+}  // namespace
+
+struct File::Handle {
+  UniqueFd fd;
+
+  static std::unique_ptr<Handle> Holding(UniqueFd fd) {
+    if (!fd) {
+      return nullptr;
+    }
+    auto handle = std::make_unique<Handle>();
+    handle->fd = std::move(fd);
+    return handle;
+  }
+};
+
+File::File() noexcept = default;
+File::File(std::unique_ptr<Handle> handle) noexcept : handle_(std::move(handle)) {}
+File::File(File&&) noexcept = default;
+File& File::operator=(File&&) noexcept = default;
+File::~File() = default;
+
+File File::OpenExclusive(const std::wstring& path) {
+  return File(Handle::Holding(OpenLocked(path, O_RDONLY, LOCK_EX)));
+}
+
+File File::OpenShared(const std::wstring& path) {
+  return File(Handle::Holding(OpenLocked(path, O_RDONLY, LOCK_SH)));
+}
+
+File File::OpenForWriting(const std::wstring& path, const CFileAccessSecurity& /*security*/) {
+  return File(Handle::Holding(OpenLocked(path, O_WRONLY | O_CREAT, LOCK_EX)));
+}
+
+std::optional<std::uint64_t> File::Size() const {
+  struct stat status;
+  if (handle_ == nullptr || fstat(handle_->fd.Get(), &status) != 0) {
+    SetLastError(kErrorGeneralFailure);
+    return std::nullopt;
+  }
+  return static_cast<std::uint64_t>(status.st_size);
+}
+
+std::optional<std::size_t> File::Read(void* buffer, std::size_t size) {
+  if (handle_ == nullptr) {
+    SetLastError(kErrorGeneralFailure);
+    return std::nullopt;
+  }
+  std::size_t total = 0;
+  while (total < size) {
+    const ssize_t count = ReadOnce(handle_->fd.Get(), static_cast<char*>(buffer) + total,
+                                   std::min(size - total, kLargestTransfer));
+    if (count < 0) {
+      SetLastError(NumberOfErrno(errno));
+      return std::nullopt;
+    }
+    if (count == 0) {
+      break;
+    }
+    total += static_cast<std::size_t>(count);
+  }
+  return total;
+}
+
+bool File::SeekToEnd() {
+  if (handle_ == nullptr || lseek(handle_->fd.Get(), 0, SEEK_END) < 0) {
+    SetLastError(kErrorGeneralFailure);
+    return false;
+  }
+  return true;
+}
+
+std::optional<std::size_t> File::Write(const void* bytes, std::size_t size) {
+  if (handle_ == nullptr) {
+    SetLastError(kErrorGeneralFailure);
+    return std::nullopt;
+  }
+  const ssize_t count = WriteOnce(handle_->fd.Get(), bytes, std::min(size, kLargestTransfer));
+  if (count < 0) {
+    SetLastError(NumberOfErrno(errno));
+    return std::nullopt;
+  }
+  return static_cast<std::size_t>(count);
+}
+
+void File::Close() noexcept {
+  handle_.reset();
+}
+
+struct Utf8AppendFile::Handle {
+  UniqueFd fd;
+};
+
+Utf8AppendFile::Utf8AppendFile(const std::wstring& path) {
+  auto handle = std::make_unique<Handle>();
+  handle->fd = OpenRegularFile(ToNativePath(path), O_WRONLY | O_APPEND | O_CREAT, kNewFileMode);
+  struct stat status;
+  if (!handle->fd || fstat(handle->fd.Get(), &status) != 0) {
+    return;
+  }
+  if (status.st_size == 0) {
+    // Should it fail, the line that follows fails as well.
+    (void)WriteAll(handle->fd.Get(), kByteOrderMark, sizeof kByteOrderMark - 1);
+  }
+  handle_ = std::move(handle);
+}
+
+Utf8AppendFile::~Utf8AppendFile() = default;
+
+void Utf8AppendFile::Write(const std::wstring& text) {
+  if (handle_ == nullptr) {
+    return;
+  }
+  std::string bytes;
+  for (const char character : ToUtf8(text.c_str())) {
+    if (character == '\n') {
+      bytes += '\r';
+    }
+    bytes += character;
+  }
+  // In one call, so that the lines of several processes do not mix. A line that cannot be written
+  // is lost: whoever logs has nobody to tell.
+  (void)WriteAll(handle_->fd.Get(), bytes.data(), bytes.size());
+}
+
+bool MoveWithoutReplacing(const std::wstring& source, const std::wstring& target) {
+  const std::string from = ToNativePath(source);
+  const std::string to = ToNativePath(target);
+  const int error_number = MoveOnSameFileSystem(from, to);
+  if (error_number == EXDEV) {
+    return MoveByCopy(from, to);
+  }
+  if (error_number == 0) {
+    return true;
+  }
+  struct stat status;
+  const bool source_is_there = lstat(from.c_str(), &status) == 0;
+  return Failed(error_number, source_is_there ? to : from);
+}
+
+bool MoveReplacing(const std::wstring& source, const std::wstring& target) {
+  const std::string from = ToNativePath(source);
+  const std::string to = ToNativePath(target);
+  if (rename(from.c_str(), to.c_str()) != 0) {
+    const int error_number = errno;
+    struct stat status;
+    const bool source_is_there = lstat(from.c_str(), &status) == 0;
+    return Failed(error_number, source_is_there ? to : from);
+  }
+  if (const int error_number = SyncFolderOf(to)) {
+    return Failed(error_number, to);
+  }
+  return true;
+}
+
+bool RemoveFile(const std::wstring& path) {
+  const std::string native = ToNativePath(path);
+  return unlink(native.c_str()) == 0 || Failed(errno, native);
+}
+
+bool IsFolder(const std::wstring& path) {
+  return IsExistingFolder(ToNativePath(path));
+}
+
+bool CreateFolders(const std::wstring& path) {
+  std::string native = ToNativePath(path);
+  while (native.size() > 1 && native.back() == '/') {
+    native.pop_back();
+  }
+  if (native.empty() || native.front() != '/') {
+    SetLastError(kErrorPathNotFound);  // Only a full path says where the folder is meant to be.
+    return false;
+  }
+  for (std::size_t end = native.find('/', 1); end != std::string::npos;
+       end = native.find('/', end + 1)) {
+    const std::string parent = native.substr(0, end);
+    if (mkdir(parent.c_str(), kNewFolderMode) != 0) {
+      const int error_number = errno;
+      if (!IsExistingFolder(parent)) {
+        return Failed(error_number == EEXIST ? ENOTDIR : error_number, parent);
+      }
+    }
+  }
+  return mkdir(native.c_str(), kNewFolderMode) == 0 || Failed(errno, native);
+}
+
+}  // namespace platform

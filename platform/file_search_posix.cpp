@@ -1,0 +1,111 @@
+// The search in a folder, in the order of readdir.
+#include "platform/file_search.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <utility>
+
+#include "platform/errno_posix.h"
+#include "platform/error.h"
+#include "platform/text.h"
+#include "platform/unique_handle.h"
+
+namespace platform {
+namespace {
+
+struct DirectoryCloser {
+  using Value = DIR*;
+  static constexpr Value kInvalid = nullptr;
+  static void Close(Value directory) noexcept {
+    const int error_number = errno;
+    closedir(directory);
+    errno = error_number;
+  }
+};
+
+bool IsFolderEntry(DIR* directory, const dirent& entry) {
+  if (entry.d_type != DT_LNK && entry.d_type != DT_UNKNOWN) {
+    return entry.d_type == DT_DIR;
+  }
+  struct stat status;
+  // A link to nothing, or an entry that has vanished by now, is no folder.
+  return fstatat(dirfd(directory), entry.d_name, &status, 0) == 0 && S_ISDIR(status.st_mode);
+}
+
+}  // namespace
+
+struct FileSearch::Handle {
+  UniqueHandle<DirectoryCloser> directory;
+  std::string folder;   // for the error number
+  std::wstring ending;  // that names must have; empty when every name matches
+
+  bool Matches(const std::wstring& name) const {
+    return name.size() >= ending.size() &&
+           EqualsIgnoringCase(std::wstring_view(name).substr(name.size() - ending.size()), ending);
+  }
+};
+
+FileSearch::FileSearch() = default;
+FileSearch::~FileSearch() = default;
+
+bool FileSearch::First(const std::wstring& pattern) {
+  Close();
+  const std::size_t separator = pattern.rfind(kPathSeparator);
+  const std::size_t mask = separator == std::wstring::npos ? 0 : separator + 1;
+  if (pattern.compare(mask, 2, L"*.") != 0) {
+    SetLastError(kErrorFileNotFound);  // A mask that the program does not use.
+    return false;
+  }
+  auto handle = std::make_unique<Handle>();
+  // With its separator, so that the root stays the root; without one it is the current folder.
+  handle->folder = mask == 0 ? "." : ToNativePath(pattern.substr(0, mask));
+  handle->ending = pattern.substr(mask + 1);
+  if (handle->ending == L".*") {
+    handle->ending.clear();
+  }
+  handle->directory.Reset(opendir(handle->folder.c_str()));
+  if (!handle->directory) {
+    const int error_number = errno;
+    SetLastError(error_number == ENOENT ? kErrorPathNotFound : NumberOfErrno(error_number));
+    return false;
+  }
+  handle_ = std::move(handle);
+  if (Next()) {
+    return true;
+  }
+  if (LastError() == kErrorNoMoreFiles) {
+    SetLastError(kErrorFileNotFound);
+  }
+  Close();
+  return false;
+}
+
+bool FileSearch::Next() {
+  if (handle_ == nullptr) {
+    SetLastError(kErrorNoMoreFiles);
+    return false;
+  }
+  DIR* const directory = handle_->directory.Get();
+  for (;;) {
+    errno = 0;
+    const dirent* const entry = readdir(directory);
+    if (entry == nullptr) {
+      SetLastError(errno == 0 ? kErrorNoMoreFiles : NumberOfErrno(errno));
+      return false;
+    }
+    std::wstring name = FromNativePath(entry->d_name);
+    if (handle_->Matches(name)) {
+      entry_ = {std::move(name), IsFolderEntry(directory, *entry)};
+      return true;
+    }
+  }
+}
+
+void FileSearch::Close() noexcept {
+  handle_.reset();
+}
+
+}  // namespace platform

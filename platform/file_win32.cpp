@@ -1,0 +1,217 @@
+// Files through the Windows interfaces.
+#include "platform/file.h"
+
+#include <share.h>
+#include <stdio.h>
+#include <windows.h>
+// After windows.h, which they need.
+#include <shlobj.h>
+#include <shlwapi.h>
+
+#include <algorithm>
+#include <string_view>
+#include <utility>
+
+#include "platform/error.h"
+#include "platform/text.h"
+#include "platform/unique_handle.h"
+
+namespace platform {
+namespace {
+
+// One call moves at most this much, a multiple of any sector size that fits a DWORD.
+constexpr std::size_t kLargestTransfer = std::size_t{1} << 30;
+
+// The C run-time converts what it writes in pieces of some hundred characters, and a pair of
+// surrogates must not be cut by the end of one. So it gets smaller pieces.
+constexpr std::size_t kLargestTextPiece = 400;
+
+struct FileCloser {
+  using Value = HANDLE;
+  static inline const Value kInvalid = INVALID_HANDLE_VALUE;
+  static void Close(Value file) noexcept {
+    const DWORD error = GetLastError();
+    CloseHandle(file);
+    ::SetLastError(error);
+  }
+};
+using UniqueFile = UniqueHandle<FileCloser>;
+
+struct StreamCloser {
+  using Value = FILE*;
+  static constexpr Value kInvalid = nullptr;
+  static void Close(Value stream) noexcept { fclose(stream); }
+};
+
+// Opens a file on a disk: a device or a pipe could keep the caller waiting.
+UniqueFile OpenDiskFile(const std::wstring& path, DWORD access, DWORD share, void* security,
+                        DWORD disposition, DWORD attributes) {
+  UniqueFile file(CreateFileW(path.c_str(), access, share,
+                              static_cast<SECURITY_ATTRIBUTES*>(security), disposition, attributes,
+                              nullptr));
+  if (file && GetFileType(file.Get()) != FILE_TYPE_DISK) {
+    file.Reset();
+    ::SetLastError(ERROR_ACCESS_DENIED);
+  }
+  return file;
+}
+
+}  // namespace
+
+struct File::Handle {
+  UniqueFile file;
+
+  static std::unique_ptr<Handle> Holding(UniqueFile file) {
+    if (!file) {
+      return nullptr;
+    }
+    auto handle = std::make_unique<Handle>();
+    handle->file = std::move(file);
+    return handle;
+  }
+};
+
+File::File() noexcept = default;
+File::File(std::unique_ptr<Handle> handle) noexcept : handle_(std::move(handle)) {}
+File::File(File&&) noexcept = default;
+File& File::operator=(File&&) noexcept = default;
+File::~File() = default;
+
+File File::OpenExclusive(const std::wstring& path) {
+  return File(Handle::Holding(OpenDiskFile(path, GENERIC_READ, /*share=*/0, /*security=*/nullptr,
+                                           OPEN_EXISTING, FILE_ATTRIBUTE_ARCHIVE)));
+}
+
+File File::OpenShared(const std::wstring& path) {
+  return File(
+      Handle::Holding(OpenDiskFile(path, GENERIC_READ, FILE_SHARE_READ,
+                                   /*security=*/nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL)));
+}
+
+File File::OpenForWriting(const std::wstring& path, const CFileAccessSecurity& security) {
+  return File(Handle::Holding(OpenDiskFile(path, GENERIC_WRITE, FILE_SHARE_READ,
+                                           security.Attributes(), OPEN_ALWAYS,
+                                           /*attributes=*/0)));
+}
+
+std::optional<std::uint64_t> File::Size() const {
+  LARGE_INTEGER size = {};
+  if (handle_ == nullptr) {
+    ::SetLastError(kErrorGeneralFailure);
+    return std::nullopt;
+  }
+  if (!GetFileSizeEx(handle_->file.Get(), &size)) {
+    return std::nullopt;
+  }
+  return static_cast<std::uint64_t>(size.QuadPart);
+}
+
+std::optional<std::size_t> File::Read(void* buffer, std::size_t size) {
+  if (handle_ == nullptr) {
+    ::SetLastError(kErrorGeneralFailure);
+    return std::nullopt;
+  }
+  std::size_t total = 0;
+  while (total < size) {
+    const auto wanted = static_cast<DWORD>(std::min(size - total, kLargestTransfer));
+    DWORD count = 0;
+    if (!ReadFile(handle_->file.Get(), static_cast<char*>(buffer) + total, wanted, &count,
+                  nullptr)) {
+      return std::nullopt;
+    }
+    if (count == 0) {
+      break;
+    }
+    total += count;
+  }
+  return total;
+}
+
+bool File::SeekToEnd() {
+  if (handle_ == nullptr) {
+    ::SetLastError(kErrorGeneralFailure);
+    return false;
+  }
+  // With the upper half of the distance: without it the call fails behind 4 GiB.
+  LONG upper = 0;
+  ::SetLastError(ERROR_SUCCESS);
+  return SetFilePointer(handle_->file.Get(), 0, &upper, FILE_END) != INVALID_SET_FILE_POINTER ||
+         GetLastError() == ERROR_SUCCESS;
+}
+
+std::optional<std::size_t> File::Write(const void* bytes, std::size_t size) {
+  if (handle_ == nullptr) {
+    ::SetLastError(kErrorGeneralFailure);
+    return std::nullopt;
+  }
+  DWORD count = 0;
+  if (!WriteFile(handle_->file.Get(), bytes, static_cast<DWORD>(std::min(size, kLargestTransfer)),
+                 &count, nullptr)) {
+    return std::nullopt;
+  }
+  return count;
+}
+
+void File::Close() noexcept {
+  handle_.reset();
+}
+
+struct Utf8AppendFile::Handle {
+  UniqueHandle<StreamCloser> stream;
+};
+
+Utf8AppendFile::Utf8AppendFile(const std::wstring& path) {
+  auto handle = std::make_unique<Handle>();
+  handle->stream.Reset(_wfsopen(path.c_str(), L"a, ccs=UTF-8", _SH_DENYNO));
+  if (handle->stream) {
+    handle_ = std::move(handle);
+  }
+}
+
+Utf8AppendFile::~Utf8AppendFile() = default;
+
+void Utf8AppendFile::Write(const std::wstring& text) {
+  if (handle_ == nullptr) {
+    return;
+  }
+  // There and back again, which leaves no unpaired surrogate: the C run-time would refuse one.
+  const std::wstring valid = FromUtf8(ToUtf8(text.c_str()));
+  for (std::size_t begin = 0; begin < valid.size();) {
+    std::size_t size = std::min(valid.size() - begin, kLargestTextPiece);
+    const bool cuts_pair = begin + size < valid.size() && valid[begin + size] >= 0xDC00 &&
+                           valid[begin + size] <= 0xDFFF;
+    size -= cuts_pair ? 1 : 0;
+    // A line that cannot be written is lost: whoever logs has nobody to tell.
+    fputws(valid.substr(begin, size).c_str(), handle_->stream.Get());
+    fflush(handle_->stream.Get());
+    begin += size;
+  }
+}
+
+bool MoveWithoutReplacing(const std::wstring& source, const std::wstring& target) {
+  return MoveFileW(source.c_str(), target.c_str()) != FALSE;
+}
+
+bool MoveReplacing(const std::wstring& source, const std::wstring& target) {
+  return MoveFileExW(source.c_str(), target.c_str(),
+                     MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) != FALSE;
+}
+
+bool RemoveFile(const std::wstring& path) {
+  return DeleteFileW(path.c_str()) != FALSE;
+}
+
+bool IsFolder(const std::wstring& path) {
+  return PathIsDirectoryW(path.c_str()) != FALSE;
+}
+
+bool CreateFolders(const std::wstring& path) {
+  const int result = SHCreateDirectoryExW(nullptr, path.c_str(), nullptr);
+  if (result != ERROR_SUCCESS) {
+    ::SetLastError(static_cast<DWORD>(result));
+    return false;
+  }
+  return true;
+}
+
+}  // namespace platform

@@ -1,0 +1,42 @@
+// The registry export text: "Windows Registry Editor Version 5.00".
+//
+// UTF-8 with or without a byte-order mark, or UTF-16 little-endian with one; lines end in LF or CR
+// LF:
+//
+//   [HKEY_LOCAL_MACHINE\SOFTWARE\Maker]   makes a key, with its parents; the values below belong to
+//   it
+//   [-HKEY_LOCAL_MACHINE\SOFTWARE\Maker]  removes a key with everything below it
+//   "name"="text"                         REG_SZ; \\ and \" stand for \ and "
+//   "name"=dword:0000000a                 REG_DWORD, up to 8 hexadecimal digits
+//   "name"=hex:01,02                      REG_BINARY; a \ at the line's end goes on in the next
+//   line "name"=hex(7):61,00                   any other type by its hexadecimal number "name"=-
+//   removes a value
+//   @=...                                 the key's unnamed value
+//   ; comment                             as a line, and behind anything of the above
+//
+// A line that cannot be read is ignored, the rest counts; below a key line that cannot be read,
+// values belong to no key. What comes later wins. Keys and names compare without regard to case.
+#pragma once
+
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "platform/registry.h"
+
+namespace platform {
+
+struct CaseInsensitiveLess {
+  bool operator()(const std::wstring& left, const std::wstring& right) const noexcept;
+};
+
+// A key's values by name, text as UTF-16LE with a terminator.
+using RegistryValues = std::map<std::wstring, RegistryValue, CaseInsensitiveLess>;
+
+// The values of one key under HKEY_LOCAL_MACHINE; nothing when the text has no such key. Throws
+// std::bad_alloc only.
+[[nodiscard]] std::optional<RegistryValues> ReadRegistryText(std::string_view text,
+                                                             std::wstring_view key);
+
+}  // namespace platform

@@ -1,0 +1,37 @@
+// One owner per machine through a named mutex.
+#include "platform/single_instance.h"
+
+#include <windows.h>
+
+#include "platform/unique_handle.h"
+
+namespace platform {
+namespace {
+
+struct HandleCloser {
+  using Value = HANDLE;
+  static constexpr Value kInvalid = nullptr;
+  static void Close(Value handle) noexcept { CloseHandle(handle); }
+};
+
+}  // namespace
+
+struct SingleInstance::Handle {
+  UniqueHandle<HandleCloser> mutex;
+};
+
+SingleInstance::SingleInstance(const std::wstring& name) {
+  auto handle = std::make_unique<Handle>();
+  const std::wstring global_name = L"Global\\" + name;
+  const HANDLE mutex = CreateMutexW(nullptr, /*bInitialOwner=*/FALSE, global_name.c_str());
+  const DWORD error = GetLastError();
+  handle->mutex.Reset(mutex);
+  if (mutex == nullptr || error == ERROR_ALREADY_EXISTS) {
+    return;  // Closes the other owner's mutex at once.
+  }
+  handle_ = std::move(handle);
+}
+
+SingleInstance::~SingleInstance() = default;
+
+}  // namespace platform

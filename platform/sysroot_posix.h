@@ -1,0 +1,13 @@
+// The one place where machine-wide paths can be moved.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace platform {
+
+// The native path of an absolute machine-wide path, below the folder that KEYWARD_SYSROOT names
+// when that is set and not empty.
+[[nodiscard]] std::string UnderSysroot(std::string_view absolute_path);
+
+}  // namespace platform

@@ -1,0 +1,30 @@
+// A sysroot by way of the environment.
+#include <cstdlib>
+
+#include "platform/text.h"
+#include "tests/unit/support/test_sysroot.h"
+
+namespace kyd_test {
+namespace {
+constexpr char kVariable[] = "KEYWARD_SYSROOT";
+}  // namespace
+
+TestSysroot::TestSysroot() {
+  folder_.MakeFolder(L"run/lock");
+  folder_.MakeFolder(L"etc/keyward");
+  folder_.MakeFolder(L"var/log");
+  if (const char* const value = std::getenv(kVariable)) {
+    earlier_ = value;
+  }
+  setenv(kVariable, platform::ToNativePath(folder_.Path()).c_str(), /*overwrite=*/1);
+}
+
+TestSysroot::~TestSysroot() {
+  if (earlier_) {
+    setenv(kVariable, earlier_->c_str(), /*overwrite=*/1);
+  } else {
+    unsetenv(kVariable);
+  }
+}
+
+}  // namespace kyd_test
