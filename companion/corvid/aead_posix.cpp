@@ -4,6 +4,7 @@
 #include <openssl/rand.h>
 
 #include <algorithm>
+#include <array>
 #include <limits>
 #include <memory>
 
@@ -52,9 +53,9 @@ bool Update(EVP_CIPHER_CTX* context, ByteView input, std::uint8_t* output) {
 
 bool Finish(EVP_CIPHER_CTX* context) {
   // GCM has nothing left to give here; the call makes or checks the tag.
-  std::uint8_t rest[EVP_MAX_BLOCK_LENGTH];
+  std::array<std::uint8_t, EVP_MAX_BLOCK_LENGTH> rest{};
   int written = 0;
-  return EVP_CipherFinal_ex(context, rest, &written) == 1 && written == 0;
+  return EVP_CipherFinal_ex(context, rest.data(), &written) == 1 && written == 0;
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 
 #include <limits>
 #include <memory>
+#include <string>
 
 #include "companion/corvid/aead.h"
 
@@ -43,9 +44,10 @@ class GcmKey {
       return false;
     }
     algorithm_.reset(algorithm);
-    wchar_t mode[] = BCRYPT_CHAIN_MODE_GCM;
+    std::wstring mode = BCRYPT_CHAIN_MODE_GCM;
     if (!Succeeded(BCryptSetProperty(algorithm, BCRYPT_CHAINING_MODE,
-                                     reinterpret_cast<PUCHAR>(mode), sizeof mode, 0))) {
+                                     reinterpret_cast<PUCHAR>(mode.data()),
+                                     static_cast<ULONG>((mode.size() + 1) * sizeof(wchar_t)), 0))) {
       return false;
     }
     BCRYPT_KEY_HANDLE handle = nullptr;

@@ -3,10 +3,9 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <fstream>
 #include <string_view>
-#include <system_error>
 
+#include "companion/common/file_head.h"
 #include "companion/corvid/aead.h"
 
 namespace companion {
@@ -27,20 +26,17 @@ int HexValue(char digit) {
 }  // namespace
 
 KeyFileState ReadKeyFile(const std::filesystem::path& file, SecretBytes* key) {
-  std::error_code ignored;  // The state alone decides: what cannot be looked at is unusable.
-  const std::filesystem::file_status status = std::filesystem::status(file, ignored);
-  if (status.type() == std::filesystem::file_type::not_found) {
-    return KeyFileState::kAbsent;
-  }
-  if (status.type() != std::filesystem::file_type::regular) {
-    return KeyFileState::kUnusable;
-  }
-  std::ifstream stream;
-  stream.rdbuf()->pubsetbuf(nullptr, 0);  // Unbuffered, so that no copy of the key stays behind.
-  stream.open(file, std::ios::binary);
   SecretVector<char> text(kDigits + 3);  // One byte more than the longest form, to see its end.
-  stream.read(text.data(), static_cast<std::streamsize>(text.size()));
-  const std::string_view contents(text.data(), static_cast<std::size_t>(stream.gcount()));
+  const FileHead head = ReadFileHead(file, text.data(), text.size());
+  switch (head.state) {
+    case FileHead::State::kRead:
+      break;
+    case FileHead::State::kAbsent:
+      return KeyFileState::kAbsent;
+    case FileHead::State::kUnreadable:
+      return KeyFileState::kUnusable;
+  }
+  const std::string_view contents(text.data(), head.size);
   if (contents.size() < kDigits) {
     return KeyFileState::kUnusable;
   }

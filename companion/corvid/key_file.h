@@ -10,7 +10,7 @@
 
 namespace companion {
 
-constexpr char kKeyFileName[] = "Corvid.key";
+constexpr const char* kKeyFileName = "Corvid.key";
 
 enum class KeyFileState {
   kRead,

@@ -1,12 +1,13 @@
 // Files that appear whole or not at all, on Linux.
 #include <fcntl.h>
-#include <stdlib.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <string>
+#include <utility>
 
 #include "companion/keyward-seal/file_writer.h"
 
@@ -37,7 +38,7 @@ class FileDescriptor {
 // Removes the temporary file on every path on which it has not become the real one.
 class TemporaryName {
  public:
-  explicit TemporaryName(const std::string& name) : name_(name) {}
+  explicit TemporaryName(std::string name) : name_(std::move(name)) {}
   TemporaryName(const TemporaryName&) = delete;
   TemporaryName& operator=(const TemporaryName&) = delete;
   ~TemporaryName() {

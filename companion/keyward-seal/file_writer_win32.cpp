@@ -5,6 +5,7 @@
 #include <array>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "companion/keyward-seal/file_writer.h"
 
@@ -24,7 +25,7 @@ using FileHandle = std::unique_ptr<void, CloseFile>;
 // Removes the temporary file on every path on which it has not become the real one.
 class TemporaryName {
  public:
-  explicit TemporaryName(const std::wstring& name) : name_(name) {}
+  explicit TemporaryName(std::wstring name) : name_(std::move(name)) {}
   TemporaryName(const TemporaryName&) = delete;
   TemporaryName& operator=(const TemporaryName&) = delete;
   ~TemporaryName() {

@@ -18,7 +18,7 @@
 namespace companion {
 namespace {
 
-constexpr char kHelp[] =
+constexpr const char* kHelp =
     "Usage: keyward-seal [--check | --raw] [--utf16] <credential file>\n"
     "\n"
     "Reads a JSON text from standard input and writes it as a sealed credential file\n"
@@ -37,7 +37,7 @@ constexpr char kHelp[] =
     "\n"
     "Exit codes: 0 written, 64 wrong usage, 65 unusable text, 70 internal error,\n"
     "73 credential file not written, 74 input not readable, 78 no usable key.\n";
-constexpr char kVersion[] = "keyward-seal " KEYWARD_SEAL_VERSION " (stand-in)\n";
+constexpr const char* kVersion = "keyward-seal " KEYWARD_SEAL_VERSION " (stand-in)\n";
 
 // As in sysexits.h, which Windows does not have.
 enum ExitCode : int {
@@ -59,9 +59,13 @@ struct Options {
   bool check_json = true;
 };
 
+// Nobody can be told that a message cannot be written, so the result is ignored.
+void Print(const std::string& text, std::FILE* stream) {
+  static_cast<void>(std::fputs(text.c_str(), stream));
+}
+
 void PrintProblem(const std::string& text) {
-  const std::string line = "keyward-seal: " + text + "\n";
-  std::fputs(line.c_str(), stderr);
+  Print("keyward-seal: " + text + "\n", stderr);
 }
 
 std::string Quoted(const std::filesystem::path& file) {
@@ -111,8 +115,8 @@ std::optional<Options> ParseArguments(const std::vector<std::filesystem::path>& 
 
 // Standard input to its end, or nothing with the reason said.
 std::optional<SecretBytes> ReadStandardInput(ExitCode* code) {
-  // Unbuffered, so that the run-time keeps no copy of the credentials.
-  std::setvbuf(stdin, nullptr, _IONBF, 0);
+  // Unbuffered, so that the run-time keeps no copy of the credentials; reading works either way.
+  static_cast<void>(std::setvbuf(stdin, nullptr, _IONBF, 0));
   SecretBytes input;
   SecretBytes block(std::size_t{64} << 10U);
   for (;;) {
@@ -159,7 +163,8 @@ std::optional<SecretBytes> LoadOrMakeKey() {
     state = ReadKeyFile(file, &key);
   }
   if (state != KeyFileState::kRead) {
-    PrintProblem("the key file " + Quoted(file) + " does not hold 64 hexadecimal digits");
+    PrintProblem("the key file " + Quoted(file) +
+                 " cannot be read, or does not hold 64 hexadecimal digits");
     return std::nullopt;
   }
   return key;
@@ -200,11 +205,11 @@ ExitCode SealCredentialFile(const Options& options) {
 int RunKeywardSeal(const std::vector<std::filesystem::path>& arguments) {
   try {
     if (!arguments.empty() && arguments[0] == "--help") {
-      std::fputs(kHelp, stdout);
+      Print(kHelp, stdout);
       return kExitDone;
     }
     if (!arguments.empty() && arguments[0] == "--version") {
-      std::fputs(kVersion, stdout);
+      Print(kVersion, stdout);
       return kExitDone;
     }
     const std::optional<Options> options = ParseArguments(arguments);

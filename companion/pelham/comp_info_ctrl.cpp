@@ -5,36 +5,35 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
 #include <iterator>
+#include <optional>
 #include <stdexcept>
 #include <string_view>
-#include <system_error>
 
+#include "companion/common/file_head.h"
 #include "companion/common/module_folder.h"
 
 namespace pelham {
 namespace {
 
-constexpr wchar_t kUserAgent[] = L"VeltraneKeyward/1.15.0 (KydLogUploader stand-in)";
-constexpr char kFileName[] = "pelham.useragent";
+constexpr const wchar_t* kUserAgent = L"VeltraneKeyward/1.15.0 (KydLogUploader stand-in)";
+constexpr const char* kFileName = "pelham.useragent";
 constexpr std::string_view kThrowLine = "!throw";
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 constexpr std::size_t kLongestLine = 4096;
 
-std::string FirstLine(const std::filesystem::path& file) {
-  std::error_code ignored;  // What cannot be looked at is not a regular file either.
-  if (!std::filesystem::is_regular_file(file, ignored)) {
+// The line, or nothing when there is no file.
+std::optional<std::string> FirstLine(const std::filesystem::path& file) {
+  // Room for the mark, the line, its CR LF and one byte more that shows a longer one.
+  std::string text(kByteOrderMark.size() + kLongestLine + 3, '\0');
+  const companion::FileHead head = companion::ReadFileHead(file, text.data(), text.size());
+  if (head.state == companion::FileHead::State::kAbsent) {
+    return std::nullopt;
+  }
+  if (head.state == companion::FileHead::State::kUnreadable) {
     throw std::runtime_error("pelham.useragent is not a readable file");
   }
-  std::ifstream stream(file, std::ios::binary);
-  // Room for the line, its CR LF and one byte more that shows a longer one.
-  std::string text(kLongestLine + 3, '\0');
-  stream.read(text.data(), static_cast<std::streamsize>(text.size()));
-  if (!stream.is_open() || stream.bad()) {
-    throw std::runtime_error("pelham.useragent cannot be read");
-  }
-  text.resize(static_cast<std::size_t>(stream.gcount()));
+  text.resize(head.size);
   text.resize(std::min(text.find('\n'), text.size()));
   if (!text.empty() && text.back() == '\r') {
     text.pop_back();
@@ -66,16 +65,14 @@ std::wstring WideFromUtf8(const std::string& text) {
 }  // namespace
 
 std::wstring CompInfoCtrl::CreateWebAPIUserAgent() {
-  const std::filesystem::path file = companion::ThisModuleFolder() / kFileName;
-  std::error_code ignored;  // An absent file is the usual case, whatever the reason.
-  if (!std::filesystem::exists(file, ignored)) {
+  const std::optional<std::string> line = FirstLine(companion::ThisModuleFolder() / kFileName);
+  if (!line) {
     return kUserAgent;
   }
-  const std::string line = FirstLine(file);
-  if (line == kThrowLine) {
+  if (*line == kThrowLine) {
     throw std::runtime_error("pelham.useragent asks for an exception");
   }
-  return WideFromUtf8(line);
+  return WideFromUtf8(*line);
 }
 
 }  // namespace pelham
