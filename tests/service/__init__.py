@@ -1,0 +1,1 @@
+"""The tenant's log service, played on this machine: certificates, server, nginx."""

@@ -1,0 +1,277 @@
+"""Certificates for tests and the demo, made on the spot.
+
+One `CertificateFactory` makes every key once and keeps it; nothing here outlives the folder that the
+factory was given.
+"""
+
+import datetime
+import functools
+import ipaddress
+from dataclasses import dataclass, field
+from pathlib import Path
+
+from cryptography import x509
+from cryptography.hazmat.primitives import hashes, serialization
+from cryptography.hazmat.primitives.asymmetric import rsa
+from cryptography.hazmat.primitives.serialization import pkcs12
+from cryptography.x509.oid import ExtendedKeyUsageOID, NameOID
+
+LOOPBACK_NAMES = ("localhost", "127.0.0.1", "::1")
+_DAY = datetime.timedelta(days=1)
+
+
+def _now():
+    return datetime.datetime.utcnow().replace(microsecond=0)
+
+
+def _name(common_name):
+    return x509.Name([x509.NameAttribute(NameOID.COMMON_NAME, common_name)])
+
+
+def _alternative_name(text):
+    try:
+        return x509.IPAddress(ipaddress.ip_address(text))
+    except ValueError:
+        return x509.DNSName(text)
+
+
+@dataclass(frozen=True)
+class Identity:
+    """A certificate with its private key and the certificates between it and a trusted one."""
+
+    key: rsa.RSAPrivateKey
+    certificate: x509.Certificate
+    chain: tuple = ()
+
+    @property
+    def certificate_pem(self):
+        """The certificate and its chain, leaf first."""
+        return b"".join(
+            one.public_bytes(serialization.Encoding.PEM) for one in (self.certificate, *self.chain)
+        )
+
+    @property
+    def key_pem(self):
+        """The private key, unencrypted, PKCS #8."""
+        return self.key.private_bytes(
+            serialization.Encoding.PEM,
+            serialization.PrivateFormat.PKCS8,
+            serialization.NoEncryption(),
+        )
+
+    @property
+    def pem(self):
+        """Certificate, chain and key in one text."""
+        return self.certificate_pem + self.key_pem
+
+    @property
+    def der(self):
+        """The certificate alone, as it goes over the wire."""
+        return self.certificate.public_bytes(serialization.Encoding.DER)
+
+    @property
+    def thumbprint(self):
+        """SHA-1 of the certificate in capital hexadecimal digits."""
+        return self.certificate.fingerprint(hashes.SHA1()).hex().upper()
+
+    def pfx(self, password=None):
+        """The identity as PKCS #12 bytes; without a password unless one is given."""
+        encryption = (
+            serialization.BestAvailableEncryption(password)
+            if password
+            else serialization.NoEncryption()
+        )
+        return pkcs12.serialize_key_and_certificates(
+            b"client", self.key, self.certificate, list(self.chain) or None, encryption
+        )
+
+
+@dataclass
+class Authority:
+    """Signs certificates and keeps the list of those that it has taken back."""
+
+    identity: Identity
+    # Address of the revocation list that goes into every certificate, or None for no address.
+    revocation_url: str | None = None
+    revoked: list = field(default_factory=list)
+
+    @staticmethod
+    def create(common_name, revocation_url=None):
+        key = rsa.generate_private_key(public_exponent=65537, key_size=2048)
+        name = _name(common_name)
+        builder = (
+            x509.CertificateBuilder()
+            .subject_name(name)
+            .issuer_name(name)
+            .public_key(key.public_key())
+            .serial_number(x509.random_serial_number())
+            .not_valid_before(_now() - _DAY)
+            .not_valid_after(_now() + 30 * _DAY)
+            .add_extension(x509.BasicConstraints(ca=True, path_length=0), critical=True)
+            .add_extension(
+                x509.KeyUsage(
+                    digital_signature=True,
+                    content_commitment=False,
+                    key_encipherment=False,
+                    data_encipherment=False,
+                    key_agreement=False,
+                    key_cert_sign=True,
+                    crl_sign=True,
+                    encipher_only=False,
+                    decipher_only=False,
+                ),
+                critical=True,
+            )
+            .add_extension(
+                x509.SubjectKeyIdentifier.from_public_key(key.public_key()), critical=False
+            )
+        )
+        return Authority(Identity(key, builder.sign(key, hashes.SHA256())), revocation_url)
+
+    @property
+    def pem(self):
+        return self.identity.certificate_pem
+
+    def issue(self, common_name, *, names=(), usage, not_before=None, not_after=None):
+        """A new key with a certificate for `names`, signed by this authority."""
+        key = rsa.generate_private_key(public_exponent=65537, key_size=2048)
+        builder = (
+            x509.CertificateBuilder()
+            .subject_name(_name(common_name))
+            .issuer_name(self.identity.certificate.subject)
+            .public_key(key.public_key())
+            .serial_number(x509.random_serial_number())
+            .not_valid_before(not_before or _now() - _DAY)
+            .not_valid_after(not_after or _now() + 10 * _DAY)
+            .add_extension(x509.BasicConstraints(ca=False, path_length=None), critical=True)
+            .add_extension(x509.ExtendedKeyUsage([usage]), critical=False)
+            .add_extension(
+                x509.AuthorityKeyIdentifier.from_issuer_public_key(self.identity.key.public_key()),
+                critical=False,
+            )
+        )
+        if names:
+            alternatives = [_alternative_name(name) for name in names]
+            builder = builder.add_extension(
+                x509.SubjectAlternativeName(alternatives), critical=False
+            )
+        if self.revocation_url:
+            point = x509.DistributionPoint(
+                [x509.UniformResourceIdentifier(self.revocation_url)], None, None, None
+            )
+            builder = builder.add_extension(x509.CRLDistributionPoints([point]), critical=False)
+        certificate = builder.sign(self.identity.key, hashes.SHA256())
+        return Identity(key, certificate, (self.identity.certificate,))
+
+    def revoke(self, identity):
+        """Puts the identity on the list that `revocation_list` gives from now on."""
+        self.revoked.append(identity.certificate.serial_number)
+
+    def revocation_list(self):
+        """The signed list as DER bytes, for the address that the certificates name."""
+        builder = (
+            x509.CertificateRevocationListBuilder()
+            .issuer_name(self.identity.certificate.subject)
+            .last_update(_now() - _DAY)
+            .next_update(_now() + 10 * _DAY)
+            .add_extension(x509.CRLNumber(len(self.revoked) + 1), critical=False)
+            .add_extension(
+                x509.AuthorityKeyIdentifier.from_issuer_public_key(self.identity.key.public_key()),
+                critical=False,
+            )
+        )
+        for serial in self.revoked:
+            entry = (
+                x509.RevokedCertificateBuilder()
+                .serial_number(serial)
+                .revocation_date(_now() - _DAY / 2)
+                .build()
+            )
+            builder = builder.add_revoked_certificate(entry)
+        signed = builder.sign(self.identity.key, hashes.SHA256())
+        return signed.public_bytes(serialization.Encoding.DER)
+
+
+class CertificateFactory:
+    """Every certificate that the tests know by name, made when first asked for.
+
+    `revocation_url` goes into each certificate; serving `authority.revocation_list()` there is the
+    caller's task (`revocation_service.RevocationService` does it).
+    """
+
+    def __init__(self, folder, revocation_url=None):
+        self.folder = Path(folder)
+        self.folder.mkdir(parents=True, exist_ok=True)
+        self.revocation_url = revocation_url
+
+    @functools.cached_property
+    def authority(self):
+        return Authority.create("Test authority", self.revocation_url)
+
+    @functools.cached_property
+    def other_authority(self):
+        """An authority that nobody trusts."""
+        return Authority.create("Unknown authority", self.revocation_url)
+
+    @functools.cached_property
+    def server(self):
+        return self._server(self.authority)
+
+    @functools.cached_property
+    def expired_server(self):
+        return self._server(
+            self.authority, not_before=_now() - 20 * _DAY, not_after=_now() - 10 * _DAY
+        )
+
+    @functools.cached_property
+    def wrong_host_server(self):
+        return self._server(self.authority, names=("elsewhere.example",))
+
+    @functools.cached_property
+    def other_authority_server(self):
+        return self._server(self.other_authority)
+
+    @functools.cached_property
+    def revoked_server(self):
+        identity = self._server(self.authority)
+        self.authority.revoke(identity)
+        return identity
+
+    @functools.cached_property
+    def self_signed_server(self):
+        key = rsa.generate_private_key(public_exponent=65537, key_size=2048)
+        name = _name("localhost")
+        alternatives = [_alternative_name(text) for text in LOOPBACK_NAMES]
+        certificate = (
+            x509.CertificateBuilder()
+            .subject_name(name)
+            .issuer_name(name)
+            .public_key(key.public_key())
+            .serial_number(x509.random_serial_number())
+            .not_valid_before(_now() - _DAY)
+            .not_valid_after(_now() + 10 * _DAY)
+            .add_extension(x509.SubjectAlternativeName(alternatives), critical=False)
+            .sign(key, hashes.SHA256())
+        )
+        return Identity(key, certificate)
+
+    @functools.cached_property
+    def client(self):
+        return self.authority.issue("alice", usage=ExtendedKeyUsageOID.CLIENT_AUTH)
+
+    @functools.cached_property
+    def other_client(self):
+        """A client certificate that no service accepts."""
+        return self.other_authority.issue("mallory", usage=ExtendedKeyUsageOID.CLIENT_AUTH)
+
+    def _server(self, authority, names=LOOPBACK_NAMES, **validity):
+        return authority.issue(
+            names[0], names=names, usage=ExtendedKeyUsageOID.SERVER_AUTH, **validity
+        )
+
+    def write(self, file_name, content):
+        """Puts bytes into the factory's folder, readable for the owner only; gives the path."""
+        path = self.folder / file_name
+        path.touch(mode=0o600)
+        path.write_bytes(content)
+        return path
