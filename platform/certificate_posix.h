@@ -4,13 +4,26 @@
 #include <openssl/evp.h>
 #include <openssl/x509.h>
 
+#include <memory>
+#include <vector>
+
 namespace platform {
 
-// A certificate, its private key and the authorities that came with it. Lent as a certificate
-// context.
-struct CertificateWithKey {
-  X509* certificate = nullptr;
-  EVP_PKEY* key = nullptr;
+struct OpenSslDeleter {
+  void operator()(X509* certificate) const noexcept { X509_free(certificate); }
+  void operator()(EVP_PKEY* key) const noexcept { EVP_PKEY_free(key); }
 };
+using X509Pointer = std::unique_ptr<X509, OpenSslDeleter>;
+using KeyPointer = std::unique_ptr<EVP_PKEY, OpenSslDeleter>;
+
+// A certificate, its private key and the certificates of its issuers that came with it.
+struct CertificateWithKey {
+  X509Pointer certificate;
+  KeyPointer key;
+  std::vector<X509Pointer> issuers;
+};
+
+// What a certificate context holds.
+[[nodiscard]] const CertificateWithKey& CertificateOf(const void* context) noexcept;
 
 }  // namespace platform

@@ -1,11 +1,23 @@
-// Client certificates: the store that holds one and the context that is handed to TLS.
+// Client certificates: the store that holds one, and the context that is handed to TLS.
+//
+// Windows: the system's certificate stores (crypt32). Linux: PEM files, each with a certificate and
+// its unencrypted private key, in $HOME/.config/keyward/certs/MY ("user") and
+// /etc/keyward/certs/MY ("comp").
 #pragma once
+
+#include <cstdint>
+#include <vector>
 
 #include "platform/unique_handle.h"
 
 namespace platform {
 
-// HCERTSTORE on Windows (CertCloseStore with flags 0).
+// What the searches leave in LastError when there is no such certificate (winerror.h).
+inline constexpr unsigned kErrorCertificateNotFound = 0x80092004;  // CRYPT_E_NOT_FOUND
+inline constexpr unsigned kErrorBadEncoding = 0x80092002;          // CRYPT_E_BAD_ENCODE
+inline constexpr unsigned kErrorInvalidPassword = 86;              // ERROR_INVALID_PASSWORD
+
+// HCERTSTORE (CertCloseStore with flags 0).
 struct CertificateStoreCloser {
   using Value = void*;
   static constexpr Value kInvalid = nullptr;
@@ -13,13 +25,35 @@ struct CertificateStoreCloser {
 };
 using CertificateStore = UniqueHandle<CertificateStoreCloser>;
 
-// PCCERT_CONTEXT on Windows (CertFreeCertificateContext); on Linux a certificate with its private
-// key.
+// PCCERT_CONTEXT (CertFreeCertificateContext); on Linux a CertificateWithKey.
 struct CertificateContextCloser {
   using Value = const void*;
   static constexpr Value kInvalid = nullptr;
   static void Close(Value context) noexcept;
 };
 using CertificateContext = UniqueHandle<CertificateContextCloser>;
+
+// Whose "MY" store.
+enum class CertificateScope { kCurrentUser, kLocalMachine };
+
+// Opens a "MY" store for reading (CertOpenStore, CERT_STORE_PROV_SYSTEM_W). Invalid on failure
+// (LastError).
+[[nodiscard]] CertificateStore OpenPersonalStore(CertificateScope scope);
+
+// The certificate with this SHA-1 thumbprint (CertFindCertificateInStore, CERT_FIND_SHA1_HASH).
+// Invalid when there is none (LastError).
+[[nodiscard]] CertificateContext FindByThumbprint(const CertificateStore& store,
+                                                  const std::vector<std::uint8_t>& thumbprint);
+
+// Any certificate of the store, the first one (CERT_FIND_ANY). Invalid when it is empty
+// (LastError).
+[[nodiscard]] CertificateContext FindFirstCertificate(const CertificateStore& store);
+
+// Whether the bytes look like PKCS #12 (PFXIsPFXBlob, RFC 7292).
+[[nodiscard]] bool IsPfx(const std::vector<std::uint8_t>& bytes);
+
+// A store of what a PKCS #12 blob without password holds (PFXImportCertStore, CRYPT_EXPORTABLE |
+// CRYPT_USER_KEYSET). Invalid on failure (LastError).
+[[nodiscard]] CertificateStore ImportPfx(const std::vector<std::uint8_t>& bytes);
 
 }  // namespace platform

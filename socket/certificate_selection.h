@@ -1,11 +1,19 @@
 // Chooses the client certificate that an account's credentials name.
 #pragma once
 
+#include <cstdint>
+#include <string>
+#include <vector>
+
 #include "credentials/companion_run.h"
 #include "credentials/upload_auth_data.h"
 #include "platform/certificate_store.h"
 
 namespace CorvidSocket {
+
+// The bytes of a thumbprint in hexadecimal text, two characters a byte. A last odd character is
+// ignored; a character that is not hexadecimal counts as 0.
+[[nodiscard]] std::vector<std::uint8_t> DecodeThumbprint(const std::wstring& text);
 
 // The store that holds the client certificate, and the certificate itself; both empty when there is
 // none. The context goes first, then the store.

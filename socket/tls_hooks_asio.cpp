@@ -29,8 +29,12 @@ void SetProtocols(SSL_CTX* context) {
 
 // The message names an option of another platform; it is the text that is looked for in logs.
 void SetCertificate(SSL_CTX* context, const platform::CertificateWithKey& certificate) {
-  if (SSL_CTX_use_certificate(context, certificate.certificate) != 1 ||
-      SSL_CTX_use_PrivateKey(context, certificate.key) != 1) {
+  bool set = SSL_CTX_use_certificate(context, certificate.certificate.get()) == 1 &&
+             SSL_CTX_use_PrivateKey(context, certificate.key.get()) == 1;
+  for (const platform::X509Pointer& issuer : certificate.issuers) {
+    set = set && SSL_CTX_add1_chain_cert(context, issuer.get()) == 1;
+  }
+  if (!set) {
     ThrowRefusal("Failed to set WINHTTP_NO_CLIENT_CERT_CONTEXT");
   }
 }
@@ -43,8 +47,7 @@ void SetTlsOptions(web::http::client::http_client_config& config, const void* ce
       [certificate, &native_request](boost::asio::ssl::context& context) {
         SetProtocols(context.native_handle());
         if (certificate != nullptr) {
-          SetCertificate(context.native_handle(),
-                         *static_cast<const platform::CertificateWithKey*>(certificate));
+          SetCertificate(context.native_handle(), platform::CertificateOf(certificate));
           native_request = context.native_handle();
         }
       });
