@@ -55,10 +55,11 @@ std::wstring Encode(const Bytes& bytes) {
 }
 
 TEST_F(Base64, DecodesWellFormedTexts) {
-  const struct {
+  struct Case {
     std::wstring text;
     std::string bytes;
-  } cases[] = {
+  };
+  const std::vector<Case> cases = {
       {L"Zg==", "f"},
       {L"Zm8=", "fo"},
       {L"Zm9v", "foo"},
@@ -80,7 +81,7 @@ TEST_F(Base64, DecodesWellFormedTexts) {
       {L"Zg= =", "f"},
       {L"Zg==\n", "f"},
   };
-  for (const auto& entry : cases) {
+  for (const Case& entry : cases) {
     Bytes bytes;
     EXPECT_EQ(decode_(entry.text.data(), entry.text.size(), &bytes), 0) << Printable(entry.text);
     EXPECT_EQ(bytes, AsBytes(entry.bytes)) << Printable(entry.text);
@@ -88,7 +89,7 @@ TEST_F(Base64, DecodesWellFormedTexts) {
 }
 
 TEST_F(Base64, RefusesEverythingElseAndLeavesNoStorage) {
-  const std::wstring cases[] = {
+  const std::vector<std::wstring> cases = {
       L"",
       L" ",
       L" \t\r\n",
@@ -149,7 +150,7 @@ TEST_F(Base64, RefusesEverythingElseAndLeavesNoStorage) {
 TEST_F(Base64, RefusesEveryCharacterOutsideOfTheAlphabet) {
   const std::wstring alphabet = L"ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
   for (unsigned code = 0; code <= 0xFFFF; ++code) {
-    const wchar_t character = static_cast<wchar_t>(code);
+    const auto character = static_cast<wchar_t>(code);
     const std::wstring text{L'Z', L'm', character, L'v'};
     Bytes bytes;
     const bool accepted = decode_(text.data(), text.size(), &bytes) == 0;

@@ -50,9 +50,9 @@ class Corvid : public testing::Test {
 };
 
 TEST_F(Corvid, OpensWhatTheToolSealed) {
-  const Bytes sealed = Seal({}, "{\"apikey\":\"k\",\"idp_session\":\"s\"}");
+  const Bytes sealed = Seal({}, R"({"apikey":"k","idp_session":"s"})");
   EXPECT_EQ(Decrypt(sealed), 0);
-  EXPECT_EQ(text_, L"{\"apikey\":\"k\",\"idp_session\":\"s\"}");
+  EXPECT_EQ(text_, LR"({"apikey":"k","idp_session":"s"})");
 }
 
 TEST_F(Corvid, OpensTextsOfEveryShortLength) {
@@ -124,7 +124,7 @@ TEST_F(Corvid, RefusesAppendedBytes) {
 
 TEST_F(Corvid, RefusesWhatIsNotSealed) {
   Seal({}, "{}");  // So that there is a key.
-  const std::string plain = "{\"apikey\":\"k\",\"idp_session\":\"this file was never sealed\"}";
+  const std::string plain = R"({"apikey":"k","idp_session":"this file was never sealed"})";
   ExpectRefused(Bytes(plain.begin(), plain.end()), "plain JSON");
   ExpectRefused(Bytes(1, 0), "one byte");
   ExpectRefused(Bytes(100000, 0), "zeros");

@@ -34,6 +34,7 @@ int RunProgram(const std::filesystem::path& program,
     texts.push_back(argument.native());
   }
   std::vector<char*> values;
+  values.reserve(texts.size() + 1);
   for (std::string& text : texts) {
     values.push_back(text.data());
   }

@@ -15,7 +15,8 @@ namespace {
 namespace fs = std::filesystem;
 using testing::HasSubstr;
 
-constexpr char kJson[] = "{\"apikey\":\"k\",\"idp_session\":\"s\"}";
+constexpr const char* kJson = R"({"apikey":"k","idp_session":"s"})";
+constexpr const wchar_t* kJsonText = LR"({"apikey":"k","idp_session":"s"})";
 
 class KeywardSeal : public testing::Test {
  protected:
@@ -50,7 +51,7 @@ TEST_F(KeywardSeal, WritesTheFileAndAKeyBesideItself) {
   EXPECT_EQ(result.output, "");
   EXPECT_EQ(result.errors, "");
   ExpectFolder({"Corvid.key", "UserData.dat"});
-  EXPECT_EQ(Opened(file_), L"{\"apikey\":\"k\",\"idp_session\":\"s\"}");
+  EXPECT_EQ(Opened(file_), kJsonText);
 }
 
 TEST_F(KeywardSeal, WritesKeyOf64DigitsAndALineFeed) {
@@ -105,7 +106,7 @@ TEST_F(KeywardSeal, ReplacesAnExistingFile) {
   WriteFile(file_,
             "something else that is longer than the sealed text would be" + std::string(1000, 'x'));
   ASSERT_EQ(Run({file_}).exit_code, 0);
-  EXPECT_EQ(Opened(file_), L"{\"apikey\":\"k\",\"idp_session\":\"s\"}");
+  EXPECT_EQ(Opened(file_), kJsonText);
   ExpectFolder({"Corvid.key", "UserData.dat"});
 }
 
@@ -115,8 +116,8 @@ TEST_F(KeywardSeal, DropsAByteOrderMark) {
 }
 
 TEST_F(KeywardSeal, TakesAnyJsonDocument) {
-  for (const char* text : {"{}", "[]", "null", "1", "\"x\"", " {} \r\n", "{\"apikey\":1}",
-                           "\"\\ud83d\\ude00\"", "{\"a\":1,\"a\":2}"}) {
+  for (const char* text : {"{}", "[]", "null", "1", R"("x")", " {} \r\n", R"({"apikey":1})",
+                           R"("\ud83d\ude00")", R"({"a":1,"a":2})"}) {
     EXPECT_EQ(Run({"--check", file_}, text).exit_code, 0) << text;
     EXPECT_EQ(Opened(file_), std::wstring(text, text + std::string(text).size())) << text;
   }
@@ -125,8 +126,8 @@ TEST_F(KeywardSeal, TakesAnyJsonDocument) {
 TEST_F(KeywardSeal, RefusesWhatIsNotJson) {
   for (const std::string& text :
        {std::string(), std::string(" "), std::string("{"), std::string("{}x"), std::string("{} {}"),
-        std::string("apikey"), std::string("{'a':1}"), std::string("{\"a\":1,}"),
-        std::string("\"\\x\""), std::string("\"\\ud83d\""), std::string("{}\0", 3),
+        std::string("apikey"), std::string("{'a':1}"), std::string(R"({"a":1,})"),
+        std::string("\"\\x\""), std::string(R"("\ud83d")"), std::string("{}\0", 3),
         std::string("{}\0{}", 5), std::string("\0", 1)}) {
     for (const std::vector<fs::path>& options :
          {std::vector<fs::path>{file_}, std::vector<fs::path>{"--check", file_}}) {
@@ -149,7 +150,7 @@ TEST_F(KeywardSeal, RefusesWhatIsNotUtf8) {
 }
 
 TEST_F(KeywardSeal, NeverQuotesTheText) {
-  const ToolResult result = Run({file_}, "{\"apikey\":\"hush-hush\" \"idp_session\"}");
+  const ToolResult result = Run({file_}, R"({"apikey":"hush-hush" "idp_session"})");
   EXPECT_EQ(result.exit_code, 65);
   EXPECT_THAT(result.errors, testing::Not(HasSubstr("hush")));
   EXPECT_THAT(result.errors, HasSubstr("at character 23"));
@@ -250,7 +251,7 @@ TEST_F(KeywardSeal, LeavesAFolderInPlaceOfTheFileAlone) {
   WriteFile(file_ / "inside", "x");
   const ToolResult result = Run({file_});
   EXPECT_EQ(result.exit_code, 73);
-  EXPECT_THAT(result.errors, HasSubstr("UserData.dat\" cannot be written"));
+  EXPECT_THAT(result.errors, HasSubstr(R"(UserData.dat" cannot be written)"));
   EXPECT_TRUE(fs::exists(file_ / "inside"));
   ExpectFolder({"Corvid.key", "UserData.dat"});
 }
@@ -259,7 +260,7 @@ TEST_F(KeywardSeal, RefusesAnUnusableKeyAndKeepsIt) {
   WriteFile(folder_ / "Corvid.key", "not a key\n");
   const ToolResult result = Run({file_});
   EXPECT_EQ(result.exit_code, 78);
-  EXPECT_THAT(result.errors, HasSubstr("Corvid.key\" cannot be read, or does not hold"));
+  EXPECT_THAT(result.errors, HasSubstr(R"(Corvid.key" cannot be read, or does not hold)"));
   ExpectFolder({"Corvid.key"});
   const Bytes key = ReadFile(folder_ / "Corvid.key");
   EXPECT_EQ(std::string(key.begin(), key.end()), "not a key\n");
@@ -269,7 +270,7 @@ TEST_F(KeywardSeal, WritesPathsOfAnyAlphabet) {
   const fs::path folder = folder_ / fs::u8path("K\xC3\xA4the \xE6\x97\xA5\xE6\x9C\xAC");
   fs::create_directory(folder);
   EXPECT_EQ(Run({folder / "UserData.dat"}).exit_code, 0);
-  EXPECT_EQ(Opened(folder / "UserData.dat"), L"{\"apikey\":\"k\",\"idp_session\":\"s\"}");
+  EXPECT_EQ(Opened(folder / "UserData.dat"), kJsonText);
   const ToolResult missing = Run({folder / "missing" / "UserData.dat"});
   EXPECT_EQ(missing.exit_code, 73);
   EXPECT_THAT(missing.errors, HasSubstr("K\xC3\xA4the \xE6\x97\xA5\xE6\x9C\xAC"));
@@ -293,7 +294,7 @@ TEST_F(KeywardSeal, AgreesOnOneKeyWhenSeveralStartAtOnce) {
   std::vector<std::string> names = {"Corvid.key"};
   for (std::size_t i = 0; i < codes.size(); ++i) {
     names.push_back("user" + std::to_string(i));
-    EXPECT_EQ(Opened(folder_ / names.back()), L"{\"apikey\":\"k\",\"idp_session\":\"s\"}");
+    EXPECT_EQ(Opened(folder_ / names.back()), kJsonText);
   }
   ExpectFolder(names);
 }

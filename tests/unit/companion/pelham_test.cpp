@@ -10,7 +10,7 @@ namespace companion_test {
 namespace {
 
 // The decorated name of pelham::CompInfoCtrl::CreateWebAPIUserAgent().
-constexpr char kFunction[] = "_ZN6pelham12CompInfoCtrl21CreateWebAPIUserAgentB5cxx11Ev";
+constexpr const char* kFunction = "_ZN6pelham12CompInfoCtrl21CreateWebAPIUserAgentB5cxx11Ev";
 
 class Pelham : public testing::Test {
  protected:
@@ -30,10 +30,11 @@ TEST_F(Pelham, CallsItselfAStandInWithoutAFile) {
 }
 
 TEST_F(Pelham, GivesTheFirstLineOfTheFile) {
-  const struct {
+  struct Case {
     std::string contents;
     std::wstring user_agent;
-  } cases[] = {
+  };
+  const std::vector<Case> cases = {
       {"Agent/2.0\n", L"Agent/2.0"},
       {"Agent/2.0", L"Agent/2.0"},
       {"Agent/2.0\r\n", L"Agent/2.0"},
@@ -53,7 +54,7 @@ TEST_F(Pelham, GivesTheFirstLineOfTheFile) {
       {std::string(4096, 'x') + "\r\n", std::wstring(4096, L'x')},
       {"\xEF\xBB\xBF" + std::string(4096, 'x') + "\r\n", std::wstring(4096, L'x')},
   };
-  for (const auto& entry : cases) {
+  for (const Case& entry : cases) {
     WriteFile(folder_ / "pelham.useragent", entry.contents);
     EXPECT_EQ(user_agent_(), entry.user_agent) << entry.contents.substr(0, 80);
   }
