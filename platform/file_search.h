@@ -21,11 +21,13 @@ class FileSearch {
   FileSearch& operator=(const FileSearch&) = delete;
 
   // Starts the search of folder + separator + "*.*" (every entry, "." and ".." included) or folder
-  // + separator + "*.ending" (names that end so, without regard to case). False when nothing
-  // matches or the folder cannot be searched (LastError).
+  // + separator + "*.ending" (names that end so, without regard to case; on Windows
+  // also a name whose short form ends so). False when nothing matches (kErrorFileNotFound) or the
+  // folder cannot be searched (kErrorPathNotFound for a missing one).
   [[nodiscard]] bool First(const std::wstring& pattern);
 
-  // Goes on to the next entry. False when there is none; the current entry then stays.
+  // Goes on to the next entry. False when there is none (kErrorNoMoreFiles) or the folder cannot be
+  // read on; the current entry then stays.
   [[nodiscard]] bool Next();
 
   // The current entry; valid after First or Next returned true, until the next call of either.

@@ -22,9 +22,10 @@ namespace {
 // One call moves at most this much, a multiple of any sector size that fits a DWORD.
 constexpr std::size_t kLargestTransfer = std::size_t{1} << 30;
 
-// The C run-time converts what it writes in pieces of some hundred characters, and a pair of
-// surrogates must not be cut by the end of one. So it gets smaller pieces.
-constexpr std::size_t kLargestTextPiece = 400;
+// The C run-time converts what it writes in pieces of its own, some hundred characters long, and a
+// pair of surrogates that the end of one cuts in two is lost. So a text with such pairs is given to
+// it in pieces that fit, even if each of their characters were a line feed and became two.
+constexpr std::size_t kLargestTextPiece = 120;
 
 struct FileCloser {
   using Value = HANDLE;
@@ -42,6 +43,14 @@ struct StreamCloser {
   static constexpr Value kInvalid = nullptr;
   static void Close(Value stream) noexcept { fclose(stream); }
 };
+
+constexpr bool IsSurrogate(wchar_t unit) {
+  return unit >= 0xD800 && unit <= 0xDFFF;
+}
+
+constexpr bool IsLowSurrogate(wchar_t unit) {
+  return unit >= 0xDC00 && unit <= 0xDFFF;
+}
 
 // Opens a file on a disk: a device or a pipe could keep the caller waiting.
 UniqueFile OpenDiskFile(const std::wstring& path, DWORD access, DWORD share, void* security,
@@ -176,11 +185,13 @@ void Utf8AppendFile::Write(const std::wstring& text) {
   }
   // There and back again, which leaves no unpaired surrogate: the C run-time would refuse one.
   const std::wstring valid = FromUtf8(ToUtf8(text.c_str()));
+  const bool has_pairs = std::any_of(valid.begin(), valid.end(), IsSurrogate);
+  const std::size_t largest = has_pairs ? kLargestTextPiece : valid.size();
   for (std::size_t begin = 0; begin < valid.size();) {
-    std::size_t size = std::min(valid.size() - begin, kLargestTextPiece);
-    const bool cuts_pair = begin + size < valid.size() && valid[begin + size] >= 0xDC00 &&
-                           valid[begin + size] <= 0xDFFF;
-    size -= cuts_pair ? 1 : 0;
+    std::size_t size = std::min(valid.size() - begin, largest);
+    if (begin + size < valid.size() && IsLowSurrogate(valid[begin + size])) {
+      --size;
+    }
     // A line that cannot be written is lost: whoever logs has nobody to tell.
     fputws(valid.substr(begin, size).c_str(), handle_->stream.Get());
     fflush(handle_->stream.Get());

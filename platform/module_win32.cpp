@@ -32,6 +32,11 @@ std::wstring ProgramPath() {
 
 Library ModuleOfAddress(const void* address) noexcept {
   HMODULE module = nullptr;
+  // No address would be the program itself.
+  if (address == nullptr) {
+    ::SetLastError(ERROR_MOD_NOT_FOUND);
+    return Library();
+  }
   if (!GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS, static_cast<LPCWSTR>(address),
                           &module)) {
     return Library();

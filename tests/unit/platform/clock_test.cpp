@@ -1,0 +1,42 @@
+#include "platform/clock.h"
+
+#include <gtest/gtest.h>
+
+#include <ctime>
+
+namespace {
+
+TEST(Clock, CountsSecondsAsTheRunTimeDoes) {
+  const std::int64_t before = std::time(nullptr);
+  const std::int64_t seconds = platform::SystemClock().Seconds();
+  const std::int64_t after = std::time(nullptr);
+  EXPECT_LE(before, seconds);
+  EXPECT_LE(seconds, after);
+}
+
+TEST(Clock, LocalTimeIsTheSameMomentInCalendarForm) {
+  const platform::Clock& clock = platform::SystemClock();
+  const std::int64_t before = clock.Seconds();
+  const platform::LocalTime local = clock.Local();
+  const std::int64_t after = clock.Seconds();
+
+  std::tm parts = {};
+  parts.tm_year = local.year - 1900;
+  parts.tm_mon = local.month - 1;
+  parts.tm_mday = local.day;
+  parts.tm_hour = local.hour;
+  parts.tm_min = local.minute;
+  parts.tm_sec = local.second;
+  parts.tm_isdst = -1;
+  const std::int64_t moment = std::mktime(&parts);
+  EXPECT_LE(before, moment);
+  EXPECT_LE(moment, after);
+  EXPECT_GE(local.millisecond, 0);
+  EXPECT_LE(local.millisecond, 999);
+}
+
+TEST(Clock, IsOneObject) {
+  EXPECT_EQ(&platform::SystemClock(), &platform::SystemClock());
+}
+
+}  // namespace

@@ -1,0 +1,349 @@
+#include "platform/file_move_posix.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <signal.h>
+#include <stddef.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <thread>
+#include <vector>
+
+#include "platform/error.h"
+#include "platform/file.h"
+#include "platform/text.h"
+#include "tests/unit/support/temp_folder.h"
+
+namespace {
+
+using kyd_test::PathExists;
+using kyd_test::ReadFileBytes;
+using kyd_test::WriteFileBytes;
+using platform::MoveWithoutReplacing;
+
+std::string Native(const std::wstring& path) {
+  return platform::ToNativePath(path);
+}
+
+std::size_t EntryCount(const std::wstring& folder) {
+  const std::filesystem::directory_iterator entries(Native(folder));
+  return static_cast<std::size_t>(std::distance(begin(entries), end(entries)));
+}
+
+// ---- The ways to move on one file system
+
+using Way = int (*)(const std::string&, const std::string&);
+
+struct NamedWay {
+  const char* name;
+  Way move;
+};
+
+class MoveWay : public testing::TestWithParam<NamedWay> {
+ protected:
+  [[nodiscard]] int Move() const { return GetParam().move(Native(source_), Native(target_)); }
+
+  kyd_test::TempFolder folder_;
+  std::wstring source_ = folder_ / L"source";
+  std::wstring archive_ = folder_.MakeFolder(L"archive");
+  std::wstring target_ = archive_ + L"/target";
+};
+
+TEST_P(MoveWay, MovesTheSameFile) {
+  WriteFileBytes(source_, "content");
+  struct stat before = {};
+  struct stat after = {};
+  ASSERT_EQ(stat(Native(source_).c_str(), &before), 0);
+  EXPECT_EQ(Move(), 0);
+  ASSERT_EQ(stat(Native(target_).c_str(), &after), 0);
+  EXPECT_EQ(before.st_ino, after.st_ino);
+  EXPECT_EQ(after.st_nlink, 1U);
+  EXPECT_FALSE(PathExists(source_));
+  EXPECT_EQ(ReadFileBytes(target_), "content");
+}
+
+TEST_P(MoveWay, NeverReplacesAnything) {
+  WriteFileBytes(source_, "new");
+  WriteFileBytes(target_, "old");
+  EXPECT_EQ(Move(), EEXIST);
+  EXPECT_EQ(ReadFileBytes(source_), "new");
+  EXPECT_EQ(ReadFileBytes(target_), "old");
+  std::filesystem::remove(Native(target_));
+  std::filesystem::create_symlink("nothing", Native(target_));
+  EXPECT_EQ(Move(), EEXIST);
+  EXPECT_EQ(ReadFileBytes(source_), "new");
+  std::filesystem::remove(Native(target_));
+  std::filesystem::create_directory(Native(target_));
+  EXPECT_EQ(Move(), EEXIST);
+  EXPECT_EQ(ReadFileBytes(source_), "new");
+}
+
+TEST_P(MoveWay, LeavesNothingBehindWithoutASource) {
+  EXPECT_EQ(Move(), ENOENT);
+  EXPECT_EQ(EntryCount(archive_), 0U);
+}
+
+TEST_P(MoveWay, KeepsTheSourceWithoutAFolder) {
+  WriteFileBytes(source_, "content");
+  std::filesystem::remove(Native(archive_));
+  EXPECT_EQ(Move(), ENOENT);
+  EXPECT_EQ(ReadFileBytes(source_), "content");
+}
+
+TEST_P(MoveWay, MovesALinkAsALink) {
+  std::filesystem::create_symlink("nothing", Native(source_));
+  EXPECT_EQ(Move(), 0);
+  EXPECT_EQ(std::filesystem::read_symlink(Native(target_)), "nothing");
+  EXPECT_FALSE(PathExists(source_));
+}
+
+INSTANTIATE_TEST_SUITE_P(SameFileSystem, MoveWay,
+                         testing::Values(NamedWay{"Rename", &platform::MoveByRename},
+                                         NamedWay{"Link", &platform::MoveByLink},
+                                         NamedWay{"Reservation", &platform::MoveByReservation},
+                                         NamedWay{"Best", &platform::MoveOnSameFileSystem}),
+                         [](const auto& way) { return way.param.name; });
+
+TEST(MoveByReservation, MovesAFolderWithItsContent) {
+  const kyd_test::TempFolder folder;
+  WriteFileBytes(folder.MakeFolder(L"source") + L"/inside", "content");
+  EXPECT_EQ(platform::MoveByReservation(Native(folder / L"source"), Native(folder / L"target")), 0);
+  EXPECT_EQ(ReadFileBytes(folder / L"target/inside"), "content");
+  EXPECT_FALSE(PathExists(folder / L"source"));
+}
+
+TEST(MoveOnSameFileSystem, AFolderCannotMoveIntoItself) {
+  const kyd_test::TempFolder folder;
+  const std::wstring source = folder.MakeFolder(L"source");
+  EXPECT_EQ(platform::MoveOnSameFileSystem(Native(source), Native(source) + "/inside"), EINVAL);
+  EXPECT_EQ(EntryCount(source), 0U);
+}
+
+// ---- File systems that lack a call
+
+struct FailingCall {
+  unsigned number;
+  int error_number;
+};
+
+// Runs a function in a child process in which some system calls fail; gives its result.
+bool RunWithout(const std::vector<FailingCall>& calls, const std::function<bool()>& function) {
+  const pid_t child = fork();
+  if (child == 0) {
+    std::vector<sock_filter> filter = {
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, static_cast<unsigned>(offsetof(seccomp_data, nr)))};
+    for (const FailingCall& call : calls) {
+      filter.push_back(BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, call.number, 0, 1));
+      filter.push_back(
+          BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | static_cast<unsigned>(call.error_number)));
+    }
+    filter.push_back(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW));
+    const sock_fprog program = {static_cast<unsigned short>(filter.size()), filter.data()};
+    if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0 ||
+        prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) != 0) {
+      _exit(2);
+    }
+    _exit(function() ? 0 : 1);
+  }
+  int status = 0;
+  EXPECT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_TRUE(WIFEXITED(status));
+  EXPECT_NE(WEXITSTATUS(status), 2) << "system calls cannot be filtered here";
+  return WEXITSTATUS(status) == 0;
+}
+
+class MoveWithoutCalls : public testing::TestWithParam<std::vector<FailingCall>> {};
+
+TEST_P(MoveWithoutCalls, StillMovesAndNeverReplaces) {
+  const kyd_test::TempFolder folder;
+  const std::wstring source = folder / L"source";
+  const std::wstring target = folder / L"target";
+  WriteFileBytes(source, "new");
+  EXPECT_TRUE(RunWithout(GetParam(), [&] { return MoveWithoutReplacing(source, target); }));
+  EXPECT_EQ(ReadFileBytes(target), "new");
+  EXPECT_FALSE(PathExists(source));
+
+  WriteFileBytes(source, "newer");
+  EXPECT_TRUE(RunWithout(GetParam(), [&] {
+    return !MoveWithoutReplacing(source, target) &&
+           platform::LastError() == platform::kErrorAlreadyExists;
+  }));
+  EXPECT_EQ(ReadFileBytes(target), "new");
+  EXPECT_EQ(ReadFileBytes(source), "newer");
+  EXPECT_EQ(EntryCount(folder.Path()), 2U);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    FileSystems, MoveWithoutCalls,
+    testing::Values(std::vector<FailingCall>{{SYS_renameat2, EINVAL}},
+                    std::vector<FailingCall>{{SYS_renameat2, ENOSYS}},
+                    std::vector<FailingCall>{{SYS_renameat2, EINVAL}, {SYS_link, EPERM}},
+                    std::vector<FailingCall>{{SYS_renameat2, EINVAL}, {SYS_link, ENOTSUP}},
+                    std::vector<FailingCall>{{SYS_renameat2, EINVAL}, {SYS_link, EMLINK}},
+                    std::vector<FailingCall>{{SYS_renameat2, EINVAL}, {SYS_link, ENOSYS}}));
+
+// ---- Across file systems
+
+class MoveAcross : public testing::Test {
+ protected:
+  void SetUp() override {
+    struct stat here = {};
+    struct stat there = {};
+    if (stat(Native(folder_.Path()).c_str(), &here) != 0 || stat("/dev/shm", &there) != 0 ||
+        here.st_dev == there.st_dev || access("/dev/shm", W_OK) != 0) {
+      GTEST_SKIP() << "there is no second file system to write to";
+    }
+    other_ = std::make_unique<kyd_test::TempFolder>(L"/dev/shm");
+    target_ = *other_ / L"target.log";
+  }
+
+  void ExpectNothingMoved(const std::string& content) const {
+    EXPECT_EQ(ReadFileBytes(source_), content);
+    EXPECT_EQ(EntryCount(other_->Path()), 0U);
+  }
+
+  kyd_test::TempFolder folder_;
+  std::unique_ptr<kyd_test::TempFolder> other_;
+  std::wstring source_ = folder_ / L"source.log";
+  std::wstring target_;
+};
+
+TEST_F(MoveAcross, KeepsContentModeAndTimes) {
+  std::string content;
+  for (unsigned i = 0; i < 1'000'000; ++i) {
+    content += static_cast<char>(i * 7919 >> 8);
+  }
+  WriteFileBytes(source_, content);
+  ASSERT_EQ(chmod(Native(source_).c_str(), 0604), 0);
+  const timespec times[2] = {{1'000'000'000, 5}, {1'100'000'000, 7}};
+  ASSERT_EQ(utimensat(AT_FDCWD, Native(source_).c_str(), times, 0), 0);
+
+  EXPECT_TRUE(MoveWithoutReplacing(source_, target_));
+  EXPECT_FALSE(PathExists(source_));
+  EXPECT_EQ(EntryCount(other_->Path()), 1U);
+  EXPECT_TRUE(ReadFileBytes(target_) == content);
+  struct stat status = {};
+  ASSERT_EQ(stat(Native(target_).c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 07777, 0604U);
+  EXPECT_EQ(status.st_mtim.tv_sec, 1'100'000'000);
+  EXPECT_EQ(status.st_mtim.tv_nsec, 7);
+}
+
+TEST_F(MoveAcross, MovesAnEmptyFile) {
+  WriteFileBytes(source_, "");
+  EXPECT_TRUE(MoveWithoutReplacing(source_, target_));
+  EXPECT_EQ(ReadFileBytes(target_), "");
+  EXPECT_FALSE(PathExists(source_));
+}
+
+TEST_F(MoveAcross, TakesTheLongestName) {
+  WriteFileBytes(source_, "content");
+  const std::wstring target = *other_ / std::wstring(255, L'x');
+  EXPECT_TRUE(MoveWithoutReplacing(source_, target));
+  EXPECT_EQ(ReadFileBytes(target), "content");
+}
+
+TEST_F(MoveAcross, NeverReplacesAFile) {
+  WriteFileBytes(source_, "new");
+  WriteFileBytes(target_, "old");
+  EXPECT_FALSE(MoveWithoutReplacing(source_, target_));
+  EXPECT_EQ(platform::LastError(), platform::kErrorAlreadyExists);
+  EXPECT_EQ(ReadFileBytes(source_), "new");
+  EXPECT_EQ(ReadFileBytes(target_), "old");
+  EXPECT_EQ(EntryCount(other_->Path()), 1U);
+}
+
+TEST_F(MoveAcross, ReportsAMissingFolder) {
+  WriteFileBytes(source_, "content");
+  EXPECT_FALSE(MoveWithoutReplacing(source_, *other_ / L"missing/target"));
+  EXPECT_EQ(platform::LastError(), platform::kErrorPathNotFound);
+  ExpectNothingMoved("content");
+}
+
+TEST_F(MoveAcross, LeavesFoldersAndLinksWhereTheyAre) {
+  const std::wstring folder = folder_.MakeFolder(L"folder");
+  EXPECT_FALSE(MoveWithoutReplacing(folder, target_));
+  EXPECT_EQ(platform::LastError(), platform::kErrorGeneralFailure);
+  EXPECT_TRUE(platform::IsFolder(folder));
+  std::filesystem::create_symlink("nothing", Native(source_));
+  EXPECT_FALSE(MoveWithoutReplacing(source_, target_));
+  EXPECT_EQ(platform::LastError(), platform::kErrorGeneralFailure);
+  EXPECT_TRUE(PathExists(source_));
+  EXPECT_EQ(EntryCount(other_->Path()), 0U);
+}
+
+TEST_F(MoveAcross, ACopyThatDoesNotFitIsUndone) {
+  const std::string content(100'000, 'x');
+  WriteFileBytes(source_, content);
+  const pid_t child = fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    // A limit on the size of files fails the copy as a full disk would.
+    const rlimit limit = {50'000, 50'000};
+    signal(SIGXFSZ, SIG_IGN);
+    setrlimit(RLIMIT_FSIZE, &limit);
+    _exit(MoveWithoutReplacing(source_, target_) ? 1 : 0);
+  }
+  int status = 0;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_EQ(status, 0);
+  ExpectNothingMoved(content);
+}
+
+TEST_F(MoveAcross, ASourceThatGrowsMeanwhileStays) {
+  WriteFileBytes(source_, std::string(std::size_t{16} << 20, 'x'));
+  std::atomic<bool> started = false;
+  std::atomic<bool> stop = false;
+  std::size_t written = std::size_t{16} << 20;
+  std::thread writer([&] {
+    const int file = open(Native(source_).c_str(), O_WRONLY | O_APPEND | O_CLOEXEC);
+    while (!stop) {
+      written += write(file, "y", 1) == 1 ? 1 : 0;
+      started = true;
+    }
+    close(file);
+  });
+  while (!started) {
+    std::this_thread::yield();
+  }
+  EXPECT_FALSE(MoveWithoutReplacing(source_, target_));
+  EXPECT_EQ(platform::LastError(), platform::kErrorSharingViolation);
+  stop = true;
+  writer.join();
+  EXPECT_EQ(std::filesystem::file_size(Native(source_)), written);
+  EXPECT_EQ(EntryCount(other_->Path()), 0U);
+}
+
+TEST_F(MoveAcross, WorksWithoutRenameat2AsWell) {
+  WriteFileBytes(source_, "content");
+  EXPECT_TRUE(RunWithout({{SYS_renameat2, EINVAL}},
+                         [this] { return MoveWithoutReplacing(source_, target_); }));
+  EXPECT_EQ(ReadFileBytes(target_), "content");
+  EXPECT_FALSE(PathExists(source_));
+  EXPECT_EQ(EntryCount(other_->Path()), 1U);
+}
+
+TEST_F(MoveAcross, ASourceThatCannotBeRemovedStaysAlone) {
+  WriteFileBytes(source_, "content");
+  // The source's removal and the undoing of the target's are the same call; the copy, however, was
+  // published, so that something is always left.
+  EXPECT_TRUE(RunWithout({{SYS_unlink, EROFS}}, [this] {
+    return !MoveWithoutReplacing(source_, target_) &&
+           platform::LastError() == platform::kErrorAccessDenied;
+  }));
+  EXPECT_EQ(ReadFileBytes(source_), "content");
+}
+
+}  // namespace

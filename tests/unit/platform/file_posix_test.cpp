@@ -1,0 +1,148 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cstring>
+
+#include "platform/error.h"
+#include "platform/file.h"
+#include "platform/file_search.h"
+#include "platform/text.h"
+#include "tests/unit/support/temp_folder.h"
+
+namespace {
+
+using platform::File;
+
+std::string Native(const std::wstring& path) {
+  return platform::ToNativePath(path);
+}
+
+class FilePosixTest : public testing::Test {
+ protected:
+  kyd_test::TempFolder folder_;
+  std::wstring path_ = folder_ / L"entry";
+};
+
+TEST_F(FilePosixTest, APipeIsRefusedAtOnce) {
+  ASSERT_EQ(mkfifo(Native(path_).c_str(), 0600), 0);
+  EXPECT_FALSE(File::OpenExclusive(path_).IsOpen());
+  EXPECT_EQ(platform::LastError(), platform::kErrorAccessDenied);
+  const platform::CFileAccessSecurity security(0);
+  EXPECT_FALSE(File::OpenForWriting(path_, security).IsOpen());
+  EXPECT_EQ(platform::LastError(), platform::kErrorAccessDenied);
+  EXPECT_FALSE(platform::Utf8AppendFile(path_).IsOpen());
+}
+
+TEST_F(FilePosixTest, ASocketIsRefused) {
+  const int server = socket(AF_UNIX, SOCK_STREAM, 0);
+  sockaddr_un address = {};
+  address.sun_family = AF_UNIX;
+  const std::string path = Native(path_);
+  ASSERT_LT(path.size(), sizeof address.sun_path);
+  std::memcpy(address.sun_path, path.c_str(), path.size());
+  ASSERT_EQ(bind(server, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+  EXPECT_FALSE(File::OpenExclusive(path_).IsOpen());
+  EXPECT_EQ(platform::LastError(), platform::kErrorAccessDenied);
+  close(server);
+}
+
+TEST_F(FilePosixTest, ALinkToAFileIsThatFile) {
+  kyd_test::WriteFileBytes(folder_ / L"target", "content");
+  ASSERT_EQ(symlink("target", Native(path_).c_str()), 0);
+  EXPECT_EQ(File::OpenExclusive(path_).Size(), 7U);
+}
+
+TEST_F(FilePosixTest, ALinkToNothingIsAMissingFile) {
+  ASSERT_EQ(symlink("nothing", Native(path_).c_str()), 0);
+  EXPECT_FALSE(File::OpenExclusive(path_).IsOpen());
+  EXPECT_EQ(platform::LastError(), platform::kErrorFileNotFound);
+}
+
+TEST_F(FilePosixTest, ANameThatIsTooLongSaysSo) {
+  const std::wstring path = folder_ / std::wstring(256, L'x');
+  EXPECT_FALSE(File::OpenExclusive(path).IsOpen());
+  EXPECT_EQ(platform::LastError(), platform::kErrorFileNameTooLong);
+  EXPECT_FALSE(platform::RemoveFile(path));
+  EXPECT_EQ(platform::LastError(), platform::kErrorFileNameTooLong);
+}
+
+TEST_F(FilePosixTest, AFileWithoutRightsIsDenied) {
+  if (geteuid() == 0) {
+    GTEST_SKIP() << "rights do not bind the superuser";
+  }
+  kyd_test::WriteFileBytes(path_, "content");
+  ASSERT_EQ(chmod(Native(path_).c_str(), 0), 0);
+  EXPECT_FALSE(File::OpenExclusive(path_).IsOpen());
+  EXPECT_EQ(platform::LastError(), platform::kErrorAccessDenied);
+}
+
+TEST_F(FilePosixTest, OpenFilesAreNotInherited) {
+  kyd_test::WriteFileBytes(path_, "content");
+  const int next = dup(STDIN_FILENO);  // the number that the file will get
+  ASSERT_GE(next, 0);
+  close(next);
+  const File file = File::OpenExclusive(path_);
+  ASSERT_TRUE(file.IsOpen());
+  EXPECT_EQ(fcntl(next, F_GETFD), FD_CLOEXEC);
+}
+
+TEST_F(FilePosixTest, FilesWithNamesOutsideOfUtf8AreFoundOpenedMovedAndRemoved) {
+  const std::wstring name = L"caf\xDCE9.log";
+  kyd_test::WriteFileBytes(folder_ / name, "content");
+  EXPECT_EQ(access((Native(folder_.Path()) + "/caf\xE9.log").c_str(), F_OK), 0);
+  platform::FileSearch search;
+  ASSERT_TRUE(search.First(folder_ / L"*.log"));
+  EXPECT_EQ(search.Current().name, name);
+  EXPECT_EQ(File::OpenExclusive(folder_ / search.Current().name).Size(), 7U);
+  EXPECT_TRUE(platform::MoveWithoutReplacing(folder_ / name, folder_ / (name + L".bak")));
+  EXPECT_EQ(access((Native(folder_.Path()) + "/caf\xE9.log.bak").c_str(), F_OK), 0);
+  EXPECT_TRUE(platform::RemoveFile(folder_ / (name + L".bak")));
+}
+
+TEST_F(FilePosixTest, SearchTakesTheWholeEnding) {
+  kyd_test::WriteFileBytes(folder_ / L"a.log2", "");
+  platform::FileSearch search;
+  EXPECT_FALSE(search.First(folder_ / L"*.log"));
+}
+
+TEST_F(FilePosixTest, SearchKnowsTwoMasksOnly) {
+  kyd_test::WriteFileBytes(folder_ / L"a.log", "");
+  platform::FileSearch search;
+  for (const wchar_t* const mask : {L"a.log", L"*", L"", L"?.log"}) {
+    EXPECT_FALSE(search.First(folder_ / mask)) << platform::ToUtf8(mask);
+    EXPECT_EQ(platform::LastError(), platform::kErrorFileNotFound);
+  }
+}
+
+TEST_F(FilePosixTest, SearchTellsLinksToFoldersFromOtherEntries) {
+  folder_.MakeFolder(L"real");
+  ASSERT_EQ(symlink("real", Native(folder_ / L"a.log").c_str()), 0);
+  ASSERT_EQ(symlink("nothing", Native(folder_ / L"b.log").c_str()), 0);
+  ASSERT_EQ(mkfifo(Native(folder_ / L"c.log").c_str(), 0600), 0);
+  platform::FileSearch search;
+  int count = 0;
+  for (bool found = search.First(folder_ / L"*.log"); found; found = search.Next()) {
+    EXPECT_EQ(search.Current().is_folder, search.Current().name == L"a.log");
+    ++count;
+  }
+  EXPECT_EQ(count, 3);
+}
+
+TEST_F(FilePosixTest, NewFilesAndFoldersFollowTheUmask) {
+  const mode_t earlier = umask(0027);
+  const platform::CFileAccessSecurity security(0);
+  EXPECT_TRUE(File::OpenForWriting(path_, security).IsOpen());
+  EXPECT_TRUE(platform::CreateFolders(folder_ / L"a/b"));
+  umask(earlier);
+  struct stat status = {};
+  ASSERT_EQ(stat(Native(path_).c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 0777, 0640U);
+  ASSERT_EQ(stat(Native(folder_ / L"a/b").c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 0777, 0750U);
+}
+
+}  // namespace

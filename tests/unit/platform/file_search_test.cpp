@@ -1,0 +1,136 @@
+#include "platform/file_search.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <map>
+#include <vector>
+
+#include "platform/error.h"
+#include "platform/text.h"
+#include "tests/unit/support/temp_folder.h"
+
+namespace {
+
+using platform::FileSearch;
+using testing::IsEmpty;
+using testing::UnorderedElementsAre;
+
+class FileSearchTest : public testing::Test {
+ protected:
+  void MakeFile(const std::wstring& name) const { kyd_test::WriteFileBytes(folder_ / name, ""); }
+
+  std::vector<std::wstring> Names(const std::wstring& mask) const {
+    std::vector<std::wstring> names;
+    FileSearch search;
+    for (bool found = search.First(folder_ / mask); found; found = search.Next()) {
+      names.push_back(search.Current().name);
+    }
+    return names;
+  }
+
+  kyd_test::TempFolder folder_;
+};
+
+TEST_F(FileSearchTest, GivesEveryEntryWithItsKind) {
+  MakeFile(L"file");
+  MakeFile(L"b.txt");
+  folder_.MakeFolder(L"folder");
+  folder_.MakeFolder(L"folder.with.dots");
+  std::map<std::wstring, bool> found;
+  FileSearch search;
+  for (bool more = search.First(folder_ / L"*.*"); more; more = search.Next()) {
+    found[search.Current().name] = search.Current().is_folder;
+  }
+  const std::map<std::wstring, bool> expected = {{L".", true},      {L"..", true},
+                                                 {L"file", false},  {L"b.txt", false},
+                                                 {L"folder", true}, {L"folder.with.dots", true}};
+  EXPECT_EQ(found, expected);
+}
+
+TEST_F(FileSearchTest, GivesNamesWithTheEnding) {
+  for (const wchar_t* const name : {L"a.log", L"B.LOG", L"c.Log", L"d.log.bak", L"e.txt", L"elog",
+                                    L"\x00E4 \x20AC.log", L".log", L"g.bak.log"}) {
+    MakeFile(name);
+  }
+  folder_.MakeFolder(L"folder.log");
+  EXPECT_THAT(Names(L"*.log"),
+              UnorderedElementsAre(L"a.log", L"B.LOG", L"c.Log", L"\x00E4 \x20AC.log", L".log",
+                                   L"g.bak.log", L"folder.log"));
+}
+
+TEST_F(FileSearchTest, AnEmptyFolderHasOnlyItself) {
+  EXPECT_THAT(Names(L"*.*"), UnorderedElementsAre(L".", L".."));
+  EXPECT_THAT(Names(L"*.log"), IsEmpty());
+}
+
+TEST_F(FileSearchTest, SaysWhyNothingWasFound) {
+  FileSearch search;
+  EXPECT_FALSE(search.First(folder_ / L"*.log"));
+  EXPECT_EQ(platform::LastError(), platform::kErrorFileNotFound);
+  const std::wstring missing = (folder_ / L"missing") + platform::kPathSeparator;
+  EXPECT_FALSE(search.First(missing + L"*.log"));
+  EXPECT_EQ(platform::LastError(), platform::kErrorPathNotFound);
+  EXPECT_FALSE(search.First(missing + L"*.*"));
+  EXPECT_EQ(platform::LastError(), platform::kErrorPathNotFound);
+}
+
+TEST_F(FileSearchTest, FindsNothingInAFile) {
+  MakeFile(L"file");
+  FileSearch search;
+  EXPECT_FALSE(search.First((folder_ / L"file") + platform::kPathSeparator + L"*.*"));
+}
+
+TEST_F(FileSearchTest, TheLastEntryStaysCurrentAtTheEnd) {
+  MakeFile(L"only.log");
+  FileSearch search;
+  ASSERT_TRUE(search.First(folder_ / L"*.log"));
+  EXPECT_FALSE(search.Next());
+  EXPECT_EQ(platform::LastError(), platform::kErrorNoMoreFiles);
+  EXPECT_EQ(search.Current().name, L"only.log");
+  EXPECT_FALSE(search.Next());
+}
+
+TEST_F(FileSearchTest, GoesOnWhileEntriesAreMovedAway) {
+  std::vector<std::wstring> expected;
+  for (int i = 0; i < 1000; ++i) {
+    const std::wstring name = platform::FromUtf8("file " + std::to_string(i) + ".log");
+    MakeFile(name);
+    expected.push_back(name);
+  }
+  std::vector<std::wstring> names;
+  FileSearch search;
+  for (bool found = search.First(folder_ / L"*.log"); found;) {
+    const std::wstring name = search.Current().name;
+    names.push_back(name);
+    // As the upload does it: look ahead, then move the file away.
+    found = search.Next();
+    kyd_test::WriteFileBytes(folder_ / (name + L".bak"), "");
+    ASSERT_EQ(std::remove(platform::ToUtf8(folder_ / name).c_str()), 0);
+  }
+  EXPECT_THAT(names, testing::UnorderedElementsAreArray(expected));
+}
+
+TEST_F(FileSearchTest, CanBeStartedAgain) {
+  MakeFile(L"a.log");
+  folder_.MakeFolder(L"other");
+  FileSearch search;
+  ASSERT_TRUE(search.First(folder_ / L"*.log"));
+  EXPECT_FALSE(search.First((folder_ / L"other") + platform::kPathSeparator + L"*.log"));
+  EXPECT_FALSE(search.Next());
+  ASSERT_TRUE(search.First(folder_ / L"*.log"));
+  EXPECT_EQ(search.Current().name, L"a.log");
+}
+
+TEST_F(FileSearchTest, EndsWhenClosed) {
+  MakeFile(L"a.log");
+  MakeFile(L"b.log");
+  FileSearch search;
+  EXPECT_FALSE(search.Next());
+  ASSERT_TRUE(search.First(folder_ / L"*.log"));
+  search.Close();
+  EXPECT_FALSE(search.Next());
+  search.Close();
+}
+
+}  // namespace

@@ -1,0 +1,324 @@
+#include "platform/registry_text_posix.h"
+
+#include <gtest/gtest.h>
+
+#include "platform/registry.h"
+#include "platform/text.h"
+#include "tests/unit/support/test_sysroot.h"
+
+namespace {
+
+using platform::ReadRegistryText;
+using platform::RegistryValues;
+using Bytes = std::vector<std::uint8_t>;
+
+constexpr wchar_t kKey[] = L"SOFTWARE\\Maker\\Product";
+const std::string kHead =
+    "Windows Registry Editor Version 5.00\n\n[HKEY_LOCAL_MACHINE\\SOFTWARE\\Maker\\Product]\n";
+
+// What a text gives for the value "v" of the key: nothing, or its type and data.
+std::optional<std::pair<std::uint32_t, Bytes>> ValueOf(const std::string& text) {
+  const std::optional<RegistryValues> values = ReadRegistryText(text, kKey);
+  if (!values || values->count(L"v") == 0) {
+    return std::nullopt;
+  }
+  return std::pair(values->at(L"v").type, values->at(L"v").data);
+}
+
+bool HasKey(const std::string& text) {
+  return ReadRegistryText(text, kKey).has_value();
+}
+
+const std::pair<std::uint32_t, Bytes> kSeven = {platform::kRegistryDword, {7, 0, 0, 0}};
+
+TEST(RegistryText, ReadsEveryFormOfAValue) {
+  const struct {
+    const char* line;
+    std::uint32_t type;
+    Bytes data;
+  } cases[] = {
+      {R"("v"="")", 1, {0, 0}},
+      {R"("v"="a")", 1, {'a', 0, 0, 0}},
+      {R"("v"="\\\"")", 1, {'\\', 0, '"', 0, 0, 0}},
+      {R"("v"="a;b")", 1, {'a', 0, ';', 0, 'b', 0, 0, 0}},
+      {R"("v"="a" ; comment)", 1, {'a', 0, 0, 0}},
+      {R"("V"="a")", 1, {'a', 0, 0, 0}},
+      {R"(  "v" = "a"  )", 1, {'a', 0, 0, 0}},
+      {R"("v"=dword:00000007)", 4, {7, 0, 0, 0}},
+      {R"("v"=dword:7)", 4, {7, 0, 0, 0}},
+      {R"("v"=dword: 7)", 4, {7, 0, 0, 0}},
+      {R"("v"=DWORD:fFeEdDcC)", 4, {0xCC, 0xDD, 0xEE, 0xFF}},
+      {R"("v"=dword:00000007;comment)", 4, {7, 0, 0, 0}},
+      {R"("v"=hex:)", 3, {}},
+      {R"("v"=hex:01)", 3, {1}},
+      {R"("v"=hex:01,a,FF)", 3, {1, 10, 255}},
+      {R"("v"=hex: 01 , 02 ; comment)", 3, {1, 2}},
+      {R"("v"=hex:01,)", 3, {1}},
+      {R"("v"=hex(0):01)", 0, {1}},
+      {R"("v"=hex(1):61,00,00,00)", 1, {'a', 0, 0, 0}},
+      {R"("v"=hex(2):61,00,00,00)", 2, {'a', 0, 0, 0}},
+      {R"("v"=hex(4):07,00)", 4, {7, 0}},
+      {R"("v"=hex(7):00,00)", 7, {0, 0}},
+      {R"("v"=hex(b):01,00,00,00,00,00,00,00)", 11, {1, 0, 0, 0, 0, 0, 0, 0}},
+      {R"("v"=HEX(B):01)", 11, {1}},
+      {R"("v"=hex(ffffffff):01)", 0xFFFFFFFF, {1}},
+      {"\"v\"=hex:01,\\\n  02,\\\n\t03", 3, {1, 2, 3}},
+      {"\"v\"=hex:01,\\\r\n  02\r", 3, {1, 2}},
+      {"\"v\"=hex:\\\n01", 3, {1}},
+      {"\"v\"=hex:01,\\ ; comment\n02", 3, {1, 2}},
+      {"\"v\"=hex:01,\\\n\n02", 3, {1}},
+      {"\"v\"=\"\xC3\xA4\xF0\x9F\x98\x80\"", 1, {0xE4, 0, 0x3D, 0xD8, 0x00, 0xDE, 0, 0}},
+  };
+  for (const auto& one : cases) {
+    const auto value = ValueOf(kHead + one.line + "\n\"w\"=dword:1\n");
+    ASSERT_TRUE(value) << one.line;
+    EXPECT_EQ(value->first, one.type) << one.line;
+    EXPECT_EQ(value->second, one.data) << one.line;
+  }
+}
+
+TEST(RegistryText, IgnoresALineThatCannotBeReadAndNothingElse) {
+  const char* const lines[] = {
+      "v=dword:00000008",
+      "\"v\"",
+      "\"v\"=",
+      "\"v=dword:00000008",
+      "\"v\" dword:00000008",
+      "\"v\"=dword:",
+      "\"v\"=dword:x",
+      "\"v\"=dword:8x",
+      "\"v\"=dword:-8",
+      "\"v\"=dword:0x8",
+      "\"v\"=dword:000000008",
+      "\"v\"=dword 8",
+      "\"v\"=qword:8",
+      "\"v\"=8",
+      "\"v\"=\"a",
+      "\"v\"=\"a\\\"",
+      "\"v\"=\"a\"b",
+      "\"v\"=\"a\\b\"",
+      "\"v\"=\"a\\",
+      "\"v\"='a'",
+      "\"v\"=hex",
+      "\"v\"=hex(",
+      "\"v\"=hex():01",
+      "\"v\"=hex(x):01",
+      "\"v\"=hex(2:01",
+      "\"v\"=hex(100000000):01",
+      "\"v\"=hex:1 2",
+      "\"v\"=hex:100",
+      "\"v\"=hex:0g",
+      "\"v\"=hex:,01",
+      "\"v\"=hex:01,,02",
+      "\"v\"=hex:01\\",
+      "\"v\"=hex:01,\\\n0g",
+      "\"v\"=-x",
+      "\"v\\=dword:00000008",
+      "\"\\v\"=dword:00000008",
+      "=dword:00000008",
+      "; \"v\"=dword:00000008",
+      "\"v\"=\"\xE9\"",
+      "\"v\xE9\"=dword:00000008",
+      "\xFF\xFF\xFF",
+      "-",
+      "\\",
+      "\"",
+  };
+  for (const char* const line : lines) {
+    EXPECT_EQ(ValueOf(kHead + line + "\n"), std::nullopt) << line;
+    EXPECT_EQ(ValueOf(kHead + "\"v\"=dword:7\n" + line + "\n"), kSeven) << line;
+    EXPECT_EQ(ValueOf(kHead + line + "\n\"v\"=dword:7\n"), kSeven) << line;
+    EXPECT_EQ(ValueOf(kHead + line + "\r\n\"v\"=dword:7\r\n"), kSeven) << line;
+  }
+}
+
+TEST(RegistryText, AListMayEndWithTheText) {
+  for (const char* const line : {"\"v\"=hex:01", "\"v\"=hex:01,", "\"v\"=hex:01,\\"}) {
+    ASSERT_TRUE(ValueOf(kHead + line)) << line;
+    EXPECT_EQ(ValueOf(kHead + line)->second, Bytes{1}) << line;
+  }
+}
+
+TEST(RegistryText, AnUnfinishedListDoesNotSwallowTheNextLine) {
+  EXPECT_EQ(ValueOf(kHead + "\"w\"=hex:01,\\\n\"v\"=dword:7\n"), kSeven);
+  EXPECT_EQ(ValueOf(kHead + "\"w\"=hex:01,\\\n[HKEY_LOCAL_MACHINE\\Other]\n\"v\"=dword:7\n"),
+            std::nullopt);
+}
+
+TEST(RegistryText, TakesEitherEncodingAndLineEnd) {
+  const std::string unix_text = kHead + "\"v\"=dword:7\n";
+  std::string windows_text;
+  for (const char character : unix_text) {
+    windows_text += character == '\n' ? std::string("\r\n") : std::string(1, character);
+  }
+  for (const std::string& text : {unix_text, windows_text}) {
+    EXPECT_EQ(ValueOf(text), kSeven);
+    EXPECT_EQ(ValueOf(text.substr(0, text.find_last_not_of("\r\n") + 1)), kSeven);
+    EXPECT_EQ(ValueOf("\xEF\xBB\xBF" + text), kSeven);
+    const Bytes utf16 = platform::ToUtf16Le(L"\xFEFF" + platform::FromUtf8(text));
+    EXPECT_EQ(ValueOf(std::string(utf16.begin(), utf16.end())), kSeven);
+    EXPECT_EQ(ValueOf(std::string(utf16.begin(), utf16.end()) + "x"), kSeven);
+  }
+}
+
+TEST(RegistryText, TakesAKeyDirectlyBehindTheMark) {
+  EXPECT_TRUE(HasKey("\xEF\xBB\xBF[HKEY_LOCAL_MACHINE\\SOFTWARE\\Maker\\Product]"));
+}
+
+TEST(RegistryText, FindsAKeyByItsPath) {
+  const struct {
+    const char* line;
+    bool expected;
+  } cases[] = {
+      {"[HKEY_LOCAL_MACHINE\\SOFTWARE\\Maker\\Product]", true},
+      {"[hkey_local_machine\\software\\MAKER\\product]", true},
+      {"  [HKEY_LOCAL_MACHINE\\SOFTWARE\\Maker\\Product] ; comment", true},
+      {"[HKEY_LOCAL_MACHINE\\SOFTWARE\\Maker\\Product\\Below]", true},
+      {"[HKEY_LOCAL_MACHINE\\SOFTWARE\\Maker\\Product\\Below\\Further]", true},
+      {"[HKEY_LOCAL_MACHINE\\SOFTWARE\\Maker\\Product2]", false},
+      {"[HKEY_LOCAL_MACHINE\\SOFTWARE\\Maker]", false},
+      {"[HKEY_LOCAL_MACHINE\\Maker\\Product]", false},
+      {"[HKEY_CURRENT_USER\\SOFTWARE\\Maker\\Product]", false},
+      {"[HKLM\\SOFTWARE\\Maker\\Product]", false},
+      {"[SOFTWARE\\Maker\\Product]", false},
+      {"[HKEY_LOCAL_MACHINE\\SOFTWARE\\Maker\\Product", false},
+      {"HKEY_LOCAL_MACHINE\\SOFTWARE\\Maker\\Product]", false},
+      {"[HKEY_LOCAL_MACHINE\\SOFTWARE\\Maker\\Product] x", false},
+      {"[HKEY_LOCAL_MACHINE\\]", false},
+      {"[HKEY_LOCAL_MACHINE]", false},
+      {"[]", false},
+      {"[", false},
+      {"", false},
+  };
+  for (const auto& one : cases) {
+    EXPECT_EQ(HasKey(one.line), one.expected) << one.line;
+  }
+}
+
+TEST(RegistryText, AKeyNameMayHoldBrackets) {
+  EXPECT_TRUE(ReadRegistryText("[HKEY_LOCAL_MACHINE\\a]b[c]", L"a]b[c"));
+}
+
+TEST(RegistryText, ValuesBelongToTheKeyAboveThem) {
+  const std::string other = "[HKEY_LOCAL_MACHINE\\Other]\n";
+  EXPECT_EQ(ValueOf("\"v\"=dword:7\n" + kHead), std::nullopt);
+  EXPECT_EQ(ValueOf(kHead + other + "\"v\"=dword:7\n"), std::nullopt);
+  EXPECT_EQ(ValueOf(kHead + "\"v\"=dword:7\n" + other + "\"v\"=dword:8\n"), kSeven);
+  EXPECT_EQ(ValueOf(kHead + other + kHead + "\"v\"=dword:7\n"), kSeven);
+  EXPECT_EQ(ValueOf(kHead + "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Maker\\Product\\Below]\n" +
+                    "\"v\"=dword:7\n"),
+            std::nullopt);
+}
+
+TEST(RegistryText, ValuesBelowAnUnreadableKeyBelongToNone) {
+  for (const char* const line : {"[", "[HKEY_LOCAL_MACHINE\\Other", "[] x", "[\xE9]", "  [\xE9"}) {
+    EXPECT_EQ(ValueOf(kHead + line + "\n\"v\"=dword:7\n"), std::nullopt) << line;
+  }
+}
+
+TEST(RegistryText, WhatComesLaterWins) {
+  EXPECT_EQ(ValueOf(kHead + "\"v\"=dword:8\n\"V\"=dword:7\n"), kSeven);
+  EXPECT_EQ(ValueOf(kHead + "\"v\"=\"a\"\n" + kHead + "\"v\"=dword:7\n"), kSeven);
+  EXPECT_EQ(ValueOf(kHead + "\"v\"=dword:7\n\"v\"=-\n"), std::nullopt);
+  EXPECT_EQ(ValueOf(kHead + "\"v\"=dword:7\n\"V\"=- ; gone\n"), std::nullopt);
+  EXPECT_EQ(ValueOf(kHead + "\"v\"=-\n\"v\"=dword:7\n"), kSeven);
+}
+
+TEST(RegistryText, RemovesAKeyWithEverythingBelowIt) {
+  const std::string value = kHead + "\"v\"=dword:7\n";
+  const struct {
+    const char* line;
+    bool expected;
+  } cases[] = {
+      {"[-HKEY_LOCAL_MACHINE\\SOFTWARE\\Maker\\Product]", false},
+      {"[-HKEY_LOCAL_MACHINE\\SOFTWARE\\Maker]", false},
+      {"[-hkey_local_machine\\software]", false},
+      {"[-HKEY_LOCAL_MACHINE\\SOFTWARE\\Maker\\Product\\Below]", true},
+      {"[-HKEY_LOCAL_MACHINE\\SOFTWARE\\Maker\\Prod]", true},
+      {"[-HKEY_CURRENT_USER\\SOFTWARE\\Maker\\Product]", true},
+      {"[-HKEY_LOCAL_MACHINE]", true},
+      {"[-]", true},
+  };
+  for (const auto& one : cases) {
+    EXPECT_EQ(HasKey(value + one.line + "\n"), one.expected) << one.line;
+    // A removed key takes no values.
+    EXPECT_EQ(HasKey(value + one.line + "\n\"v\"=dword:8\n"), one.expected) << one.line;
+    EXPECT_EQ(ValueOf(value + one.line + "\n" + value), kSeven) << one.line;
+  }
+  EXPECT_EQ(ValueOf(value + "[-HKEY_LOCAL_MACHINE\\SOFTWARE]\n" + kHead), std::nullopt);
+}
+
+TEST(RegistryText, TheUnnamedValueHasAnEmptyName) {
+  const std::optional<RegistryValues> values = ReadRegistryText(kHead + "@=\"a\"\n", kKey);
+  ASSERT_TRUE(values);
+  EXPECT_EQ(values->count(L""), 1U);
+  EXPECT_TRUE(ReadRegistryText(kHead + "@=\"a\"\n@=-\n", kKey)->empty());
+}
+
+TEST(RegistryText, NulCharactersAreOrdinary) {
+  const std::string text = kHead + std::string("\"v\"=\"a\0b\"\n", 10) + "\n\"w\"=dword:1\n";
+  EXPECT_EQ(ValueOf(text)->second, (Bytes{'a', 0, 0, 0, 'b', 0, 0, 0}));
+}
+
+TEST(RegistryText, TakesTimeInProportionToItsSize) {
+  // The whole test takes part of a second; work that grows with the square of the size takes
+  // minutes.
+  constexpr std::size_t kSize = std::size_t{1} << 20;
+  std::string values = kHead;
+  std::string list = kHead + "\"v\"=hex:";
+  std::string bad_lists = kHead;
+  while (values.size() < kSize) {
+    values += "\"" + std::to_string(values.size()) + "\"=dword:1\n";
+    list += "01,\\\n";
+    list += "01,";
+    bad_lists += "\"v\"=hex:01,\\\n";
+  }
+  while (list.size() < kSize) {
+    list += "01,\\\n";
+  }
+  EXPECT_GT(ReadRegistryText(values, kKey)->size(), 10'000U);
+  EXPECT_GT(ValueOf(list)->second.size(), 100'000U);
+  EXPECT_EQ(ValueOf(bad_lists)->second, Bytes{1});
+  EXPECT_FALSE(HasKey("[HKEY_LOCAL_MACHINE" + std::string(kSize, '\\') + "]"));
+  EXPECT_EQ(ValueOf(kHead + std::string(kSize, '\n') + "\"v\"=dword:7"), kSeven);
+  EXPECT_EQ(ValueOf(kHead + std::string(kSize, '"') + "\n\"v\"=dword:7"), kSeven);
+  EXPECT_EQ(ValueOf(kHead + "\"v\"=\"" + std::string(kSize, '\\')), std::nullopt);
+}
+
+// ---- The file itself
+
+class RegistryFile : public testing::Test {
+ protected:
+  [[nodiscard]] static bool Opens() {
+    return platform::RegistryKey::OpenLocalMachine(kKey, platform::kRegistryRead).has_value();
+  }
+
+  kyd_test::TestSysroot sysroot_;
+  std::wstring path_ = sysroot_.Folder() / L"etc/keyward/registry.reg";
+};
+
+TEST_F(RegistryFile, MissingHasNoKeys) {
+  EXPECT_FALSE(Opens());
+}
+
+TEST_F(RegistryFile, IsReadAnewForEveryKey) {
+  kyd_test::WriteFileBytes(path_, kHead);
+  EXPECT_TRUE(Opens());
+  kyd_test::WriteFileBytes(path_, "");
+  EXPECT_FALSE(Opens());
+}
+
+TEST_F(RegistryFile, BeyondItsBoundIsUnreadable) {
+  constexpr std::size_t kMost = std::size_t{16} << 20;
+  kyd_test::WriteFileBytes(path_, kHead + std::string(kMost - kHead.size(), ';'));
+  EXPECT_TRUE(Opens());
+  kyd_test::WriteFileBytes(path_, kHead + std::string(kMost - kHead.size() + 1, ';'));
+  EXPECT_FALSE(Opens());
+}
+
+TEST_F(RegistryFile, AFolderInItsPlaceHasNoKeys) {
+  sysroot_.Folder().MakeFolder(L"etc/keyward/registry.reg");
+  EXPECT_FALSE(Opens());
+}
+
+}  // namespace

@@ -1,0 +1,77 @@
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <filesystem>
+
+#include "platform/single_instance.h"
+#include "platform/text.h"
+#include "tests/unit/support/test_sysroot.h"
+
+namespace {
+
+constexpr wchar_t kName[] = L"KydPlatformTestsMutexString";
+
+std::string LockFile(const kyd_test::TestSysroot& sysroot) {
+  return platform::ToNativePath(sysroot.Folder() / L"run/lock/") + platform::ToUtf8(kName);
+}
+
+TEST(SingleInstanceFile, StaysAndCanBeLockedByOthersWhateverTheUmask) {
+  const kyd_test::TestSysroot sysroot;
+  const mode_t earlier = umask(0077);
+  {
+    const platform::SingleInstance instance(kName);
+    EXPECT_TRUE(instance.IsOwner());
+  }
+  umask(earlier);
+  struct stat status = {};
+  ASSERT_EQ(stat(LockFile(sysroot).c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 0777, 0644U);
+}
+
+TEST(SingleInstanceFile, IsFreeAgainWhenItsOwnerWasKilled) {
+  const kyd_test::TestSysroot sysroot;
+  int ready[2];
+  ASSERT_EQ(pipe(ready), 0);
+  const pid_t child = fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    const platform::SingleInstance instance(kName);
+    const char answer = instance.IsOwner() ? 'y' : 'n';
+    (void)!write(ready[1], &answer, 1);
+    for (;;) {
+      pause();
+    }
+  }
+  char answer = '?';
+  EXPECT_EQ(read(ready[0], &answer, 1), 1);
+  EXPECT_EQ(answer, 'y');
+  EXPECT_FALSE(platform::SingleInstance(kName).IsOwner());
+  kill(child, SIGKILL);
+  int status = 0;
+  EXPECT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_TRUE(platform::SingleInstance(kName).IsOwner());
+  close(ready[0]);
+  close(ready[1]);
+}
+
+TEST(SingleInstanceFile, IsNobodysWithoutItsFolder) {
+  const kyd_test::TestSysroot sysroot;
+  std::filesystem::remove(std::filesystem::path(LockFile(sysroot)).parent_path());
+  EXPECT_FALSE(platform::SingleInstance(kName).IsOwner());
+}
+
+TEST(SingleInstanceFile, IsNeverALinkOrAFolder) {
+  const kyd_test::TestSysroot sysroot;
+  const std::string target = LockFile(sysroot) + ".target";
+  ASSERT_EQ(symlink(target.c_str(), LockFile(sysroot).c_str()), 0);
+  EXPECT_FALSE(platform::SingleInstance(kName).IsOwner());
+  EXPECT_FALSE(std::filesystem::exists(target));
+  ASSERT_EQ(unlink(LockFile(sysroot).c_str()), 0);
+  ASSERT_EQ(mkdir(LockFile(sysroot).c_str(), 0755), 0);
+  EXPECT_FALSE(platform::SingleInstance(kName).IsOwner());
+}
+
+}  // namespace

@@ -1,0 +1,50 @@
+#include "platform/single_instance.h"
+
+#include <gtest/gtest.h>
+
+#include "tests/unit/support/test_sysroot.h"
+
+namespace {
+
+constexpr wchar_t kName[] = L"KydPlatformTestsMutexString";
+
+TEST(SingleInstance, HasOneOwnerAtATime) {
+  const kyd_test::TestSysroot sysroot;
+  const platform::SingleInstance first(kName);
+  EXPECT_TRUE(first.IsOwner());
+  const platform::SingleInstance second(kName);
+  EXPECT_FALSE(second.IsOwner());
+  // The one that was refused takes nothing away from the owner.
+  const platform::SingleInstance third(kName);
+  EXPECT_FALSE(third.IsOwner());
+}
+
+TEST(SingleInstance, GivesTheNameBack) {
+  const kyd_test::TestSysroot sysroot;
+  {
+    const platform::SingleInstance first(kName);
+    EXPECT_TRUE(first.IsOwner());
+  }
+  const platform::SingleInstance second(kName);
+  EXPECT_TRUE(second.IsOwner());
+}
+
+TEST(SingleInstance, NamesAreIndependent) {
+  const kyd_test::TestSysroot sysroot;
+  const platform::SingleInstance first(kName);
+  const platform::SingleInstance other(L"KydPlatformTestsOtherString");
+  EXPECT_TRUE(first.IsOwner());
+  EXPECT_TRUE(other.IsOwner());
+}
+
+TEST(SingleInstance, IsNobodysUnderANameThatCannotBeHad) {
+  const kyd_test::TestSysroot sysroot;
+#ifdef _WIN32
+  const platform::SingleInstance instance(L"no\\such\\folder");
+#else
+  const platform::SingleInstance instance(L"no/such/folder");
+#endif
+  EXPECT_FALSE(instance.IsOwner());
+}
+
+}  // namespace

@@ -1,0 +1,10 @@
+// A library for the loader's tests.
+#ifdef _WIN32
+#define KYD_TEST_EXPORT extern "C" __declspec(dllexport)
+#else
+#define KYD_TEST_EXPORT extern "C" __attribute__((visibility("default")))
+#endif
+
+KYD_TEST_EXPORT int KydTestAnswer() {
+  return 42;
+}
