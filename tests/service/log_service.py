@@ -76,7 +76,7 @@ class Answer:
     delay: float = 0.0  # seconds before the answer
     hold: Hold | None = None
     interim: tuple = ()  # status codes of answers that go out ahead of the real one
-    raw: bytes | None = None  # replaces the whole answer, head and all; then the connection ends
+    raw: object = None  # bytes or an iterable: the whole answer, head and all; ends the connection
     drop: Stage | None = None
     drop_after: int = 0
     reset: bool = False  # drop with a reset instead of an orderly end
@@ -205,6 +205,7 @@ class LogService:
         require_client_certificate=False,
         on_request=None,
     ):
+        self.identity = identity
         self.accounts = list(accounts)
         self.store = Path(store) if store else None
         self.decide = None  # function of the request that gives an Answer, or None for the rest
@@ -419,8 +420,11 @@ class LogService:
         if answer.drop is Stage.BEFORE_ANSWER:
             raise _Dropped(answer.reset)
         if answer.raw is not None:
-            secure.sendall(answer.raw)
             self._finish(request, None)
+            for piece in _pieces(answer.raw):
+                secure.sendall(piece)
+                if self._stopping.is_set():
+                    break
             return False
         for status in answer.interim:
             secure.sendall(_head(status))
@@ -435,9 +439,8 @@ class LogService:
             raise _Dropped(answer.reset)
         # Before the bytes go out: once the client has them it may end, and a test may look.
         self._finish(request, answer.status)
-        body = [answer.body] if isinstance(answer.body, (bytes, bytearray)) else answer.body
         pending, sent = head, 0
-        for piece in body:
+        for piece in _pieces(answer.body):
             if answer.drop is Stage.ANSWER_BODY and sent + len(piece) >= answer.drop_after:
                 secure.sendall(pending + _framed(piece[: answer.drop_after - sent], chunked))
                 raise _Dropped(answer.reset)
@@ -511,6 +514,10 @@ def _answer_head(answer, closing):
     if closing and "connection" not in names:
         headers.append(("Connection", "close"))
     return _head(answer.status, headers, answer.reason), chunked
+
+
+def _pieces(content):
+    return [content] if isinstance(content, (bytes, bytearray)) else content
 
 
 def _framed(piece, chunked):

@@ -1,0 +1,84 @@
+"""Options and fixtures of the end-to-end tests."""
+
+from pathlib import Path
+
+import pytest
+
+from service.certificates import CertificateFactory
+from service.log_service import LogService
+
+from .harness import Machine
+from .platforms import ROOT, Linux, Windows
+
+
+def pytest_addoption(parser):
+    parser.addoption(
+        "--platform",
+        choices=("linux", "windows", "both"),
+        default=None,
+        help="where to start the program; without it, wherever a build is found",
+    )
+    parser.addoption("--linux-bin", type=Path, default=ROOT / "build/linux/bin")
+    parser.addoption("--windows-bin", type=Path, default=ROOT / "build/windows/bin")
+    parser.addoption("--wine-prefix", type=Path, default=ROOT / "build/windows/wineprefix")
+
+
+def _chosen(config):
+    chosen = config.getoption("--platform")
+    return ("linux", "windows") if chosen in (None, "both") else (chosen,)
+
+
+def pytest_generate_tests(metafunc):
+    if "platform" in metafunc.fixturenames:
+        metafunc.parametrize("platform", _chosen(metafunc.config), indirect=True, scope="session")
+
+
+def pytest_collection_modifyitems(config, items):
+    # What does not start the program is the same on both platforms: once is enough, and the native
+    # run takes it.
+    if config.getoption("--platform") == "windows":
+        elsewhere = [item for item in items if "platform" not in item.fixturenames]
+        config.hook.pytest_deselected(items=elsewhere)
+        items[:] = [item for item in items if item not in elsewhere]
+
+
+@pytest.fixture(scope="session")
+def certificates(tmp_path_factory):
+    return CertificateFactory(tmp_path_factory.mktemp("certificates"))
+
+
+@pytest.fixture(scope="session")
+def platform(request, tmp_path_factory):
+    config = request.config
+    native = config.getoption("--linux-bin").resolve()
+    kind, bin_folder = Linux, native
+    if request.param == "windows":
+        kind, bin_folder = Windows, config.getoption("--windows-bin").resolve()
+    missing = kind.missing(bin_folder, native)
+    if missing is not None:
+        if config.getoption("--platform") is None:
+            pytest.skip(f"no build for {request.param}: {missing} is missing")
+        pytest.fail(f"no build for {request.param}: {missing} is missing", pytrace=False)
+    folder = tmp_path_factory.mktemp(request.param)
+    more = (config.getoption("--wine-prefix"),) if kind is Windows else ()
+    started = kind(folder, bin_folder, native, *more)
+    started.start()
+    try:
+        yield started
+    finally:
+        started.stop()
+
+
+@pytest.fixture
+def machine(platform, tmp_path):
+    return Machine(platform, tmp_path)
+
+
+@pytest.fixture
+def service(machine, certificates):
+    """A service that knows the machine's accounts, at the machine's tenant address."""
+    with LogService(certificates.server) as running:
+        # The same objects, so that accounts made later in the test are known as well.
+        running.accounts = machine.accounts.values()
+        machine.tenant = running.tenant
+        yield running

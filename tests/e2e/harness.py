@@ -1,0 +1,377 @@
+"""One test's machine: a log tree, settings, credentials, the program's runs and what they left."""
+
+import collections
+import datetime
+import hashlib
+import json
+import os
+import re
+import shutil
+import subprocess
+from dataclasses import dataclass
+from pathlib import Path
+
+from service.log_service import Account
+
+from .platforms import PRODUCT_KEY
+
+ON = 16  # the bit of "OutputLog" that switches the program's log on
+RUN_SECONDS = 60
+
+_PREFIX = re.compile(
+    r"(?P<time>\d{4}/\d\d/\d\dT\d\d:\d\d:\d\d\.\d{3}), "
+    r"SID:(?P<session>\d{6,}), PID:(?P<process>\d{6,}), TID:(?P<thread>\d{6,}), "
+)
+_BYTE_ORDER_MARK = b"\xef\xbb\xbf"
+
+
+@dataclass(frozen=True)
+class LogLine:
+    """A line of the diagnostic log, taken apart."""
+
+    time: str
+    session: int
+    process: int
+    thread: int
+    message: str
+
+
+def parse_log(content):
+    """Takes a whole diagnostic log apart; fails when a byte of it is out of format.
+
+    A message may hold line ends of its own; the next line begins where the next prefix does.
+    """
+    assert content.startswith(_BYTE_ORDER_MARK), "the log does not begin with its mark"
+    assert b"\n" not in content.replace(b"\r\n", b""), "a line feed stands alone"
+    text = content[len(_BYTE_ORDER_MARK) :].decode("utf-8")
+    starts = [
+        match
+        for match in _PREFIX.finditer(text)
+        if match.start() == 0 or text.endswith("\r\n", 0, match.start())
+    ]
+    assert starts and starts[0].start() == 0, f"the log begins with {text[:80]!r}"
+    lines = []
+    ends = [match.start() for match in starts[1:]] + [len(text)]
+    for match, end in zip(starts, ends):
+        message = text[match.end() : end]
+        assert message.endswith(",\r\n"), f"this line has no end: {message!r}"
+        lines.append(
+            LogLine(
+                match["time"],
+                int(match["session"]),
+                int(match["process"]),
+                int(match["thread"]),
+                message[:-3].replace("\r\n", "\n"),
+            )
+        )
+    return lines
+
+
+def expect_messages(actual, expected):
+    """Compares whole message lists; an entry of `expected` may be a compiled pattern."""
+    shown = [
+        wanted.pattern
+        if isinstance(wanted, re.Pattern) and at < len(actual) and wanted.fullmatch(actual[at])
+        else (actual[at] if at < len(actual) else None)
+        for at, wanted in enumerate(expected)
+    ] + list(actual[len(expected) :])
+    wanted = [one.pattern if isinstance(one, re.Pattern) else one for one in expected]
+    assert shown == wanted
+
+
+class Running:
+    """A started program. Leaving the block without waiting for it ends it."""
+
+    def __init__(self, machine, command, folder):
+        self._machine = machine
+        self._out = folder
+        folder.mkdir(parents=True)
+        # Files and not pipes: a process that Wine leaves behind would hold a pipe open.
+        with (folder / "stdout").open("wb") as out, (folder / "stderr").open("wb") as err:
+            self._process = subprocess.Popen(
+                command,
+                env=machine.environment,
+                cwd=machine.working_folder,
+                stdin=subprocess.DEVNULL,
+                stdout=out,
+                stderr=err,
+            )
+        self.pid = self._process.pid
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        if self._process.poll() is None:
+            self.kill()
+
+    def kill(self):
+        self._process.kill()
+        self._process.wait()
+
+    def is_running(self):
+        return self._process.poll() is None
+
+    def wait(self, seconds=RUN_SECONDS):
+        """Waits for the end and judges what always holds: code 0, no output, nothing lost."""
+        code, output = self.wait_for_end(seconds)
+        assert output == b"", f"the program wrote: {output[:2000]!r}"
+        assert code == 0, f"the program ended with {code}"
+        self._machine.lost_nothing()
+
+    def wait_for_end(self, seconds=RUN_SECONDS):
+        """Waits for the end of a program that may end in any way; its code and its output."""
+        try:
+            code = self._process.wait(seconds)
+        except subprocess.TimeoutExpired:
+            self.kill()
+            raise AssertionError(f"the program still ran after {seconds} s") from None
+        return code, (self._out / "stdout").read_bytes() + (self._out / "stderr").read_bytes()
+
+
+class Machine:
+    """The machine of one test: everything that the program sees lies under `folder`."""
+
+    def __init__(self, platform, folder):
+        self.platform = platform
+        self.folder = folder
+        self.sysroot = folder / "sysroot"
+        self.log_dir = folder / "KydLog"
+        self.diagnostic_base = folder / "diagnostic"
+        self.working_folder = folder / "cwd"
+        self.program_folder = platform.program_folder
+        self.tenant = "localhost:1"
+        self.more_environment = {}
+        self.accounts = {}
+        self._made = {}
+        self._before = []
+        self._after = []
+        self._runs = 0
+        for path in (
+            *(self.log_dir / name for name in ("Upload", "Archive", "LogWork", "UploadResult")),
+            self.diagnostic_base,
+            self.working_folder,
+            self.sysroot / "run/lock",
+            self.sysroot / "var/log",
+            self.sysroot / "home",
+        ):
+            path.mkdir(parents=True)
+        self.no_settings()
+
+    # Names and paths.
+
+    def native(self, *parts):
+        """A path under the log directory as the program writes it."""
+        return self.platform.native_path(self.log_dir.joinpath(*parts))
+
+    @property
+    def environment(self):
+        return {**self.platform.environment(self.sysroot), **self.more_environment}
+
+    def upload(self, *parts):
+        return self.log_dir.joinpath("Upload", *parts)
+
+    def archive(self, *parts):
+        return self.log_dir.joinpath("Archive", *parts)
+
+    def credential(self, account):
+        return self.log_dir / "LogWork" / account / "UserData.dat"
+
+    def search_order(self, account):
+        """The account's waiting log files in the order in which the program will find them."""
+        names = self.platform.search_order(self.upload(account))
+        return [name for name in names if name.lower().endswith(".log")]
+
+    def account_order(self):
+        names = self.platform.search_order(self.upload())
+        return [
+            name for name in names if self.upload(name).is_dir() and name != "NoSent_LogFiles"
+        ]
+
+    # Settings.
+
+    def settings(self, values, legacy=None):
+        """Registry values: a number is a DWORD, a text a string, bytes are given as written."""
+        text = ""
+        for key, entries in ((PRODUCT_KEY, legacy), (PRODUCT_KEY + r"\Corvid", values)):
+            if entries is not None:
+                lines = [f'"{name}"={_registry_value(value)}' for name, value in entries.items()]
+                text += "\r\n".join([f"[HKEY_LOCAL_MACHINE\\{key}]", *lines, "", ""])
+        self.platform.set_registry(text, self.sysroot)
+
+    def no_settings(self):
+        self.platform.set_registry("", self.sysroot)
+
+    def switch_log_on(self, **more):
+        base = self.platform.native_path(self.diagnostic_base)
+        self.settings({"OutputLog": ON, "OutputLogDir": base, **more})
+
+    # The tree.
+
+    def account(self, name, *, archive=True, seal=True, **members):
+        """An account with its folders and, unless told otherwise, sealed credentials."""
+        self.accounts[name] = Account(name, f"key-of-{name}-71", f"session-of-{name}-71")
+        self.upload(name).mkdir()
+        if archive:
+            self.archive(name).mkdir()
+        self.credential(name).parent.mkdir()
+        if seal:
+            self.seal(name, **members)
+        return self.accounts[name]
+
+    def seal(self, name, **members):
+        account = self.accounts[name]
+        text = {"apikey": account.apikey, "idp_session": account.idp_session, **members}
+        self.seal_text(name, json.dumps(text))
+
+    def seal_text(self, name, text):
+        content = text if isinstance(text, bytes) else text.encode("utf-8")
+        self.platform.seal(self.credential(name), content)
+
+    def log(self, account, name, content=None):
+        """A waiting log file; its content is its own unless given."""
+        if content is None:
+            content = f"{account}/{name}: something happened\r\n".encode("utf-8", "surrogateescape")
+        self.upload(account, name).write_bytes(content)
+        self._made[account, name] = content
+        return content
+
+    def logs(self, account, *names):
+        for name in names:
+            self.log(account, name)
+
+    def content(self, account, name):
+        return self._made[account, name]
+
+    def remove_log(self, account, name):
+        """Takes a waiting file away, as another program could."""
+        self.upload(account, name).unlink()
+        content = self._made.pop((account, name))
+        self._before.pop(os.path.join("Upload", account, name), None)
+        return content
+
+    def archived(self, account, name, content=b"sent before\n"):
+        """A file that lies in the archive from an earlier run."""
+        self.archive(account, name).write_bytes(content)
+
+    # Runs.
+
+    def use_own_program_folder(self):
+        """Gives the test a copy of the program's folder that it may change."""
+        self.program_folder = self.folder / "program"
+        shutil.copytree(self.platform.program_folder, self.program_folder)
+        return self.program_folder
+
+    def start(self, arguments=None):
+        """Starts the program; unless told otherwise with the tenant and the log directory."""
+        if arguments is None:
+            arguments = [self.tenant, self.native()]
+        self._runs += 1
+        self._before = self.snapshot()
+        program = self.program_folder / self.platform.program_name
+        command = self.platform.command(program, arguments)
+        return Running(self, command, self.folder / "output" / str(self._runs))
+
+    def run(self, arguments=None, seconds=RUN_SECONDS):
+        """A whole run, judged for what always holds: code 0, no output, nothing lost."""
+        with self.start(arguments) as running:
+            running.wait(seconds)
+
+    def run_forced(self):
+        self.run([self.tenant, self.native(), "Param_Force_Flush"])
+
+    # What a run left.
+
+    def snapshot(self):
+        """All files and folders of the log directory: relative name to SHA-256 or "folder"."""
+        found = {}
+        for folder, folders, files in os.walk(self.log_dir):
+            for name in folders:
+                found[os.path.relpath(os.path.join(folder, name), self.log_dir)] = "folder"
+            for name in files:
+                path = Path(folder, name)
+                # Reading a pipe would wait for a writer.
+                content = path.read_bytes() if path.is_file() else b""
+                relative = os.path.relpath(path, self.log_dir)
+                found[relative] = hashlib.sha256(content).hexdigest()
+        return found
+
+    def changes(self):
+        """What differs from the state before the latest start: (gone, new or changed)."""
+        after = self.snapshot()
+        gone = sorted(set(self._before) - set(after))
+        new = sorted(name for name in after if self._before.get(name) != after[name])
+        return gone, new
+
+    def lost_nothing(self):
+        """Every log file is in Upload or in Archive, once, byte for byte, and no other came up."""
+        for (account, name), content in self._made.items():
+            places = [
+                path
+                for path in (
+                    self.upload(account, name),
+                    self.archive(account, name),
+                    self.archive(account, name + ".bak"),
+                )
+                if path.is_file() and path.read_bytes() == content
+            ]
+            assert len(places) == 1, f"{account}/{name} is in {places}"
+        assert _contents(self._before) == _contents(self.snapshot())
+
+    def is_waiting(self, account, name):
+        return self.upload(account, name).exists() and not self.archive(account, name).exists()
+
+    def is_archived(self, account, name):
+        return self.archive(account, name).exists() and not self.upload(account, name).exists()
+
+    def result_files(self):
+        return sorted((self.log_dir / "UploadResult").iterdir())
+
+    def result_file(self):
+        """The day's result file as bytes; a run around midnight may have written the day before."""
+        (path,) = self.result_files()
+        today = datetime.date.today()
+        days = [today, today - datetime.timedelta(days=1)]
+        assert path.name in [f"UploadResult{day:%Y%m%d}.log" for day in days]
+        return path.read_bytes()
+
+    @property
+    def diagnostic_log(self):
+        return self.diagnostic_base / "DebugSSO" / "KydLogUploader.log"
+
+    def log_lines(self):
+        return parse_log(self.diagnostic_log.read_bytes())
+
+    def messages(self):
+        return [line.message for line in self.log_lines()]
+
+    def all_bytes(self):
+        """Everything that lies on this machine now: names and contents of all files."""
+        pieces = []
+        for folder, _, files in os.walk(self.folder):
+            for name in files:
+                path = os.path.join(folder, name)
+                pieces.append(os.fsencode(path))
+                with open(path, "rb") as file:
+                    pieces.append(file.read())
+        return b"\n".join(pieces)
+
+
+def _contents(snapshot):
+    """How often each log file's content exists in Upload and Archive together."""
+    return collections.Counter(
+        digest
+        for name, digest in snapshot.items()
+        if digest != "folder" and name.split(os.sep)[0] in ("Upload", "Archive")
+    )
+
+
+def _registry_value(value):
+    if isinstance(value, bytes):
+        return value.decode("ascii")
+    if isinstance(value, int):
+        return f"dword:{value:08x}"
+    escaped = value.replace("\\", "\\\\").replace('"', '\\"')
+    return f'"{escaped}"'
+
+

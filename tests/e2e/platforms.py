@@ -1,0 +1,230 @@
+"""The two platforms on which the program is started, seen from a test session.
+
+A platform knows where its program lies, how to start it and where its machine-wide settings go. It
+works on a private copy of the program's folder, so that no test touches the build.
+"""
+
+import os
+import shutil
+import subprocess
+import time
+from pathlib import Path
+
+ROOT = Path(__file__).resolve().parents[2]
+REGISTRY_HEADER = "Windows Registry Editor Version 5.00\r\n\r\n"
+PRODUCT_KEY = r"SOFTWARE\Veltrane\Veltrane Keyward"
+
+_PROXIES = {"http_proxy", "https_proxy", "all_proxy", "no_proxy"}
+
+
+def _clean_environment():
+    """The session's environment without what could lead requests elsewhere."""
+    return {name: value for name, value in os.environ.items() if name.lower() not in _PROXIES}
+
+
+class Platform:
+    """What both platforms share. `folder` is the session's own; `bin_folder` holds the build."""
+
+    name = ""
+    separator = ""
+    program_name = ""
+    companion_name = ""
+    configuration_name = ""
+
+    def __init__(self, folder, bin_folder, native_bin_folder):
+        self.folder = Path(folder)
+        self.bin_folder = Path(bin_folder)
+        self.native_bin_folder = Path(native_bin_folder)
+        self.program_folder = self.folder / "program"
+
+    @classmethod
+    def missing(cls, bin_folder, native_bin_folder):
+        """The first thing that the build lacks, or None."""
+        needed = [
+            Path(bin_folder) / cls.program_name,
+            Path(bin_folder) / cls.companion_name,
+            Path(bin_folder) / cls.configuration_name,
+            Path(native_bin_folder) / "keyward-seal",
+        ]
+        return next((path for path in needed if not path.exists()), None)
+
+    def start(self):
+        """Copies the program and makes the key that its companion and the sealing tool share."""
+        self.program_folder.mkdir(parents=True)
+        for name in (self.program_name, self.companion_name, self.configuration_name):
+            shutil.copy2(self.bin_folder / name, self.program_folder / name)
+        sealing = self.folder / "sealing"
+        sealing.mkdir()
+        shutil.copy2(self.native_bin_folder / "keyward-seal", sealing)
+        self.seal_tool = sealing / "keyward-seal"
+        self.seal(self.folder / "first.dat", b"{}")
+        shutil.copy2(sealing / "Corvid.key", self.program_folder)
+
+    def stop(self):
+        """Undoes what `start` did outside of the session's folder."""
+
+    def seal(self, path, text):
+        """Writes a credential file; the text is taken as it is."""
+        subprocess.run(
+            [self.seal_tool, "--raw", path], input=text, check=True, timeout=60, capture_output=True
+        )
+
+    def variant(self, name):
+        """A companion library that lacks one export."""
+        return self.bin_folder / "variants" / name / self.companion_name
+
+    def native_path(self, path):
+        """The text by which the program knows a path."""
+        raise NotImplementedError
+
+    def command(self, program, arguments):
+        raise NotImplementedError
+
+    def environment(self, sysroot):
+        raise NotImplementedError
+
+    def set_registry(self, text, sysroot):
+        """Makes the lines of a registry export the machine's only settings of the product."""
+        raise NotImplementedError
+
+    def search_order(self, folder):
+        """The names in a folder in the order in which the program's search gives them."""
+        raise NotImplementedError
+
+
+class Linux(Platform):
+    name = "linux"
+    separator = "/"
+    program_name = "KydLogUploader"
+    companion_name = "Corvid.so"
+    configuration_name = "libpelham.so"
+
+    def native_path(self, path):
+        return os.fspath(path)
+
+    def command(self, program, arguments):
+        return [os.fspath(program), *arguments]
+
+    def environment(self, sysroot):
+        environment = _clean_environment()
+        environment["KEYWARD_SYSROOT"] = os.fspath(sysroot)
+        environment["HOME"] = os.fspath(sysroot / "home")
+        return environment
+
+    def set_registry(self, text, sysroot):
+        path = sysroot / "etc/keyward/registry.reg"
+        path.parent.mkdir(parents=True, exist_ok=True)
+        path.write_text(REGISTRY_HEADER + text, encoding="utf-8", newline="")
+
+    def search_order(self, folder):
+        return os.listdir(folder)
+
+
+class Windows(Platform):
+    """The Windows program under Wine, in a prefix of the build.
+
+    The prefix is the whole machine: its mutex and its registry are shared by everything that runs
+    in it, so these tests run one after another.
+    """
+
+    name = "windows"
+    separator = "\\"
+    program_name = "KydLogUploader.exe"
+    companion_name = "Corvid.dll"
+    configuration_name = "pelham.dll"
+
+    def __init__(self, folder, bin_folder, native_bin_folder, prefix):
+        super().__init__(folder, bin_folder, native_bin_folder)
+        self.prefix = Path(prefix).resolve()
+        self._server = None
+        self._registry = None
+
+    @staticmethod
+    def wine(name="wine64"):
+        """Debian puts these programs outside of PATH."""
+        return shutil.which(name) or shutil.which(name, path="/usr/lib/wine:/usr/lib/wine64")
+
+    @classmethod
+    def missing(cls, bin_folder, native_bin_folder):
+        return super().missing(bin_folder, native_bin_folder) or (
+            None if cls.wine() else Path("wine64")
+        )
+
+    def start(self):
+        super().start()
+        self.prefix.mkdir(parents=True, exist_ok=True)
+        # A server that stays is what makes a start take milliseconds instead of seconds. When there
+        # is one already, somebody else's, it ends at once, and that one serves.
+        self._server = subprocess.Popen(
+            [self.wine("wineserver64") or self.wine("wineserver"), "-f", "-p"],
+            env=self._wine_environment(),
+            stdin=subprocess.DEVNULL,
+            stdout=subprocess.DEVNULL,
+            stderr=subprocess.DEVNULL,
+        )
+        # The first program in the prefix sets it up.
+        self._run("wineboot", "-u", seconds=300)
+        self._import_registry("")
+
+    def stop(self):
+        self._import_registry("")
+        if self._server.poll() is None:
+            self._server.terminate()
+            try:
+                self._server.wait(20)
+            except subprocess.TimeoutExpired:
+                self._server.kill()
+                self._server.wait()
+
+    def native_path(self, path):
+        return "Z:" + os.fspath(path).replace("/", "\\")
+
+    def command(self, program, arguments):
+        return [self.wine(), os.fspath(program), *arguments]
+
+    def environment(self, sysroot):
+        return self._wine_environment()
+
+    def set_registry(self, text, sysroot):
+        if text != self._registry:
+            self._import_registry(text)
+
+    def search_order(self, folder):
+        return sorted(os.listdir(folder), key=str.upper)
+
+    def _wine_environment(self):
+        environment = _clean_environment()
+        environment["WINEPREFIX"] = os.fspath(self.prefix)
+        environment["WINEDEBUG"] = "-all"
+        # No questions about optional components when the prefix is new.
+        environment["WINEDLLOVERRIDES"] = "mscoree=d;mshtml=d"
+        return environment
+
+    def _run(self, *arguments, seconds=60):
+        subprocess.run(
+            [self.wine(), *arguments],
+            env=self._wine_environment(),
+            check=True,
+            timeout=seconds,
+            stdin=subprocess.DEVNULL,
+            stdout=subprocess.DEVNULL,
+            stderr=subprocess.DEVNULL,
+        )
+
+    def _import_registry(self, text):
+        path = self.folder / "settings.reg"
+        removal = "[-HKEY_LOCAL_MACHINE\\SOFTWARE\\Veltrane]\r\n\r\n"
+        path.write_bytes((REGISTRY_HEADER + removal + text).encode("utf-16"))
+        self._registry = None
+        self._run("regedit", "/S", self.native_path(path))
+        self._registry = text
+
+
+def wait_until(condition, seconds=30):
+    """Waits for something that gives no event of its own, such as a file; False when it is late."""
+    end = time.monotonic() + seconds
+    while not condition():
+        if time.monotonic() > end:
+            return False
+        time.sleep(0.01)
+    return True

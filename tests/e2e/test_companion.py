@@ -1,0 +1,137 @@
+"""The two libraries beside the program: missing, incomplete, misbehaving."""
+
+import os
+import shutil
+
+import pytest
+
+from . import messages as say
+from .harness import expect_messages
+
+LOAD_ERROR = "DLL Load Error (Corvid.dll)"
+
+
+@pytest.fixture
+def loaded(machine, service):
+    """A machine with a file to send and a program folder of its own."""
+    machine.switch_log_on()
+    machine.account("alice")
+    machine.log("alice", "a.log")
+    machine.use_own_program_folder()
+    return machine
+
+
+def companion(machine):
+    return machine.program_folder / machine.platform.companion_name
+
+
+def expect_no_run(machine, service, force=False):
+    if force:
+        machine.run_forced()
+    else:
+        machine.run()
+    assert machine.changes() == ([], [])
+    assert not service.connections
+    start = say.started(machine, force=force)[:-1]  # The run's own first line is not reached.
+    expect_messages(machine.messages(), [*start, LOAD_ERROR])
+
+
+@pytest.mark.parametrize("force", [False, True], ids=["plain", "forced"])
+def test_missing_library_means_no_run_at_all(loaded, service, force):
+    companion(loaded).unlink()
+    expect_no_run(loaded, service, force)
+
+
+@pytest.mark.parametrize("export", ["no-decrypt", "no-base64", "no-event-log"])
+def test_library_that_lacks_one_export_means_no_run(loaded, service, export):
+    shutil.copy2(loaded.platform.variant(export), companion(loaded))
+    expect_no_run(loaded, service)
+
+
+@pytest.mark.parametrize(
+    "content", [b"", b"this is no library", b"MZ" + bytes(200), b"\x7fELF" + bytes(200)]
+)
+def test_file_that_is_no_library_means_no_run(loaded, service, content):
+    companion(loaded).unlink()
+    companion(loaded).write_bytes(content)
+    expect_no_run(loaded, service)
+
+
+def test_library_on_the_search_path_is_not_taken(loaded, service):
+    elsewhere = loaded.folder / "elsewhere"
+    elsewhere.mkdir()
+    shutil.copy2(loaded.program_folder / "Corvid.key", elsewhere)
+    shutil.move(companion(loaded), elsewhere)
+    loaded.more_environment = {
+        "LD_LIBRARY_PATH": os.fspath(elsewhere),
+        "WINEPATH": loaded.platform.native_path(elsewhere),
+    }
+    # Nor the one in the working folder.
+    shutil.copy2(elsewhere / loaded.platform.companion_name, loaded.working_folder)
+    expect_no_run(loaded, service)
+
+
+def test_missing_key_file_is_a_decrypt_failure(loaded, service):
+    (loaded.program_folder / "Corvid.key").unlink()
+    loaded.run()
+    expect_messages(
+        loaded.messages(),
+        [
+            *say.started(loaded),
+            "<Read AuthFile> Decrypt error",
+            *say.summary(accounts=1, no_send=1),
+        ],
+    )
+
+
+def test_program_does_not_start_without_the_configuration_library(loaded, service):
+    (loaded.program_folder / loaded.platform.configuration_name).unlink()
+    with loaded.start() as running:
+        code, _ = running.wait_for_end()
+    assert code != 0
+    assert loaded.changes() == ([], [])
+    assert not service.connections
+    assert not loaded.diagnostic_log.exists()
+
+
+def set_user_agent(machine, text):
+    (machine.program_folder / "pelham.useragent").write_text(text, encoding="utf-8")
+
+
+def test_user_agent_is_the_configuration_librarys(loaded, service):
+    set_user_agent(loaded, "Keyward/9.8 (Windows; test)\n")
+    loaded.run()
+    assert service.requests[0].header("User-Agent") == ["Keyward/9.8 (Windows; test)"]
+
+
+def test_empty_user_agent_is_replaced(loaded, service):
+    set_user_agent(loaded, "\n")
+    loaded.run()
+    assert service.requests[0].header("User-Agent") == ["VeltraneKeyward/1.15.0"]
+
+
+def test_user_agent_stays_empty_when_the_configuration_library_throws(loaded, service):
+    set_user_agent(loaded, "!throw\n")
+    loaded.run()
+    assert service.requests[0].header("User-Agent") in ([], [""])
+    assert loaded.is_archived("alice", "a.log")
+    expect_messages(
+        loaded.messages(),
+        [
+            *say.started(loaded)[:-1],
+            "<SetWebAPIUserAgent> exception etc",
+            say.SEPARATOR,
+            *say.account_in("alice"),
+            *say.accepted(loaded, "alice", "a.log"),
+            *say.account_out("alice"),
+            *say.summary(accounts=1, send=1, ok=1),
+        ],
+    )
+
+
+def test_program_is_found_by_its_folder_and_not_by_the_working_folder(loaded, service):
+    target = loaded.folder / "a folder with blanks and ä"
+    loaded.program_folder.rename(target)
+    loaded.program_folder = target
+    loaded.run()
+    assert loaded.is_archived("alice", "a.log")

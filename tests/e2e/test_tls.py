@@ -1,0 +1,177 @@
+"""The line to the tenant: TLS versions, certificates, unreachable servers, nginx."""
+
+import socket
+import ssl
+
+import pytest
+
+from service.log_service import SERVICE_PATH, LogService
+from service.nginx_service import Nginx, find_nginx
+
+from . import messages as say
+from .harness import expect_messages
+
+
+@pytest.fixture
+def loaded(machine):
+    machine.switch_log_on()
+    machine.account("alice")
+    machine.logs("alice", "a.log", "b.log")
+    return machine
+
+
+def expect_nothing_sent(machine):
+    """The first file meets a transport failure; the account ends, the run goes on."""
+    first = machine.search_order("alice")[0]
+    machine.run()
+    assert machine.is_waiting("alice", "a.log") and machine.is_waiting("alice", "b.log")
+    assert not machine.result_files()
+    expect_messages(
+        machine.messages(),
+        [
+            *say.started(machine),
+            *say.account_in("alice"),
+            *say.tried(machine, "alice", first),
+            *say.transport_failure("alice"),
+            *say.summary(accounts=1),
+        ],
+    )
+
+
+def expect_all_sent(machine):
+    machine.run()
+    assert machine.is_archived("alice", "a.log") and machine.is_archived("alice", "b.log")
+    assert machine.messages()[-3:] == say.summary(accounts=1, send=1, ok=2)
+
+
+def serve(machine, identity, **options):
+    service = LogService(identity, accounts=machine.accounts.values(), **options)
+    machine.tenant = service.tenant
+    return service
+
+
+def test_version_is_1_2_although_the_server_offers_1_3(loaded, certificates):
+    with serve(loaded, certificates.server) as service:
+        expect_all_sent(loaded)
+        assert [one.tls_version for one in service.connections] == ["TLSv1.2", "TLSv1.2"]
+
+
+@pytest.mark.parametrize(
+    "version",
+    [ssl.TLSVersion.TLSv1, ssl.TLSVersion.TLSv1_1, ssl.TLSVersion.TLSv1_3],
+    ids=lambda version: version.name,
+)
+@pytest.mark.filterwarnings("ignore:ssl.TLSVersion:DeprecationWarning")
+def test_server_that_offers_another_version_only_is_a_transport_failure(
+    loaded, certificates, version
+):
+    with serve(loaded, certificates.server, minimum=version, maximum=version) as service:
+        expect_nothing_sent(loaded)
+        assert not service.requests
+
+
+@pytest.mark.parametrize(
+    "identity",
+    [
+        "server",
+        "self_signed_server",
+        "expired_server",
+        "wrong_host_server",
+        "other_authority_server",
+    ],
+)
+def test_any_server_certificate_is_accepted_without_a_client_certificate(
+    loaded, certificates, identity
+):
+    with serve(loaded, getattr(certificates, identity)):
+        expect_all_sent(loaded)
+
+
+def test_no_client_certificate_is_shown_unasked_for(loaded, certificates):
+    with serve(
+        loaded, certificates.server, client_authority=certificates.authority.pem
+    ) as service:
+        expect_all_sent(loaded)
+        assert [one.client_certificate for one in service.connections] == [None, None]
+
+
+def test_server_that_insists_on_a_client_certificate_is_a_transport_failure(loaded, certificates):
+    with serve(
+        loaded,
+        certificates.server,
+        client_authority=certificates.authority.pem,
+        require_client_certificate=True,
+    ) as service:
+        expect_nothing_sent(loaded)
+        assert not service.requests
+
+
+def test_server_that_speaks_no_tls_is_a_transport_failure(loaded):
+    """The port answers in plain text, as a web server without TLS does."""
+    import threading
+
+    with socket.create_server(("127.0.0.1", 0)) as listener:
+        loaded.tenant = f"localhost:{listener.getsockname()[1]}"
+
+        def answer():
+            connection, _ = listener.accept()
+            with connection:
+                connection.recv(10)
+                connection.sendall(b"HTTP/1.1 400 Bad Request\r\nContent-Length: 0\r\n\r\n")
+
+        thread = threading.Thread(target=answer)
+        thread.start()
+        expect_nothing_sent(loaded)
+        thread.join()
+
+
+def test_tenant_that_refuses_the_connection_is_a_transport_failure(loaded):
+    with socket.socket() as taken:
+        taken.bind(("127.0.0.1", 0))  # Taken and not listening: nobody else can open it.
+        loaded.tenant = f"localhost:{taken.getsockname()[1]}"
+        expect_nothing_sent(loaded)
+
+
+def test_tenant_whose_name_nobody_knows_is_a_transport_failure(loaded):
+    loaded.tenant = "no-such-host.invalid"
+    expect_nothing_sent(loaded)
+
+
+def test_certificate_text_that_is_no_certificate_does_not_keep_files_from_being_sent(
+    machine, certificates
+):
+    machine.switch_log_on()
+    machine.account("alice", cert={"base64encoded": "AAAA"})
+    machine.logs("alice", "a.log", "b.log")
+    with serve(machine, certificates.server):
+        expect_all_sent(machine)
+
+
+needs_nginx = pytest.mark.skipif(find_nginx() is None, reason="nginx is not installed")
+
+
+@needs_nginx
+@pytest.mark.parametrize("size", [0, 100, 3_000_000])
+def test_real_web_server_takes_the_files(loaded, certificates, tmp_path, size):
+    loaded.log("alice", "a.log", bytes(range(250)) * (size // 250))
+    order = loaded.search_order("alice")
+    with Nginx(tmp_path / "nginx", certificates.server) as nginx:
+        loaded.tenant = nginx.tenant
+        expect_all_sent(loaded)
+    requests = nginx.requests()
+    assert [one["body"] for one in requests] == [loaded.content("alice", name) for name in order]
+    for one in requests:
+        assert (one["method"], one["path"], one["status"]) == ("POST", SERVICE_PATH, 200)
+        assert one["protocol"] == "TLSv1.2"
+        assert one["host"] == loaded.tenant
+
+
+@needs_nginx
+def test_real_web_servers_refusal_keeps_the_files(loaded, certificates, tmp_path):
+    with Nginx(tmp_path / "nginx", certificates.server, status=503) as nginx:
+        loaded.tenant = nginx.tenant
+        loaded.run()
+    assert loaded.is_waiting("alice", "a.log") and loaded.is_waiting("alice", "b.log")
+    errors = [text for text in loaded.messages() if "Error [503, " in text]
+    assert len(errors) == 2
+    assert all("503 Service Temporarily Unavailable" in text for text in errors)

@@ -1,0 +1,714 @@
+"""The road of a log file: sent, judged, moved, counted."""
+
+import pytest
+
+from service.log_service import SERVICE_PATH, Answer, Hold, LogService, Stage
+
+from . import messages as say
+from .harness import expect_messages
+
+USER_AGENT = "VeltraneKeyward/1.15.0 (KydLogUploader stand-in)"
+
+# The whole head of a request. Both ways of telling the body's length are right, each back end has
+# its own order and spacing, and nothing else goes out.
+GOLDEN_HEADS = {
+    "linux": (
+        "POST /idp/api/keyward/v1/log/sso HTTP/1.1\r\n"
+        "Host: {tenant}\r\n"
+        "Authorization:Bearer key-of-alice-71\r\n"
+        "Connection:{connection}\r\n"
+        "Content-Type:application/octet-stream\r\n"
+        "Cookie:idp.session=session-of-alice-71\r\n"
+        "User-Agent:" + USER_AGENT + "\r\n"
+        "Transfer-Encoding:chunked\r\n"
+        "\r\n"
+    ),
+    "windows": (
+        "POST /idp/api/keyward/v1/log/sso HTTP/1.1\r\n"
+        "Connection: {connection}\r\n"
+        "Content-Type: application/octet-stream\r\n"
+        "User-Agent: " + USER_AGENT + "\r\n"
+        "Cookie: idp.session=session-of-alice-71\r\n"
+        "Authorization: Bearer key-of-alice-71\r\n"
+        "Content-Length: {length}\r\n"
+        "Host: {tenant}\r\n"
+        "\r\n"
+    ),
+}
+
+BACKEND_HEADERS = {"linux": "transfer-encoding", "windows": "content-length"}
+
+STATUSES = (200, 201, 202, 204, 301, 302, 303, 307, 308, 400, 401, 403, 404, 500, 503)
+
+
+def test_files_of_one_account_are_sent_archived_and_counted(machine, service):
+    machine.switch_log_on()
+    machine.account("alice")
+    machine.logs("alice", "a.log", "b.log", "c.LOG")
+    machine.upload("alice", "notes.txt").write_text("not a log file")
+    order = machine.search_order("alice")
+    assert len(order) == 3
+    machine.run()
+
+    assert [one.body for one in service.requests] == [machine.content("alice", n) for n in order]
+    assert [one.status for one in service.requests] == [200, 200, 200]
+    assert machine.upload("alice").exists()
+    assert [path.name for path in machine.upload("alice").iterdir()] == ["notes.txt"]
+    assert sorted(path.name for path in machine.archive("alice").iterdir()) == sorted(order)
+    expect_messages(
+        machine.messages(),
+        [
+            *say.started(machine),
+            *say.account_in("alice"),
+            *(line for name in order for line in say.accepted(machine, "alice", name)),
+            *say.account_out("alice"),
+            *say.summary(accounts=1, send=1, ok=3),
+        ],
+    )
+
+
+def test_request_is_exactly_what_the_service_expects(machine, service):
+    machine.account("alice")
+    machine.logs("alice", "a.log", "b.log", "c.log")
+    machine.run()
+
+    golden = GOLDEN_HEADS[machine.platform.name]
+    connections = ["KeepAlive", "KeepAlive", "close"]
+    assert [one.head.decode("latin-1") for one in service.requests] == [
+        golden.format(tenant=machine.tenant, connection=connection, length=len(one.body))
+        for one, connection in zip(service.requests, connections)
+    ]
+
+
+def test_request_has_no_header_beyond_those_of_the_contract(machine, service):
+    machine.account("alice")
+    machine.logs("alice", "a.log", "b.log")
+    machine.run()
+
+    for request, connection in zip(service.requests, ["KeepAlive", "close"]):
+        assert request.method == "POST"
+        assert request.target == SERVICE_PATH
+        headers = {name.lower(): value for name, value in request.headers}
+        assert len(headers) == len(request.headers), "a header came twice"
+        headers.pop(BACKEND_HEADERS[machine.platform.name])
+        assert headers == {
+            "host": machine.tenant,
+            "connection": connection,
+            "cookie": "idp.session=session-of-alice-71",
+            "authorization": "Bearer key-of-alice-71",
+            "user-agent": USER_AGENT,
+            "content-type": "application/octet-stream",
+        }
+
+
+def test_only_file_of_an_account_closes_the_connection(machine, service):
+    for name in ("alice", "bob"):
+        machine.account(name)
+        machine.log(name, "only.log")
+    machine.run()
+    assert [one.header("Connection") for one in service.requests] == [["close"], ["close"]]
+
+
+def test_every_file_has_a_connection_of_its_own(machine, service):
+    machine.account("alice")
+    machine.logs("alice", "a.log", "b.log", "c.log")
+    machine.run()
+    assert [one.connection.number for one in service.requests] == [1, 2, 3]
+    assert [one.requests for one in service.connections] == [1, 1, 1]
+
+
+def test_accounts_are_handled_in_search_order_each_with_its_own_credentials(machine, service):
+    machine.switch_log_on()
+    for number in range(25):
+        machine.account(f"user-{number * 7919 % 100:02}")
+        machine.log(f"user-{number * 7919 % 100:02}", "day.log")
+    machine.upload("x.log").write_text("a plain file, no account")
+    machine.upload("NoSent_LogFiles").mkdir()
+    machine.upload("NoSent_LogFiles", "y.log").write_text("never sent")
+    order = machine.account_order()
+    assert len(order) == 25
+    machine.run()
+
+    assert [one.account for one in service.requests] == order
+    assert [one.body for one in service.requests] == [machine.content(n, "day.log") for n in order]
+    assert machine.upload("x.log").exists()
+    assert machine.upload("NoSent_LogFiles", "y.log").exists()
+    assert say.summary(accounts=25, send=25, ok=25) == machine.messages()[-3:]
+
+
+def test_account_without_log_files_is_counted_and_nothing_is_sent(machine, service):
+    machine.switch_log_on()
+    machine.account("alice")
+    machine.upload("alice", "a.txt").write_text("no log")
+    machine.run()
+
+    assert not service.connections
+    expect_messages(
+        machine.messages(),
+        [
+            *say.started(machine),
+            *say.account_in("alice"),
+            *say.account_out("alice"),
+            *say.summary(accounts=1, no_send=1),
+        ],
+    )
+    assert machine.changes() == ([], [])
+
+
+@pytest.mark.parametrize("log_dir", ["nowhere", "without-upload"])
+def test_missing_folder_is_an_empty_run(machine, service, log_dir):
+    machine.switch_log_on()
+    (machine.folder / "without-upload").mkdir()
+    path = machine.platform.native_path(machine.folder / log_dir)
+    machine.run([machine.tenant, path])
+    expect_messages(
+        machine.messages(), [*say.started(machine, log_dir=path), *say.summary()]
+    )
+
+
+def test_log_directory_is_used_as_passed(machine, service):
+    machine.switch_log_on()
+    machine.account("alice")
+    machine.log("alice", "a.log")
+    passed = machine.native() + machine.platform.separator
+    machine.run([machine.tenant, passed])
+    assert machine.is_archived("alice", "a.log")
+    separator = machine.platform.separator
+    path = separator.join([passed, "Upload", "alice", "a.log"])
+    assert f"<UploadOneUser> UploadFile [{path}]" in machine.messages()
+
+
+def test_relative_log_directory_counts_from_the_working_folder(machine, service):
+    machine.account("alice")
+    machine.log("alice", "a.log")
+    machine.run([machine.tenant, machine.platform.separator.join(["..", "KydLog"])])
+    assert machine.is_archived("alice", "a.log")
+
+
+@pytest.mark.parametrize("status", STATUSES)
+def test_answer_of_each_status_is_judged(machine, service, status):
+    machine.switch_log_on()
+    machine.account("alice")
+    machine.logs("alice", "a.log", "b.log")
+    order = machine.search_order("alice")
+    with LogService(service.identity) as elsewhere:
+        body = b"" if status == 204 else b"said the service"
+        headers = (("Content-Type", "text/plain"),)
+        if 300 <= status < 400:
+            headers += (("Location", f"https://{elsewhere.tenant}{SERVICE_PATH}"),)
+        service.answer_with(Answer(status, body, headers), None)
+        machine.run()
+        assert not elsewhere.connections, "the request was taken elsewhere"
+
+    success = status in (200, 202)
+    assert [one.method for one in service.requests] == ["POST", "POST"]
+    assert [one.body for one in service.requests] == [machine.content("alice", n) for n in order]
+    assert machine.is_archived("alice", order[0]) == success
+    assert machine.is_waiting("alice", order[0]) != success
+    assert machine.is_archived("alice", order[1])
+    assert machine.credential("alice").exists() == (status != 401)
+    first = (
+        say.accepted(machine, "alice", order[0], status)
+        if success
+        else say.refused(machine, "alice", order[0], status, body.decode())
+    )
+    expect_messages(
+        machine.messages(),
+        [
+            *say.started(machine),
+            *say.account_in("alice"),
+            *first,
+            *say.accepted(machine, "alice", order[1]),
+            *say.account_out("alice"),
+            *say.summary(accounts=1, send=1, ok=1 + success, error=1 - success),
+        ],
+    )
+
+
+def test_refused_credentials_are_deleted_and_the_other_files_still_sent(machine, service):
+    machine.switch_log_on()
+    machine.account("alice")
+    machine.account("bob")
+    machine.logs("alice", "a.log", "b.log")
+    machine.log("bob", "c.log")
+    order = machine.search_order("alice")
+    service.decide = lambda request: (
+        Answer(401, b"credentials refused") if request.account == "alice" else None
+    )
+    machine.run()
+
+    assert not machine.credential("alice").exists()
+    assert machine.credential("bob").exists()
+    sent = [one for one in service.requests if one.header("Authorization")[0].endswith("alice-71")]
+    assert [one.body for one in sent] == [machine.content("alice", name) for name in order]
+    assert machine.is_waiting("alice", "a.log") and machine.is_waiting("alice", "b.log")
+    assert machine.is_archived("bob", "c.log")
+    alice = [
+        *say.account_in("alice"),
+        *say.refused(machine, "alice", order[0], 401, "credentials refused"),
+        # The second time there is nothing left to delete, and that is said.
+        *say.tried(machine, "alice", order[1]),
+        "<DeleteAuthFile> failed.",
+        "<UploadOneUser> Error [401, credentials refused]",
+        *say.account_out("alice"),
+    ]
+    bob = [
+        *say.account_in("bob"),
+        *say.accepted(machine, "bob", "c.log"),
+        *say.account_out("bob"),
+    ]
+    accounts = {"alice": alice, "bob": bob}
+    expect_messages(
+        machine.messages(),
+        [
+            *say.started(machine),
+            *(line for name in machine.account_order() for line in accounts[name]),
+            *say.summary(accounts=2, send=2, ok=1, error=2),
+        ],
+    )
+
+    # The next run has no credentials for alice any more.
+    machine.run()
+    assert len(service.requests) == 3
+
+
+def test_file_that_the_archive_already_has_stays_and_is_sent_again(machine, service):
+    machine.switch_log_on()
+    machine.account("alice")
+    machine.log("alice", "a.log")
+    machine.archived("alice", "a.log", b"of an earlier run\n")
+    machine.run()
+    assert machine.archive("alice", "a.log").read_bytes() == b"of an earlier run\n"
+    assert machine.upload("alice", "a.log").exists()
+    expect_messages(
+        machine.messages(),
+        [
+            *say.started(machine),
+            *say.account_in("alice"),
+            *say.accepted(machine, "alice", "a.log", move_error=183),
+            *say.account_out("alice"),
+            *say.summary(accounts=1, send=1, ok=1),
+        ],
+    )
+    machine.run()
+    assert len(service.requests) == 2
+
+
+def test_file_stays_when_the_archive_folder_is_missing(machine, service):
+    machine.switch_log_on()
+    machine.account("alice", archive=False)
+    machine.logs("alice", "a.log", "b.log")
+    order = machine.search_order("alice")
+    machine.run()
+    assert machine.upload("alice", "a.log").exists() and machine.upload("alice", "b.log").exists()
+    assert not machine.archive("alice").exists()
+    expect_messages(
+        machine.messages(),
+        [
+            *say.started(machine),
+            *say.account_in("alice"),
+            *(
+                line
+                for name in order
+                for line in say.accepted(machine, "alice", name, move_error=3)
+            ),
+            *say.account_out("alice"),
+            *say.summary(accounts=1, send=1, ok=2),
+        ],
+    )
+
+
+@pytest.mark.parametrize("reset", [False, True], ids=["ended", "reset"])
+@pytest.mark.parametrize("stage", [one for one in Stage if one is not Stage.ANSWER_BODY])
+def test_broken_connection_ends_the_account_and_not_the_run(machine, service, stage, reset):
+    machine.switch_log_on()
+    machine.account("alice")
+    machine.account("bob")
+    machine.logs("alice", "a.log", "b.log", "c.log")
+    machine.log("bob", "d.log")
+    order = machine.search_order("alice")
+    breaking = Answer(drop=stage, drop_after=10, reset=reset)
+    alice_first = machine.account_order()[0] == "alice"
+    service.answer_with(*([None] if alice_first else [None, None]), breaking)
+    machine.run()
+
+    assert machine.is_archived("alice", order[0])
+    assert machine.is_waiting("alice", order[1])
+    assert machine.is_waiting("alice", order[2])
+    assert machine.is_archived("bob", "d.log")
+    assert len(service.connections) == 3
+    alice = [
+        *say.account_in("alice"),
+        *say.accepted(machine, "alice", order[0]),
+        *say.tried(machine, "alice", order[1]),
+        *say.transport_failure("alice"),
+    ]
+    bob = [
+        *say.account_in("bob"),
+        *say.accepted(machine, "bob", "d.log"),
+        *say.account_out("bob"),
+    ]
+    expect_messages(
+        machine.messages(),
+        [
+            *say.started(machine),
+            *(alice + bob if alice_first else bob + alice),
+            *say.summary(accounts=2, send=1, ok=2),
+        ],
+    )
+
+
+def test_failed_files_before_a_broken_connection_are_not_reported_by_account(machine, service):
+    machine.account("alice")
+    machine.logs("alice", "a.log", "b.log")
+    service.answer_with(Answer(500), Answer(drop=Stage.BEFORE_ANSWER))
+    machine.run()
+    text = machine.result_file().decode("utf-16-le")
+    assert "      Upload target           : 0\r\n" in text
+    assert "      Upload error    : 1\r\n" in text
+    assert "[Error file information]" not in text
+
+
+@pytest.mark.parametrize("reset", [False, True], ids=["ended", "reset"])
+def test_accepted_file_is_archived_although_the_answers_body_breaks_off(machine, service, reset):
+    machine.switch_log_on()
+    machine.account("alice")
+    machine.logs("alice", "a.log", "b.log")
+    order = machine.search_order("alice")
+    cut = Answer(200, b"x" * 1000, drop=Stage.ANSWER_BODY, drop_after=10, reset=reset)
+    service.answer_with(cut)
+    machine.run()
+    assert machine.is_archived("alice", "a.log") and machine.is_archived("alice", "b.log")
+    expect_messages(
+        machine.messages(),
+        [
+            *say.started(machine),
+            *say.account_in("alice"),
+            *(line for name in order for line in say.accepted(machine, "alice", name)),
+            *say.account_out("alice"),
+            *say.summary(accounts=1, send=1, ok=2),
+        ],
+    )
+
+
+@pytest.mark.parametrize("status", [401, 500])
+def test_refusal_whose_body_breaks_off_ends_the_run(machine, service, status):
+    machine.switch_log_on()
+    machine.account("alice")
+    machine.account("bob")
+    first, second = machine.account_order()
+    for name in (first, second):
+        machine.log(name, "a.log")
+    service.answer_with(
+        Answer(status, b"x" * 1000, drop=Stage.ANSWER_BODY, drop_after=10, reset=True)
+    )
+    machine.run()
+
+    assert len(service.requests) == 1
+    assert machine.is_waiting(first, "a.log") and machine.is_waiting(second, "a.log")
+    assert machine.credential(first).exists() == (status != 401)
+    assert not machine.result_files()
+    expect_messages(
+        machine.messages(),
+        [
+            *say.started(machine),
+            *say.account_in(first),
+            *say.tried(machine, first, "a.log"),
+            *(["<DeleteAuthFile> deleted auth file."] if status == 401 else []),
+            f"<UploadOneUser> exception [{first}]",
+            *say.stopped(),
+        ],
+    )
+
+
+def test_directory_that_looks_like_a_log_file_ends_the_run(machine, service):
+    machine.switch_log_on()
+    machine.account("alice")
+    machine.account("bob")
+    first, second = machine.account_order()
+    machine.log(second, "a.log")
+    machine.upload(first, "folder.log").mkdir()
+    machine.run()
+
+    assert not service.connections
+    assert machine.is_waiting(second, "a.log")
+    assert machine.upload(first, "folder.log").is_dir()
+    expect_messages(
+        machine.messages(),
+        [
+            *say.started(machine),
+            *say.account_in(first),
+            *say.tried(machine, first, "folder.log"),
+            f"<UploadOneUser> exception [{first}]",
+            *say.stopped(),
+        ],
+    )
+
+
+def test_files_sent_before_the_run_ends_early_are_reported(machine, service):
+    machine.account("alice")
+    machine.log("alice", "a.log")
+    machine.account("bob")
+    machine.upload("bob", "folder.log").mkdir()
+    machine.log("bob", "b.log")
+    machine.account("carol")
+    machine.upload("carol", "folder.log").mkdir()
+    # Whoever of bob and carol comes first ends the run; alice may come before or not.
+    order = machine.account_order()
+    alice_is_reached = order[0] == "alice"
+    machine.run()
+    assert machine.is_archived("alice", "a.log") == alice_is_reached
+    sent = len(service.bodies())
+    assert bool(machine.result_files()) == bool(sent)
+
+
+@pytest.mark.parametrize("size", [0, 1, 65535, 65536, 65537, 5 * 1024 * 1024 + 3])
+def test_file_of_any_size_arrives_byte_for_byte(machine, service, size):
+    machine.account("alice")
+    pattern = bytes(range(256)) + b"\r\n\x1a\x00"
+    content = (pattern * (size // len(pattern) + 1))[:size]
+    machine.log("alice", "a.log", content)
+    machine.run()
+    assert [one.body for one in service.requests] == [content]
+    assert machine.is_archived("alice", "a.log")
+
+
+TEXT = ("Content-Type", "text/plain")
+
+
+@pytest.mark.parametrize(
+    ("body", "headers", "shown"),
+    [
+        pytest.param(b"", (), "", id="empty"),
+        pytest.param(b"refused", (), "refused", id="without a type"),
+        pytest.param(
+            b'{"title":"no"}',
+            (("Content-Type", "application/problem+json"),),
+            '{"title":"no"}',
+            id="problem json",
+        ),
+        pytest.param(
+            b"\x00\x01", (("Content-Type", "image/png"),), "", id="an image that begins with NUL"
+        ),
+        pytest.param(
+            b"refused",
+            (("Content-Type", "text/plain; charset=gbk"),),
+            "refused",
+            id="unknown charset",
+        ),
+        pytest.param(
+            b"refused", (("Content-Type", ";;=,"),), "refused", id="a type that is none"
+        ),
+        pytest.param(b"before\x00after", (TEXT,), "before", id="NUL in the middle"),
+        pytest.param(
+            "größer 日本".encode(), (TEXT,), "größer 日本", id="not ASCII"
+        ),
+        pytest.param(b"%s%n%d%%%ls", (TEXT,), "%s%n%d%%%ls", id="looks like a format"),
+        pytest.param(b"one\ntwo\r\nthree", (TEXT,), "one\ntwo\r\nthree", id="lines"),
+    ],
+)  # fmt: skip
+def test_body_of_a_refusal_is_logged_as_text_whatever_it_calls_itself(
+    machine, service, body, headers, shown
+):
+    machine.switch_log_on()
+    machine.account("alice")
+    machine.logs("alice", "a.log", "b.log")
+    order = machine.search_order("alice")
+    service.answer_with(Answer(500, body, headers))
+    machine.run()
+    expect_messages(
+        machine.messages(),
+        [
+            *say.started(machine),
+            *say.account_in("alice"),
+            *say.refused(machine, "alice", order[0], 500, shown),
+            *say.accepted(machine, "alice", order[1]),
+            *say.account_out("alice"),
+            *say.summary(accounts=1, send=1, ok=1, error=1),
+        ],
+    )
+
+
+def test_body_that_is_no_utf8_does_not_end_the_run(machine, service):
+    machine.switch_log_on()
+    machine.account("alice")
+    machine.logs("alice", "a.log", "b.log")
+    service.answer_with(Answer(500, b"bad \xff\xfe\xc3( end", (TEXT,)))
+    machine.run()
+    errors = [text for text in machine.messages() if "Error [500, bad " in text]
+    assert len(errors) == 1
+    assert "<< Result >> files send ok:[1] send error:[1]" in machine.messages()
+
+
+@pytest.mark.parametrize("length", [900, 995, 996, 1023, 1024, 5000, 3000000])
+def test_long_body_is_cut_to_one_message(machine, service, length):
+    machine.switch_log_on()
+    machine.account("alice")
+    machine.logs("alice", "a.log", "b.log")
+    service.answer_with(Answer(500, b"x" * length, (TEXT,)))
+    machine.run()
+    whole = f"<UploadOneUser> Error [500, {'x' * length}]"
+    assert [text for text in machine.messages() if "Error [500" in text] == [whole[:1023]]
+    assert "<< Result >> files send ok:[1] send error:[1]" in machine.messages()
+
+
+@pytest.mark.parametrize("interim", [(100,), (102,), (103,), (100, 103, 100)])
+def test_interim_answers_are_passed_over(machine, service, interim):
+    if machine.platform.name == "windows" and interim != (100,):
+        pytest.skip("this Wine takes an interim answer other than 100 for the final one")
+    machine.account("alice")
+    machine.logs("alice", "a.log", "b.log")
+    service.answer_with(Answer(200, interim=interim), Answer(500, interim=interim))
+    order = machine.search_order("alice")
+    machine.run()
+    assert machine.is_archived("alice", order[0])
+    assert machine.is_waiting("alice", order[1])
+
+
+@pytest.mark.parametrize(
+    "answer",
+    [
+        pytest.param(b"", id="nothing"),
+        pytest.param(b"\r\n\r\n", id="empty lines"),
+        pytest.param(b"this is no answer\r\n\r\n", id="no status line"),
+        pytest.param(b"HTTP/1.1 xyz what\r\n\r\n", id="status is no number"),
+        pytest.param(b"SSH-2.0-server\r\n", id="another protocol"),
+        pytest.param(b"\x00" * 100, id="binary"),
+    ],
+)
+def test_answer_that_is_none_leaves_the_file(machine, service, answer):
+    machine.switch_log_on()
+    machine.account("alice")
+    machine.log("alice", "a.log")
+    service.answer_with(Answer(raw=answer))
+    machine.run()
+    assert machine.is_waiting("alice", "a.log")
+    assert machine.messages()[-2:] == say.summary(accounts=1)
+
+
+@pytest.mark.parametrize(
+    "head",
+    [
+        "Transfer-Encoding: chunked\r\n\r\n-1\r\nx\r\n",
+        "Transfer-Encoding: chunked\r\n\r\nzz\r\nx\r\n",
+        "Transfer-Encoding: chunked\r\n\r\n\r\n\r\n",
+        "Transfer-Encoding: chunked\r\n\r\nffffffffffffffff\r\nx\r\n",
+        "Transfer-Encoding: chunked\r\n\r\n10000000000000000\r\nx\r\n",
+        "Transfer-Encoding: chunked\r\n\r\n" + "0" * 100000 + "\r\n",
+        "Content-Length: -1\r\n\r\nx",
+        "Content-Length: 18446744073709551616\r\n\r\nx",
+        "Content-Length: 9223372036854775807\r\n\r\nx",
+        "Content-Length: many\r\n\r\nx",
+    ],
+    ids=lambda head: head.replace("\r\n", "~")[:60],
+)
+@pytest.mark.parametrize("status", [200, 500])
+def test_nonsense_in_the_framing_of_an_answer_is_survived(machine, service, status, head):
+    machine.switch_log_on()
+    machine.account("alice")
+    machine.log("alice", "a.log")
+    service.answer_with(Answer(raw=f"HTTP/1.1 {status} Text\r\n{head}".encode()))
+    machine.run()
+    assert machine.messages()[-1] == say.SEPARATOR
+    if status == 500:
+        assert machine.is_waiting("alice", "a.log")
+    else:
+        # Whether the head was believed decides; the file is in one of the two places anyway.
+        assert machine.is_archived("alice", "a.log") == (
+            "<UploadOneUser> Success [200]" in machine.messages()
+        )
+
+
+def test_header_block_without_end_is_given_up(machine, service):
+    def endless():
+        yield b"HTTP/1.1 200 OK\r\n"
+        while True:
+            yield b"X-Filler: " + b"y" * 10000 + b"\r\n"
+
+    machine.switch_log_on()
+    machine.account("alice")
+    machine.log("alice", "a.log")
+    service.answer_with(Answer(raw=endless()))
+    machine.run()
+    assert machine.is_waiting("alice", "a.log")
+    expect_messages(
+        machine.messages(),
+        [
+            *say.started(machine),
+            *say.account_in("alice"),
+            *say.tried(machine, "alice", "a.log"),
+            *say.transport_failure("alice"),
+            *say.summary(accounts=1),
+        ],
+    )
+
+
+def test_file_that_vanishes_before_its_turn_ends_the_run(machine, service):
+    machine.switch_log_on()
+    machine.account("alice")
+    machine.logs("alice", "a.log", "b.log")
+    first, second = machine.search_order("alice")
+    hold = Hold()
+    service.answer_with(Answer(200, hold=hold))
+    with machine.start() as running:
+        assert hold.reached.wait(30)
+        machine.remove_log("alice", second)
+        hold.release.set()
+        running.wait()
+    assert machine.is_archived("alice", first)
+    expect_messages(
+        machine.messages(),
+        [
+            *say.started(machine),
+            *say.account_in("alice"),
+            *say.accepted(machine, "alice", first),
+            *say.tried(machine, "alice", second),
+            "<UploadOneUser> exception [alice]",
+            *say.stopped(),
+        ],
+    )
+
+
+def test_killed_run_loses_nothing_and_the_next_one_sends_again(machine, service):
+    machine.account("alice")
+    machine.logs("alice", "a.log", "b.log")
+    hold = Hold()
+    service.answer_with(None, Answer(200, hold=hold))
+    with machine.start() as running:
+        assert hold.reached.wait(30)
+        running.kill()
+    hold.release.set()
+    machine.lost_nothing()
+    assert len(machine.search_order("alice")) == 1
+    machine.run()
+    assert len(service.requests) == 3
+    assert machine.is_archived("alice", "a.log") and machine.is_archived("alice", "b.log")
+
+
+def test_no_secret_is_in_any_byte_that_a_run_leaves(machine, service):
+    machine.switch_log_on()
+    machine.settings(
+        {
+            "OutputLog": 0xFFFFFFFF,
+            "OutputLogDir": machine.platform.native_path(machine.diagnostic_base),
+        },
+        legacy={"OutputLogDebug": 1},
+    )
+    for name in ("alice", "bob", "carol"):
+        machine.account(name)
+        machine.logs(name, "a.log", "b.log")
+    first, second, third = machine.account_order()
+    answers = {
+        first: Answer(401, b"refused"),
+        second: Answer(500, b"sorry"),
+        third: Answer(200, drop=Stage.BEFORE_ANSWER),
+    }
+    service.decide = lambda request: answers[request.account]
+    machine.run_forced()
+
+    left = machine.all_bytes()
+    assert b"<UploadOneUser> Error [500, sorry]" in left
+    for account in machine.accounts.values():
+        for secret in (account.apikey, account.idp_session):
+            assert secret.encode("utf-8") not in left
+            assert secret.encode("utf-16-le") not in left
