@@ -15,6 +15,7 @@
 #include "platform/text.h"
 #include "socket/certificate_selection.h"
 #include "upload/log_file_stream.h"
+#include "upload/upload_through.h"
 
 namespace kyd {
 
@@ -166,8 +167,8 @@ void UploadAccount(AccountRun& run, const std::wstring& name, const UploadAuthDa
 
 }  // namespace
 
-int UploadOneUser(AccountRun& run, const std::wstring& account, const UploadAuthData& credentials,
-                  const CorvidSocket::Transport& transport) {
+int UploadOneUserThrough(const CorvidSocket::Transport& transport, AccountRun& run,
+                         const std::wstring& account, const UploadAuthData& credentials) {
   Log().WriteLogW(L"<UploadOneUser> in  [%s]", account);
   platform::FileSearch search;  // closed last, after the handlers
   try {
@@ -183,6 +184,10 @@ int UploadOneUser(AccountRun& run, const std::wstring& account, const UploadAuth
     Log().WriteLogW(L"<UploadOneUser> exception etc[%s]", account);
   }
   return kRunMustEnd;
+}
+
+int UploadOneUser(AccountRun& run, const std::wstring& account, const UploadAuthData& credentials) {
+  return UploadOneUserThrough(CorvidSocket::LibraryTransport(), run, account, credentials);
 }
 
 }  // namespace kyd

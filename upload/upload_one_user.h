@@ -4,7 +4,6 @@
 #include <string>
 
 #include "credentials/upload_auth_data.h"
-#include "socket/http_client.h"
 #include "upload/account_run.h"
 
 namespace kyd {

@@ -1,0 +1,48 @@
+// The legacy settings, which are read and kept, and used by no writer.
+#include "debuglog/cdebuglog.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "platform/folders.h"
+#include "platform/registry.h"
+#include "platform/text.h"
+#include "tests/unit/support/test_registry.h"
+
+namespace {
+
+constexpr wchar_t kKey[] = L"SOFTWARE\\Veltrane\\Veltrane Keyward";
+constexpr wchar_t kValue[] = L"OutputLogDebug";
+
+TEST(CDebugLog, HasItsDefaultNameAndFolder) {
+  const kyd::CDebugLog log;
+  EXPECT_EQ(std::wstring(log.Name()), L"LogServiceDebug");
+  EXPECT_EQ(std::wstring(log.Folder()),
+            platform::CommonDocumentsFolder() + platform::kPathSeparator + L"DebugKydLog");
+  EXPECT_GE(log.StartTime().year, 2024);
+}
+
+TEST(CDebugLog, CutsItsNameAt63Characters) {
+  kyd::CDebugLog log;
+  log.SetName(std::wstring(64, L'n').c_str());
+  EXPECT_EQ(std::wstring(log.Name()), std::wstring(63, L'n'));
+  log.SetName(L"KydUploaderDebug");
+  EXPECT_EQ(std::wstring(log.Name()), L"KydUploaderDebug");
+}
+
+TEST(CDebugLog, ReadsTheDebugFlagAsFourBytesOfAnyType) {
+  kyd_test::TestRegistry registry;
+  EXPECT_FALSE(kyd::CDebugLog().IsDebug());
+  registry.SetDword(kKey, kValue, 0);
+  EXPECT_FALSE(kyd::CDebugLog().IsDebug());
+  registry.SetDword(kKey, kValue, 2);
+  EXPECT_TRUE(kyd::CDebugLog().IsDebug());
+  registry.SetRaw(kKey, kValue, platform::kRegistryBinary, {0, 0, 0, 1});
+  EXPECT_TRUE(kyd::CDebugLog().IsDebug());
+  registry.SetRaw(kKey, kValue, platform::kRegistryBinary, {1, 0, 0, 0, 0});
+  EXPECT_FALSE(kyd::CDebugLog().IsDebug());
+}
+
+}  // namespace

@@ -1,0 +1,248 @@
+// Every exit of one account's upload, without a network.
+#include "upload/upload_one_user.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "platform/file.h"
+#include "platform/text.h"
+#include "tests/unit/support/log_capture.h"
+#include "tests/unit/support/temp_folder.h"
+#include "upload/upload_through.h"
+
+namespace {
+
+using web::http::http_request;
+using web::http::http_response;
+using Lines = std::vector<std::string>;
+
+class UploadOneUser : public testing::Test {
+ protected:
+  UploadOneUser() {
+    run_.tenant = L"tenant.example";
+    run_.logDir = folder_.Path();
+    run_.userAgent = L"agent";
+    credentials_.apikey = L"key";
+    credentials_.idp_session = std::wstring(L"session\0rest", 12);
+    for (const wchar_t* const name : {L"Upload", L"Archive", L"LogWork"}) {
+      folder_.MakeFolder(name);
+      folder_.MakeFolder(std::wstring(name) + platform::kPathSeparator + L"alice");
+    }
+  }
+
+  [[nodiscard]] std::wstring Path(const std::wstring& tree, const std::wstring& name) const {
+    const std::wstring separator(1, platform::kPathSeparator);
+    return folder_ / (tree + separator + L"alice" + separator + name);
+  }
+
+  void MakeLog(const std::wstring& name) const {
+    kyd_test::WriteFileBytes(Path(L"Upload", name), "log");
+  }
+
+  [[nodiscard]] bool IsWaiting(const std::wstring& name) const {
+    return kyd_test::PathExists(Path(L"Upload", name));
+  }
+  [[nodiscard]] bool IsArchived(const std::wstring& name) const {
+    return kyd_test::PathExists(Path(L"Archive", name));
+  }
+
+  // Answers the requests by their number, from 1.
+  int Upload(std::function<http_response(int)> answer) {
+    return kyd::UploadOneUserThrough(
+        [this, answer](const web::uri& address, const web::http::client::http_client_config&,
+                       const http_request& request) {
+          requests_.push_back(request);
+          addresses_.push_back(address.to_string());
+          http_response response = answer(static_cast<int>(requests_.size()));
+          // The library completes an answer when its body has ended.
+          response._get_impl()->_complete(0);
+          return pplx::task_from_result(response);
+        },
+        run_, L"alice", credentials_);
+  }
+  int UploadAnswering(web::http::status_code status) {
+    return Upload([status](int) { return http_response(status); });
+  }
+
+  [[nodiscard]] std::wstring Header(std::size_t request, const wchar_t* name) const {
+    utility::string_t value;
+    requests_[request].headers().match(platform::ToNative(name), value);
+    return platform::FromNative(value);
+  }
+
+  kyd_test::TempFolder folder_;
+  kyd::AccountRun run_;
+  kyd::UploadAuthData credentials_;
+  kyd_test::LogCapture log_;
+  std::vector<http_request> requests_;
+  std::vector<utility::string_t> addresses_;
+};
+
+TEST_F(UploadOneUser, CountsAnAccountWithoutFilesAsNotSubjectToUpload) {
+  EXPECT_EQ(UploadAnswering(200), 0);
+  EXPECT_EQ(run_.noSendCount, 1U);
+  EXPECT_EQ(run_.sendCount, 0U);
+  EXPECT_TRUE(requests_.empty());
+  EXPECT_EQ(log_.Messages(),
+            (Lines{"<UploadOneUser> in  [alice]", "<UploadOneUser> out  [alice]"}));
+}
+
+TEST_F(UploadOneUser, CountsAnAccountWithoutAFolderAsNotSubjectToUpload) {
+  run_.logDir = folder_ / L"nowhere";
+  EXPECT_EQ(UploadAnswering(200), 0);
+  EXPECT_EQ(run_.noSendCount, 1U);
+}
+
+TEST_F(UploadOneUser, SendsThePostOfTheContract) {
+  MakeLog(L"a.log");
+  EXPECT_EQ(UploadAnswering(200), 0);
+  ASSERT_EQ(requests_.size(), 1U);
+  EXPECT_EQ(addresses_[0],
+            platform::ToNative(L"https://tenant.example/idp/api/keyward/v1/log/sso"));
+  EXPECT_EQ(requests_[0].method(), web::http::methods::POST);
+  EXPECT_EQ(Header(0, L"Connection"), L"close");
+  EXPECT_EQ(Header(0, L"Cookie"), L"idp.session=session");
+  EXPECT_EQ(Header(0, L"Authorization"), L"Bearer key");
+  EXPECT_EQ(Header(0, L"User-Agent"), L"agent");
+  EXPECT_EQ(Header(0, L"Content-Type"), L"application/octet-stream");
+}
+
+TEST_F(UploadOneUser, ClosesTheConnectionWithTheLastFileOnly) {
+  MakeLog(L"a.log");
+  MakeLog(L"b.log");
+  MakeLog(L"c.log");
+  EXPECT_EQ(UploadAnswering(202), 0);
+  ASSERT_EQ(requests_.size(), 3U);
+  EXPECT_EQ(Header(0, L"Connection"), L"KeepAlive");
+  EXPECT_EQ(Header(1, L"Connection"), L"KeepAlive");
+  EXPECT_EQ(Header(2, L"Connection"), L"close");
+  EXPECT_EQ(run_.sendCount, 1U);
+  EXPECT_EQ(run_.fileOkCount, 3U);
+}
+
+TEST_F(UploadOneUser, ArchivesAcceptedFilesOnly) {
+  struct Case {
+    web::http::status_code status;
+    bool accepted;
+  };
+  const Case cases[] = {{200, true},  {202, true},  {201, false}, {203, false},
+                        {204, false}, {206, false}, {299, false}, {301, false},
+                        {302, false}, {303, false}, {307, false}, {400, false},
+                        {401, false}, {404, false}, {500, false}, {503, false}};
+  std::uint32_t ok = 0;
+  std::uint32_t failed = 0;
+  for (const Case& one : cases) {
+    const std::wstring name = std::to_wstring(one.status) + L".log";
+    MakeLog(name);
+    EXPECT_EQ(UploadAnswering(one.status), 0);
+    EXPECT_EQ(IsArchived(name), one.accepted) << one.status;
+    EXPECT_EQ(IsWaiting(name), !one.accepted) << one.status;
+    ++(one.accepted ? ok : failed);
+    EXPECT_EQ(run_.fileOkCount, ok);
+    EXPECT_EQ(run_.fileErrorCount, failed);
+    static_cast<void>(platform::RemoveFile(Path(L"Upload", name)));
+  }
+}
+
+TEST_F(UploadOneUser, LogsTheRoadOfAnAcceptedFile) {
+  MakeLog(L"a.log");
+  EXPECT_EQ(UploadAnswering(202), 0);
+  const std::string from = platform::ToUtf8(Path(L"Upload", L"a.log"));
+  const std::string to = platform::ToUtf8(Path(L"Archive", L"a.log"));
+  EXPECT_EQ(
+      log_.Messages(),
+      (Lines{"<UploadOneUser> in  [alice]", "<UploadOneUser> UploadFile [" + from + "]",
+             "<UploadOneUser> Success [202]", "<MOVE> UploadFile [" + from + "]",
+             "<MOVE> ArchiveFile [" + to + "]", "<MOVE> Move OK", "<UploadOneUser> out  [alice]"}));
+}
+
+TEST_F(UploadOneUser, DeletesTheCredentialsAtEach401AndGoesOn) {
+  MakeLog(L"a.log");
+  MakeLog(L"b.log");
+  kyd_test::WriteFileBytes(Path(L"LogWork", L"UserData.dat"), "sealed");
+  EXPECT_EQ(UploadAnswering(401), 0);
+  EXPECT_EQ(requests_.size(), 2U);
+  EXPECT_FALSE(kyd_test::PathExists(Path(L"LogWork", L"UserData.dat")));
+  const Lines lines = log_.Messages();
+  EXPECT_EQ(lines[2], "<DeleteAuthFile> deleted auth file.");
+  EXPECT_EQ(lines[3], "<UploadOneUser> Error [401, ]");
+  EXPECT_EQ(lines[5], "<DeleteAuthFile> failed.");
+  EXPECT_EQ(run_.fileErrorCount, 2U);
+}
+
+TEST_F(UploadOneUser, RemembersAnAccountWithFailedFilesOnce) {
+  MakeLog(L"a.log");
+  MakeLog(L"b.log");
+  EXPECT_EQ(UploadAnswering(500), 0);
+  ASSERT_EQ(run_.report.errors.size(), 1U);
+  EXPECT_EQ(run_.report.errors[0].folder, L"alice");
+  EXPECT_EQ(run_.report.errors[0].count, 2U);
+}
+
+TEST_F(UploadOneUser, LeavesAFileThatTheArchiveAlreadyHas) {
+  MakeLog(L"a.log");
+  kyd_test::WriteFileBytes(Path(L"Archive", L"a.log"), "older");
+  EXPECT_EQ(UploadAnswering(200), 0);
+  EXPECT_TRUE(IsWaiting(L"a.log"));
+  EXPECT_EQ(kyd_test::ReadFileBytes(Path(L"Archive", L"a.log")), "older");
+  EXPECT_EQ(log_.Messages()[5], "<MOVE> Move NG [183]");
+  EXPECT_EQ(run_.fileOkCount, 1U);
+  EXPECT_EQ(run_.fileErrorCount, 0U);
+}
+
+TEST_F(UploadOneUser, EndsTheAccountAtATransportFailure) {
+  for (const wchar_t* const name : {L"a.log", L"b.log", L"c.log"}) {
+    MakeLog(name);
+  }
+  EXPECT_EQ(Upload([](int number) -> http_response {
+              if (number == 2) {
+                throw web::http::http_exception("connection reset");
+              }
+              return http_response(500);
+            }),
+            1);
+  EXPECT_EQ(requests_.size(), 2U);
+  EXPECT_EQ(run_.fileErrorCount, 1U);
+  EXPECT_EQ(run_.sendCount, 0U);
+  EXPECT_TRUE(run_.report.errors.empty());
+  const Lines lines = log_.Messages();
+  EXPECT_EQ(lines[lines.size() - 2], "<UploadOneUser> exception socket[alice]");
+  EXPECT_EQ(lines.back().substr(0, 19), "exception message [");
+  EXPECT_NE(lines.back().find("connection reset"), std::string::npos);
+}
+
+TEST_F(UploadOneUser, EndsTheRunAtAnyOtherException) {
+  MakeLog(L"a.log");
+  EXPECT_EQ(Upload([](int) -> http_response { throw pplx::task_canceled("cancelled"); }), -1);
+  EXPECT_EQ(log_.Messages().back(), "<UploadOneUser> exception [alice]");
+  EXPECT_EQ(Upload([](int) -> http_response { throw 1; }), -1);
+  EXPECT_EQ(log_.Messages().back(), "<UploadOneUser> exception etc[alice]");
+  EXPECT_TRUE(IsWaiting(L"a.log"));
+  EXPECT_EQ(run_.fileOkCount + run_.fileErrorCount + run_.sendCount + run_.noSendCount, 0U);
+}
+
+TEST_F(UploadOneUser, EndsTheRunAtAFolderNamedLikeALogFile) {
+  ASSERT_TRUE(platform::CreateFolders(Path(L"Upload", L"x.log")));
+  EXPECT_EQ(UploadAnswering(200), -1);
+  EXPECT_TRUE(requests_.empty());
+  EXPECT_EQ(log_.Messages().back(), "<UploadOneUser> exception [alice]");
+}
+
+TEST_F(UploadOneUser, ClosesTheLogFileOnEveryPath) {
+  MakeLog(L"a.log");
+  const std::function<http_response(int)> ends[] = {
+      [](int) { return http_response(500); },
+      [](int) -> http_response { throw web::http::http_exception("gone"); },
+      [](int) -> http_response { throw 1; }};
+  for (const auto& end : ends) {
+    static_cast<void>(Upload(end));
+    EXPECT_TRUE(platform::File::OpenExclusive(Path(L"Upload", L"a.log")).IsOpen());
+  }
+}
+
+}  // namespace
