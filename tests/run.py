@@ -56,6 +56,7 @@ def wine_environment():
         WINEPREFIX=str(prefix),
         WINEDEBUG="-all",
         WINEDLLOVERRIDES="mscoree=d;mshtml=d",
+        WINEPATH=f"Z:{ROOT / 'build' / 'windows' / 'bin'}",  # the configuration library
     )
 
 

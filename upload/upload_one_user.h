@@ -15,8 +15,7 @@ inline constexpr int kRunMustEnd = -1;      // no further account
 // Sends every "*.log" file of LogDir\Upload\<account>, one POST per file, and moves each that was
 // answered 200 or 202 to LogDir\Archive\<account>. A 401 deletes the credential file. Returns when
 // every file has been handled or an exception ended the account; never throws. Counts in `run`.
-[[nodiscard]] int UploadOneUser(
-    AccountRun& run, const std::wstring& account, const UploadAuthData& credentials,
-    const CorvidSocket::Transport& transport = CorvidSocket::LibraryTransport());
+[[nodiscard]] int UploadOneUser(AccountRun& run, const std::wstring& account,
+                                const UploadAuthData& credentials);
 
 }  // namespace kyd

@@ -72,7 +72,7 @@ web::http::http_exception TransportFailure(int attempt) {
 }
 
 TEST(SendRequest, GivesTheAnswerWhateverItsStatus) {
-  for (const web::http::status_code status : {200, 302, 401, 500}) {
+    Sender sender([status](int) { return Answer(status); });
     Sender sender([status](int) { return Answer(status); });
     EXPECT_EQ(sender.Send(0).status_code(), status);
     EXPECT_EQ(sender.attempts, 1);
