@@ -2,8 +2,10 @@
 
 import fcntl
 import json
+import os
 import re
 import subprocess
+from pathlib import Path
 
 import pytest
 
@@ -89,26 +91,31 @@ def test_file_that_another_program_writes_is_error_32(alice, service):
             fcntl.flock(file, fcntl.LOCK_EX)
             expect_not_sent(alice, service, "<Read AuthFile> CreateFile error (32)")
         return
-    # A command line that keeps the file open for appending until its input ends.
-    ready = alice.folder / "ready"
-    script = alice.folder / "hold.cmd"
-    script.write_text(
-        f"@(echo ready> {alice.platform.native_path(ready)} & find \"x\" > nul)"
-        f" >> {alice.platform.native_path(path)}\r\n"
-    )
+    # A command that has the file open for appending until its own input ends.
     holder = subprocess.Popen(
-        [alice.platform.wine(), "cmd", "/c", alice.platform.native_path(script)],
+        [alice.platform.wine(), "cmd", "/c", f'find "x" >> {alice.platform.native_path(path)}'],
         env=alice.environment,
         stdin=subprocess.PIPE,
         stdout=subprocess.DEVNULL,
         stderr=subprocess.DEVNULL,
     )
     try:
-        assert wait_until(lambda: ready.exists())
+        assert wait_until(lambda: is_open(path))
         expect_not_sent(alice, service, "<Read AuthFile> CreateFile error (32)")
     finally:
         holder.stdin.close()
         holder.wait(30)
+
+
+def is_open(path):
+    """Whether any process has the file open; under Wine it is Wine's server."""
+    for entry in Path("/proc").glob("[0-9]*/fd/*"):
+        try:
+            if os.readlink(entry) == os.fspath(path):
+                return True
+        except OSError:
+            pass  # The process or its file is gone.
+    return False
 
 
 @pytest.mark.parametrize(

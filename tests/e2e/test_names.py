@@ -1,6 +1,7 @@
 """Names that a careless program would stumble over."""
 
 import os
+import re
 
 import pytest
 
@@ -21,14 +22,13 @@ NAMES = [
     "$HOME `id` & more",
     "-rf",
     "#hash@at!bang^caret~tilde",
-    "con.fig",
     "x" * 251,
 ]
 
 
 def cut(messages):
     """No message is longer than 1023 characters; on Windows those are UTF-16 units."""
-    return [text if isinstance(text, str) is False else text[:1023] for text in messages]
+    return [text[:1023] if isinstance(text, str) else text for text in messages]
 
 
 @pytest.mark.parametrize("name", NAMES, ids=lambda name: name[:24])
@@ -78,6 +78,18 @@ def test_account_of_any_name_is_handled_reported_and_flushed(machine, service, n
             ]
         ),
     )
+
+
+def test_longest_name_has_no_room_for_bak_and_the_file_stays(machine, service):
+    machine.switch_log_on()
+    machine.account("alice")
+    machine.log("alice", "x" * 251 + ".log")
+    service.answer_with(Answer(500))
+    machine.run_forced()
+    assert machine.upload("alice", "x" * 251 + ".log").exists()
+    assert not list(machine.archive("alice").iterdir())
+    (failure,) = (text for text in machine.messages() if text.startswith("<Cleanup MOVE>"))
+    assert re.fullmatch(r"<Cleanup MOVE> Move NG \[[1-9]\d*\]", failure)
 
 
 @pytest.mark.parametrize("name", NAMES, ids=lambda name: name[:24])

