@@ -527,10 +527,15 @@ def _framed(piece, chunked):
 
 
 def _say_goodbye(secure):
-    """Tells the client that this is the end and not a broken line."""
-    secure.settimeout(2)
+    """Tells the client that this is the end and not a broken line, and lets it finish reading."""
     try:
-        secure.unwrap()
+        secure.settimeout(0)
+        with contextlib.suppress(ssl.SSLWantReadError):
+            secure.unwrap()
+        secure.shutdown(socket.SHUT_WR)
+        secure.settimeout(2)
+        while secure.recv(65536):
+            pass
     except (OSError, ValueError):
         pass  # The client was first.
 
