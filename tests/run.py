@@ -117,6 +117,25 @@ def read_unit_report(report, tally):
                 tally.passed += 1
 
 
+def check_formatting():
+    """The formatter would leave every source as it is: one test per file."""
+    tally = Tally("formatting")
+    started = time.monotonic()
+    listed = subprocess.run(
+        ["git", "ls-files", "*.h", "*.cpp"], cwd=ROOT, stdout=subprocess.PIPE, check=True
+    )
+    for name in listed.stdout.decode("utf-8").split():
+        checked = subprocess.run(
+            ["clang-format", "--dry-run", "--Werror", name], cwd=ROOT, capture_output=True, check=False
+        )
+        if checked.returncode == 0:
+            tally.passed += 1
+        else:
+            tally.fail(name)
+    tally.seconds = time.monotonic() - started
+    return tally
+
+
 def run_end_to_end(platform, extra):
     tally = Tally(f"end to end ({platform})")
     started = time.monotonic()
@@ -150,7 +169,7 @@ def main():
     parser.add_argument("pytest", nargs="*", help="further arguments for pytest, after --")
     options = parser.parse_args()
 
-    tallies = []
+    tallies = [] if options.e2e or options.unit else [check_formatting()]
     for platform in [options.platform] if options.platform else PLATFORMS:
         if not options.e2e:
             programs = unit_programs(platform)

@@ -34,7 +34,7 @@ struct Account {
   const CorvidSocket::Transport& transport;
   std::wstring upload_folder;
   std::wstring archive_folder;
-  web::uri address;
+  std::wstring address;
   HeaderSet closing_headers;
   HeaderSet keep_alive_headers;
   CorvidSocket::ClientCertificate certificate;
@@ -74,7 +74,7 @@ Account PrepareAccount(AccountRun& run, const std::wstring& name, const UploadAu
   account.upload_folder = run.logDir + separator + L"Upload" + separator + name;
   account.archive_folder = run.logDir + separator + L"Archive" + separator + name;
   account.certificate = SelectCertificate(run, credentials);
-  account.address = web::uri(platform::ToNative(L"https://" + run.tenant + kServicePath));
+  account.address = L"https://" + run.tenant + kServicePath;
   account.closing_headers = MakeHeaders(run, credentials, L"close");
   // One word, as the service expects it; not the token of RFC 9110.
   account.keep_alive_headers = MakeHeaders(run, credentials, L"KeepAlive");
@@ -124,8 +124,8 @@ void UploadFile(Account& account, const LogFile& file, const HeaderSet& headers)
   const void* const context = account.certificate.context.Get();
   CorvidSocket::HttpClient client(context, /*has_certificate=*/context != nullptr,
                                   account.transport);
-  const http_response answer =
-      client.SendRequest(account.address, request, L"", L"", /*retryCount=*/0);
+  const web::uri address(platform::ToNative(account.address));
+  const http_response answer = client.SendRequest(address, request, L"", L"", /*retryCount=*/0);
   const bool accepted = IsAccepted(answer.status_code());
   if (accepted) {
     CountAccepted(account, answer.status_code());

@@ -1,5 +1,8 @@
-// The text resources of the program, by identifier. Included by C++ and by the resource compiler, so
-// that each text stands once; blanks are significant.
+// The text resources of the program, by identifier. Included by C++ and by the resource compiler,
+// so that each text stands once; blanks are significant.
+
+// The resource compiler takes a text in one piece only.
+// clang-format off
 
 #define KYD_TEXT_RESULT_TIME 101
 #define KYD_TEXT_101 \
@@ -12,3 +15,5 @@
 #define KYD_TEXT_RESULT_ERRORS 103
 #define KYD_TEXT_103 \
   " [Error file information]\r\n   Upload folder path : %s\r\n   Upload errors occurred [Folder / Number of errors]\r\n"
+
+// clang-format on

@@ -226,6 +226,16 @@ TEST_F(UploadOneUser, EndsTheRunAtAnyOtherException) {
   EXPECT_EQ(run_.fileOkCount + run_.fileErrorCount + run_.sendCount + run_.noSendCount, 0U);
 }
 
+TEST_F(UploadOneUser, NeedsAnAddressOnlyForFiles) {
+  run_.tenant = L"no host at all";
+  EXPECT_EQ(UploadAnswering(200), 0);
+  EXPECT_EQ(run_.noSendCount, 1U);
+  MakeLog(L"a.log");
+  EXPECT_EQ(UploadAnswering(200), -1);
+  EXPECT_TRUE(requests_.empty());
+  EXPECT_EQ(log_.Messages().back(), "<UploadOneUser> exception [alice]");
+}
+
 TEST_F(UploadOneUser, EndsTheRunAtAFolderNamedLikeALogFile) {
   ASSERT_TRUE(platform::CreateFolders(Path(L"Upload", L"x.log")));
   EXPECT_EQ(UploadAnswering(200), -1);
