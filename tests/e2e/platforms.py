@@ -190,9 +190,11 @@ class Windows(Platform):
         return self._wine_environment()
 
     def own_output(self, output):
-        # Wine's cryptography reports what a peer or a certificate does wrong; Windows' does not.
+        # Wine's cryptography reports what a peer or a certificate does wrong, and a thread of Wine
+        # that the end of its process surprises says so; Windows does neither.
         lines = output.splitlines(keepends=True)
-        return b"".join(line for line in lines if not line.startswith(b"GnuTLS error: "))
+        noise = (b"GnuTLS error: ", b"wine client error:")
+        return b"".join(line for line in lines if not line.startswith(noise))
 
     def set_registry(self, text, sysroot):
         if text != self._registry:

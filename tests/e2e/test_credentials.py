@@ -4,6 +4,7 @@ import fcntl
 import json
 import os
 import re
+import shutil
 import subprocess
 from pathlib import Path
 
@@ -118,36 +119,45 @@ def is_open(path):
     return False
 
 
-@pytest.mark.parametrize(
-    "content",
-    [
-        b"\x00",
-        b"x" * 31,
-        b'{"apikey":"in the clear","idp_session":"in the clear"}',
-        b"KYD1" + bytes(100),
-        bytes(range(256)) * 4000,
-    ],
-    ids=["one byte", "short", "plain json", "head of a container", "a megabyte"],
-)
-def test_file_that_cannot_be_decrypted_is_refused(alice, service, content):
-    alice.credential("alice").write_bytes(content)
-    expect_not_sent(alice, service, NOT_DECRYPTED)
+def expect_each_account_not_sent(machine, service, messages):
+    """One run over many accounts; `messages` gives the one line that each account leaves."""
+    machine.run()
+    assert not service.connections
+    assert machine.changes() == ([], [])
+    expect_messages(
+        machine.messages(),
+        [
+            *say.started(machine),
+            *(messages[name] for name in machine.account_order()),
+            *say.summary(accounts=len(messages), no_send=len(messages)),
+        ],
+    )
 
 
-@pytest.mark.parametrize("at", [0, 4, 20, -1])
-def test_file_with_one_changed_byte_is_refused(alice, service, at):
-    alice.seal("alice")
-    content = bytearray(alice.credential("alice").read_bytes())
-    content[at] ^= 1
-    alice.credential("alice").write_bytes(content)
-    expect_not_sent(alice, service, NOT_DECRYPTED)
-
-
-def test_file_that_was_cut_short_is_refused(alice, service):
-    alice.seal("alice")
-    content = alice.credential("alice").read_bytes()
-    alice.credential("alice").write_bytes(content[:-2])
-    expect_not_sent(alice, service, NOT_DECRYPTED)
+def test_files_that_cannot_be_decrypted_are_refused(machine, service):
+    machine.switch_log_on()
+    machine.account("good")
+    good = machine.credential("good").read_bytes()
+    shutil.rmtree(machine.upload("good"))
+    contents = {
+        "one byte": b"\x00",
+        "short": b"x" * 31,
+        "plain json": json.dumps(GOOD).encode("utf-16-le"),
+        "head of a container": good[:4] + bytes(100),
+        "a megabyte": bytes(range(256)) * 4000,
+        "last two bytes cut off": good[:-2],
+        "half": good[: len(good) // 2],
+        "twice": good + good,
+    }
+    for at in (0, 4, 16, 20, len(good) - 1):
+        changed = bytearray(good)
+        changed[at] ^= 1
+        contents[f"byte {at} changed"] = bytes(changed)
+    for name, content in contents.items():
+        machine.account(name, seal=False)
+        machine.log(name, "a.log")
+        machine.credential(name).write_bytes(content)
+    expect_each_account_not_sent(machine, service, dict.fromkeys(contents, NOT_DECRYPTED))
 
 
 def test_file_of_another_key_is_refused(alice, service):
@@ -157,41 +167,47 @@ def test_file_of_another_key_is_refused(alice, service):
     expect_not_sent(alice, service, NOT_DECRYPTED)
 
 
-@pytest.mark.parametrize(
-    ("text", "message"),
-    [
-        ("", NOT_JSON),
-        ("   ", NOT_JSON),
-        ("not json", NOT_JSON),
-        ('{"apikey":"a","idp_session":"b"', NOT_JSON),
-        ('{"apikey":"a","idp_session":"b"} more', NOT_JSON),
-        ('{"apikey":"a","idp_session":"b",}', NOT_JSON),
-        ("{'apikey':'a'}", NOT_JSON),
-        ("{}", NO_KEY),
-        ("[]", NO_KEY),
-        ("null", NO_KEY),
-        ("7", NO_KEY),
-        ('"apikey"', NO_KEY),
-        ('[{"apikey":"a","idp_session":"b"}]', NO_KEY),
-        ('{"idp_session":"b"}', NO_KEY),
-        ('{"apikey":71,"idp_session":"b"}', NO_KEY),
-        ('{"apikey":null,"idp_session":"b"}', NO_KEY),
-        ('{"apikey":true,"idp_session":"b"}', NO_KEY),
-        ('{"apikey":["a"],"idp_session":"b"}', NO_KEY),
-        ('{"apikey":{"a":"a"},"idp_session":"b"}', NO_KEY),
-        ('{"apikey":"","idp_session":"b"}', NO_KEY),
-        ('{"Apikey":"a","idp_session":"b"}', NO_KEY),
-        ('{"apikey":1,"apikey":"a","idp_session":"b"}', NO_KEY),
-        ('{"apikey":"a"}', NO_SESSION),
-        ('{"apikey":"a","idp_session":71}', NO_SESSION),
-        ('{"apikey":"a","idp_session":null}', NO_SESSION),
-        ('{"apikey":"a","idp_session":""}', NO_SESSION),
-        ('{"apikey":"a","idp":{"session":"b"}}', NO_SESSION),
-    ],
-)
-def test_text_without_usable_credentials_is_refused(alice, service, text, message):
-    alice.seal_text("alice", text)
-    expect_not_sent(alice, service, message)
+USELESS_TEXTS = [
+    ("", NOT_JSON),
+    ("   ", NOT_JSON),
+    ("not json", NOT_JSON),
+    ('{"apikey":"a","idp_session":"b"', NOT_JSON),
+    ('{"apikey":"a","idp_session":"b"} more', NOT_JSON),
+    ('{"apikey":"a","idp_session":"b",}', NOT_JSON),
+    ("{'apikey':'a'}", NOT_JSON),
+    ("{}", NO_KEY),
+    ("[]", NO_KEY),
+    ("null", NO_KEY),
+    ("7", NO_KEY),
+    ('"apikey"', NO_KEY),
+    ('[{"apikey":"a","idp_session":"b"}]', NO_KEY),
+    ('{"idp_session":"b"}', NO_KEY),
+    ('{"apikey":71,"idp_session":"b"}', NO_KEY),
+    ('{"apikey":null,"idp_session":"b"}', NO_KEY),
+    ('{"apikey":true,"idp_session":"b"}', NO_KEY),
+    ('{"apikey":["a"],"idp_session":"b"}', NO_KEY),
+    ('{"apikey":{"a":"a"},"idp_session":"b"}', NO_KEY),
+    ('{"apikey":"","idp_session":"b"}', NO_KEY),
+    ('{"Apikey":"a","idp_session":"b"}', NO_KEY),
+    ('{"apikey":1,"apikey":"a","idp_session":"b"}', NO_KEY),
+    ('{"apikey":"a"}', NO_SESSION),
+    ('{"apikey":"a","idp_session":71}', NO_SESSION),
+    ('{"apikey":"a","idp_session":null}', NO_SESSION),
+    ('{"apikey":"a","idp_session":""}', NO_SESSION),
+    ('{"apikey":"a","idp":{"session":"b"}}', NO_SESSION),
+]
+
+
+def test_texts_without_usable_credentials_are_refused(machine, service):
+    machine.switch_log_on()
+    messages = {}
+    for number, (text, message) in enumerate(USELESS_TEXTS):
+        name = f"case-{number:02}"
+        machine.account(name, seal=False)
+        machine.log(name, "a.log")
+        machine.seal_text(name, text)
+        messages[name] = message
+    expect_each_account_not_sent(machine, service, messages)
 
 
 @pytest.mark.parametrize("closed", [False, True], ids=["open", "closed"])
@@ -209,29 +225,40 @@ def test_text_nested_without_measure_does_not_crash(alice, service, bracket, clo
     assert messages[3:] == say.summary(accounts=1, no_send=1)
 
 
-@pytest.mark.parametrize(
-    "more",
-    [
-        {},
-        {"other": [1, 2.5, None, {"deep": ["x"]}], "größer": "日本"},
-        {"large": "x" * 3_000_000},
-        {"cert": {}},
-        {"cert": None},
-        {"cert": 5},
-        {"cert": "text"},
-        {"cert": ["hash"]},
-        {"cert": {"hash": "", "store": "", "base64encoded": ""}},
-        {"cert": {"hash": 1, "store": 2, "base64encoded": 3}},
-        {"cert": {"hash": "00" * 20}},
-        {"cert": {"store": "user"}},
-        {"cert": {"hash": "00" * 20, "store": "nowhere"}},
-        {"cert.hash": "00" * 20, "cert.store": "user", "cert.base64encoded": "AAAA"},
-    ],
-    ids=lambda more: json.dumps(more)[:50],
-)
-def test_members_beyond_the_two_do_not_matter(alice, service, more):
-    alice.seal("alice", **more)
-    expect_sent(alice, service)
+MORE_MEMBERS = [
+    {},
+    {"other": [1, 2.5, None, {"deep": ["x"]}], "größer": "日本"},
+    {"large": "x" * 3_000_000},
+    {"cert": {}},
+    {"cert": None},
+    {"cert": 5},
+    {"cert": "text"},
+    {"cert": ["hash"]},
+    {"cert": {"hash": "", "store": "", "base64encoded": ""}},
+    {"cert": {"hash": 1, "store": 2, "base64encoded": 3}},
+    {"cert": {"hash": "00" * 20}},
+    {"cert": {"store": "user"}},
+    {"cert": {"hash": "00" * 20, "store": "nowhere"}},
+    {"cert.hash": "00" * 20, "cert.store": "user", "cert.base64encoded": "AAAA"},
+]
+
+
+def test_members_beyond_the_two_do_not_matter(machine, service):
+    machine.switch_log_on()
+    for number, more in enumerate(MORE_MEMBERS):
+        machine.account(f"case-{number:02}", **more)
+        machine.log(f"case-{number:02}", "a.log")
+    order = machine.account_order()
+    machine.run()
+    assert [one.account for one in service.requests] == order
+    expected = say.started(machine)
+    for name in order:
+        expected += say.account_in(name)
+        expected += say.accepted(machine, name, "a.log")
+        expected += say.account_out(name)
+    count = len(MORE_MEMBERS)
+    expected += say.summary(accounts=count, send=count, ok=count)
+    expect_messages(machine.messages(), expected)
 
 
 def test_white_space_and_escapes_are_json_as_usual(alice, service):

@@ -54,7 +54,8 @@ def test_accepted_request_is_recorded_and_stored(service, certificates, tmp_path
     assert _post(certificates, service, b"one\n")[0] == 200
     assert _post(certificates, service, b"two\n")[0] == 200
     first = service.requests[0]
-    assert first.head.startswith(b"POST " + SERVICE_PATH.encode() + b" HTTP/1.1\r\nHost: localhost:")
+    line = b"POST " + SERVICE_PATH.encode() + b" HTTP/1.1\r\n"
+    assert first.head.startswith(line + b"Host: localhost:")
     assert first.head.endswith(b"\r\n\r\n")
     assert (first.body, first.framing, first.account) == (b"one\n", "length", "alice")
     assert first.connection.tls_version == "TLSv1.3"
