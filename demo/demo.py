@@ -1,9 +1,9 @@
 #!/usr/bin/python3
 """Runs the program once against a local log service and shows what happened.
 
-Everything is made on the spot in a temporary folder: certificates, a log tree with sealed credentials
-for several accounts, settings that switch the diagnostic log on. The demo knows what has to come
-out; when something else does, it says so and ends with 1.
+Everything is made on the spot in a temporary folder: certificates, a log tree with sealed
+credentials for several accounts, settings that switch the diagnostic log on. The demo knows what
+has to come out; when something else does, it says so and ends with 1.
 """
 
 import argparse
@@ -196,7 +196,10 @@ def judge(machine, service, wanted):
                 for one in service.requests
             ),
         ),
-        ("accepted files are in the archive, all others where they were", _is_tree(machine, wanted)),
+        (
+            "accepted files are in the archive, all others where they were",
+            _is_tree(machine, wanted),
+        ),
         ("carol's refused credentials are gone", not machine.credential("carol").exists()),
         (
             "the result file counts 3 sent, 2 failed, and names bob and carol",

@@ -1,7 +1,7 @@
 """Certificates for tests and the demo, made on the spot.
 
-One `CertificateFactory` makes every key once and keeps it; nothing here outlives the folder that the
-factory was given.
+One `CertificateFactory` makes every key once and keeps it; nothing here outlives the folder that
+the factory was given.
 """
 
 import datetime

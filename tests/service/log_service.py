@@ -8,8 +8,8 @@ In a test:
         ...                                  # start the client against service.tenant
         service.requests[0].head             # the raw bytes of the first request's head
 
-Answers come from the queue first, then from `decide`, then from the service's own judgement of path,
-method and credentials. As a program (`--help`) it serves until it is told to stop.
+Answers come from the queue first, then from `decide`, then from the service's own judgement of
+path, method and credentials. As a program (`--help`) it serves until it is told to stop.
 """
 
 import argparse
