@@ -1,8 +1,7 @@
 // The system's clock through clock_gettime.
 #include "platform/clock.h"
 
-#include <time.h>
-
+#include <ctime>
 #include <new>
 
 namespace platform {

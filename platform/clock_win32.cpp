@@ -1,9 +1,9 @@
 // The system's clock through GetLocalTime and _time64.
 #include "platform/clock.h"
 
-#include <time.h>
 #include <windows.h>
 
+#include <ctime>
 #include <new>
 
 namespace platform {

@@ -1,10 +1,9 @@
 // Moving a file without replacing one, step by step, on file systems of every kind.
 #include "platform/file_move_posix.h"
 
-#include <stdio.h>
-#include <stdlib.h>
-
 #include <cerrno>
+#include <cstdio>
+#include <cstdlib>
 #include <memory>
 
 #include "platform/errno_posix.h"

@@ -1,10 +1,10 @@
 // Files through the POSIX interfaces, with the manners of Windows.
 #include "platform/file.h"
 
-#include <stdio.h>
 #include <sys/file.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <utility>
 
 #include "platform/errno_posix.h"

@@ -2,13 +2,13 @@
 #include "platform/file.h"
 
 #include <share.h>
-#include <stdio.h>
 #include <windows.h>
 // After windows.h, which they need.
 #include <shlobj.h>
 #include <shlwapi.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <string_view>
 #include <utility>
 

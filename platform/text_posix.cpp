@@ -1,12 +1,11 @@
 // Text between code points, UTF-8 and UTF-16.
 #include "platform/text.h"
 
-#include <locale.h>
 #include <utf8.h>
-#include <wctype.h>
 
 #include <algorithm>
-#include <cstring>
+#include <clocale>
+#include <cwctype>
 #include <iterator>
 
 #include "platform/case_fold_posix.h"
@@ -104,7 +103,7 @@ std::vector<std::uint8_t> ToUtf16Le(std::wstring_view text) {
   bytes.reserve(text.size() * 2);
   for (const wchar_t character : text) {
     const bool is_character = character >= 0 && character <= 0x10FFFF;
-    const auto value = static_cast<unsigned>(is_character ? character : kReplacement);
+    const std::uint32_t value = is_character ? static_cast<std::uint32_t>(character) : 0xFFFD;
     if (value < 0x10000) {
       AppendUnit(value, bytes);
     } else {
