@@ -175,3 +175,20 @@ def test_real_web_servers_refusal_keeps_the_files(loaded, certificates, tmp_path
     errors = [text for text in loaded.messages() if "Error [503, " in text]
     assert len(errors) == 2
     assert all("503 Service Temporarily Unavailable" in text for text in errors)
+
+
+@needs_nginx
+def test_refusal_that_comes_before_the_body_was_sent_is_judged(machine, certificates, tmp_path):
+    machine.switch_log_on()
+    machine.account("alice")
+    machine.log("alice", "large.log", bytes(8_000_000))
+    machine.log("alice", "small.log")
+    with Nginx(tmp_path / "nginx", certificates.server, longest_body=1000) as nginx:
+        machine.tenant = nginx.tenant
+        machine.run()
+    assert machine.is_waiting("alice", "large.log")
+    assert machine.is_archived("alice", "small.log")
+    (error,) = (text for text in machine.messages() if "Error [" in text)
+    assert error.startswith("<UploadOneUser> Error [413, ")
+    assert machine.messages()[-3:] == say.summary(accounts=1, send=1, ok=1, error=1)
+    assert len(nginx.requests()) == 2

@@ -29,7 +29,7 @@ http {{
   fastcgi_temp_path {folder}/fastcgi;
   uwsgi_temp_path {folder}/uwsgi;
   scgi_temp_path {folder}/scgi;
-  client_max_body_size 0;
+  client_max_body_size {longest_body};
   server {{
     listen 127.0.0.1:{port} ssl;
     server_name localhost;
@@ -59,9 +59,12 @@ def find_nginx():
 
 
 class Nginx:
-    """A context manager. `client_authority` (PEM) makes client certificates a condition."""
+    """A context manager. `client_authority` (PEM) makes client certificates a condition.
 
-    def __init__(self, folder, identity, *, status=200, client_authority=None):
+    Bodies longer than `longest_body` bytes are refused before they are read; 0 takes any.
+    """
+
+    def __init__(self, folder, identity, *, status=200, client_authority=None, longest_body=0):
         # nginx resolves relative paths against its own prefix.
         self.folder = Path(folder).resolve()
         self.folder.mkdir(parents=True, exist_ok=True)
@@ -82,6 +85,7 @@ class Nginx:
                 client=client,
                 path=SERVICE_PATH,
                 status=status,
+                longest_body=longest_body,
                 # Bodies must stay readable; only root may and must choose.
                 user="user root;" if os.geteuid() == 0 else "",
             )
