@@ -15,7 +15,7 @@ class RealClock final : public Clock {
     const timespec now = Now();
     tm parts = {};
     if (localtime_r(&now.tv_sec, &parts) == nullptr) {
-      return LocalTime();
+      return {};
     }
     LocalTime local;
     local.year = parts.tm_year + 1900;

@@ -15,17 +15,17 @@ UniqueFd OpenRegularFile(const std::string& path, int flags, mode_t mode) {
     // A FIFO without a reader and a socket say ENXIO.
     const int error_number = errno == ENXIO ? EACCES : errno;
     RecordErrno(error_number, path);
-    return UniqueFd();
+    return {};
   }
   UniqueFd fd(raw);
   struct stat status;
   if (fstat(fd.Get(), &status) != 0) {
     RecordErrno(errno, path);
-    return UniqueFd();
+    return {};
   }
   if (!S_ISREG(status.st_mode)) {
     SetLastError(kErrorAccessDenied);
-    return UniqueFd();
+    return {};
   }
   return fd;
 }

@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <cstddef>
 #include <utility>
 
 #include "platform/errno_posix.h"
@@ -18,7 +19,7 @@ namespace {
 
 struct DirectoryCloser {
   using Value = DIR*;
-  static constexpr Value kInvalid = nullptr;
+  static constexpr std::nullptr_t kInvalid = nullptr;
   static void Close(Value directory) noexcept {
     const int error_number = errno;
     closedir(directory);
@@ -91,7 +92,8 @@ bool FileSearch::Next() {
   DIR* const directory = handle_->directory.Get();
   for (;;) {
     errno = 0;
-    const dirent* const entry = readdir(directory);
+    // Nobody else reads this stream.
+    const dirent* const entry = readdir(directory);  // NOLINT(concurrency-mt-unsafe)
     if (entry == nullptr) {
       SetLastError(errno == 0 ? kErrorNoMoreFiles : NumberOfErrno(errno));
       return false;

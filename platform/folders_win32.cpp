@@ -19,7 +19,7 @@ std::optional<std::wstring> DefaultLogBase() {
 std::wstring CommonDocumentsFolder() {
   wchar_t folder[MAX_PATH] = {};
   if (!SHGetSpecialFolderPathW(nullptr, folder, CSIDL_COMMON_DOCUMENTS, /*fCreate=*/FALSE)) {
-    return std::wstring();
+    return {};
   }
   std::wstring path = folder;
   if (!path.empty() && path.back() == L'\\') {

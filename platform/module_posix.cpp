@@ -48,7 +48,7 @@ std::wstring ProgramPath() {
     const ssize_t length = readlink("/proc/self/exe", path.data(), path.size());
     if (length < 0) {
       RecordErrno(errno, "/proc/self/exe");
-      return std::wstring();
+      return {};
     }
     if (static_cast<std::size_t>(length) < path.size()) {
       path.resize(static_cast<std::size_t>(length));

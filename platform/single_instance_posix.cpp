@@ -33,7 +33,7 @@ UniqueFd OpenLockFile(const std::string& path) {
       return made;
     }
   }
-  return UniqueFd();
+  return {};
 }
 
 }  // namespace

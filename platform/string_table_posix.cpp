@@ -5,14 +5,14 @@ namespace platform {
 
 std::wstring LoadText(InstanceHandle instance, unsigned id, std::size_t capacity) {
   if (instance == nullptr || capacity == 0) {
-    return std::wstring();
+    return {};
   }
   for (auto entry = static_cast<const StringResource*>(instance); entry->text != nullptr; ++entry) {
     if (entry->id == id) {
       return std::wstring(entry->text).substr(0, capacity - 1);
     }
   }
-  return std::wstring();
+  return {};
 }
 
 }  // namespace platform

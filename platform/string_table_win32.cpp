@@ -11,7 +11,7 @@ namespace platform {
 std::wstring LoadText(InstanceHandle instance, unsigned id, std::size_t capacity) {
   // A capacity of 0 would make LoadStringW give the address of the resource instead of a text.
   if (capacity == 0 || capacity > static_cast<std::size_t>(std::numeric_limits<int>::max())) {
-    return std::wstring();
+    return {};
   }
   std::vector<wchar_t> text(capacity);
   const auto module = static_cast<HINSTANCE>(const_cast<void*>(instance));

@@ -4,8 +4,6 @@
 #include <gtest/gtest.h>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
-#include <signal.h>
-#include <stddef.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -15,6 +13,8 @@
 
 #include <atomic>
 #include <cerrno>
+#include <csignal>
+#include <cstddef>
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -292,7 +292,7 @@ TEST_F(MoveAcross, ACopyThatDoesNotFitIsUndone) {
   if (child == 0) {
     // A limit on the size of files fails the copy as a full disk would.
     const rlimit limit = {50'000, 50'000};
-    signal(SIGXFSZ, SIG_IGN);
+    (void)std::signal(SIGXFSZ, SIG_IGN);
     setrlimit(RLIMIT_FSIZE, &limit);
     _exit(MoveWithoutReplacing(source_, target_) ? 1 : 0);
   }

@@ -16,7 +16,7 @@ namespace {
 namespace fs = std::filesystem;
 
 fs::path NativeOf(const std::wstring& path) {
-  return fs::path(platform::ToNativePath(path));
+  return {platform::ToNativePath(path)};
 }
 
 std::wstring MakeUniqueFolder(const fs::path& parent) {
@@ -66,7 +66,7 @@ std::string ReadFileBytes(const std::wstring& path) {
   if (!file) {
     throw std::runtime_error("cannot read " + platform::ToUtf8(path));
   }
-  return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
 }
 
 bool PathExists(const std::wstring& path) {

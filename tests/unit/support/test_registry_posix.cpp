@@ -25,7 +25,7 @@ std::wstring HexList(const std::vector<std::uint8_t>& data) {
   std::wstring list;
   for (const std::uint8_t byte : data) {
     char digits[4];
-    std::snprintf(digits, sizeof digits, "%02x", byte);
+    (void)std::snprintf(digits, sizeof digits, "%02x", byte);
     list += (list.empty() ? L"" : L",") + platform::FromUtf8(digits);
   }
   return list;
@@ -66,7 +66,7 @@ void TestRegistry::MakeKey(const std::wstring& key) {
 void TestRegistry::SetDword(const std::wstring& key, const std::wstring& name,
                             std::uint32_t value) {
   char digits[9];
-  std::snprintf(digits, sizeof digits, "%08x", value);
+  (void)std::snprintf(digits, sizeof digits, "%08x", value);
   state_->keys[key][name] = L"dword:" + platform::FromUtf8(digits);
   state_->Save(sysroot_);
 }
@@ -80,7 +80,7 @@ void TestRegistry::SetText(const std::wstring& key, const std::wstring& name,
 void TestRegistry::SetRaw(const std::wstring& key, const std::wstring& name, std::uint32_t type,
                           const std::vector<std::uint8_t>& data) {
   char start[16];
-  std::snprintf(start, sizeof start, "hex(%x):", type);
+  (void)std::snprintf(start, sizeof start, "hex(%x):", type);
   state_->keys[key][name] = platform::FromUtf8(start) + HexList(data);
   state_->Save(sysroot_);
 }

@@ -9,6 +9,8 @@ namespace {
 constexpr char kVariable[] = "KEYWARD_SYSROOT";
 }  // namespace
 
+// The environment is changed between a test's parts, while no other thread runs.
+// NOLINTBEGIN(concurrency-mt-unsafe)
 TestSysroot::TestSysroot() {
   folder_.MakeFolder(L"run/lock");
   folder_.MakeFolder(L"etc/keyward");
@@ -26,5 +28,7 @@ TestSysroot::~TestSysroot() {
     unsetenv(kVariable);
   }
 }
+
+// NOLINTEND(concurrency-mt-unsafe)
 
 }  // namespace kyd_test
