@@ -13,8 +13,10 @@ using platform::RegistryValues;
 using Bytes = std::vector<std::uint8_t>;
 
 constexpr wchar_t kKey[] = L"SOFTWARE\\Maker\\Product";
-const std::string kHead =
-    "Windows Registry Editor Version 5.00\n\n[HKEY_LOCAL_MACHINE\\SOFTWARE\\Maker\\Product]\n";
+// The text up to the values of the key.
+std::string Head() {
+  return "Windows Registry Editor Version 5.00\n\n[HKEY_LOCAL_MACHINE\\SOFTWARE\\Maker\\Product]\n";
+}
 
 // What a text gives for the value "v" of the key: nothing, or its type and data.
 std::optional<std::pair<std::uint32_t, Bytes>> ValueOf(const std::string& text) {
@@ -29,7 +31,9 @@ bool HasKey(const std::string& text) {
   return ReadRegistryText(text, kKey).has_value();
 }
 
-const std::pair<std::uint32_t, Bytes> kSeven = {platform::kRegistryDword, {7, 0, 0, 0}};
+std::pair<std::uint32_t, Bytes> Seven() {
+  return {platform::kRegistryDword, {7, 0, 0, 0}};
+}
 
 TEST(RegistryText, ReadsEveryFormOfAValue) {
   const struct {
@@ -70,7 +74,7 @@ TEST(RegistryText, ReadsEveryFormOfAValue) {
       {"\"v\"=\"\xC3\xA4\xF0\x9F\x98\x80\"", 1, {0xE4, 0, 0x3D, 0xD8, 0x00, 0xDE, 0, 0}},
   };
   for (const auto& one : cases) {
-    const auto value = ValueOf(kHead + one.line + "\n\"w\"=dword:1\n");
+    const auto value = ValueOf(Head() + one.line + "\n\"w\"=dword:1\n");
     ASSERT_TRUE(value) << one.line;
     EXPECT_EQ(value->first, one.type) << one.line;
     EXPECT_EQ(value->second, one.data) << one.line;
@@ -93,11 +97,11 @@ TEST(RegistryText, IgnoresALineThatCannotBeReadAndNothingElse) {
       "\"v\"=dword 8",
       "\"v\"=qword:8",
       "\"v\"=8",
-      "\"v\"=\"a",
-      "\"v\"=\"a\\\"",
-      "\"v\"=\"a\"b",
-      "\"v\"=\"a\\b\"",
-      "\"v\"=\"a\\",
+      R"("v"="a)",
+      R"("v"="a\")",
+      R"("v"="a"b)",
+      R"("v"="a\b")",
+      R"("v"="a\)",
       "\"v\"='a'",
       "\"v\"=hex",
       "\"v\"=hex(",
@@ -110,11 +114,11 @@ TEST(RegistryText, IgnoresALineThatCannotBeReadAndNothingElse) {
       "\"v\"=hex:0g",
       "\"v\"=hex:,01",
       "\"v\"=hex:01,,02",
-      "\"v\"=hex:01\\",
+      R"("v"=hex:01\)",
       "\"v\"=hex:01,\\\n0g",
       "\"v\"=-x",
       "\"v\\=dword:00000008",
-      "\"\\v\"=dword:00000008",
+      R"("\v"=dword:00000008)",
       "=dword:00000008",
       "; \"v\"=dword:00000008",
       "\"v\"=\"\xE9\"",
@@ -125,39 +129,39 @@ TEST(RegistryText, IgnoresALineThatCannotBeReadAndNothingElse) {
       "\"",
   };
   for (const char* const line : lines) {
-    EXPECT_EQ(ValueOf(kHead + line + "\n"), std::nullopt) << line;
-    EXPECT_EQ(ValueOf(kHead + "\"v\"=dword:7\n" + line + "\n"), kSeven) << line;
-    EXPECT_EQ(ValueOf(kHead + line + "\n\"v\"=dword:7\n"), kSeven) << line;
-    EXPECT_EQ(ValueOf(kHead + line + "\r\n\"v\"=dword:7\r\n"), kSeven) << line;
+    EXPECT_EQ(ValueOf(Head() + line + "\n"), std::nullopt) << line;
+    EXPECT_EQ(ValueOf(Head() + "\"v\"=dword:7\n" + line + "\n"), Seven()) << line;
+    EXPECT_EQ(ValueOf(Head() + line + "\n\"v\"=dword:7\n"), Seven()) << line;
+    EXPECT_EQ(ValueOf(Head() + line + "\r\n\"v\"=dword:7\r\n"), Seven()) << line;
   }
 }
 
 TEST(RegistryText, AListMayEndWithTheText) {
-  for (const char* const line : {"\"v\"=hex:01", "\"v\"=hex:01,", "\"v\"=hex:01,\\"}) {
-    ASSERT_TRUE(ValueOf(kHead + line)) << line;
-    EXPECT_EQ(ValueOf(kHead + line)->second, Bytes{1}) << line;
+  for (const char* const line : {"\"v\"=hex:01", "\"v\"=hex:01,", R"("v"=hex:01,\)"}) {
+    ASSERT_TRUE(ValueOf(Head() + line)) << line;
+    EXPECT_EQ(ValueOf(Head() + line)->second, Bytes{1}) << line;
   }
 }
 
 TEST(RegistryText, AnUnfinishedListDoesNotSwallowTheNextLine) {
-  EXPECT_EQ(ValueOf(kHead + "\"w\"=hex:01,\\\n\"v\"=dword:7\n"), kSeven);
-  EXPECT_EQ(ValueOf(kHead + "\"w\"=hex:01,\\\n[HKEY_LOCAL_MACHINE\\Other]\n\"v\"=dword:7\n"),
+  EXPECT_EQ(ValueOf(Head() + "\"w\"=hex:01,\\\n\"v\"=dword:7\n"), Seven());
+  EXPECT_EQ(ValueOf(Head() + "\"w\"=hex:01,\\\n[HKEY_LOCAL_MACHINE\\Other]\n\"v\"=dword:7\n"),
             std::nullopt);
 }
 
 TEST(RegistryText, TakesEitherEncodingAndLineEnd) {
-  const std::string unix_text = kHead + "\"v\"=dword:7\n";
+  const std::string unix_text = Head() + "\"v\"=dword:7\n";
   std::string windows_text;
   for (const char character : unix_text) {
-    windows_text += character == '\n' ? std::string("\r\n") : std::string(1, character);
+    windows_text.append(character == '\n' ? 1 : 0, '\r').append(1, character);
   }
   for (const std::string& text : {unix_text, windows_text}) {
-    EXPECT_EQ(ValueOf(text), kSeven);
-    EXPECT_EQ(ValueOf(text.substr(0, text.find_last_not_of("\r\n") + 1)), kSeven);
-    EXPECT_EQ(ValueOf("\xEF\xBB\xBF" + text), kSeven);
+    EXPECT_EQ(ValueOf(text), Seven());
+    EXPECT_EQ(ValueOf(text.substr(0, text.find_last_not_of("\r\n") + 1)), Seven());
+    EXPECT_EQ(ValueOf("\xEF\xBB\xBF" + text), Seven());
     const Bytes utf16 = platform::ToUtf16Le(L"\xFEFF" + platform::FromUtf8(text));
-    EXPECT_EQ(ValueOf(std::string(utf16.begin(), utf16.end())), kSeven);
-    EXPECT_EQ(ValueOf(std::string(utf16.begin(), utf16.end()) + "x"), kSeven);
+    EXPECT_EQ(ValueOf(std::string(utf16.begin(), utf16.end())), Seven());
+    EXPECT_EQ(ValueOf(std::string(utf16.begin(), utf16.end()) + "x"), Seven());
   }
 }
 
@@ -170,20 +174,20 @@ TEST(RegistryText, FindsAKeyByItsPath) {
     const char* line;
     bool expected;
   } cases[] = {
-      {"[HKEY_LOCAL_MACHINE\\SOFTWARE\\Maker\\Product]", true},
-      {"[hkey_local_machine\\software\\MAKER\\product]", true},
-      {"  [HKEY_LOCAL_MACHINE\\SOFTWARE\\Maker\\Product] ; comment", true},
-      {"[HKEY_LOCAL_MACHINE\\SOFTWARE\\Maker\\Product\\Below]", true},
-      {"[HKEY_LOCAL_MACHINE\\SOFTWARE\\Maker\\Product\\Below\\Further]", true},
-      {"[HKEY_LOCAL_MACHINE\\SOFTWARE\\Maker\\Product2]", false},
+      {R"([HKEY_LOCAL_MACHINE\SOFTWARE\Maker\Product])", true},
+      {R"([hkey_local_machine\software\MAKER\product])", true},
+      {R"(  [HKEY_LOCAL_MACHINE\SOFTWARE\Maker\Product] ; comment)", true},
+      {R"([HKEY_LOCAL_MACHINE\SOFTWARE\Maker\Product\Below])", true},
+      {R"([HKEY_LOCAL_MACHINE\SOFTWARE\Maker\Product\Below\Further])", true},
+      {R"([HKEY_LOCAL_MACHINE\SOFTWARE\Maker\Product2])", false},
       {"[HKEY_LOCAL_MACHINE\\SOFTWARE\\Maker]", false},
       {"[HKEY_LOCAL_MACHINE\\Maker\\Product]", false},
-      {"[HKEY_CURRENT_USER\\SOFTWARE\\Maker\\Product]", false},
-      {"[HKLM\\SOFTWARE\\Maker\\Product]", false},
+      {R"([HKEY_CURRENT_USER\SOFTWARE\Maker\Product])", false},
+      {R"([HKLM\SOFTWARE\Maker\Product])", false},
       {"[SOFTWARE\\Maker\\Product]", false},
-      {"[HKEY_LOCAL_MACHINE\\SOFTWARE\\Maker\\Product", false},
-      {"HKEY_LOCAL_MACHINE\\SOFTWARE\\Maker\\Product]", false},
-      {"[HKEY_LOCAL_MACHINE\\SOFTWARE\\Maker\\Product] x", false},
+      {R"([HKEY_LOCAL_MACHINE\SOFTWARE\Maker\Product)", false},
+      {R"(HKEY_LOCAL_MACHINE\SOFTWARE\Maker\Product])", false},
+      {R"([HKEY_LOCAL_MACHINE\SOFTWARE\Maker\Product] x)", false},
       {"[HKEY_LOCAL_MACHINE\\]", false},
       {"[HKEY_LOCAL_MACHINE]", false},
       {"[]", false},
@@ -201,62 +205,64 @@ TEST(RegistryText, AKeyNameMayHoldBrackets) {
 
 TEST(RegistryText, ValuesBelongToTheKeyAboveThem) {
   const std::string other = "[HKEY_LOCAL_MACHINE\\Other]\n";
-  EXPECT_EQ(ValueOf("\"v\"=dword:7\n" + kHead), std::nullopt);
-  EXPECT_EQ(ValueOf(kHead + other + "\"v\"=dword:7\n"), std::nullopt);
-  EXPECT_EQ(ValueOf(kHead + "\"v\"=dword:7\n" + other + "\"v\"=dword:8\n"), kSeven);
-  EXPECT_EQ(ValueOf(kHead + other + kHead + "\"v\"=dword:7\n"), kSeven);
-  EXPECT_EQ(ValueOf(kHead + "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Maker\\Product\\Below]\n" +
+  EXPECT_EQ(ValueOf("\"v\"=dword:7\n" + Head()), std::nullopt);
+  EXPECT_EQ(ValueOf(Head() + other + "\"v\"=dword:7\n"), std::nullopt);
+  EXPECT_EQ(ValueOf(Head() + "\"v\"=dword:7\n" + other + "\"v\"=dword:8\n"), Seven());
+  EXPECT_EQ(ValueOf(Head() + other + Head() + "\"v\"=dword:7\n"), Seven());
+  EXPECT_EQ(ValueOf(Head() + "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Maker\\Product\\Below]\n" +
                     "\"v\"=dword:7\n"),
             std::nullopt);
 }
 
 TEST(RegistryText, ValuesBelowAnUnreadableKeyBelongToNone) {
   for (const char* const line : {"[", "[HKEY_LOCAL_MACHINE\\Other", "[] x", "[\xE9]", "  [\xE9"}) {
-    EXPECT_EQ(ValueOf(kHead + line + "\n\"v\"=dword:7\n"), std::nullopt) << line;
+    EXPECT_EQ(ValueOf(Head() + line + "\n\"v\"=dword:7\n"), std::nullopt) << line;
   }
 }
 
 TEST(RegistryText, WhatComesLaterWins) {
-  EXPECT_EQ(ValueOf(kHead + "\"v\"=dword:8\n\"V\"=dword:7\n"), kSeven);
-  EXPECT_EQ(ValueOf(kHead + "\"v\"=\"a\"\n" + kHead + "\"v\"=dword:7\n"), kSeven);
-  EXPECT_EQ(ValueOf(kHead + "\"v\"=dword:7\n\"v\"=-\n"), std::nullopt);
-  EXPECT_EQ(ValueOf(kHead + "\"v\"=dword:7\n\"V\"=- ; gone\n"), std::nullopt);
-  EXPECT_EQ(ValueOf(kHead + "\"v\"=-\n\"v\"=dword:7\n"), kSeven);
+  EXPECT_EQ(ValueOf(Head() + "\"v\"=dword:8\n\"V\"=dword:7\n"), Seven());
+  EXPECT_EQ(ValueOf(Head() + "\"v\"=\"a\"\n" + Head() + "\"v\"=dword:7\n"), Seven());
+  EXPECT_EQ(ValueOf(Head() + "\"v\"=dword:7\n\"v\"=-\n"), std::nullopt);
+  EXPECT_EQ(ValueOf(Head() + "\"v\"=dword:7\n\"V\"=- ; gone\n"), std::nullopt);
+  EXPECT_EQ(ValueOf(Head() + "\"v\"=-\n\"v\"=dword:7\n"), Seven());
 }
 
 TEST(RegistryText, RemovesAKeyWithEverythingBelowIt) {
-  const std::string value = kHead + "\"v\"=dword:7\n";
+  const std::string value = Head() + "\"v\"=dword:7\n";
   const struct {
     const char* line;
     bool expected;
   } cases[] = {
-      {"[-HKEY_LOCAL_MACHINE\\SOFTWARE\\Maker\\Product]", false},
+      {R"([-HKEY_LOCAL_MACHINE\SOFTWARE\Maker\Product])", false},
       {"[-HKEY_LOCAL_MACHINE\\SOFTWARE\\Maker]", false},
       {"[-hkey_local_machine\\software]", false},
-      {"[-HKEY_LOCAL_MACHINE\\SOFTWARE\\Maker\\Product\\Below]", true},
-      {"[-HKEY_LOCAL_MACHINE\\SOFTWARE\\Maker\\Prod]", true},
-      {"[-HKEY_CURRENT_USER\\SOFTWARE\\Maker\\Product]", true},
+      {R"([-HKEY_LOCAL_MACHINE\SOFTWARE\Maker\Product\Below])", true},
+      {R"([-HKEY_LOCAL_MACHINE\SOFTWARE\Maker\Prod])", true},
+      {R"([-HKEY_CURRENT_USER\SOFTWARE\Maker\Product])", true},
       {"[-HKEY_LOCAL_MACHINE]", true},
       {"[-]", true},
   };
   for (const auto& one : cases) {
-    EXPECT_EQ(HasKey(value + one.line + "\n"), one.expected) << one.line;
+    std::string text = value;
+    text.append(one.line).append("\n");
+    EXPECT_EQ(HasKey(text), one.expected) << one.line;
     // A removed key takes no values.
-    EXPECT_EQ(HasKey(value + one.line + "\n\"v\"=dword:8\n"), one.expected) << one.line;
-    EXPECT_EQ(ValueOf(value + one.line + "\n" + value), kSeven) << one.line;
+    EXPECT_EQ(HasKey(text + "\"v\"=dword:8\n"), one.expected) << one.line;
+    EXPECT_EQ(ValueOf(text + value), Seven()) << one.line;
   }
-  EXPECT_EQ(ValueOf(value + "[-HKEY_LOCAL_MACHINE\\SOFTWARE]\n" + kHead), std::nullopt);
+  EXPECT_EQ(ValueOf(value + "[-HKEY_LOCAL_MACHINE\\SOFTWARE]\n" + Head()), std::nullopt);
 }
 
 TEST(RegistryText, TheUnnamedValueHasAnEmptyName) {
-  const std::optional<RegistryValues> values = ReadRegistryText(kHead + "@=\"a\"\n", kKey);
+  const std::optional<RegistryValues> values = ReadRegistryText(Head() + "@=\"a\"\n", kKey);
   ASSERT_TRUE(values);
   EXPECT_EQ(values->count(L""), 1U);
-  EXPECT_TRUE(ReadRegistryText(kHead + "@=\"a\"\n@=-\n", kKey)->empty());
+  EXPECT_TRUE(ReadRegistryText(Head() + "@=\"a\"\n@=-\n", kKey)->empty());
 }
 
 TEST(RegistryText, NulCharactersAreOrdinary) {
-  const std::string text = kHead + std::string("\"v\"=\"a\0b\"\n", 10) + "\n\"w\"=dword:1\n";
+  const std::string text = Head() + std::string("\"v\"=\"a\0b\"\n", 10) + "\n\"w\"=dword:1\n";
   EXPECT_EQ(ValueOf(text)->second, (Bytes{'a', 0, 0, 0, 'b', 0, 0, 0}));
 }
 
@@ -264,9 +270,9 @@ TEST(RegistryText, TakesTimeInProportionToItsSize) {
   // The whole test takes part of a second; work that grows with the square of the size takes
   // minutes.
   constexpr std::size_t kSize = std::size_t{1} << 20;
-  std::string values = kHead;
-  std::string list = kHead + "\"v\"=hex:";
-  std::string bad_lists = kHead;
+  std::string values = Head();
+  std::string list = Head() + "\"v\"=hex:";
+  std::string bad_lists = Head();
   while (values.size() < kSize) {
     values += "\"" + std::to_string(values.size()) + "\"=dword:1\n";
     list += "01,\\\n";
@@ -280,9 +286,9 @@ TEST(RegistryText, TakesTimeInProportionToItsSize) {
   EXPECT_GT(ValueOf(list)->second.size(), 100'000U);
   EXPECT_EQ(ValueOf(bad_lists)->second, Bytes{1});
   EXPECT_FALSE(HasKey("[HKEY_LOCAL_MACHINE" + std::string(kSize, '\\') + "]"));
-  EXPECT_EQ(ValueOf(kHead + std::string(kSize, '\n') + "\"v\"=dword:7"), kSeven);
-  EXPECT_EQ(ValueOf(kHead + std::string(kSize, '"') + "\n\"v\"=dword:7"), kSeven);
-  EXPECT_EQ(ValueOf(kHead + "\"v\"=\"" + std::string(kSize, '\\')), std::nullopt);
+  EXPECT_EQ(ValueOf(Head() + std::string(kSize, '\n') + "\"v\"=dword:7"), Seven());
+  EXPECT_EQ(ValueOf(Head() + std::string(kSize, '"') + "\n\"v\"=dword:7"), Seven());
+  EXPECT_EQ(ValueOf(Head() + "\"v\"=\"" + std::string(kSize, '\\')), std::nullopt);
 }
 
 // ---- The file itself
@@ -302,7 +308,7 @@ TEST_F(RegistryFile, MissingHasNoKeys) {
 }
 
 TEST_F(RegistryFile, IsReadAnewForEveryKey) {
-  kyd_test::WriteFileBytes(path_, kHead);
+  kyd_test::WriteFileBytes(path_, Head());
   EXPECT_TRUE(Opens());
   kyd_test::WriteFileBytes(path_, "");
   EXPECT_FALSE(Opens());
@@ -310,9 +316,9 @@ TEST_F(RegistryFile, IsReadAnewForEveryKey) {
 
 TEST_F(RegistryFile, BeyondItsBoundIsUnreadable) {
   constexpr std::size_t kMost = std::size_t{16} << 20;
-  kyd_test::WriteFileBytes(path_, kHead + std::string(kMost - kHead.size(), ';'));
+  kyd_test::WriteFileBytes(path_, Head() + std::string(kMost - Head().size(), ';'));
   EXPECT_TRUE(Opens());
-  kyd_test::WriteFileBytes(path_, kHead + std::string(kMost - kHead.size() + 1, ';'));
+  kyd_test::WriteFileBytes(path_, Head() + std::string(kMost - Head().size() + 1, ';'));
   EXPECT_FALSE(Opens());
 }
 

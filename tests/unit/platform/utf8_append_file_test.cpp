@@ -10,7 +10,9 @@ using kyd_test::ReadFileBytes;
 using kyd_test::WriteFileBytes;
 using platform::Utf8AppendFile;
 
-const std::string kMark = "\xEF\xBB\xBF";
+std::string Mark() {
+  return "\xEF\xBB\xBF";
+}
 
 class Utf8AppendFileTest : public testing::Test {
  protected:
@@ -26,24 +28,24 @@ class Utf8AppendFileTest : public testing::Test {
 
 TEST_F(Utf8AppendFileTest, ANewFileStartsWithAMark) {
   Append(L"line\n");
-  EXPECT_EQ(ReadFileBytes(path_), kMark + "line\r\n");
+  EXPECT_EQ(ReadFileBytes(path_), Mark() + "line\r\n");
 }
 
 TEST_F(Utf8AppendFileTest, AnEmptyFileGetsAMark) {
   WriteFileBytes(path_, "");
   Append(L"line\n");
-  EXPECT_EQ(ReadFileBytes(path_), kMark + "line\r\n");
+  EXPECT_EQ(ReadFileBytes(path_), Mark() + "line\r\n");
 }
 
 TEST_F(Utf8AppendFileTest, OpeningAloneLeavesTheMark) {
   { const Utf8AppendFile file(path_); }
-  EXPECT_EQ(ReadFileBytes(path_), kMark);
+  EXPECT_EQ(ReadFileBytes(path_), Mark());
 }
 
 TEST_F(Utf8AppendFileTest, LaterLinesFollowWithoutAMark) {
   Append(L"first\n");
   Append(L"second\n");
-  EXPECT_EQ(ReadFileBytes(path_), kMark + "first\r\nsecond\r\n");
+  EXPECT_EQ(ReadFileBytes(path_), Mark() + "first\r\nsecond\r\n");
 }
 
 TEST_F(Utf8AppendFileTest, AFileWithoutAMarkStaysSo) {
@@ -55,36 +57,36 @@ TEST_F(Utf8AppendFileTest, AFileWithoutAMarkStaysSo) {
 TEST_F(Utf8AppendFileTest, EveryLineFeedBecomesCrLf) {
   Append(L"\n\na\nb");
   Append(L"\r\n");
-  EXPECT_EQ(ReadFileBytes(path_), kMark + "\r\n\r\na\r\nb\r\r\n");
+  EXPECT_EQ(ReadFileBytes(path_), Mark() + "\r\n\r\na\r\nb\r\r\n");
 }
 
 TEST_F(Utf8AppendFileTest, TextEndsAtItsFirstNul) {
   Append(std::wstring(L"seen\0unseen", 11));
   Append(L"");
   Append(std::wstring(1, L'\0'));
-  EXPECT_EQ(ReadFileBytes(path_), kMark + "seen");
+  EXPECT_EQ(ReadFileBytes(path_), Mark() + "seen");
 }
 
 TEST_F(Utf8AppendFileTest, CharactersOfAllSizesAreUtf8) {
   Append(L"a\x00E4\x20AC\U0001F600\n");
-  EXPECT_EQ(ReadFileBytes(path_), kMark + "a\xC3\xA4\xE2\x82\xAC\xF0\x9F\x98\x80\r\n");
+  EXPECT_EQ(ReadFileBytes(path_), Mark() + "a\xC3\xA4\xE2\x82\xAC\xF0\x9F\x98\x80\r\n");
 }
 
 TEST_F(Utf8AppendFileTest, AnUnpairedSurrogateDoesNotLoseTheLine) {
   Append(std::wstring{L'<', wchar_t{0xD83D}, L'>', wchar_t{0xDE00}, L'\n'});
   Append(L"next\n");
-  EXPECT_EQ(ReadFileBytes(path_), kMark + "<\xEF\xBF\xBD>\xEF\xBF\xBD\r\nnext\r\n");
+  EXPECT_EQ(ReadFileBytes(path_), Mark() + "<\xEF\xBF\xBD>\xEF\xBF\xBD\r\nnext\r\n");
 }
 
 TEST_F(Utf8AppendFileTest, PercentSignsAreText) {
   Append(L"100 %s %n %%\n");
-  EXPECT_EQ(ReadFileBytes(path_), kMark + "100 %s %n %%\r\n");
+  EXPECT_EQ(ReadFileBytes(path_), Mark() + "100 %s %n %%\r\n");
 }
 
 TEST_F(Utf8AppendFileTest, LongTextsAreWrittenWholeWhereverTheirCharactersLie) {
   // A character of two UTF-16 units at every place of a text that is longer than any buffer.
   std::wstring text;
-  std::string expected = kMark;
+  std::string expected = Mark();
   for (int shift = 0; shift < 2; ++shift) {
     text += L'x';
     expected += 'x';
@@ -101,7 +103,7 @@ TEST_F(Utf8AppendFileTest, LongTextsAreWrittenWholeWhereverTheirCharactersLie) {
 
 TEST_F(Utf8AppendFileTest, ManyLineFeedsAreWrittenWhole) {
   Append(std::wstring(3000, L'\n'));
-  EXPECT_EQ(ReadFileBytes(path_).size(), kMark.size() + 6000);
+  EXPECT_EQ(ReadFileBytes(path_).size(), Mark().size() + 6000);
 }
 
 TEST_F(Utf8AppendFileTest, TwoWritersAppendBehindEachOther) {
@@ -119,7 +121,7 @@ TEST_F(Utf8AppendFileTest, TwoWritersAppendBehindEachOther) {
 TEST_F(Utf8AppendFileTest, ReadersMayLookMeanwhile) {
   Utf8AppendFile file(path_);
   file.Write(L"line\n");
-  EXPECT_EQ(ReadFileBytes(path_), kMark + "line\r\n");
+  EXPECT_EQ(ReadFileBytes(path_), Mark() + "line\r\n");
 }
 
 TEST_F(Utf8AppendFileTest, IsNotOpenWhereNoFileCanBe) {
