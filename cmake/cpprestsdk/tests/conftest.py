@@ -1,0 +1,119 @@
+"""What the tests of the REST library share: the probe, a certificate, files to send."""
+
+import datetime
+import os
+import shutil
+import subprocess
+from pathlib import Path
+
+import pytest
+from cryptography import x509
+from cryptography.hazmat.primitives import hashes, serialization
+from cryptography.hazmat.primitives.asymmetric import rsa
+from cryptography.x509.oid import NameOID
+
+from scripted_server import ScriptedServer
+
+
+def pytest_addoption(parser):
+    parser.addoption("--probe", required=True, help="the probe that CMakeLists.txt builds")
+    parser.addoption("--leave-runs", type=int, default=40, help="processes for each way to leave")
+    parser.addoption("--large", action="store_true", help="also send files of 4 GiB")
+
+
+class Probe:
+    """The probe's process, native or under Wine."""
+
+    def __init__(self, path, wine_prefix):
+        self.path = Path(path).resolve()
+        self.windows = self.path.suffix == ".exe"
+        self.environment = dict(os.environ)
+        self.command = [str(self.path)]
+        if self.windows:
+            wine = shutil.which("wine64") or "/usr/lib/wine/wine64"
+            self.command.insert(0, wine)
+            self.environment.update(WINEPREFIX=str(wine_prefix), WINEDEBUG="-all")
+
+    def __call__(self, *arguments, limit=60, **environment):
+        """The lines that the probe prints; a process that does not end well is a failure."""
+        done = subprocess.run(
+            [*self.command, *map(str, arguments)],
+            env={**self.environment, **environment},
+            stdin=subprocess.DEVNULL,
+            capture_output=True,
+            text=True,
+            errors="replace",
+            timeout=limit,
+            check=False,
+        )
+        assert done.returncode == 0, done.stdout + done.stderr
+        lines = done.stdout.splitlines()
+        assert lines[-1] == "end", done.stdout
+        return lines[:-1]
+
+
+@pytest.fixture(scope="session")
+def probe(request, tmp_path_factory):
+    return Probe(request.config.getoption("--probe"), tmp_path_factory.mktemp("wine"))
+
+
+@pytest.fixture
+def posix(probe):
+    if probe.windows:
+        pytest.skip("the Asio back end and POSIX files are not in the Windows library")
+
+
+@pytest.fixture
+def windows(probe):
+    if not probe.windows:
+        pytest.skip("WinHTTP is in the Windows library only")
+
+
+@pytest.fixture(scope="session")
+def certificate(tmp_path_factory):
+    """A PEM file with a key and its certificate for localhost, which trusts itself."""
+    key = rsa.generate_private_key(public_exponent=65537, key_size=2048)
+    name = x509.Name([x509.NameAttribute(NameOID.COMMON_NAME, "localhost")])
+    now = datetime.datetime.utcnow()
+    built = (
+        x509.CertificateBuilder()
+        .subject_name(name)
+        .issuer_name(name)
+        .public_key(key.public_key())
+        .serial_number(x509.random_serial_number())
+        .not_valid_before(now - datetime.timedelta(days=1))
+        .not_valid_after(now + datetime.timedelta(days=30))
+        .add_extension(x509.SubjectAlternativeName([x509.DNSName("localhost")]), critical=False)
+        .sign(key, hashes.SHA256())
+    )
+    path = tmp_path_factory.mktemp("certificate") / "localhost.pem"
+    path.write_bytes(
+        key.private_bytes(
+            serialization.Encoding.PEM,
+            serialization.PrivateFormat.PKCS8,
+            serialization.NoEncryption(),
+        )
+        + built.public_bytes(serialization.Encoding.PEM)
+    )
+    return path
+
+
+@pytest.fixture
+def serve(certificate):
+    """Starts servers that end with the test."""
+    servers = []
+
+    def start(*answers, **options):
+        servers.append(ScriptedServer(certificate, answers, **options))
+        return servers[-1]
+
+    yield start
+    for server in servers:
+        server.close()
+
+
+@pytest.fixture
+def small(tmp_path):
+    path = tmp_path / "small.log"
+    path.write_bytes(b"0123456789" * 1000)
+    return path

@@ -1,0 +1,273 @@
+// Drives the REST library for test_library.py and prints what happened, one fact a line.
+//
+//   probe post URL FILE [validate] [timeout=MS] [count=N] [NAME:VALUE ...]   posts a file
+//   probe open FILE                  opens a file stream and reads from it
+//   probe descriptors URL FILE       lists descriptors that a started program would inherit
+//   probe throw URL                  reads an answer into a stream that throws
+//   probe leave URL FILE [open] [abandon] [static]   returns from main right after a request
+//
+// Backslash escapes \r, \n and \0 in VALUE become those characters.
+
+#include <cpprest/filestream.h>
+#include <cpprest/http_client.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <iostream>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#ifdef _WIN32
+#include <windows.h>
+#include <winhttp.h>
+#else
+#include <dirent.h>
+#include <fcntl.h>
+#include <boost/asio/ssl.hpp>
+#endif
+
+namespace {
+
+using web::http::http_exception;
+using web::http::http_request;
+using web::http::http_response;
+using web::http::client::http_client;
+using web::http::client::http_client_config;
+using Arguments = std::vector<std::string>;
+
+utility::string_t Wide(const std::string& text) {
+  return utility::conversions::to_string_t(text);
+}
+
+bool Has(const Arguments& arguments, const std::string& word) {
+  for (const auto& argument : arguments)
+    if (argument == word)
+      return true;
+  return false;
+}
+
+long Number(const Arguments& arguments, const std::string& name, long otherwise) {
+  for (const auto& argument : arguments)
+    if (argument.rfind(name + "=", 0) == 0)
+      return std::atol(argument.c_str() + name.size() + 1);
+  return otherwise;
+}
+
+std::string Unescape(const std::string& text) {
+  std::string result;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (text[i] != '\\' || i + 1 == text.size()) {
+      result += text[i];
+      continue;
+    }
+    const char letter = text[++i];
+    result += letter == 'r' ? '\r' : letter == 'n' ? '\n' : letter == '0' ? '\0' : letter;
+  }
+  return result;
+}
+
+http_client_config Configuration(const Arguments& arguments) {
+  http_client_config result;
+  result.set_max_redirects(0);
+  result.set_validate_certificates(Has(arguments, "validate"));
+  result.set_timeout(std::chrono::milliseconds(Number(arguments, "timeout", 30000)));
+#ifdef _WIN32
+  result.set_nativesessionhandle_options([](web::http::client::native_handle session) {
+    DWORD protocols = WINHTTP_FLAG_SECURE_PROTOCOL_TLS1_2;
+    if (!WinHttpSetOption(session, WINHTTP_OPTION_SECURE_PROTOCOLS, &protocols, sizeof(protocols)))
+      throw std::runtime_error("TLS 1.2 was refused");
+  });
+#else
+  result.set_ssl_context_callback([](boost::asio::ssl::context& context) {
+    SSL_CTX_set_min_proto_version(context.native_handle(), TLS1_2_VERSION);
+    SSL_CTX_set_max_proto_version(context.native_handle(), TLS1_2_VERSION);
+  });
+#endif
+  return result;
+}
+
+// Runs an action and prints the exception that ends it, by the first type that a caller would
+// catch.
+template <typename Action>
+void Report(Action action) {
+  try {
+    action();
+  } catch (const http_exception& error) {
+    std::cout << "error=http_exception\ncode=" << error.error_code().value()
+              << "\nwhat=" << error.what() << "\n";
+  } catch (const std::system_error& error) {
+    std::cout << "error=system_error\ncode=" << error.code().value() << "\nwhat=" << error.what()
+              << "\n";
+  } catch (const std::exception& error) {
+    std::cout << "error=exception\nwhat=" << error.what() << "\n";
+  } catch (...) {
+    std::cout << "error=unknown\n";
+  }
+}
+
+concurrency::streams::istream Open(const std::string& name) {
+  return concurrency::streams::fstream::open_istream(Wide(name)).get();
+}
+
+http_request Post(const concurrency::streams::istream& body, const Arguments& arguments) {
+  http_request result(web::http::methods::POST);
+  for (const auto& argument : arguments) {
+    const auto colon = argument.find(':');
+    if (colon != std::string::npos)
+      result.headers().add(Wide(argument.substr(0, colon)),
+                           Wide(Unescape(argument.substr(colon + 1))));
+  }
+  result.set_body(body, _XPLATSTR("application/octet-stream"));
+  return result;
+}
+
+void PostFile(const std::string& url, const std::string& file, const Arguments& arguments) {
+  http_client client(web::uri(Wide(url)), Configuration(arguments));
+  for (long left = Number(arguments, "count", 1); left > 0; --left) {
+    const auto body = Open(file);
+    Report([&] {
+      auto response = client.request(Post(body, arguments)).get();
+      std::cout << "status=" << response.status_code() << "\n";
+      const auto text = response.extract_utf8string(true).get();
+      std::cout << "body=" << text.size() << "\n";
+    });
+    body.close().wait();
+  }
+}
+
+void OpenFile(const std::string& name) {
+  const auto stream = Open(name);
+  concurrency::streams::container_buffer<std::string> content;
+  std::cout << "read=" << stream.read(content, 10).get() << "\n";
+  stream.close().wait();
+}
+
+// Descriptors without close-on-exec that this process did not have from its parent.
+void ListDescriptors(const std::string& url, const std::string& file) {
+#ifndef _WIN32
+  const auto inherited = [] {
+    std::vector<int> result;
+    const std::unique_ptr<DIR, int (*)(DIR*)> folder(opendir("/proc/self/fd"), closedir);
+    while (const auto* entry = readdir(folder.get())) {
+      const int flags = fcntl(std::atoi(entry->d_name), F_GETFD);
+      if (entry->d_name[0] != '.' && flags != -1 && (flags & FD_CLOEXEC) == 0)
+        result.push_back(std::atoi(entry->d_name));
+    }
+    return result;
+  };
+  const auto before = inherited();
+  const auto body = Open(file);
+  http_client client(web::uri(Wide(url)), Configuration({"timeout=1500"}));
+  auto answer = client.request(Post(body, {}));
+  std::this_thread::sleep_for(std::chrono::milliseconds(700));
+  std::cout << "leaked=" << inherited().size() - before.size() << "\n";
+  Report([&] { answer.get(); });
+  body.close().wait();
+#else
+  (void)url, (void)file;
+#endif
+}
+
+// A sink that fails at once where a well-behaved one would return a failed task.
+class ThrowingSink : public concurrency::streams::details::streambuf_state_manager<uint8_t> {
+ public:
+  ThrowingSink() : streambuf_state_manager<uint8_t>(std::ios_base::out) {}
+
+ protected:
+  bool can_seek() const override { return false; }
+  bool has_size() const override { return false; }
+  size_t buffer_size(std::ios_base::openmode) const override { return 0; }
+  void set_buffer_size(size_t, std::ios_base::openmode) override {}
+  size_t in_avail() const override { return 0; }
+  pos_type getpos(std::ios_base::openmode) const override { return pos_type(-1); }
+  pos_type seekpos(pos_type, std::ios_base::openmode) override { return pos_type(-1); }
+  pos_type seekoff(off_type, std::ios_base::seekdir, std::ios_base::openmode) override {
+    return pos_type(-1);
+  }
+  bool acquire(uint8_t*&, size_t&) override { return false; }
+  void release(uint8_t*, size_t) override {}
+  uint8_t* _alloc(size_t) override { return nullptr; }
+  void _commit(size_t) override {}
+  pplx::task<int_type> _putc(uint8_t) override { throw std::runtime_error("the sink is full"); }
+  pplx::task<size_t> _putn(const uint8_t*, size_t) override {
+    throw std::runtime_error("the sink is full");
+  }
+  pplx::task<bool> _sync() override { return pplx::task_from_result(true); }
+  pplx::task<int_type> _bumpc() override { return End(); }
+  pplx::task<int_type> _getc() override { return End(); }
+  pplx::task<int_type> _nextc() override { return End(); }
+  pplx::task<int_type> _ungetc() override { return End(); }
+  pplx::task<size_t> _getn(uint8_t*, size_t) override { return pplx::task_from_result<size_t>(0); }
+  int_type _sbumpc() override { return traits::eof(); }
+  int_type _sgetc() override { return traits::eof(); }
+  size_t _scopy(uint8_t*, size_t) override { return 0; }
+
+ private:
+  static pplx::task<int_type> End() { return pplx::task_from_result<int_type>(traits::eof()); }
+};
+
+void ReadIntoThrowingSink(const std::string& url) {
+  using Buffer = concurrency::streams::details::basic_streambuf<uint8_t>;
+  http_client client(web::uri(Wide(url)), Configuration({}));
+  for (int i = 0; i < 2; ++i) {
+    http_request request(web::http::methods::POST);
+    request.set_body(std::string("x"));
+    request.set_response_stream(concurrency::streams::basic_ostream<uint8_t>(
+        concurrency::streams::streambuf<uint8_t>(std::shared_ptr<Buffer>(new ThrowingSink))));
+    Report([&] { client.request(request).get().content_ready().get(); });
+  }
+}
+
+void Leave(const std::string& url, const std::string& file, const Arguments& arguments) {
+  static std::unique_ptr<http_client> kept;
+  auto client = std::make_unique<http_client>(web::uri(Wide(url)), Configuration({}));
+  const auto body = Open(file);
+  auto answer = client->request(Post(body, {}));
+  if (Has(arguments, "abandon")) {
+    const auto now = std::chrono::steady_clock::now().time_since_epoch().count();
+    std::this_thread::sleep_for(std::chrono::microseconds(now / 1000 % 8000));
+    // An exception that nobody fetches would end the process.
+    answer.then([](pplx::task<http_response> late) {
+      try {
+        late.wait();
+      } catch (const std::exception&) {
+      }
+    });
+  } else {
+    Report([&] { answer.get(); });
+  }
+  if (!Has(arguments, "open"))
+    body.close().wait();
+  if (Has(arguments, "static"))
+    kept = std::move(client);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const Arguments arguments(argv + 1, argv + argc);
+  if (arguments.size() < 2)
+    return 2;
+  const Arguments options(arguments.begin() + (arguments.size() > 2 ? 3 : 2), arguments.end());
+  const auto& command = arguments[0];
+  Report([&] {
+    if (command == "open")
+      return OpenFile(arguments[1]);
+    if (command == "throw")
+      return ReadIntoThrowingSink(arguments[1]);
+    if (arguments.size() < 3)
+      throw std::runtime_error("arguments are missing");
+    if (command == "post")
+      return PostFile(arguments[1], arguments[2], options);
+    if (command == "descriptors")
+      return ListDescriptors(arguments[1], arguments[2]);
+    if (command == "leave")
+      return Leave(arguments[1], arguments[2], options);
+    throw std::runtime_error("unknown command");
+  });
+  std::cout << "end" << std::endl;
+  return 0;
+}

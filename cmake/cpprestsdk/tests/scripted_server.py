@@ -1,0 +1,168 @@
+"""A server that does what a test scripts, byte by byte, where a real one would be too well-behaved."""
+
+import re
+import socket
+import ssl
+import struct
+import threading
+from dataclasses import dataclass
+
+
+@dataclass
+class Request:
+    """A request as it arrived: the header block's bytes, and how many bytes of body."""
+
+    head: bytes
+    body: int
+
+    def values(self, name):
+        """The values of a header, in order."""
+        found = re.findall(rb"(?im)^" + name.encode() + rb":[ \t]*([^\r\n]*)", self.head)
+        return [value.decode("latin-1") for value in found]
+
+
+class Endless:
+    """An answer that goes on: `begin`, then `piece` until the peer has had enough."""
+
+    def __init__(self, begin, piece):
+        self.begin, self.piece = begin, piece
+
+
+class Stall:
+    """Silence from a stage on: "handshake", "body" (unread), "answer", or "middle" of the answer."""
+
+    def __init__(self, stage):
+        self.stage = stage
+
+
+class Early:
+    """An answer that is sent before the body is read; then the server closes."""
+
+    def __init__(self, answer):
+        self.answer = answer
+
+
+RESET = object()
+
+
+class ScriptedServer:
+    """Gives the answers in order, the last one for ever. `url` is its address."""
+
+    def __init__(self, certificate, answers, tls=True):
+        self.answers = list(answers)
+        self.requests = []
+        self.connections = 0
+        self.sent = 0
+        self._ended = threading.Event()
+        self._open = []
+        self._context = None
+        if tls:
+            self._context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
+            self._context.load_cert_chain(certificate)
+        self._listener = socket.create_server(("127.0.0.1", 0))
+        self.port = self._listener.getsockname()[1]
+        self.url = f"http{'s' if tls else ''}://localhost:{self.port}/log"
+        threading.Thread(target=self._accept, daemon=True).start()
+
+    def close(self):
+        self._ended.set()
+        for connection in [self._listener, *self._open]:
+            try:
+                connection.shutdown(socket.SHUT_RDWR)
+            except OSError:
+                pass
+            connection.close()
+
+    def _accept(self):
+        while True:
+            try:
+                connection, _ = self._listener.accept()
+            except OSError:
+                return
+            self.connections += 1
+            self._open.append(connection)
+            threading.Thread(target=self._serve, args=(connection,), daemon=True).start()
+
+    def _serve(self, plain):
+        connection = plain
+        try:
+            if self._stalls("handshake"):
+                return
+            if self._context:
+                connection = self._context.wrap_socket(plain, server_side=True)
+                self._open.append(connection)
+            with connection.makefile("rb") as stream:
+                while self._exchange(connection, stream):
+                    pass
+            if self._context:
+                connection.settimeout(1)
+                connection.unwrap()
+        except (OSError, ValueError):
+            pass
+        finally:
+            connection.close()
+
+    def _stalls(self, stage):
+        answer = self.answers[0]
+        if isinstance(answer, Stall) and answer.stage == stage:
+            self._ended.wait()
+            return True
+        return False
+
+    def _exchange(self, connection, stream):
+        head = b""
+        while not head.endswith(b"\r\n\r\n"):
+            line = stream.readline()
+            if not line:
+                return False
+            head += line
+        request = Request(head, 0)
+        answer = self.answers[0]
+        if self._stalls("body"):
+            return False
+        if isinstance(answer, Early):
+            self.requests.append(request)
+            connection.sendall(answer.answer)
+            # Closing with unread bytes resets the connection behind the answer.
+            socket.socket(fileno=connection.detach()).close()
+            return False
+        request.body = self._read_body(request, stream)
+        self.requests.append(request)
+        if len(self.answers) > 1:
+            self.answers.pop(0)
+        if self._stalls("answer"):
+            return False
+        if isinstance(answer, Stall):
+            connection.sendall(b"HTTP/1.1 200 OK\r\nContent-Length: 20\r\n\r\nok")
+            self._ended.wait()
+            return False
+        if answer is RESET:
+            connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
+            socket.socket(fileno=connection.detach()).close()
+            return False
+        if isinstance(answer, Endless):
+            connection.sendall(answer.begin)
+            while self.sent < 1 << 30:
+                connection.sendall(answer.piece)
+                self.sent += len(answer.piece)
+            return False
+        connection.sendall(answer)
+        # An answer of known length leaves the connection open, every other one ends with it.
+        return re.search(rb"(?i)content-length: 2\r\n|chunked", answer) is not None and not any(
+            "close" in value.lower() for value in request.values("connection")
+        )
+
+    @staticmethod
+    def _read_body(request, stream):
+        length = 0
+        if any("chunked" in value for value in request.values("transfer-encoding")):
+            while size := int(stream.readline(), 16):
+                length += len(stream.read(size))
+                stream.readline()
+            stream.readline()
+            return length
+        left = int((request.values("content-length") or ["0"])[0])
+        while left and (data := stream.read(min(left, 1 << 20))):
+            length += len(data)
+            left -= len(data)
+        return length

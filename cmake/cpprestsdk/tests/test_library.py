@@ -1,0 +1,388 @@
+"""Each test shows one defect of the unpatched library mended; README.md names the patch."""
+
+import os
+import re
+import socket
+import subprocess
+import threading
+import time
+
+import pytest
+
+from scripted_server import RESET, Early, Endless, Stall
+
+OK = b"HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nok"
+KIBIBYTE = 1024
+
+
+def chunked(body):
+    return b"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n" + body
+
+
+def length(*values):
+    fields = b"".join(b"Content-Length: " + value + b"\r\n" for value in values)
+    return b"HTTP/1.1 200 OK\r\n" + fields + b"\r\nok"
+
+
+def status(text):
+    return b"HTTP/1.1 " + text + b"\r\nContent-Length: 2\r\n\r\nok"
+
+
+def headers(size):
+    """An answer whose status line and headers have this size, the empty line included."""
+    frame = b"HTTP/1.1 200 OK\r\nX: \r\nContent-Length: 2\r\n\r\n"
+    return frame.replace(b"X: ", b"X: " + b"a" * (size - len(frame))) + b"ok"
+
+
+# Trusted authorities
+
+
+@pytest.mark.usefixtures("posix")
+def test_bundle_is_not_read_without_validation(probe, serve, small, tmp_path):
+    pipe = tmp_path / "bundle"
+    os.mkfifo(pipe)  # whoever opens it waits for ever
+    lines = probe("post", serve(OK).url, small, "count=2", SSL_CERT_FILE=str(pipe))
+    assert lines == ["status=200", "body=2"] * 2
+
+
+@pytest.mark.usefixtures("posix")
+def test_bundle_is_read_once_with_validation(probe, serve, small, certificate, tmp_path):
+    pipe = tmp_path / "bundle"
+    os.mkfifo(pipe)
+    # Nobody writes a second time, so a second reader would wait for ever.
+    threading.Thread(target=pipe.write_bytes, args=(certificate.read_bytes(),)).start()
+    server = serve(OK)
+    lines = probe(
+        "post", server.url, small, "validate", "count=3", "Connection:close",
+        SSL_CERT_FILE=str(pipe),
+    )  # fmt: skip
+    assert lines == ["status=200", "body=2"] * 3
+    assert server.connections == 3
+
+
+@pytest.mark.usefixtures("posix")
+def test_server_of_another_authority_is_refused_with_validation(probe, serve, small):
+    lines = probe("post", serve(OK).url, small, "validate", SSL_CERT_FILE="/dev/null")
+    assert lines[0] == "error=http_exception"
+    assert lines[2] == "what=Error in SSL handshake"
+
+
+# Connection header
+
+
+@pytest.mark.parametrize("sent", ["close", "KeepAlive", "Keep-Alive"])
+def test_only_the_callers_connection_header_is_sent(probe, serve, small, sent):
+    # Wine would use a connection again that was announced as closing.
+    count = 1 if probe.windows and sent == "close" else 2
+    server = serve(OK)
+    lines = probe("post", server.url, small, f"count={count}", "Connection:" + sent)
+    assert lines == ["status=200", "body=2"] * count
+    assert [request.values("connection") for request in server.requests] == [[sent]] * count
+    if sent == "close":
+        assert server.connections == count
+
+
+# Numbers of an answer
+
+
+@pytest.mark.parametrize(
+    "body, size",
+    [
+        (b"2\r\nok\r\n0\r\n\r\n", 2),
+        (b"2;name=value\r\nok\r\n0\r\n\r\n", 2),
+        (b"2  \r\nok\r\n0\r\n\r\n", 2),
+        (b"A\r\n0123456789\r\n0\r\n\r\n", 10),
+        (b"00000000000000000000002\r\nok\r\n000\r\n\r\n", 2),
+        (b"2\r\nok\r\n0\r\nTrailer: x\r\n\r\n", 2),
+        (b"".join(b"%x\r\n%s\r\n" % (n, b"z" * n) for n in (1, 65535, 65536, 65537, 200000))
+         + b"0\r\n\r\n", 396609),
+        (b"0\r\n\r\n", 0),
+    ],
+    ids=["one", "extension", "padded", "upper case", "zeros", "trailer", "many", "none"],
+)  # fmt: skip
+def test_chunks_are_read(probe, serve, small, body, size):
+    assert probe("post", serve(chunked(body)).url, small) == ["status=200", f"body={size}"]
+
+
+@pytest.mark.usefixtures("posix")
+@pytest.mark.parametrize(
+    "size_line",
+    [b"-1", b"-2", b"-0", b"+2", b"0x2", b"", b"zz", b"2zz", b"2 2", b"1" + b"0" * 16,
+     b"1" + b"0" * 15 + b"2", b"f" * 16, b"8" + b"0" * 15],
+)  # fmt: skip
+def test_chunk_size_that_is_none_fails_the_request(probe, serve, small, size_line):
+    lines = probe("post", serve(chunked(size_line + b"\r\nok\r\n0\r\n\r\n")).url, small)
+    assert lines == ["status=200", "error=http_exception", "code=0", "what=Invalid chunked response header"]
+
+
+@pytest.mark.usefixtures("posix")
+def test_chunk_without_its_line_end_fails_the_request(probe, serve, small):
+    lines = probe("post", serve(chunked(b"2\r\nokXX0\r\n\r\n")).url, small)
+    assert lines[-1] == "what=Invalid chunked response part"
+
+
+@pytest.mark.parametrize("fields", [[b"2"], [b"2", b"2"], [b"2, 2"]])
+def test_content_length_is_read(probe, serve, small, fields):
+    assert probe("post", serve(length(*fields)).url, small) == ["status=200", "body=2"]
+
+
+@pytest.mark.usefixtures("posix")
+@pytest.mark.parametrize(
+    "fields",
+    [[b"-1"], [b"-2"], [b"abc"], [b"2abc"], [b""], [b"0x2"], [b"+2"], [b"9223372036854775808"],
+     [b"18446744073709551615"], [b"18446744073709551616"], [b"2", b"3"], [b"2,"]],
+)  # fmt: skip
+def test_content_length_that_is_none_fails_the_request(probe, serve, small, fields):
+    lines = probe("post", serve(length(*fields)).url, small)
+    assert lines == ["error=http_exception", "code=0", "what=Invalid Content-Length header"]
+
+
+@pytest.mark.usefixtures("posix")
+@pytest.mark.parametrize(
+    "text", [b"abc OK", b"-200 OK", b"-65336 OK", b"65736 OK", b"2000 OK", b"20 OK", b"200x OK", b"099 OK"]
+)
+def test_status_that_is_none_fails_the_request(probe, serve, small, text):
+    lines = probe("post", serve(status(text)).url, small)
+    assert lines == ["error=http_exception", "code=0", "what=Invalid HTTP status line"]
+
+
+@pytest.mark.usefixtures("windows")
+def test_status_that_is_no_number_fails_the_request_on_windows(probe, serve, small):
+    assert probe("post", serve(status(b"abc OK")).url, small)[0] == "error=http_exception"
+
+
+# Exceptions on the pool's threads
+
+
+def test_exception_of_a_sink_fails_its_request_alone(probe, serve):
+    lines = probe("throw", serve(OK).url)
+    assert lines == ["error=exception", "what=the sink is full"] * 2
+
+
+# Bounds
+
+
+@pytest.mark.usefixtures("posix")
+@pytest.mark.parametrize(
+    "answer",
+    [
+        headers(64 * KIBIBYTE + 1),
+        headers(1000 * KIBIBYTE),
+        Endless(b"HTTP/1.1 200 ", b"y" * 65536),
+        Endless(b"HTTP/1.1 200 OK\r\nX: ", b"y" * 65536),
+        Endless(b"HTTP/1.1 200 OK\r\n", b"X: " + b"y" * 1000 + b"\r\n"),
+    ],
+    ids=["one byte more", "1 MB", "endless status line", "endless header", "endless headers"],
+)
+def test_headers_beyond_64_kibibytes_fail_the_request(probe, serve, small, answer):
+    server = serve(answer)
+    lines = probe("post", server.url, small)
+    assert lines == ["error=http_exception", "code=90", "what=HTTP headers exceed 64 KiB"]
+    assert server.sent < 64 << 20
+
+
+@pytest.mark.parametrize("size", [8, 60, 64])
+def test_headers_up_to_64_kibibytes_are_read(probe, serve, small, size):
+    if probe.windows and size == 64:
+        pytest.skip("WinHTTP counts its bound in its own way")
+    lines = probe("post", serve(headers(size * KIBIBYTE)).url, small)
+    assert lines == ["status=200", "body=2"]
+
+
+@pytest.mark.usefixtures("posix")
+@pytest.mark.parametrize("digit", [b"0", b"1"])
+def test_endless_chunk_size_fails_the_request(probe, serve, small, digit):
+    lines = probe("post", serve(Endless(chunked(b""), digit * 65536)).url, small)
+    assert lines[1:3] == ["error=http_exception", "code=90"]
+
+
+# Interim answers
+
+
+@pytest.mark.usefixtures("posix")
+@pytest.mark.parametrize(
+    "interim",
+    [
+        b"HTTP/1.1 100 Continue\r\n\r\n",
+        b"HTTP/1.1 100 Continue\r\n\r\n" * 3,
+        b"HTTP/1.1 103 Early Hints\r\nLink: </a>\r\nContent-Length: 5\r\n\r\n",
+        b"HTTP/1.1 102 Processing\r\n\r\nHTTP/1.1 100 Continue\r\n\r\n",
+    ],
+    ids=["one", "three", "with headers", "different"],
+)
+def test_interim_answers_are_skipped(probe, serve, small, interim):
+    assert probe("post", serve(interim + OK).url, small) == ["status=200", "body=2"]
+
+
+@pytest.mark.usefixtures("posix")
+def test_endless_interim_answers_fail_the_request(probe, serve, small):
+    answer = Endless(b"", b"HTTP/1.1 100 Continue\r\n\r\n" * 100)
+    lines = probe("post", serve(answer).url, small)
+    assert lines == ["error=http_exception", "code=0", "what=Too many interim HTTP answers"]
+
+
+# Request headers
+
+
+@pytest.mark.parametrize(
+    "header", [r"X:a\r\nY: b", r"X:a\nb", r"X:a\rb", r"X:a\0b", r"X:\n"]
+)
+def test_line_ends_in_a_header_fail_the_request_unsent(probe, serve, small, header):
+    server = serve(OK)
+    lines = probe("post", server.url, small, header)
+    assert lines[0] == "error=http_exception"
+    assert lines[2] == "what=The value of the request header X is invalid."
+    assert not server.requests
+
+
+@pytest.mark.parametrize("name", ["a b", "", "a(b"])
+def test_header_name_that_is_no_token_fails_the_request_unsent(probe, serve, small, name):
+    server = serve(OK)
+    lines = probe("post", server.url, small, name + ":value")
+    assert lines[0] == "error=http_exception"
+    assert not server.requests
+
+
+# Time-outs
+
+
+@pytest.mark.parametrize("stage", ["handshake", "body", "answer", "middle"])
+def test_silence_fails_the_request_in_every_phase(probe, serve, tmp_path, stage):
+    if probe.windows and stage == "handshake":
+        pytest.skip("Wine does not time out a TLS handshake")
+    large = tmp_path / "large.log"
+    large.write_bytes(b"x" * (30 << 20))
+    begin = time.monotonic()
+    lines = probe("post", serve(Stall(stage)).url, large, "timeout=1500")
+    assert 1.4 < time.monotonic() - begin < 10
+    assert "error=http_exception" in lines
+    if not probe.windows:
+        assert "code=110" in lines
+
+
+@pytest.mark.usefixtures("posix")
+def test_connection_that_nobody_accepts_times_out(probe, small):
+    with socket.socket() as listener:
+        listener.bind(("127.0.0.1", 0))
+        listener.listen(0)
+        waiting = [socket.socket() for _ in range(4)]
+        for one in waiting:
+            one.setblocking(False)
+            one.connect_ex(listener.getsockname())
+        url = f"https://localhost:{listener.getsockname()[1]}/log"
+        lines = probe("post", url, small, "timeout=1500")
+        assert lines[:2] == ["error=http_exception", "code=110"]
+        for one in waiting:
+            one.close()
+
+
+@pytest.mark.usefixtures("posix")
+def test_name_that_takes_long_to_resolve_times_out(probe, serve, small):
+    process = subprocess.Popen(
+        [probe.path, "post", serve(OK).url, small, "timeout=1500"],
+        env={**os.environ, "LD_PRELOAD": str(probe.path.with_name("slow_resolver.so"))},
+        stdout=subprocess.PIPE,
+        text=True,
+    )
+    # The system's call cannot be ended, so the process itself ends later than its request; it prints
+    # when it leaves main.
+    output, _ = process.communicate(timeout=60)
+    assert output.splitlines()[:3] == [
+        "error=http_exception", "code=110", "what=Error resolving address",
+    ]  # fmt: skip
+
+
+# Inheritance
+
+
+@pytest.mark.usefixtures("posix")
+def test_no_descriptor_is_inherited(probe, serve, small):
+    assert probe("descriptors", serve(Stall("answer")).url, small)[0] == "leaked=0"
+
+
+# Large bodies
+
+
+@pytest.mark.parametrize("size", [(1 << 32) - 1, 1 << 32, (1 << 32) + 1])
+def test_body_of_4_gibibytes_is_sent_whole(request, probe, serve, tmp_path, size):
+    if not request.config.getoption("--large"):
+        pytest.skip("--large was not given")
+    large = tmp_path / "large.log"
+    with large.open("wb") as file:
+        file.truncate(size)
+    server = serve(OK, tls=False)
+    assert probe("post", server.url, large, limit=900) == ["status=200", "body=2"]
+    assert server.requests[0].body == size
+    if probe.windows:
+        assert server.requests[0].values("content-length") == [str(size)]
+
+
+# The end of the process
+
+
+@pytest.mark.parametrize("answer", [OK, RESET, Early(status(b"401 No"))], ids=["ok", "reset", "early"])
+@pytest.mark.parametrize("how", [[], ["open"], ["static"], ["open", "abandon"]], ids="-".join)
+def test_process_ends_right_after_a_request(request, probe, serve, small, answer, how):
+    if probe.windows and "abandon" in how:
+        pytest.skip("a request that is under way belongs to WinHTTP's own threads")
+    server = serve(answer)
+    runs = request.config.getoption("--leave-runs")
+    for _ in range(runs // 10 if probe.windows else runs):
+        probe("leave", server.url, small, *how, limit=20)
+
+
+# Files
+
+
+@pytest.mark.usefixtures("posix")
+@pytest.mark.parametrize(
+    "kind, code",
+    [("directory", 21), ("pipe", 95), ("socket", 6), ("device", 95), ("missing", 2),
+     ("link to directory", 21), ("link to pipe", 95), ("link to missing", 2), ("loop", 40)],
+)  # fmt: skip
+def test_what_is_no_regular_file_does_not_open(probe, tmp_path, kind, code):
+    path = tmp_path / "file"
+    target = kind.removeprefix("link to ")
+    if target == "directory":
+        path.mkdir()
+    elif target == "pipe":
+        os.mkfifo(path)
+    elif target == "socket":
+        with socket.socket(socket.AF_UNIX) as one:
+            one.bind(str(path))
+    elif target == "device":
+        path.symlink_to("/dev/zero")
+    elif target == "loop":
+        path.symlink_to(path)
+    if target != kind:
+        (tmp_path / "link").symlink_to(path)
+        path = tmp_path / "link"
+    lines = probe("open", path, limit=10)
+    assert lines[:2] == ["error=system_error", f"code={code}"]
+
+
+@pytest.mark.parametrize("linked", [False, True])
+def test_regular_file_opens(probe, small, tmp_path, linked):
+    path = small
+    if linked:
+        path = tmp_path / "link"
+        path.symlink_to(small)
+    assert probe("open", path) == ["read=10"]
+
+
+# Refusals
+
+
+@pytest.mark.usefixtures("posix")
+@pytest.mark.parametrize("tls", [True, False])
+@pytest.mark.parametrize(
+    "answer, first", [(b"401 No", "status=401"), (b"413 No", "status=413"), (b"200 OK", "error=http_exception")]
+)
+def test_answer_before_the_body_counts_when_it_refuses(probe, serve, tmp_path, tls, answer, first):
+    large = tmp_path / "large.log"
+    large.write_bytes(b"x" * (30 << 20))
+    server = serve(Early(status(answer)), tls=tls)
+    lines = probe("post", server.url, large)
+    assert lines[0] == first
+    if first.startswith("error"):
+        assert re.match("what=Failed to write request", lines[2])
