@@ -1,4 +1,4 @@
-"""A server that does what a test scripts, byte by byte, where a real one would be too well-behaved."""
+"""A server that does what a test scripts, byte by byte; a real one would be too well-behaved."""
 
 import re
 import socket
@@ -29,7 +29,7 @@ class Endless:
 
 
 class Stall:
-    """Silence from a stage on: "handshake", "body" (unread), "answer", or "middle" of the answer."""
+    """Silence from a stage on: "handshake", "body" (not read), "answer", "middle" of the answer."""
 
     def __init__(self, stage):
         self.stage = stage

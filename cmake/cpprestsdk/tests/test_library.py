@@ -112,7 +112,8 @@ def test_chunks_are_read(probe, serve, small, body, size):
 )  # fmt: skip
 def test_chunk_size_that_is_none_fails_the_request(probe, serve, small, size_line):
     lines = probe("post", serve(chunked(size_line + b"\r\nok\r\n0\r\n\r\n")).url, small)
-    assert lines == ["status=200", "error=http_exception", "code=0", "what=Invalid chunked response header"]
+    assert lines[:3] == ["status=200", "error=http_exception", "code=0"]
+    assert lines[3] == "what=Invalid chunked response header"
 
 
 @pytest.mark.usefixtures("posix")
@@ -139,10 +140,10 @@ def test_content_length_that_is_none_fails_the_request(probe, serve, small, fiel
 
 @pytest.mark.usefixtures("posix")
 @pytest.mark.parametrize(
-    "text", [b"abc OK", b"-200 OK", b"-65336 OK", b"65736 OK", b"2000 OK", b"20 OK", b"200x OK", b"099 OK"]
+    "number", [b"abc", b"-200", b"-65336", b"65736", b"2000", b"20", b"200x", b"099"]
 )
-def test_status_that_is_none_fails_the_request(probe, serve, small, text):
-    lines = probe("post", serve(status(text)).url, small)
+def test_status_that_is_none_fails_the_request(probe, serve, small, number):
+    lines = probe("post", serve(status(number + b" OK")).url, small)
     assert lines == ["error=http_exception", "code=0", "what=Invalid HTTP status line"]
 
 
@@ -284,8 +285,7 @@ def test_name_that_takes_long_to_resolve_times_out(probe, serve, small):
         stdout=subprocess.PIPE,
         text=True,
     )
-    # The system's call cannot be ended, so the process itself ends later than its request; it prints
-    # when it leaves main.
+    # The system's call cannot be ended, so the process itself ends later than its request.
     output, _ = process.communicate(timeout=60)
     assert output.splitlines()[:3] == [
         "error=http_exception", "code=110", "what=Error resolving address",
@@ -320,7 +320,9 @@ def test_body_of_4_gibibytes_is_sent_whole(request, probe, serve, tmp_path, size
 # The end of the process
 
 
-@pytest.mark.parametrize("answer", [OK, RESET, Early(status(b"401 No"))], ids=["ok", "reset", "early"])
+@pytest.mark.parametrize(
+    "answer", [OK, RESET, Early(status(b"401 No"))], ids=["ok", "reset", "early"]
+)
 @pytest.mark.parametrize("how", [[], ["open"], ["static"], ["open", "abandon"]], ids="-".join)
 def test_process_ends_right_after_a_request(request, probe, serve, small, answer, how):
     if probe.windows and "abandon" in how:
@@ -376,7 +378,12 @@ def test_regular_file_opens(probe, small, tmp_path, linked):
 @pytest.mark.usefixtures("posix")
 @pytest.mark.parametrize("tls", [True, False])
 @pytest.mark.parametrize(
-    "answer, first", [(b"401 No", "status=401"), (b"413 No", "status=413"), (b"200 OK", "error=http_exception")]
+    "answer, first",
+    [
+        (b"401 No", "status=401"),
+        (b"413 No", "status=413"),
+        (b"200 OK", "error=http_exception"),
+    ],
 )
 def test_answer_before_the_body_counts_when_it_refuses(probe, serve, tmp_path, tls, answer, first):
     large = tmp_path / "large.log"
