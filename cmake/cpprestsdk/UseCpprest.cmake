@@ -24,7 +24,8 @@ set(KYD_CPPREST_FLAVOUR ${kyd_cpprest_default} CACHE STRING
 file(GLOB kyd_cpprest_inputs CONFIGURE_DEPENDS
      ${CMAKE_CURRENT_LIST_DIR}/*.patch ${CMAKE_CURRENT_LIST_DIR}/*.cmake)
 set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS
-             ${kyd_cpprest_inputs} ${CMAKE_CURRENT_LIST_DIR}/build ${CMAKE_CURRENT_LIST_DIR}/CMakeLists.txt)
+             ${kyd_cpprest_inputs} ${CMAKE_CURRENT_LIST_DIR}/build
+             ${CMAKE_CURRENT_LIST_DIR}/CMakeLists.txt)
 
 message(STATUS "REST library (${KYD_CPPREST_FLAVOUR}): the first build takes a few minutes")
 execute_process(
@@ -43,9 +44,11 @@ set_target_properties(kyd::cpprest PROPERTIES
     IMPORTED_LOCATION ${kyd_cpprest_prefix}/lib/libcpprest.a
     INTERFACE_INCLUDE_DIRECTORIES ${kyd_cpprest_prefix}/include)
 # The definitions decide the layout of the library's classes and must be those of CMakeLists.txt.
-target_compile_definitions(kyd::cpprest INTERFACE CPPREST_EXCLUDE_WEBSOCKETS=1 CPPREST_EXCLUDE_COMPRESSION=1)
+target_compile_definitions(kyd::cpprest INTERFACE
+    CPPREST_EXCLUDE_WEBSOCKETS=1 CPPREST_EXCLUDE_COMPRESSION=1)
 if(WIN32)
-    target_compile_definitions(kyd::cpprest INTERFACE CPPREST_FORCE_PPLX=1 _NO_ASYNCRTIMP _NO_PPLXIMP)
+    target_compile_definitions(kyd::cpprest INTERFACE
+        CPPREST_FORCE_PPLX=1 _NO_ASYNCRTIMP _NO_PPLXIMP)
     target_link_libraries(kyd::cpprest INTERFACE winhttp crypt32 bcrypt)
 else()
     find_package(OpenSSL REQUIRED)
