@@ -60,8 +60,8 @@ def wine_environment():
     )
 
 
-def unit_programs(platform):
-    folder = ROOT / "build" / platform / "tests"
+def unit_programs(platform, build):
+    folder = ROOT / "build" / build / "tests"
     pattern = "*_tests.exe" if platform == "windows" else "*_tests"
     return sorted(folder.glob(pattern))
 
@@ -136,14 +136,15 @@ def check_formatting():
     return tally
 
 
-def run_end_to_end(platform, extra):
+def run_end_to_end(platform, build, extra):
     tally = Tally(f"end to end ({platform})")
     started = time.monotonic()
     with tempfile.TemporaryDirectory() as folder:
         report = pathlib.Path(folder) / "report.xml"
         arguments = [
             sys.executable, "-m", "pytest", "-q", "-p", "no:cacheprovider", str(ROOT / "tests" / "e2e"),
-            f"--platform={platform}", f"--junitxml={report}", *extra,
+            f"--platform={platform}", f"--{platform}-bin={ROOT / 'build' / build / 'bin'}",
+            f"--junitxml={report}", *extra,
         ]
         code = subprocess.run(arguments, cwd=ROOT, stdin=subprocess.DEVNULL, check=False).returncode
         if report.exists():
@@ -166,18 +167,23 @@ def main():
     parser.add_argument("--platform", choices=PLATFORMS, help="only this platform")
     parser.add_argument("--unit", action="store_true", help="only the unit tests")
     parser.add_argument("--e2e", action="store_true", help="only the end-to-end tests")
+    parser.add_argument(
+        "--linux-build", default="linux", metavar="PRESET",
+        help="the build that is tested for Linux, such as asan",
+    )
     parser.add_argument("pytest", nargs="*", help="further arguments for pytest, after --")
     options = parser.parse_args()
 
     tallies = [] if options.e2e or options.unit else [check_formatting()]
     for platform in [options.platform] if options.platform else PLATFORMS:
+        build = options.linux_build if platform == "linux" else platform
         if not options.e2e:
-            programs = unit_programs(platform)
+            programs = unit_programs(platform, build)
             if not programs:
-                sys.exit(f"no unit tests are built for {platform}: run './dev build {platform}'")
+                sys.exit(f"no unit tests are built in build/{build}: run './dev build {platform}'")
             tallies += [run_unit_program(platform, program) for program in programs]
         if not options.unit:
-            tallies.append(run_end_to_end(platform, options.pytest))
+            tallies.append(run_end_to_end(platform, build, options.pytest))
 
     total = Tally("all")
     print()
