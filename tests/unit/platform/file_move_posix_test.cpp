@@ -2,21 +2,13 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <linux/filter.h>
-#include <linux/seccomp.h>
-#include <sys/prctl.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
-#include <csignal>
-#include <cstddef>
 #include <filesystem>
-#include <functional>
 #include <memory>
 #include <thread>
 #include <vector>
@@ -24,12 +16,17 @@
 #include "platform/error.h"
 #include "platform/file.h"
 #include "platform/text.h"
+#include "tests/unit/support/failing_calls_posix.h"
 #include "tests/unit/support/temp_folder.h"
 
 namespace {
 
+using kyd_test::CallArgument;
+using kyd_test::FailingCall;
 using kyd_test::PathExists;
 using kyd_test::ReadFileBytes;
+using kyd_test::RunWithInstead;
+using kyd_test::RunWithout;
 using kyd_test::WriteFileBytes;
 using platform::MoveWithoutReplacing;
 
@@ -133,37 +130,6 @@ TEST(MoveOnSameFileSystem, AFolderCannotMoveIntoItself) {
 
 // ---- File systems that lack a call
 
-struct FailingCall {
-  unsigned number;
-  int error_number;
-};
-
-// Runs a function in a child process in which some system calls fail; gives its result.
-bool RunWithout(const std::vector<FailingCall>& calls, const std::function<bool()>& function) {
-  const pid_t child = fork();
-  if (child == 0) {
-    std::vector<sock_filter> filter = {
-        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, static_cast<unsigned>(offsetof(seccomp_data, nr)))};
-    for (const FailingCall& call : calls) {
-      filter.push_back(BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, call.number, 0, 1));
-      filter.push_back(
-          BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | static_cast<unsigned>(call.error_number)));
-    }
-    filter.push_back(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW));
-    const sock_fprog program = {static_cast<unsigned short>(filter.size()), filter.data()};
-    if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0 ||
-        prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) != 0) {
-      _exit(2);
-    }
-    _exit(function() ? 0 : 1);
-  }
-  int status = 0;
-  EXPECT_EQ(waitpid(child, &status, 0), child);
-  EXPECT_TRUE(WIFEXITED(status));
-  EXPECT_NE(WEXITSTATUS(status), 2) << "system calls cannot be filtered here";
-  return WEXITSTATUS(status) == 0;
-}
-
 class MoveWithoutCalls : public testing::TestWithParam<std::vector<FailingCall>> {};
 
 TEST_P(MoveWithoutCalls, StillMovesAndNeverReplaces) {
@@ -187,12 +153,83 @@ TEST_P(MoveWithoutCalls, StillMovesAndNeverReplaces) {
 
 INSTANTIATE_TEST_SUITE_P(
     FileSystems, MoveWithoutCalls,
-    testing::Values(std::vector<FailingCall>{{SYS_renameat2, EINVAL}},
-                    std::vector<FailingCall>{{SYS_renameat2, ENOSYS}},
-                    std::vector<FailingCall>{{SYS_renameat2, EINVAL}, {SYS_link, EPERM}},
-                    std::vector<FailingCall>{{SYS_renameat2, EINVAL}, {SYS_link, ENOTSUP}},
-                    std::vector<FailingCall>{{SYS_renameat2, EINVAL}, {SYS_link, EMLINK}},
-                    std::vector<FailingCall>{{SYS_renameat2, EINVAL}, {SYS_link, ENOSYS}}));
+    testing::Values(std::vector<FailingCall>{{SYS_renameat2, EINVAL, std::nullopt}},
+                    std::vector<FailingCall>{{SYS_renameat2, ENOSYS, std::nullopt}},
+                    std::vector<FailingCall>{{SYS_renameat2, EINVAL, std::nullopt},
+                                             {SYS_link, EPERM, std::nullopt}},
+                    std::vector<FailingCall>{{SYS_renameat2, EINVAL, std::nullopt},
+                                             {SYS_link, ENOTSUP, std::nullopt}},
+                    std::vector<FailingCall>{{SYS_renameat2, EINVAL, std::nullopt},
+                                             {SYS_link, EMLINK, std::nullopt}},
+                    std::vector<FailingCall>{{SYS_renameat2, EINVAL, std::nullopt},
+                                             {SYS_link, ENOSYS, std::nullopt}}));
+
+TEST(MoveByLink, ASourceThatCannotBeRemovedStaysAlone) {
+  const kyd_test::TempFolder folder;
+  const std::string source = Native(folder / L"source");
+  const std::string target = Native(folder / L"target");
+  WriteFileBytes(folder / L"source", "content");
+  EXPECT_TRUE(RunWithout({{SYS_unlink, EROFS, CallArgument::Path(0, source.c_str())}},
+                         [&] { return platform::MoveByLink(source, target) == EROFS; }));
+  EXPECT_EQ(ReadFileBytes(folder / L"source"), "content");
+  EXPECT_FALSE(PathExists(folder / L"target"));
+}
+
+TEST(MoveByReservation, LeavesNothingWhenTheRenameFails) {
+  const kyd_test::TempFolder folder;
+  const std::string target = Native(folder / L"target");
+  WriteFileBytes(folder / L"file", "content");
+  WriteFileBytes(folder.MakeFolder(L"folder") + L"/inside", "content");
+  for (const std::wstring& source : {folder / L"file", folder / L"folder"}) {
+    EXPECT_TRUE(RunWithout({{SYS_rename, EIO, std::nullopt}}, [&] {
+      return platform::MoveByReservation(Native(source), target) == EIO;
+    }));
+    EXPECT_TRUE(PathExists(source));
+    EXPECT_FALSE(PathExists(folder / L"target"));
+  }
+}
+
+TEST(MoveByReservation, AFolderReplacesNothing) {
+  const kyd_test::TempFolder folder;
+  const std::wstring source = folder.MakeFolder(L"source");
+  WriteFileBytes(folder / L"target", "old");
+  EXPECT_EQ(platform::MoveByReservation(Native(source), Native(folder / L"target")), EEXIST);
+  EXPECT_TRUE(platform::IsFolder(source));
+  EXPECT_EQ(ReadFileBytes(folder / L"target"), "old");
+}
+
+TEST(MoveOnSameFileSystem, GivesTheFailureOfTheLinkWhenThatIsNotForWantOfLinks) {
+  const kyd_test::TempFolder folder;
+  WriteFileBytes(folder / L"source", "content");
+  EXPECT_TRUE(
+      RunWithout({{SYS_renameat2, ENOSYS, std::nullopt}, {SYS_link, EACCES, std::nullopt}}, [&] {
+        return platform::MoveOnSameFileSystem(Native(folder / L"source"),
+                                              Native(folder / L"target")) == EACCES;
+      }));
+  EXPECT_EQ(ReadFileBytes(folder / L"source"), "content");
+  EXPECT_FALSE(PathExists(folder / L"target"));
+}
+
+TEST(SyncFolderOf, GivesAFailureUnlessFoldersCannotBeSyncedAtAll) {
+  const kyd_test::TempFolder folder;
+  const std::string path = Native(folder / L"file");
+  const std::vector<std::pair<int, int>> answers = {{EIO, EIO}, {EINVAL, 0}, {ENOTSUP, 0}};
+  for (const auto& [failure, answer] : answers) {
+    EXPECT_TRUE(RunWithout({{SYS_fsync, failure, std::nullopt}},
+                           [&] { return platform::SyncFolderOf(path) == answer; }));
+  }
+  EXPECT_EQ(platform::SyncFolderOf("a name without a folder"), 0);
+}
+
+TEST(MoveReplacing, ReportsAFolderThatCannotBeSynced) {
+  const kyd_test::TempFolder folder;
+  WriteFileBytes(folder / L"source", "content");
+  EXPECT_TRUE(RunWithout({{SYS_fsync, EIO, std::nullopt}}, [&] {
+    return !platform::MoveReplacing(folder / L"source", folder / L"target") &&
+           platform::LastError() == platform::kErrorGeneralFailure;
+  }));
+  EXPECT_EQ(ReadFileBytes(folder / L"target"), "content");
+}
 
 // ---- Across file systems
 
@@ -284,22 +321,94 @@ TEST_F(MoveAcross, LeavesFoldersAndLinksWhereTheyAre) {
   EXPECT_EQ(EntryCount(other_->Path()), 0U);
 }
 
-TEST_F(MoveAcross, ACopyThatDoesNotFitIsUndone) {
+// One failing call, and the number that the failed move leaves.
+struct FailedCopy {
+  const char* name;
+  std::vector<FailingCall> calls;
+  unsigned error;
+};
+
+class FailingCopy : public MoveAcross, public testing::WithParamInterface<FailedCopy> {};
+
+TEST_P(FailingCopy, IsUndone) {
   const std::string content(100'000, 'x');
   WriteFileBytes(source_, content);
-  const pid_t child = fork();
-  ASSERT_GE(child, 0);
-  if (child == 0) {
-    // A limit on the size of files fails the copy as a full disk would.
-    const rlimit limit = {50'000, 50'000};
-    (void)std::signal(SIGXFSZ, SIG_IGN);
-    setrlimit(RLIMIT_FSIZE, &limit);
-    _exit(MoveWithoutReplacing(source_, target_) ? 1 : 0);
-  }
-  int status = 0;
-  ASSERT_EQ(waitpid(child, &status, 0), child);
-  EXPECT_EQ(status, 0);
+  unsigned error = 0;
+  EXPECT_FALSE(RunWithout(GetParam().calls, [&] {
+    const bool moved = MoveWithoutReplacing(source_, target_);
+    error = platform::LastError();
+    return moved;
+  }));
+  EXPECT_EQ(error, GetParam().error);
   ExpectNothingMoved(content);
+}
+
+constexpr std::uint32_t kFolderFlags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
+
+INSTANTIATE_TEST_SUITE_P(
+    Calls, FailingCopy,
+    testing::Values(FailedCopy{"SourceCannotBeRead", {{SYS_read, EIO, std::nullopt}}, 31},
+                    FailedCopy{"SourceHasNoStatus", kyd_test::WithoutFstat(EIO), 31},
+                    FailedCopy{"SourceCannotBeFoundAgain", kyd_test::WithoutLstat(EACCES), 32},
+                    FailedCopy{"DiskIsFull", {{SYS_write, ENOSPC, std::nullopt}}, 112},
+                    FailedCopy{"NothingIsWritten", {{SYS_write, 0, std::nullopt}}, 112},
+                    FailedCopy{"ModeCannotBeSet", {{SYS_fchmod, EPERM, std::nullopt}}, 5},
+                    FailedCopy{"TimesCannotBeSet", {{SYS_utimensat, EPERM, std::nullopt}}, 5},
+                    FailedCopy{"CopyCannotBeSynced", {{SYS_fsync, EDQUOT, std::nullopt}}, 112},
+                    FailedCopy{"CopyCannotBeClosed", {{SYS_close, EDQUOT, std::nullopt}}, 112},
+                    FailedCopy{"CopyCannotBePublished", {{SYS_renameat2, EXDEV, std::nullopt}}, 31},
+                    FailedCopy{"FolderCannotBeSynced",
+                               {{SYS_openat, EMFILE, CallArgument{2, kFolderFlags}}},
+                               31}),
+    [](const auto& copy) { return copy.param.name; });
+
+TEST_F(MoveAcross, AFolderThatCannotBeReadIsNoFailure) {
+  WriteFileBytes(source_, "content");
+  EXPECT_TRUE(RunWithout({{SYS_openat, EACCES, CallArgument{2, kFolderFlags}}},
+                         [this] { return MoveWithoutReplacing(source_, target_); }));
+  EXPECT_EQ(ReadFileBytes(target_), "content");
+  EXPECT_FALSE(PathExists(source_));
+}
+
+// The first call finds two file systems; by the second one the copy is published, and `meanwhile`
+// happens just before.
+bool MoveWhile(const std::wstring& source, const std::wstring& target,
+               const std::function<void()>& meanwhile) {
+  int calls = 0;
+  const auto renameat2_instead = [&]() -> long {
+    if (++calls == 1) {
+      return -EXDEV;
+    }
+    meanwhile();
+    const std::filesystem::path folder = std::filesystem::path(Native(target)).parent_path();
+    for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+      std::filesystem::rename(entry.path(), Native(target));
+    }
+    return 0;
+  };
+  return RunWithInstead(SYS_renameat2, renameat2_instead,
+                        [&] { return MoveWithoutReplacing(source, target); });
+}
+
+TEST_F(MoveAcross, TheCopyStaysWhenSomebodyElseHasRemovedTheSource) {
+  WriteFileBytes(source_, "content");
+  EXPECT_TRUE(MoveWhile(source_, target_, [this] { std::filesystem::remove(Native(source_)); }));
+  EXPECT_EQ(ReadFileBytes(target_), "content");
+}
+
+TEST_F(MoveAcross, WhatIsWrittenInTheLastMomentStays) {
+  WriteFileBytes(source_, "content");
+  EXPECT_FALSE(MoveWhile(source_, target_, [this] { WriteFileBytes(source_, "more content"); }));
+  ExpectNothingMoved("more content");
+}
+
+TEST_F(MoveAcross, AFileThatTakesThePlaceInTheLastMomentStays) {
+  WriteFileBytes(source_, "content");
+  EXPECT_FALSE(MoveWhile(source_, target_, [this] {
+    std::filesystem::remove(Native(source_));
+    WriteFileBytes(source_, "another");
+  }));
+  ExpectNothingMoved("another");
 }
 
 TEST_F(MoveAcross, ASourceThatGrowsMeanwhileStays) {
@@ -328,7 +437,7 @@ TEST_F(MoveAcross, ASourceThatGrowsMeanwhileStays) {
 
 TEST_F(MoveAcross, WorksWithoutRenameat2AsWell) {
   WriteFileBytes(source_, "content");
-  EXPECT_TRUE(RunWithout({{SYS_renameat2, EINVAL}},
+  EXPECT_TRUE(RunWithout({{SYS_renameat2, EINVAL, std::nullopt}},
                          [this] { return MoveWithoutReplacing(source_, target_); }));
   EXPECT_EQ(ReadFileBytes(target_), "content");
   EXPECT_FALSE(PathExists(source_));
@@ -339,7 +448,7 @@ TEST_F(MoveAcross, ASourceThatCannotBeRemovedStaysAlone) {
   WriteFileBytes(source_, "content");
   // The source's removal and the undoing of the target's are the same call; the copy, however, was
   // published, so that something is always left.
-  EXPECT_TRUE(RunWithout({{SYS_unlink, EROFS}}, [this] {
+  EXPECT_TRUE(RunWithout({{SYS_unlink, EROFS, std::nullopt}}, [this] {
     return !MoveWithoutReplacing(source_, target_) &&
            platform::LastError() == platform::kErrorAccessDenied;
   }));

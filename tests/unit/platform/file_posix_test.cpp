@@ -2,15 +2,19 @@
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstring>
+#include <optional>
 
 #include "platform/error.h"
 #include "platform/file.h"
 #include "platform/file_search.h"
 #include "platform/text.h"
+#include "tests/unit/support/failing_calls_posix.h"
 #include "tests/unit/support/temp_folder.h"
 
 namespace {
@@ -78,6 +82,40 @@ TEST_F(FilePosixTest, AFileWithoutRightsIsDenied) {
   ASSERT_EQ(chmod(Native(path_).c_str(), 0), 0);
   EXPECT_FALSE(File::OpenExclusive(path_).IsOpen());
   EXPECT_EQ(platform::LastError(), platform::kErrorAccessDenied);
+}
+
+TEST_F(FilePosixTest, AFileWhoseKindCannotBeToldIsNotOpened) {
+  kyd_test::WriteFileBytes(path_, "content");
+  EXPECT_TRUE(kyd_test::RunWithout(kyd_test::WithoutFstat(EIO), [this] {
+    return !File::OpenExclusive(path_).IsOpen() &&
+           platform::LastError() == platform::kErrorGeneralFailure;
+  }));
+}
+
+TEST_F(FilePosixTest, AReadThatFailsSaysWhy) {
+  kyd_test::WriteFileBytes(path_, "content");
+  EXPECT_TRUE(kyd_test::RunWithout({{SYS_read, EPERM, std::nullopt}}, [this] {
+    char byte = 0;
+    return !File::OpenShared(path_).Read(&byte, 1) &&
+           platform::LastError() == platform::kErrorAccessDenied;
+  }));
+}
+
+TEST_F(FilePosixTest, AWriteToAFullDiskSaysSo) {
+  EXPECT_TRUE(kyd_test::RunWithout({{SYS_write, ENOSPC, std::nullopt}}, [this] {
+    const platform::CFileAccessSecurity security(0);
+    return !File::OpenForWriting(path_, security).Write("x", 1) &&
+           platform::LastError() == platform::kErrorDiskFull;
+  }));
+}
+
+TEST_F(FilePosixTest, ASearchThatCannotReadTheFolderSaysWhy) {
+  kyd_test::WriteFileBytes(folder_ / L"entry.log", "content");
+  EXPECT_TRUE(kyd_test::RunWithout({{SYS_getdents64, EACCES, std::nullopt}}, [this] {
+    platform::FileSearch search;
+    return !search.First(folder_ / L"*.log") &&
+           platform::LastError() == platform::kErrorAccessDenied;
+  }));
 }
 
 TEST_F(FilePosixTest, OpenFilesAreNotInherited) {

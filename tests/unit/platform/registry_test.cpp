@@ -142,10 +142,12 @@ TEST(Registry, AKeyCanBeMoved) {
   registry.SetDword(kKey, L"Number", 1);
   std::optional<RegistryKey> first = RegistryKey::OpenLocalMachine(kKey, platform::kRegistryRead);
   ASSERT_TRUE(first);
-  const RegistryKey second = std::move(*first);
+  RegistryKey second = std::move(*first);
   EXPECT_TRUE(second.Query(L"Number"));
   // NOLINTNEXTLINE(bugprone-use-after-move,clang-analyzer-cplusplus.Move): what is left is the test
   EXPECT_FALSE(first->Query(L"Number"));
+  *first = std::move(second);
+  EXPECT_TRUE(first->Query(L"Number"));
 }
 
 }  // namespace

@@ -1,9 +1,14 @@
 #include "platform/registry_text_posix.h"
 
 #include <gtest/gtest.h>
+#include <sys/syscall.h>
 
+#include <cerrno>
+
+#include "platform/error.h"
 #include "platform/registry.h"
 #include "platform/text.h"
+#include "tests/unit/support/failing_calls_posix.h"
 #include "tests/unit/support/test_sysroot.h"
 
 namespace {
@@ -320,6 +325,13 @@ TEST_F(RegistryFile, BeyondItsBoundIsUnreadable) {
   EXPECT_TRUE(Opens());
   kyd_test::WriteFileBytes(path_, Head() + std::string(kMost - Head().size() + 1, ';'));
   EXPECT_FALSE(Opens());
+}
+
+TEST_F(RegistryFile, ThatCannotBeReadHasNoKeys) {
+  kyd_test::WriteFileBytes(path_, Head());
+  EXPECT_TRUE(kyd_test::RunWithout({{SYS_read, EIO, std::nullopt}}, [] {
+    return !Opens() && platform::LastError() == platform::kErrorGeneralFailure;
+  }));
 }
 
 TEST_F(RegistryFile, AFolderInItsPlaceHasNoKeys) {

@@ -1,13 +1,18 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <csignal>
 #include <filesystem>
 
+#include "platform/error.h"
 #include "platform/single_instance.h"
 #include "platform/text.h"
+#include "tests/unit/support/failing_calls_posix.h"
 #include "tests/unit/support/test_sysroot.h"
 
 namespace {
@@ -61,6 +66,22 @@ TEST(SingleInstanceFile, IsNobodysWithoutItsFolder) {
   const kyd_test::TestSysroot sysroot;
   std::filesystem::remove(std::filesystem::path(LockFile(sysroot)).parent_path());
   EXPECT_FALSE(platform::SingleInstance(kName).IsOwner());
+}
+
+TEST(SingleInstanceFile, IsNobodysWhenItCannotBeMade) {
+  const kyd_test::TestSysroot sysroot;
+  constexpr int kMaking =
+      O_RDONLY | O_NOFOLLOW | O_CREAT | O_EXCL | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
+  // With the second answer it seems to come and go with every look, which must not go on for ever.
+  for (const int error_number : {EROFS, EEXIST}) {
+    EXPECT_TRUE(
+        kyd_test::RunWithout({{SYS_openat, error_number, kyd_test::CallArgument{2, kMaking}}}, [=] {
+          const platform::SingleInstance instance(kName);
+          return !instance.IsOwner() &&
+                 platform::LastError() == (error_number == EROFS ? platform::kErrorAccessDenied
+                                                                 : platform::kErrorAlreadyExists);
+        }));
+  }
 }
 
 TEST(SingleInstanceFile, IsNeverALinkOrAFolder) {
