@@ -195,8 +195,8 @@ def main():
         )
         for name in tally.failures:
             print(f"    failed: {name}")
-    skipped = f", {total.skipped} skipped" if total.skipped else ""
-    print(f"{total.passed} passed, {total.failed} failed{skipped}")
+    print(f"{total.skipped} skipped")
+    print(f"{total.passed} passed, {total.failed} failed")
     return 1 if total.failed else 0
 
 

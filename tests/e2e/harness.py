@@ -207,6 +207,17 @@ class Machine:
         base = self.platform.native_path(self.diagnostic_base)
         self.settings({"OutputLog": ON, "OutputLogDir": base, **more})
 
+    # Certificates.
+
+    def trust(self, authority):
+        """The machine takes server certificates of this authority for good from now on."""
+        self.platform.trust(authority, self.sysroot)
+
+    def client_certificate(self, scope, identity):
+        """Puts a certificate into the "MY" store of a scope; gives the credentials' "cert" part."""
+        self.platform.add_client_certificate(scope, identity, self.sysroot)
+        return {"hash": identity.thumbprint, "store": scope}
+
     # The tree.
 
     def account(self, name, *, archive=True, seal=True, **members):

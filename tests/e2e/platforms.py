@@ -10,6 +10,8 @@ import subprocess
 import time
 from pathlib import Path
 
+from service.certificates import AUTHORITY_NAMES
+
 ROOT = Path(__file__).resolve().parents[2]
 REGISTRY_HEADER = "Windows Registry Editor Version 5.00\r\n\r\n"
 PRODUCT_KEY = r"SOFTWARE\Veltrane\Veltrane Keyward"
@@ -91,6 +93,17 @@ class Platform:
         """Makes the lines of a registry export the machine's only settings of the product."""
         raise NotImplementedError
 
+    def trust(self, authority, sysroot):
+        """Makes an authority one of those whose server certificates the machine takes for good."""
+        raise NotImplementedError
+
+    def add_client_certificate(self, scope, identity, sysroot):
+        """Puts a certificate and its key into the "MY" store: of the user, or ("comp") of all."""
+        raise NotImplementedError
+
+    def forget_certificates(self):
+        """Undoes what the two above did, where it outlives the test's own machine."""
+
     def search_order(self, folder):
         """The names in a folder in the order in which the program's search gives them."""
         raise NotImplementedError
@@ -102,6 +115,7 @@ class Linux(Platform):
     program_name = "KydLogUploader"
     companion_name = "Corvid.so"
     configuration_name = "libpelham.so"
+    # What the import of a certificate text fails with, as it is printed.
 
     def native_path(self, path):
         return os.fspath(path)
@@ -113,12 +127,24 @@ class Linux(Platform):
         environment = _clean_environment()
         environment["KEYWARD_SYSROOT"] = os.fspath(sysroot)
         environment["HOME"] = os.fspath(sysroot / "home")
+        environment["SSL_CERT_FILE"] = os.fspath(sysroot / "authorities.pem")
+        environment["SSL_CERT_DIR"] = os.fspath(sysroot / "no-authorities")
         return environment
 
     def set_registry(self, text, sysroot):
         path = sysroot / "etc/keyward/registry.reg"
         path.parent.mkdir(parents=True, exist_ok=True)
         path.write_text(REGISTRY_HEADER + text, encoding="utf-8", newline="")
+
+    def trust(self, authority, sysroot):
+        with (sysroot / "authorities.pem").open("ab") as authorities:
+            authorities.write(authority.identity.certificate_pem)
+
+    def add_client_certificate(self, scope, identity, sysroot):
+        base = sysroot / ("home/.config" if scope == "user" else "etc")
+        folder = base / "keyward/certs/MY"
+        folder.mkdir(parents=True, exist_ok=True)
+        (folder / f"{identity.thumbprint}.pem").write_bytes(identity.pem)
 
     def search_order(self, folder):
         return os.listdir(folder)
@@ -142,6 +168,7 @@ class Windows(Platform):
         self.prefix = Path(prefix).resolve()
         self._server = None
         self._registry = None
+        self._imported = set()  # what certificate-import has put there
 
     @staticmethod
     def wine(name="wine64"):
@@ -172,6 +199,7 @@ class Windows(Platform):
 
     def stop(self):
         self._import_registry("")
+        self.forget_certificates()
         if self._server.poll() is None:
             self._server.terminate()
             try:
@@ -199,6 +227,40 @@ class Windows(Platform):
     def set_registry(self, text, sysroot):
         if text != self._registry:
             self._import_registry(text)
+
+    def trust(self, authority, sysroot):
+        self._import_certificate("authority", authority.identity)
+
+    def add_client_certificate(self, scope, identity, sysroot):
+        self._import_certificate(scope, identity)
+
+    def forget_certificates(self):
+        if self._imported:
+            self._imported.clear()
+            for name in AUTHORITY_NAMES:
+                self._run(self._certificate_import, "remove", name)
+
+    @property
+    def _certificate_import(self):
+        return os.fspath(self.bin_folder.parent / "tests/certificate-import.exe")
+
+    def _import_certificate(self, what, identity):
+        if (what, identity.thumbprint) in self._imported:
+            return
+        if not self._imported:
+            # Of an earlier session that could not clean up.
+            self._imported.add((what, identity.thumbprint))
+            self.forget_certificates()
+        path = self.folder / f"{identity.thumbprint}.der"
+        key = self.folder / f"{path.name}.key"
+        path.write_bytes(identity.der)
+        key.write_bytes(identity.key_blob)
+        try:
+            self._run(self._certificate_import, what, self.native_path(path))
+        finally:
+            path.unlink()
+            key.unlink()
+        self._imported.add((what, identity.thumbprint))
 
     def search_order(self, folder):
         return sorted(os.listdir(folder), key=str.upper)

@@ -7,6 +7,7 @@ the factory was given.
 import datetime
 import functools
 import ipaddress
+import struct
 from dataclasses import dataclass, field
 from pathlib import Path
 
@@ -17,6 +18,7 @@ from cryptography.hazmat.primitives.serialization import pkcs12
 from cryptography.x509.oid import ExtendedKeyUsageOID, NameOID
 
 LOOPBACK_NAMES = ("localhost", "127.0.0.1", "::1")
+AUTHORITY_NAMES = ("Test authority", "Unknown authority")
 _DAY = datetime.timedelta(days=1)
 
 
@@ -57,6 +59,22 @@ class Identity:
             serialization.Encoding.PEM,
             serialization.PrivateFormat.PKCS8,
             serialization.NoEncryption(),
+        )
+
+    @property
+    def key_blob(self):
+        """The private key as Windows imports it: a PRIVATEKEYBLOB for key exchange (wincrypt.h)."""
+        numbers = self.key.private_numbers()
+        size = self.key.key_size // 8
+        halves = (numbers.p, numbers.q, numbers.dmp1, numbers.dmq1, numbers.iqmp)
+        return b"".join(
+            (
+                struct.pack("<BBHI", 7, 2, 0, 0xA400),
+                struct.pack("<4sII", b"RSA2", self.key.key_size, numbers.public_numbers.e),
+                numbers.public_numbers.n.to_bytes(size, "little"),
+                *(half.to_bytes(size // 2, "little") for half in halves),
+                numbers.d.to_bytes(size, "little"),
+            )
         )
 
     @property
@@ -206,12 +224,12 @@ class CertificateFactory:
 
     @functools.cached_property
     def authority(self):
-        return Authority.create("Test authority", self.revocation_url)
+        return Authority.create(AUTHORITY_NAMES[0], self.revocation_url)
 
     @functools.cached_property
     def other_authority(self):
         """An authority that nobody trusts."""
-        return Authority.create("Unknown authority", self.revocation_url)
+        return Authority.create(AUTHORITY_NAMES[1], self.revocation_url)
 
     @functools.cached_property
     def server(self):
@@ -258,6 +276,10 @@ class CertificateFactory:
     @functools.cached_property
     def client(self):
         return self.authority.issue("alice", usage=ExtendedKeyUsageOID.CLIENT_AUTH)
+
+    @functools.cached_property
+    def second_client(self):
+        return self.authority.issue("bob", usage=ExtendedKeyUsageOID.CLIENT_AUTH)
 
     @functools.cached_property
     def other_client(self):
