@@ -214,6 +214,13 @@ TEST_F(KeywardSeal, RefusesWrongUsage) {
   ExpectFolder({});
 }
 
+TEST_F(KeywardSeal, RefusesTextBeyondItsBound) {
+  const ToolResult result = Run({"--raw", file_}, std::string((std::size_t{64} << 20U) + 1, ' '));
+  EXPECT_EQ(result.exit_code, 65);
+  EXPECT_THAT(result.errors, HasSubstr("the text is longer than 64 MiB"));
+  ExpectFolder({});
+}
+
 TEST_F(KeywardSeal, EndsOptionsAtTwoDashes) {
   EXPECT_EQ(Run({"--raw", "--", file_}, "x").exit_code, 0);
   EXPECT_EQ(Opened(file_), L"x");

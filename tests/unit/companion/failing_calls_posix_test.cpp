@@ -1,0 +1,201 @@
+// The stand-ins and the tool when the system refuses something.
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/syscall.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <optional>
+#include <string>
+
+#include "companion/corvid/corvid.h"
+#include "companion/keyward-seal/file_writer.h"
+#include "tests/unit/companion/harness.h"
+#include "tests/unit/support/failing_calls_posix.h"
+
+namespace companion_test {
+namespace {
+
+namespace fs = std::filesystem;
+using kyd_test::CallArgument;
+using kyd_test::FailingCall;
+using kyd_test::RunWithout;
+using testing::HasSubstr;
+
+// ---- The library
+
+class CorvidWithout : public testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_TRUE(library_.IsLoaded());
+    decrypt_ = library_.Find<decltype(&Corvid_CmpCphr_Decrypt)>("Corvid_CmpCphr_Decrypt");
+    decode_ = library_.Find<decltype(&Corvid_Base64_Decode)>("Corvid_Base64_Decode");
+    WriteFile(folder_ / "Corvid.key", std::string(64, '0'));
+  }
+
+  ModuleFolder folder_;
+  Library library_{folder_ / kCorvidName};
+  decltype(&Corvid_CmpCphr_Decrypt) decrypt_ = nullptr;
+  decltype(&Corvid_Base64_Decode) decode_ = nullptr;
+};
+
+TEST_F(CorvidWithout, AReadableKeyOpensNothing) {
+  const Bytes sealed(100);
+  std::wstring text = L"old";
+  EXPECT_TRUE(RunWithout({{SYS_read, EIO, std::nullopt}}, [&] {
+    return decrypt_(sealed.data(), sealed.size(), &text) == kCorvidBadKey;
+  }));
+  EXPECT_EQ(text, L"");
+}
+
+TEST_F(CorvidWithout, MemoryLetsNoExceptionOut) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+  GTEST_SKIP() << "a sanitizer's allocator ends the process instead";
+#endif
+  // Blocks of this size always come from the system and never from memory at hand. The call that
+  // moves the program's break says no by giving a lower one.
+  constexpr std::size_t kLarge = std::size_t{80} << 20U;
+  Bytes sealed(kLarge);
+  const std::string magic = "KYD1";
+  std::copy(magic.begin(), magic.end(), sealed.begin());
+  const std::wstring base64(kLarge / 4, L'A');
+  std::wstring text = L"old";
+  Bytes bytes{1};
+  const std::vector<FailingCall> memory = {{SYS_mmap, ENOMEM, std::nullopt},
+                                           {SYS_brk, 0, std::nullopt}};
+  EXPECT_TRUE(RunWithout(
+      memory, [&] { return decrypt_(sealed.data(), sealed.size(), &text) == kCorvidUnexpected; }));
+  EXPECT_TRUE(RunWithout(
+      memory, [&] { return decode_(base64.data(), base64.size(), &bytes) == kCorvidUnexpected; }));
+  EXPECT_EQ(text, L"");
+  EXPECT_EQ(bytes, Bytes{1});
+}
+
+// ---- The tool
+
+constexpr const char* kJson = R"({"apikey":"k","idp_session":"s"})";
+
+// A started program inherits its thread's filter, which is for nothing else here.
+ToolResult RunSealWithout(const std::vector<FailingCall>& calls, const ModuleFolder& folder) {
+  const ModuleFolder streams;
+  WriteFile(streams / "input", kJson);
+  ToolResult result;
+  EXPECT_TRUE(RunWithout(calls, [&] {
+    result.exit_code = RunProgram(folder / kSealName, {folder / "UserData.dat"}, streams / "input",
+                                  streams / "output", streams / "errors");
+    return true;
+  }));
+  const Bytes errors = ReadFile(streams / "errors");
+  result.errors.assign(errors.begin(), errors.end());
+  EXPECT_FALSE(fs::exists(folder / "UserData.dat"));
+  return result;
+}
+
+// No random numbers from the kernel, and none from the devices, which are opened without any flag.
+const std::vector<FailingCall> kNoRandom = {{SYS_getrandom, EIO, std::nullopt},
+                                            {SYS_openat, EACCES, CallArgument{2, O_RDONLY}}};
+
+TEST(KeywardSealWithout, RandomNumbersMakesNoKey) {
+  const ModuleFolder folder;
+  const ToolResult result = RunSealWithout(kNoRandom, folder);
+  EXPECT_EQ(result.exit_code, 78);
+  EXPECT_THAT(result.errors, HasSubstr("no random numbers"));
+  EXPECT_FALSE(fs::exists(folder / "Corvid.key"));
+}
+
+TEST(KeywardSealWithout, RandomNumbersSealsNothing) {
+  const ModuleFolder folder;
+  WriteFile(folder / "Corvid.key", std::string(64, '0'));
+  const ToolResult result = RunSealWithout(kNoRandom, folder);
+  EXPECT_EQ(result.exit_code, 70);
+  EXPECT_THAT(result.errors, HasSubstr("the cryptographic library failed"));
+}
+
+TEST(KeywardSealWithout, APlaceForTheKeySaysSo) {
+  const ModuleFolder folder;
+  const ToolResult result = RunSealWithout({{SYS_fsync, EIO, std::nullopt}}, folder);
+  EXPECT_EQ(result.exit_code, 78);
+  EXPECT_THAT(result.errors, HasSubstr(R"(Corvid.key" cannot be written: )"));
+  EXPECT_THAT(folder.Names(), testing::UnorderedElementsAre(kCorvidName, kPelhamName, kSealName));
+}
+
+TEST(KeywardSealWithout, ItsOwnPathSaysWhatFailed) {
+  const ModuleFolder folder;
+  const ToolResult result = RunSealWithout({{SYS_readlink, EACCES, std::nullopt}}, folder);
+  EXPECT_EQ(result.exit_code, 70);
+  EXPECT_THAT(result.errors, HasSubstr("keyward-seal: "));
+  EXPECT_THAT(result.errors, HasSubstr("/proc/self/exe"));
+}
+
+TEST(KeywardSealWithout, AReadableInputSaysSo) {
+  const ModuleFolder folder;
+  const fs::path errors = folder / "errors";
+  EXPECT_EQ(RunProgram(folder / kSealName, {folder / "UserData.dat"}, folder / ".",
+                       folder / "output", errors),
+            74);
+  const Bytes text = ReadFile(errors);
+  EXPECT_EQ(std::string(text.begin(), text.end()), "keyward-seal: standard input cannot be read\n");
+  EXPECT_FALSE(fs::exists(folder / "UserData.dat"));
+}
+
+// ---- Files that appear whole or not at all
+
+class FileWriterWithout : public testing::Test {
+ protected:
+  using Writer = std::error_code (*)(const fs::path&, companion::ByteView);
+
+  std::error_code WriteWithout(const std::vector<FailingCall>& calls, Writer write) {
+    std::error_code error;
+    EXPECT_TRUE(RunWithout(calls, [&] {
+      error = write(folder_ / "file", {bytes_.data(), bytes_.size()});
+      return true;
+    }));
+    return error;
+  }
+
+  void ExpectOnly(const std::vector<std::string>& names) {
+    std::vector<std::string> all = {kCorvidName, kPelhamName, kSealName};
+    all.insert(all.end(), names.begin(), names.end());
+    EXPECT_THAT(folder_.Names(), testing::UnorderedElementsAreArray(all));
+  }
+
+  ModuleFolder folder_;
+  const Bytes bytes_ = {1, 2, 3};
+};
+
+TEST_F(FileWriterWithout, ACallLeavesEverythingAsItWas) {
+  const std::vector<std::pair<FailingCall, int>> failures = {
+      {{SYS_openat, EACCES, std::nullopt}, EACCES},
+      {{SYS_write, ENOSPC, std::nullopt}, ENOSPC},
+      {{SYS_fsync, EIO, std::nullopt}, EIO},
+  };
+  WriteFile(folder_ / "file", "old");
+  for (const auto& [call, expected] : failures) {
+    for (const Writer write : {&companion::WriteReplacing, &companion::WriteNew}) {
+      EXPECT_EQ(WriteWithout({call}, write).value(), expected);
+      EXPECT_EQ(ReadFile(folder_ / "file"), (Bytes{'o', 'l', 'd'}));
+      ExpectOnly({"file"});
+    }
+  }
+  EXPECT_EQ(WriteWithout({{SYS_rename, EXDEV, std::nullopt}}, &companion::WriteReplacing).value(),
+            EXDEV);
+  ExpectOnly({"file"});
+}
+
+TEST_F(FileWriterWithout, ARenameThatKeepsOthersUsesASecondName) {
+  const std::vector<FailingCall> no_exclusive_rename = {{SYS_renameat2, EINVAL, std::nullopt}};
+  EXPECT_FALSE(WriteWithout(no_exclusive_rename, &companion::WriteNew));
+  EXPECT_EQ(ReadFile(folder_ / "file"), bytes_);
+  EXPECT_EQ(WriteWithout(no_exclusive_rename, &companion::WriteNew), std::errc::file_exists);
+  ExpectOnly({"file"});
+}
+
+TEST_F(FileWriterWithout, RightsSaysSo) {
+  EXPECT_EQ(WriteWithout({{SYS_renameat2, EACCES, std::nullopt}}, &companion::WriteNew),
+            std::errc::permission_denied);
+  ExpectOnly({});
+}
+
+}  // namespace
+}  // namespace companion_test
