@@ -120,6 +120,16 @@ def test_names_that_are_no_utf8_are_handled_like_all_others(machine, service, na
     assert say.summary(accounts=1, send=1, ok=1, error=1) == machine.messages()[-3:]
 
 
+def test_log_directory_that_is_no_utf8_is_used(machine, service):
+    if machine.platform.name == "windows":
+        pytest.skip("file names of Windows are not made of bytes")
+    machine.log_dir = machine.log_dir.rename(machine.folder / os.fsdecode(b"caf\xe9"))
+    machine.account("alice")
+    machine.log("alice", "a.log")
+    machine.run()
+    assert machine.is_archived("alice", "a.log")
+
+
 def test_pattern_takes_log_files_in_any_case_and_leaves_everything_else(machine, service):
     machine.account("alice")
     taken = ["a.log", "b.LOG", "c.Log", ".log", "..log", "d.log.log"]
