@@ -3,8 +3,13 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <memory>
+#include <new>
+#include <stdexcept>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "debuglog/format.h"
 #include "platform/file.h"
@@ -25,6 +30,16 @@ std::uint32_t PlainAccess() {
 }
 std::optional<std::wstring> NoBase() {
   return std::nullopt;
+}
+
+std::optional<std::wstring> BaseThatThrows() {
+  throw std::bad_alloc();
+}
+
+int registry_reads = 0;
+std::uint32_t CountedAccess() {
+  ++registry_reads;
+  return platform::kRegistryRead;
 }
 
 class DebugLogTest : public testing::Test {
@@ -133,6 +148,153 @@ TEST_F(DebugLogTest, NoticesThatItIsSwitchedOffAfterTenSeconds) {
   EXPECT_EQ(Text(), Line(L"on") + Line(L"still on"));
 }
 
+TEST_F(DebugLogTest, IsDisabledUntilItsSettingsAreRead) {
+  EXPECT_FALSE(log_->IsEnabled());
+  log_->ReloadSettings();
+  EXPECT_TRUE(log_->IsEnabled());
+}
+
+TEST_F(DebugLogTest, FindsAKeyThatIsMadeLater) {
+  registry_.RemoveKey(kKey);
+  log_->WriteLine(L"lost");
+  registry_.SetDword(kKey, L"OutputLog", 16);
+  registry_.SetText(kKey, L"OutputLogDir", folder_.Path());
+  clock_.seconds += 1;
+  log_->WriteLine(L"lost as well");
+  clock_.seconds += 1;
+  log_->WriteLine(L"written");
+  EXPECT_EQ(Text(), Line(L"written"));
+}
+
+TEST_F(DebugLogTest, ForgetsAValueThatIsRemoved) {
+  registry_.SetDword(kKey, L"OutputLogSize", 1);
+  log_->WriteLine(L"moved aside at once");
+  EXPECT_TRUE(kyd_test::PathExists(BackupPath()));
+  registry_.Remove(kKey, L"OutputLogSize");
+  clock_.seconds += 10;
+  log_->WriteLine(L"stays");
+  EXPECT_EQ(Text(), Line(L"stays"));
+}
+
+TEST_F(DebugLogTest, ChangesItsFolderAtTheNextDueRead) {
+  log_->WriteLine(L"old place");
+  const std::wstring other = folder_.MakeFolder(L"other");
+  registry_.SetText(kKey, L"OutputLogDir", other);
+  clock_.seconds += 9;
+  log_->WriteLine(L"still the old place");
+  EXPECT_EQ(Text(), Line(L"old place") + Line(L"still the old place"));
+  clock_.seconds += 1;
+  log_->WriteLine(L"new place");
+  const std::wstring separator(1, platform::kPathSeparator);
+  EXPECT_EQ(kyd_test::ReadFileBytes(other + separator + L"DebugSSO" + separator + L"test.log"),
+            kMark + Line(L"new place"));
+}
+
+TEST_F(DebugLogTest, TriesAFolderThatCouldNotBeMadeAgainAfterTwoSeconds) {
+  kyd_test::WriteFileBytes(LogFolder(), "in the way");
+  log_->WriteLine(L"lost");
+  EXPECT_FALSE(log_->IsEnabled());
+  ASSERT_TRUE(platform::RemoveFile(LogFolder()));
+  clock_.seconds += 1;
+  log_->WriteLine(L"lost as well");
+  EXPECT_FALSE(kyd_test::PathExists(LogFolder()));
+  clock_.seconds += 1;
+  log_->WriteLine(L"written");
+  EXPECT_EQ(Text(), Line(L"written"));
+}
+
+TEST_F(DebugLogTest, ReadsTheRegistryOnlyWhenItIsDue) {
+  registry_reads = 0;
+  corvid::DebugLog log(L"test.log", 16, {&clock_, &NoBase, &CountedAccess});
+  for (int second = 0; second < 25; ++second) {
+    log.WriteLine(L"x");
+    log.ReloadSettings();
+    clock_.seconds += 1;
+  }
+  EXPECT_EQ(registry_reads, 3);  // at seconds 0, 10 and 20
+}
+
+TEST_F(DebugLogTest, LiesAtTheRootWhenNoBaseCanBeHad) {
+  registry_.Remove(kKey, L"OutputLogDir");
+  // The name leads from the root to the test's own folder.
+  const std::wstring path = folder_ / L"rooted.log";
+#ifdef _WIN32
+  const std::wstring name = L"\\?\\" + path;
+#else
+  const std::wstring name = path.substr(1);
+#endif
+  corvid::DebugLog log(name, 16, Surroundings());
+  log.WriteLine(L"at the root");
+  EXPECT_EQ(kyd_test::ReadFileBytes(path), kMark + Line(L"at the root"));
+}
+
+TEST_F(DebugLogTest, SurvivesAReadThatThrows) {
+  registry_.Remove(kKey, L"OutputLogDir");
+  corvid::DebugLog log(L"test.log", 16, {&clock_, &BaseThatThrows, &PlainAccess});
+  log.ReloadSettings();
+  registry_.SetText(kKey, L"OutputLogDir", folder_.Path());
+  clock_.seconds += 10;
+  // On another thread, which needs the lock.
+  std::thread([&log] { log.WriteLine(L"afterwards"); }).join();
+  EXPECT_NE(Text().find(", afterwards,\r\n"), std::string::npos);
+}
+
+TEST_F(DebugLogTest, LosesALineThatCannotBeBuiltAndNothingElse) {
+  struct : platform::Clock {
+    [[nodiscard]] std::int64_t Seconds() const override { return 1'700'000'000; }
+    [[nodiscard]] platform::LocalTime Local() const override {
+      if (throws) {
+        throw std::runtime_error("no time");
+      }
+      return {};
+    }
+    bool throws = true;
+  } clock;
+  corvid::DebugLog log(L"test.log", 16, {&clock, &NoBase, &PlainAccess});
+  log.WriteLine(L"lost");
+  clock.throws = false;
+  log.WriteLine(L"written");
+  EXPECT_EQ(Text(), platform::ToUtf8(corvid::LogLine({}, L"written")) + "\r\n");
+}
+
+TEST_F(DebugLogTest, WritesALongLineWhole) {
+  const std::wstring message(5000, L'm');
+  log_->WriteLine(message.c_str());
+  EXPECT_EQ(Text(), Line(message.c_str()));
+}
+
+TEST_F(DebugLogTest, WritesALineWithoutAMessage) {
+  log_->WriteLine(nullptr);
+  EXPECT_EQ(Text(), Line(L""));
+}
+
+TEST_F(DebugLogTest, WritesWholeLinesFromManyThreads) {
+  constexpr int kThreads = 4;
+  constexpr int kLines = 25;
+  std::vector<std::thread> threads;
+  for (int i = 0; i < kThreads; ++i) {
+    threads.emplace_back([this, i] {
+      for (int line = 0; line < kLines; ++line) {
+        log_->WriteLine((L"of " + std::to_wstring(i) + L" " + std::to_wstring(line)).c_str());
+      }
+    });
+  }
+  for (std::thread& one : threads) {
+    one.join();
+  }
+  const std::string text = Text();
+  EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), kThreads * kLines);
+  for (int i = 0; i < kThreads; ++i) {
+    std::size_t at = 0;
+    for (int line = 0; line < kLines; ++line) {  // each thread's lines in its order
+      const std::string message =
+          ", of " + std::to_string(i) + " " + std::to_string(line) + ",\r\n";
+      at = text.find(message, at);
+      ASSERT_NE(at, std::string::npos) << message;
+    }
+  }
+}
+
 TEST_F(DebugLogTest, KeepsLinesThatCannotBeWrittenWithTheirTime) {
   log_->WriteLine(L"before");
   BlockLog();
@@ -221,6 +383,48 @@ TEST_F(DebugLogTest, ReplacesTheOlderBackup) {
   clock_.seconds += 10;
   log_->WriteLine(L"two");
   EXPECT_EQ(kyd_test::ReadFileBytes(BackupPath()), kMark + Line(L"two"));
+}
+
+TEST_F(DebugLogTest, LooksAtTheSizeAfterAFlush) {
+  registry_.SetDword(kKey, L"OutputLogSize", 1);
+  log_->ReloadSettings();
+  BlockLog();
+  log_->WriteLine(L"kept");
+  UnblockLog();
+  log_->FlushPending();
+  EXPECT_FALSE(kyd_test::PathExists(LogPath()));
+  EXPECT_EQ(kyd_test::ReadFileBytes(BackupPath()), kMark + Line(L"kept"));
+}
+
+TEST_F(DebugLogTest, FlushesNothingWithoutAFile) {
+  log_->ReloadSettings();
+  log_->FlushPending();
+  EXPECT_FALSE(kyd_test::PathExists(LogPath()));
+}
+
+TEST_F(DebugLogTest, CountsALookAtAMissingFileAsALook) {
+  registry_.SetDword(kKey, L"OutputLogSize", 1);
+  log_->ReloadSettings();
+  log_->RotateIfNeeded((folder_ / L"missing.log").c_str());
+  clock_.seconds += 9;
+  log_->WriteLine(L"stays");
+  EXPECT_EQ(Text(), Line(L"stays"));
+}
+
+TEST_F(DebugLogTest, TriesAMoveThatFailedAgainAtTheNextLook) {
+  registry_.SetDword(kKey, L"OutputLogSize", 1);
+  log_->ReloadSettings();
+  ASSERT_TRUE(platform::CreateFolders(BackupPath()));
+  log_->WriteLine(L"one");
+  EXPECT_EQ(Text(), Line(L"one"));
+  ASSERT_TRUE(platform::MoveWithoutReplacing(BackupPath(), folder_ / L"moved away"));
+  clock_.seconds += 9;
+  log_->WriteLine(L"two");
+  EXPECT_FALSE(kyd_test::PathExists(BackupPath()));
+  clock_.seconds += 1;
+  log_->WriteLine(L"three");
+  EXPECT_EQ(kyd_test::ReadFileBytes(BackupPath()),
+            kMark + Line(L"one") + Line(L"two") + Line(L"three"));
 }
 
 TEST_F(DebugLogTest, SkipsTheCheckOfANullPath) {

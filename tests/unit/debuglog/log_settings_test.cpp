@@ -3,7 +3,10 @@
 
 #include <gtest/gtest.h>
 
+#include "debuglog/debug_log.h"
+#include "platform/clock.h"
 #include "platform/file.h"
+#include "platform/folders.h"
 #include "platform/registry.h"
 #include "platform/text.h"
 #include "tests/unit/support/temp_folder.h"
@@ -81,9 +84,19 @@ TEST(Wow64State, TakesTheSixtyFourBitViewUnderWow64AndAsksOnce) {
   EXPECT_EQ(probes, 1);
 }
 
-TEST(Wow64State, ReadsPlainlyOtherwise) {
+TEST(Wow64State, ReadsPlainlyOtherwiseAndAsksOnce) {
+  probes = 0;
   corvid::Wow64State state;
   EXPECT_EQ(state.RegistryAccess(&ProbeNo), 0x20019U);
+  EXPECT_EQ(state.RegistryAccess(&ProbeYes), 0x20019U);
+  EXPECT_EQ(probes, 1);
+}
+
+TEST(LogSurroundings, OfSystemReadPlainlyInA64BitProcess) {
+  const corvid::LogSurroundings system = corvid::LogSurroundings::OfSystem();
+  EXPECT_EQ(system.registry_access(), 0x20019U);
+  EXPECT_EQ(system.clock, &platform::SystemClock());
+  EXPECT_EQ(system.default_base(), platform::DefaultLogBase());
 }
 
 TEST_F(LogSettingsTest, IsDisabledAndResetWithoutTheKey) {
@@ -102,9 +115,35 @@ TEST_F(LogSettingsTest, UsesTheDefaultBaseAndCreatesTheFolder) {
   EXPECT_EQ(settings.size_limit, 10485760U);
 }
 
+TEST_F(LogSettingsTest, IsDisabledWithoutOutputLog) {
+  registry_.SetText(kKey, L"OutputLogDir", folder_.Path());
+  EXPECT_FALSE(Read().enabled);
+  EXPECT_EQ(Read().folder, L"");
+}
+
 TEST_F(LogSettingsTest, IsDisabledWhenOutputLogIsNotADword) {
   registry_.SetText(kKey, L"OutputLog", L"16");
   EXPECT_FALSE(Read().enabled);
+  registry_.SetRaw(kKey, L"OutputLog", platform::kRegistryBinary, {16, 0, 0, 0});
+  EXPECT_FALSE(Read().enabled);
+}
+
+TEST_F(LogSettingsTest, EveryLoggerIsEnabledByAllBits) {
+  registry_.SetDword(kKey, L"OutputLog", 0xFFFFFFFF);
+  EXPECT_TRUE(Read(/*mask=*/1).enabled);
+  EXPECT_TRUE(Read(/*mask=*/16).enabled);
+  EXPECT_TRUE(Read(/*mask=*/0x80000000).enabled);
+}
+
+TEST_F(LogSettingsTest, ForgetsWhatAnEarlierReadFound) {
+  registry_.SetDword(kKey, L"OutputLog", 16);
+  registry_.SetDword(kKey, L"OutputLogSize", 5);
+  EXPECT_EQ(Read().size_limit, 5U);
+  registry_.Remove(kKey, L"OutputLogSize");
+  EXPECT_EQ(Read().size_limit, 10485760U);
+  registry_.Remove(kKey, L"OutputLog");
+  EXPECT_FALSE(Read().enabled);
+  EXPECT_EQ(Read().folder, L"");
 }
 
 TEST_F(LogSettingsTest, CreatesNoFolderWhileDisabled) {
