@@ -3,9 +3,11 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <functional>
 #include <stdexcept>
 #include <string>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -22,6 +24,17 @@ using web::http::http_response;
 using web::http::client::http_client_config;
 
 struct OtherBoostException : boost::exception, std::exception {};
+struct BoostTransportException : boost::exception, web::http::http_exception {
+  BoostTransportException() : web::http::http_exception("text that is not kept") {}
+};
+
+// Only the destructor is virtual, and a failure can be copied.
+static_assert(std::has_virtual_destructor_v<CorvidSocket::HttpRequestBase>);
+static_assert(std::has_virtual_destructor_v<HttpPostRequest>);
+static_assert(std::has_virtual_destructor_v<HttpClient>);
+static_assert(std::is_base_of_v<boost::exception, Exception>);
+static_assert(std::is_base_of_v<std::exception, Exception>);
+static_assert(std::is_copy_constructible_v<Exception>);
 
 http_response Answer(web::http::status_code status) {
   http_response answer(status);
@@ -164,6 +177,165 @@ TEST(SendRequest, LetsACancelledTaskAndOtherExceptionsPass) {
   Sender other([](int) -> http_response { throw std::out_of_range("other"); });
   EXPECT_THROW(static_cast<void>(other.Send(2)), std::out_of_range);
   EXPECT_EQ(other.attempts, 1);
+}
+
+TEST(SendRequest, KeepsWhereOtherBoostExceptionsWereThrown) {
+  Sender sender([](int) -> http_response { BOOST_THROW_EXCEPTION(OtherBoostException()); });
+  try {
+    static_cast<void>(sender.Send(0));
+    FAIL() << "nothing was raised";
+  } catch (const Exception& failure) {
+    const char* const* const file = boost::get_error_info<boost::throw_file>(failure);
+    ASSERT_NE(file, nullptr);
+    EXPECT_NE(std::string(*file).find("http_client_test"), std::string::npos);
+    EXPECT_NE(boost::get_error_info<boost::throw_line>(failure), nullptr);
+  }
+}
+
+TEST(SendRequest, TakesAnExceptionOfBothKindsForABoostException) {
+  Sender sender([](int) -> http_response { throw BoostTransportException(); });
+  EXPECT_EQ(MessageOfFailure(sender, 0), std::exception().what());
+}
+
+TEST(SendRequest, ForgetsAnEarlierFailureForALaterOne) {
+  Sender sender([](int attempt) -> http_response {
+    if (attempt == 1) {
+      throw Exception("refused") << ErrorNumber(5);
+    }
+    throw TransportFailure(attempt);
+  });
+  try {
+    static_cast<void>(sender.Send(1));
+    FAIL() << "nothing was raised";
+  } catch (const Exception& failure) {
+    EXPECT_EQ(std::string(failure.what()), "failure 2");
+    EXPECT_EQ(boost::get_error_info<ErrorNumber>(failure), nullptr);
+  }
+  Sender reversed([](int attempt) -> http_response {
+    if (attempt == 1) {
+      throw TransportFailure(attempt);
+    }
+    throw OtherBoostException() << ErrorNumber(6);
+  });
+  try {
+    static_cast<void>(reversed.Send(1));
+    FAIL() << "nothing was raised";
+  } catch (const Exception& failure) {
+    EXPECT_EQ(std::string(failure.what()), std::string(std::exception().what()));
+    ASSERT_NE(boost::get_error_info<ErrorNumber>(failure), nullptr);
+    EXPECT_EQ(*boost::get_error_info<ErrorNumber>(failure), 6U);
+  }
+}
+
+TEST(SendRequest, TakesFailuresFromTheTaskAsWell) {
+  HttpPostRequest request({});
+  const auto send = [&request](const pplx::task<http_response>& answer) {
+    HttpClient client(nullptr, /*has_certificate=*/false,
+                      [&answer](const web::uri&, const http_client_config&, const http_request&) {
+                        return answer;
+                      });
+    static_cast<void>(
+        client.SendRequest(web::uri(platform::ToNative(L"https://host/")), request, L"", L"", 0));
+  };
+  try {
+    send(pplx::task_from_exception<http_response>(Exception("in a hook") << ErrorNumber(6)));
+    FAIL() << "nothing was raised";
+  } catch (const Exception& failure) {
+    EXPECT_EQ(std::string(failure.what()), "in a hook");
+    ASSERT_NE(boost::get_error_info<ErrorNumber>(failure), nullptr);
+    EXPECT_EQ(*boost::get_error_info<ErrorNumber>(failure), 6U);
+  }
+  EXPECT_THROW(send(pplx::task_from_exception<http_response>(TransportFailure(1))), Exception);
+  pplx::cancellation_token_source source;
+  source.cancel();
+  EXPECT_THROW(send(pplx::create_task([] { return Answer(200); }, source.get_token())),
+               pplx::task_canceled);
+}
+
+TEST(SendRequest, LetsWhatIsNoStandardExceptionPass) {
+  Sender sender([](int) -> http_response { throw 7; });
+  EXPECT_THROW(static_cast<void>(sender.Send(2)), int);
+  EXPECT_EQ(sender.attempts, 1);
+}
+
+TEST(SendRequest, SendsEveryAttemptToTheSameAddress) {
+  Sender sender([](int attempt) -> http_response { throw TransportFailure(attempt); });
+  EXPECT_THROW(static_cast<void>(sender.Send(2, L"path", L"?x=1")), Exception);
+  const utility::string_t address = platform::ToNative(L"https://host/base/path?x=1");
+  EXPECT_EQ(sender.addresses, (std::vector<utility::string_t>{address, address, address}));
+}
+
+TEST(SendRequest, AppendsPathQueryAndFragmentOfTheQuery) {
+  Sender sender([](int) { return Answer(200); });
+  static_cast<void>(sender.Send(0, L"", L"/more?x=1#part"));
+  EXPECT_EQ(sender.addresses[0], platform::ToNative(L"https://host/base/more?x=1#part"));
+}
+
+TEST(SendRequest, SendsMethodHeadersAndBodyOfTheCaller) {
+  HttpPostRequest request(CorvidSocket::HeaderSet{{L"Cookie", L"idp.session=s"}});
+  request.request.set_body(std::string("the log"));
+  HttpClient client(nullptr, /*has_certificate=*/false,
+                    [](const web::uri&, const http_client_config&, const http_request& sent) {
+                      utility::string_t cookie;
+                      EXPECT_TRUE(sent.headers().match(platform::ToNative(L"Cookie"), cookie));
+                      EXPECT_EQ(cookie, platform::ToNative(L"idp.session=s"));
+                      EXPECT_EQ(sent.method(), web::http::methods::POST);
+                      http_request copy = sent;
+                      EXPECT_EQ(copy.extract_utf8string(/*ignore_content_type=*/true).get(),
+                                "the log");
+                      return pplx::task_from_result(Answer(200));
+                    });
+  const web::uri base(platform::ToNative(L"https://host/"));
+  EXPECT_EQ(client.SendRequest(base, request, L"", L"", 0).status_code(), 200);
+}
+
+// The configuration that one attempt is made with.
+http_client_config ConfigOf(const void* certificate, bool has_certificate) {
+  std::vector<http_client_config> configs;
+  HttpClient client(
+      certificate, has_certificate,
+      [&configs](const web::uri&, const http_client_config& config, const http_request&) {
+        configs.push_back(config);
+        return pplx::task_from_result(Answer(200));
+      });
+  HttpPostRequest request({});
+  const web::uri base(platform::ToNative(L"https://host/"));
+  static_cast<void>(client.SendRequest(base, request, L"", L"", 0));
+  return configs.at(0);
+}
+
+TEST(HttpClient, ValidatesTheServerAsItsFlagSays) {
+  const char certificate = 'c';
+  EXPECT_FALSE(ConfigOf(nullptr, false).validate_certificates());
+  EXPECT_TRUE(ConfigOf(nullptr, true).validate_certificates());
+  EXPECT_FALSE(ConfigOf(&certificate, false).validate_certificates());
+  EXPECT_TRUE(ConfigOf(&certificate, true).validate_certificates());
+}
+
+TEST(HttpClient, LeavesEverythingElseAtTheLibrarysDefaults) {
+  const http_client_config config = ConfigOf(nullptr, false);
+  EXPECT_EQ(config.timeout(), std::chrono::seconds(30));
+  EXPECT_EQ(config.chunksize(), http_client_config().chunksize());
+  EXPECT_FALSE(config.proxy().is_specified());
+  EXPECT_FALSE(config.credentials().is_set());
+  EXPECT_FALSE(config.request_compressed_response());
+  EXPECT_FALSE(config.guarantee_order());
+#ifdef _WIN32
+  EXPECT_FALSE(config.buffer_request());
+#endif
+}
+
+TEST(HttpRequestBase, HasTheMethodThatItIsGiven) {
+  const CorvidSocket::HttpRequestBase request(platform::ToNative(L"PUT"), {});
+  EXPECT_EQ(request.request.method(), web::http::methods::PUT);
+  EXPECT_EQ(request.request.headers().size(), 0U);
+}
+
+TEST(HttpRequestBase, ReplacesAHeaderWithoutAValue) {
+  const HttpPostRequest post({{L"A-name", L""}, {L"a-NAME", L"2"}});
+  utility::string_t value;
+  EXPECT_TRUE(post.request.headers().match(platform::ToNative(L"A-Name"), value));
+  EXPECT_EQ(value, platform::ToNative(L"2"));
 }
 
 TEST(HttpPostRequest, CarriesMethodAndHeaders) {
