@@ -1,8 +1,6 @@
 // Remembers the accounts that had failed files.
 #include "upload/account_run.h"
 
-#include <exception>
-
 #include "debuglog/cdebuglog.h"
 
 namespace kyd {
@@ -11,7 +9,7 @@ void AddUploadErrInfo(UploadResultReport& report, const std::wstring& folder,
                       std::uint32_t count) noexcept {
   try {
     report.errors.push_back({folder, count});
-  } catch (const std::exception&) {
+  } catch (...) {
     Log().WriteLogA("<AddUploadErrInfo> exception");
   }
 }

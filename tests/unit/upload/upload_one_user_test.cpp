@@ -3,7 +3,11 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <exception>
+#include <filesystem>
 #include <functional>
+#include <iterator>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -11,6 +15,7 @@
 
 #include "platform/file.h"
 #include "platform/text.h"
+#include "tests/unit/support/failing_memory.h"
 #include "tests/unit/support/log_capture.h"
 #include "tests/unit/support/temp_folder.h"
 #include "upload/upload_through.h"
@@ -54,13 +59,14 @@ class UploadOneUser : public testing::Test {
   // Answers the requests by their number, from 1.
   int Upload(std::function<http_response(int)> answer) {
     return kyd::UploadOneUserThrough(
-        [this, answer](const web::uri& address, const web::http::client::http_client_config&,
+        [this, answer](const web::uri& address, const web::http::client::http_client_config& config,
                        const http_request& request) {
           requests_.push_back(request);
+          validations_.push_back(config.validate_certificates());
           addresses_.push_back(address.to_string());
           http_response response = answer(static_cast<int>(requests_.size()));
           // The library completes an answer when its body has ended.
-          response._get_impl()->_complete(0);
+          response._get_impl()->_complete(0, body_failure_);
           return pplx::task_from_result(response);
         },
         run_, L"alice", credentials_);
@@ -81,6 +87,8 @@ class UploadOneUser : public testing::Test {
   kyd_test::LogCapture log_;
   std::vector<http_request> requests_;
   std::vector<utility::string_t> addresses_;
+  std::vector<bool> validations_;
+  std::exception_ptr body_failure_;  // of the answers' bodies
 };
 
 TEST_F(UploadOneUser, CountsAnAccountWithoutFilesAsNotSubjectToUpload) {
@@ -254,5 +262,176 @@ TEST_F(UploadOneUser, ClosesTheLogFileOnEveryPath) {
     EXPECT_TRUE(platform::File::OpenExclusive(Path(L"Upload", L"a.log")).IsOpen());
   }
 }
+
+TEST_F(UploadOneUser, TakesTheKeyWholeAndTheSessionUpToItsFirstNul) {
+  MakeLog(L"a.log");
+  credentials_.apikey = std::wstring(L"ke\0y", 4);
+  EXPECT_EQ(UploadAnswering(200), 0);
+  EXPECT_EQ(Header(0, L"Authorization"), std::wstring(L"Bearer ke\0y", 11));
+  EXPECT_EQ(Header(0, L"Cookie"), L"idp.session=session");
+}
+
+// Which road is taken shows in what the log says when it leads nowhere.
+TEST_F(UploadOneUser, GoesTheRoadToACertificateThatTheCredentialsName) {
+  const Lines none;
+  const Lines text = {"<ParseAuthParam> memory error"};  // without a library to decode it
+  const Lines store = {"<SetUserCert> CertOpenStore error [",
+                       "<SearchContext> CertFindCertificateInStore error ["};
+  const struct {
+    const wchar_t* base64;
+    const wchar_t* hash;
+    const wchar_t* store;
+    const Lines& messages;  // the beginning of one of them
+  } cases[] = {
+      {L"", L"", L"", none},        {L"", L"00", L"", none},   {L"", L"", L"user", none},
+      {L"", L"00", L"user", store}, {L"AAAA", L"", L"", text}, {L"AAAA", L"00", L"user", text},
+  };
+  for (const auto& one : cases) {
+    const kyd_test::LogCapture log;
+    MakeLog(L"a.log");
+    credentials_.cert_base64encoded = one.base64;
+    credentials_.cert_hash = one.hash;
+    credentials_.cert_store = one.store;
+    EXPECT_EQ(UploadAnswering(500), 0);
+    // Looked for once per account, behind its first line; the files are sent in any case.
+    const Lines lines = log.Messages();
+    ASSERT_EQ(lines.size(), one.messages.empty() ? 4U : 5U) << testing::PrintToString(lines);
+    if (!one.messages.empty()) {
+      EXPECT_TRUE(
+          std::any_of(one.messages.begin(), one.messages.end(),
+                      [&lines](const std::string& begin) { return lines[1].rfind(begin, 0) == 0; }))
+          << lines[1];
+    }
+    EXPECT_EQ(lines[lines.size() - 2], "<UploadOneUser> Error [500, ]");
+    EXPECT_FALSE(validations_.back());
+  }
+}
+
+TEST_F(UploadOneUser, LooksAheadBeforeItSends) {
+  MakeLog(L"a.log");
+  EXPECT_EQ(Upload([this](int number) {
+              MakeLog(L"late-" + std::to_wstring(number) + L".log");
+              return http_response(500);
+            }),
+            0);
+  ASSERT_EQ(requests_.size(), 1U);
+  EXPECT_EQ(Header(0, L"Connection"), L"close");
+}
+
+TEST_F(UploadOneUser, RecordsTheFailuresOfThisAccountOnly) {
+  MakeLog(L"a.log");
+  MakeLog(L"b.log");
+  MakeLog(L"c.log");
+  run_.fileErrorCount = 5;
+  EXPECT_EQ(Upload([](int number) { return http_response(number == 2 ? 200 : 403); }), 0);
+  EXPECT_EQ(run_.fileErrorCount, 7U);
+  ASSERT_EQ(run_.report.errors.size(), 1U);
+  EXPECT_EQ(run_.report.errors[0].count, 2U);
+  EXPECT_EQ(run_.sendCount, 1U);
+
+  run_.report.errors.clear();
+  EXPECT_EQ(UploadAnswering(200), 0);
+  EXPECT_TRUE(run_.report.errors.empty());
+  EXPECT_EQ(run_.sendCount, 2U);
+  EXPECT_EQ(run_.noSendCount, 0U);
+}
+
+TEST_F(UploadOneUser, EndsTheRunAtABodyThatCannotBeRead) {
+  MakeLog(L"a.log");
+  body_failure_ = std::make_exception_ptr(web::http::http_exception("broken off"));
+  for (const auto status : std::vector<web::http::status_code>{500, 401}) {
+    const kyd_test::LogCapture log;
+    kyd_test::WriteFileBytes(Path(L"LogWork", L"UserData.dat"), "sealed");
+    EXPECT_EQ(UploadAnswering(status), -1);
+    EXPECT_EQ(log.Messages().back(), "<UploadOneUser> exception [alice]");
+    EXPECT_TRUE(IsWaiting(L"a.log"));
+    // Deleted before the body is read.
+    EXPECT_EQ(kyd_test::PathExists(Path(L"LogWork", L"UserData.dat")), status != 401);
+  }
+  EXPECT_EQ(run_.fileOkCount + run_.fileErrorCount + run_.sendCount + run_.noSendCount, 0U);
+  EXPECT_TRUE(run_.report.errors.empty());
+  // The body behind an acceptance is not needed.
+  EXPECT_EQ(UploadAnswering(200), 0);
+  EXPECT_TRUE(IsArchived(L"a.log"));
+}
+
+TEST_F(UploadOneUser, LogsMessageAndNumberOfAnExceptionOfTheHttpLayer) {
+  MakeLog(L"a.log");
+  EXPECT_EQ(Upload([](int) -> http_response {
+              throw CorvidSocket::Exception("refused") << CorvidSocket::ErrorNumber(12175);
+            }),
+            1);
+  const Lines lines = log_.Messages();
+  EXPECT_EQ(lines[lines.size() - 2], "<UploadOneUser> exception socket[alice]");
+  for (const char* const part :
+       {"exception message [Throw location unknown (consider using BOOST_THROW_EXCEPTION)\n",
+        "Dynamic exception type: ", "std::exception::what: refused\n", "tag_errno*] = 12175\n"}) {
+    EXPECT_NE(lines.back().find(part), std::string::npos) << lines.back();
+  }
+}
+
+TEST_F(UploadOneUser, LogsWhateverIsThrownBeforeTheFirstFile) {
+  using kyd_test::FailingMemory;
+  MakeLog(L"a.log");
+  run_.tenant = std::wstring(FailingMemory::kLongText, L't');
+  const struct {
+    FailingMemory::Throwing what;
+    std::string line;
+  } cases[] = {{FailingMemory::Throwing::kBadAlloc, "<UploadOneUser> exception [alice]"},
+               {FailingMemory::Throwing::kNumber, "<UploadOneUser> exception etc[alice]"}};
+  for (const auto& one : cases) {
+    const kyd_test::LogCapture log;
+    int result = 0;
+    {
+      const FailingMemory failing(one.what, FailingMemory::kBeyondTheLog);
+      result = UploadAnswering(200);
+    }
+    EXPECT_EQ(result, -1);
+    EXPECT_EQ(log.Messages(), (Lines{"<UploadOneUser> in  [alice]", one.line}));
+  }
+  EXPECT_TRUE(requests_.empty());
+  EXPECT_EQ(run_.noSendCount + run_.sendCount, 0U);
+}
+
+// Whoever reads the file meanwhile does not keep it from being sent.
+TEST_F(UploadOneUser, SendsAFileThatSomebodyElseReads) {
+  MakeLog(L"a.log");
+  const platform::File reader = platform::File::OpenShared(Path(L"Upload", L"a.log"));
+  ASSERT_TRUE(reader.IsOpen());
+  EXPECT_EQ(UploadAnswering(200), 0);
+  EXPECT_EQ(run_.fileOkCount, 1U);
+#ifdef _WIN32
+  // This reader does not let it be moved.
+  EXPECT_EQ(log_.Messages()[5], "<MOVE> Move NG [32]");
+  EXPECT_TRUE(IsWaiting(L"a.log"));
+#else
+  EXPECT_TRUE(IsArchived(L"a.log"));
+#endif
+}
+
+#ifndef _WIN32
+
+std::ptrdiff_t OpenDescriptors() {
+  const std::filesystem::directory_iterator open("/proc/self/fd");
+  return std::distance(begin(open), end(open));
+}
+
+TEST_F(UploadOneUser, KeepsNothingOpenWhateverItsEnd) {
+  const std::function<http_response(int)> ends[] = {
+      [](int) { return http_response(200); }, [](int) { return http_response(500); },
+      [](int) -> http_response { throw web::http::http_exception("gone"); },
+      [](int) -> http_response { throw 1; }};
+  MakeLog(L"a.log");
+  static_cast<void>(UploadAnswering(500));  // what the library opens once stays
+  const std::ptrdiff_t before = OpenDescriptors();
+  for (const auto& end : ends) {
+    MakeLog(L"a.log");
+    MakeLog(L"b.log");
+    static_cast<void>(Upload(end));
+    EXPECT_EQ(OpenDescriptors(), before);
+  }
+}
+
+#endif
 
 }  // namespace

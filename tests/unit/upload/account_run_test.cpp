@@ -1,0 +1,63 @@
+// The accounts with failed files that a run remembers.
+#include "upload/account_run.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "tests/unit/support/failing_memory.h"
+#include "tests/unit/support/log_capture.h"
+
+namespace {
+
+using kyd_test::FailingMemory;
+
+TEST(AccountRun, StartsWithNothingCountedAndNothingBound) {
+  const kyd::AccountRun run;
+  EXPECT_EQ(run.accountCount, 0U);
+  EXPECT_EQ(run.sendCount, 0U);
+  EXPECT_EQ(run.noSendCount, 0U);
+  EXPECT_EQ(run.fileOkCount, 0U);
+  EXPECT_EQ(run.fileErrorCount, 0U);
+  EXPECT_EQ(run.userAgent, L"");
+  EXPECT_FALSE(run.companionModule.IsValid());
+  EXPECT_EQ(run.decryptEntry, nullptr);
+  EXPECT_EQ(run.base64DecodeEntry, nullptr);
+  EXPECT_EQ(run.eventLogEntry, nullptr);
+  EXPECT_TRUE(run.report.errors.empty());
+}
+
+TEST(AddUploadErrInfo, AppendsAndNeitherMergesNorSorts) {
+  kyd::UploadResultReport report;
+  kyd::AddUploadErrInfo(report, L"bob", 1);
+  kyd::AddUploadErrInfo(report, L"alice", 2);
+  kyd::AddUploadErrInfo(report, L"bob", 0xFFFFFFFF);
+  ASSERT_EQ(report.errors.size(), 3U);
+  EXPECT_EQ(report.errors[0].folder, L"bob");
+  EXPECT_EQ(report.errors[0].count, 1U);
+  EXPECT_EQ(report.errors[1].folder, L"alice");
+  EXPECT_EQ(report.errors[1].count, 2U);
+  EXPECT_EQ(report.errors[2].folder, L"bob");
+  EXPECT_EQ(report.errors[2].count, 0xFFFFFFFFU);
+}
+
+TEST(AddUploadErrInfo, LogsWhateverIsThrownAndLosesTheRecordOnly) {
+  const std::wstring folder(FailingMemory::kLongText, L'n');
+  for (const auto what : {FailingMemory::Throwing::kBadAlloc, FailingMemory::Throwing::kNumber}) {
+    const kyd_test::LogCapture log;
+    kyd::UploadResultReport report;
+    kyd::AddUploadErrInfo(report, L"alice", 1);
+    {
+      const FailingMemory failing(what, FailingMemory::kBeyondTheLog);
+      kyd::AddUploadErrInfo(report, folder, 2);
+    }
+    kyd::AddUploadErrInfo(report, L"carol", 3);
+    EXPECT_EQ(log.Messages(), std::vector<std::string>{"<AddUploadErrInfo> exception"});
+    ASSERT_EQ(report.errors.size(), 2U);
+    EXPECT_EQ(report.errors[0].folder, L"alice");
+    EXPECT_EQ(report.errors[1].folder, L"carol");
+  }
+}
+
+}  // namespace
