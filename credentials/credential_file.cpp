@@ -5,9 +5,11 @@
 #include <exception>
 #include <limits>
 #include <optional>
+#include <utility>
 #include <vector>
 
 #include "credentials/credential_json.h"
+#include "credentials/credential_source.h"
 #include "debuglog/cdebuglog.h"
 #include "platform/error.h"
 #include "platform/file.h"
@@ -24,9 +26,22 @@ std::wstring CredentialPath(const CompanionRun& run, const std::wstring& user) {
   return run.logDir + separator + L"LogWork" + separator + user + separator + L"UserData.dat";
 }
 
+class OpenedFile : public CredentialSource {
+ public:
+  explicit OpenedFile(platform::File file) : file_(std::move(file)) {}
+
+  [[nodiscard]] std::optional<std::uint64_t> Size() const override { return file_.Size(); }
+  [[nodiscard]] std::optional<std::size_t> Read(void* buffer, std::size_t size) override {
+    return file_.Read(buffer, size);
+  }
+
+ private:
+  platform::File file_;
+};
+
 // The size is taken from its low 32 bits; 0 and INVALID_FILE_SIZE are failures.
-std::optional<std::uint32_t> CredentialSize(const platform::File& file) {
-  const std::optional<std::uint64_t> size = file.Size();
+std::optional<std::uint32_t> CredentialSize(const CredentialSource& source) {
+  const std::optional<std::uint64_t> size = source.Size();
   const std::uint32_t low = size ? static_cast<std::uint32_t>(*size) : 0;
   if (low == 0 || low == std::numeric_limits<std::uint32_t>::max()) {
     return std::nullopt;
@@ -34,33 +49,15 @@ std::optional<std::uint32_t> CredentialSize(const platform::File& file) {
   return low;
 }
 
-int ReadAndDecrypt(const CompanionRun& run, const std::wstring& path, std::wstring& plaintext) {
+int OpenAndDecrypt(const CompanionRun& run, const std::wstring& path, std::wstring& plaintext) {
   platform::File file = platform::File::OpenExclusive(path);
   if (!file.IsOpen()) {
     const unsigned error = platform::LastError();
     Log().WriteLogA("<Read AuthFile> CreateFile error (%d)", error);
     return kFailed;
   }
-  const std::optional<std::uint32_t> size = CredentialSize(file);
-  if (!size) {
-    const unsigned error = platform::LastError();
-    Log().WriteLogA("<Read AuthFile> GetFileSize error (%d)", error);
-    return kFailed;
-  }
-  std::vector<std::uint8_t> encrypted(*size);
-  // How many bytes came is not compared with the size: a file that shrank does not decrypt.
-  if (!file.Read(encrypted.data(), encrypted.size())) {
-    const unsigned error = platform::LastError();
-    Log().WriteLogA("<Read AuthFile> ReadFile error (%d)", error);
-    return kFailed;
-  }
-  plaintext.clear();
-  if (run.decryptEntry == nullptr ||
-      run.decryptEntry(encrypted.data(), encrypted.size(), &plaintext) != 0) {
-    Log().WriteLogA("<Read AuthFile> Decrypt error");
-    return kFailed;
-  }
-  return kSucceeded;
+  OpenedFile source(std::move(file));
+  return ReadAndDecrypt(run, source, plaintext);
 }
 
 // Copies a non-empty string, NULs included; false for anything else.
@@ -100,6 +97,29 @@ int ParseRecord(const std::wstring& plaintext, UploadAuthData& record) {
 
 }  // namespace
 
+int ReadAndDecrypt(const CompanionRun& run, CredentialSource& source, std::wstring& plaintext) {
+  const std::optional<std::uint32_t> size = CredentialSize(source);
+  if (!size) {
+    const unsigned error = platform::LastError();
+    Log().WriteLogA("<Read AuthFile> GetFileSize error (%d)", error);
+    return kFailed;
+  }
+  std::vector<std::uint8_t> encrypted(*size);
+  // How many bytes came is not compared with the size: a file that shrank does not decrypt.
+  if (!source.Read(encrypted.data(), encrypted.size())) {
+    const unsigned error = platform::LastError();
+    Log().WriteLogA("<Read AuthFile> ReadFile error (%d)", error);
+    return kFailed;
+  }
+  plaintext.clear();
+  if (run.decryptEntry == nullptr ||
+      run.decryptEntry(encrypted.data(), encrypted.size(), &plaintext) != 0) {
+    Log().WriteLogA("<Read AuthFile> Decrypt error");
+    return kFailed;
+  }
+  return kSucceeded;
+}
+
 int ReadUploadAuthData(const CompanionRun& run, const std::wstring& user, UploadAuthData& record) {
   try {
     std::wstring plaintext;
@@ -115,7 +135,7 @@ int ReadUploadAuthData(const CompanionRun& run, const std::wstring& user, Upload
 
 int ReadAuthFile(const CompanionRun& run, const std::wstring& path, std::wstring& plaintext) {
   try {
-    return ReadAndDecrypt(run, path, plaintext);
+    return OpenAndDecrypt(run, path, plaintext);
   } catch (const std::exception&) {
     Log().WriteLogA("<Read AuthFile> exception");
   } catch (...) {

@@ -8,9 +8,13 @@
 
 #include "platform/module.h"
 #include "platform/text.h"
+#include "tests/unit/support/companion_beside.h"
+#include "tests/unit/support/failing_memory.h"
 #include "tests/unit/support/log_capture.h"
 
 namespace {
+
+using kyd_test::FailingMemory;
 
 TEST(GetCompanionLibraryPath, NamesTheProgramsOwnFolder) {
   std::wstring path;
@@ -20,7 +24,20 @@ TEST(GetCompanionLibraryPath, NamesTheProgramsOwnFolder) {
   EXPECT_EQ(path, folder + L"Corvid" + platform::kLibraryEnding);
 }
 
-// The test programs' folder has no companion library.
+TEST(GetCompanionLibraryPath, FailsWhateverIsThrown) {
+  for (const auto what : {FailingMemory::Throwing::kBadAlloc, FailingMemory::Throwing::kNumber}) {
+    std::wstring path;
+    int result = 1;
+    {
+      const FailingMemory failing(what, /*size=*/1);
+      result = kyd::GetCompanionLibraryPath(path);
+    }
+    EXPECT_EQ(result, 0);
+  }
+}
+
+// The test programs' folder has no companion library. One lies in the system's search order, and is
+// not taken.
 TEST(LoadCompanionLibrary, LogsAndStartsNothingWithoutTheLibrary) {
   const kyd_test::LogCapture log;
   kyd::CompanionRun run;
@@ -30,6 +47,73 @@ TEST(LoadCompanionLibrary, LogsAndStartsNothingWithoutTheLibrary) {
   EXPECT_FALSE(run.companionModule.IsValid());
   EXPECT_EQ(run.userAgent, L"");
   EXPECT_EQ(log.Messages(), std::vector<std::string>{"DLL Load Error (Corvid.dll)"});
+}
+
+// What a load that succeeded leaves, seen from the started run.
+struct Started {
+  int times = 0;
+  bool force = false;
+
+  kyd::StartUploadRun Starter() {
+    return [this](bool forceFlush) {
+      ++times;
+      force = forceFlush;
+    };
+  }
+};
+
+TEST(LoadCompanionLibrary, TakesTheBareNameWhenThePathCannotBeBuilt) {
+  const kyd_test::LogCapture log;
+  kyd::CompanionRun run;
+  Started started;
+  {
+    const FailingMemory failing(FailingMemory::Throwing::kBadAlloc, /*size=*/1, /*times=*/1);
+    kyd::LoadCompanionLibrary(run, /*forceFlush=*/false, started.Starter());
+  }
+  EXPECT_EQ(started.times, 1);
+  EXPECT_TRUE(run.companionModule.IsValid());
+  EXPECT_TRUE(log.Messages().empty());
+}
+
+TEST(LoadCompanionLibrary, BindsAllSetsTheUserAgentAndStartsTheRunOnce) {
+  const kyd_test::CompanionBeside companion;
+  for (const bool force : {false, true}) {
+    const kyd_test::LogCapture log;
+    Started started;
+    {
+      kyd::CompanionRun run;
+      kyd::LoadCompanionLibrary(run, force, [&run, &started](bool forceFlush) {
+        started.Starter()(forceFlush);
+        EXPECT_TRUE(kyd_test::CompanionBesideIsLoaded());
+        EXPECT_EQ(run.userAgent, L"VeltraneKeyward/1.15.0 (KydLogUploader stand-in)");
+        EXPECT_NE(run.decryptEntry, nullptr);
+        EXPECT_NE(run.base64DecodeEntry, nullptr);
+        EXPECT_NE(run.eventLogEntry, nullptr);
+      });
+      EXPECT_EQ(started.times, 1);
+      EXPECT_EQ(started.force, force);
+      // It is the run object's to free.
+      EXPECT_TRUE(kyd_test::CompanionBesideIsLoaded());
+    }
+    EXPECT_FALSE(kyd_test::CompanionBesideIsLoaded());
+    EXPECT_TRUE(log.Messages().empty());
+  }
+}
+
+TEST(LoadCompanionLibrary, FreesALibraryThatLacksAnExportAndStartsNothing) {
+  for (const char* const variant : {"no-decrypt", "no-base64", "no-event-log"}) {
+    SCOPED_TRACE(variant);
+    const kyd_test::CompanionBeside companion(variant);
+    const kyd_test::LogCapture log;
+    kyd::CompanionRun run;
+    Started started;
+    kyd::LoadCompanionLibrary(run, /*forceFlush=*/true, started.Starter());
+    EXPECT_EQ(started.times, 0);
+    EXPECT_FALSE(run.companionModule.IsValid());
+    EXPECT_FALSE(kyd_test::CompanionBesideIsLoaded());
+    EXPECT_EQ(run.userAgent, L"");
+    EXPECT_EQ(log.Messages(), std::vector<std::string>{"DLL Load Error (Corvid.dll)"});
+  }
 }
 
 }  // namespace

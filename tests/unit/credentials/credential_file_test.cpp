@@ -3,19 +3,23 @@
 
 #include <gtest/gtest.h>
 
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "credentials/credential_source.h"
 #include "platform/error.h"
 #include "platform/file.h"
 #include "platform/text.h"
+#include "tests/unit/support/failing_memory.h"
 #include "tests/unit/support/log_capture.h"
 #include "tests/unit/support/temp_folder.h"
 
 namespace {
 
 using kyd::UploadAuthData;
+using kyd_test::FailingMemory;
 using Lines = std::vector<std::string>;
 
 // A companion library whose plaintext is the file's bytes, one character each.
@@ -92,6 +96,7 @@ TEST_F(CredentialFileTest, ReportsAnEmptyFile) {
   const Lines messages = log_.Messages();
   ASSERT_EQ(messages.size(), 1U);
   EXPECT_EQ(messages[0].substr(0, 35), "<Read AuthFile> GetFileSize error (");
+  EXPECT_TRUE(platform::File::OpenExclusive(file_).IsOpen());
 }
 
 TEST_F(CredentialFileTest, ReportsWhatCannotBeDecrypted) {
@@ -147,6 +152,127 @@ TEST_F(CredentialFileTest, CountsAFileThatIsGoneAsDeleted) {
 TEST_F(CredentialFileTest, FailsToDeleteWithoutTheFolder) {
   EXPECT_EQ(kyd::DeleteAuthFile(run_, L"alice"), 1);
   EXPECT_EQ(log_.Messages(), Lines{"<DeleteAuthFile> failed."});
+}
+
+TEST_F(CredentialFileTest, LogsWhateverIsThrownOutsideOfReadingAndParsing) {
+  run_.logDir = std::wstring(FailingMemory::kLongText, L'd');
+  const struct {
+    FailingMemory::Throwing what;
+    std::string ending;
+  } cases[] = {{FailingMemory::Throwing::kBadAlloc, ""},
+               {FailingMemory::Throwing::kNumber, " etc"}};
+  for (const auto& one : cases) {
+    const kyd_test::LogCapture log;
+    {
+      const FailingMemory failing(one.what, FailingMemory::kBeyondTheLog);
+      EXPECT_EQ(kyd::ReadUploadAuthData(run_, L"alice", record_), -1);
+      EXPECT_EQ(kyd::DeleteAuthFile(run_, L"alice"), 1);
+    }
+    EXPECT_EQ(log.Messages(), (Lines{"<ReadUploadAuthData> exception" + one.ending,
+                                     "<DeleteAuthFile> exception" + one.ending}));
+  }
+}
+
+// Whatever the library gives other than 0 is a failure.
+template <std::int32_t result>
+std::int32_t DecryptTo(const std::uint8_t* /*data*/, std::uint64_t /*size*/,
+                       std::wstring* plaintext) {
+  *plaintext = LR"({"apikey":"k","idp_session":"s"})";
+  return result;
+}
+
+TEST_F(CredentialFileTest, TakesNoResultButZeroForSuccess) {
+  Write("x");
+  for (const kyd::DecryptEntry entry : {&DecryptTo<1>, &DecryptTo<-1>, &DecryptTo<256>}) {
+    const kyd_test::LogCapture log;
+    run_.decryptEntry = entry;
+    EXPECT_EQ(kyd::ReadUploadAuthData(run_, L"alice", record_), 1);
+    EXPECT_EQ(log.Messages(), Lines{"<Read AuthFile> Decrypt error"});
+  }
+  run_.decryptEntry = &DecryptTo<0>;
+  EXPECT_EQ(kyd::ReadUploadAuthData(run_, L"alice", record_), 0);
+}
+
+// The folder can be read, its name is taken: deleting fails with another number than 2.
+TEST_F(CredentialFileTest, FailsToDeleteAFolder) {
+  ASSERT_TRUE(platform::CreateFolders(file_));
+  EXPECT_EQ(kyd::DeleteAuthFile(run_, L"alice"), 1);
+  EXPECT_EQ(log_.Messages(), Lines{"<DeleteAuthFile> failed."});
+  EXPECT_TRUE(platform::IsFolder(file_));
+}
+
+// A file whose size and reading the test decides; bytes that do not come stay zero.
+class ScriptedSource : public kyd::CredentialSource {
+ public:
+  [[nodiscard]] std::optional<std::uint64_t> Size() const override {
+    if (!size) {
+      platform::SetLastError(1234);
+    }
+    return size;
+  }
+  [[nodiscard]] std::optional<std::size_t> Read(void* buffer, std::size_t wanted) override {
+    asked.push_back(wanted);
+    if (!bytes) {
+      platform::SetLastError(1117);
+      return std::nullopt;
+    }
+    return bytes->copy(static_cast<char*>(buffer), wanted);
+  }
+
+  std::optional<std::uint64_t> size = 1;
+  std::optional<std::string> bytes = "x";
+  std::vector<std::size_t> asked;
+};
+
+class ReadAndDecrypt : public testing::Test {
+ protected:
+  ReadAndDecrypt() { run_.decryptEntry = &DecryptToBytes; }
+
+  int Read() { return kyd::ReadAndDecrypt(run_, source_, plaintext_); }
+
+  kyd::CompanionRun run_;
+  ScriptedSource source_;
+  std::wstring plaintext_ = L"old";
+  kyd_test::LogCapture log_;
+};
+
+TEST_F(ReadAndDecrypt, ReportsASizeThatCannotBeHad) {
+  source_.size = std::nullopt;
+  EXPECT_EQ(Read(), 1);
+  EXPECT_EQ(log_.Messages(), Lines{"<Read AuthFile> GetFileSize error (1234)"});
+  EXPECT_TRUE(source_.asked.empty());
+}
+
+TEST_F(ReadAndDecrypt, TakesTheLow32BitsOfTheSizeAndRefusesNothingAndAllOnes) {
+  for (const std::uint64_t size : {0x0ULL, 0xFFFFFFFFULL, 0x100000000ULL, 0x1FFFFFFFFULL}) {
+    const kyd_test::LogCapture log;
+    platform::SetLastError(77);
+    source_.size = size;
+    EXPECT_EQ(Read(), 1) << size;
+    EXPECT_EQ(log.Messages(), Lines{"<Read AuthFile> GetFileSize error (77)"});
+  }
+  EXPECT_TRUE(source_.asked.empty());
+  source_.size = 0x100000003ULL;
+  source_.bytes = "abcdef";
+  EXPECT_EQ(Read(), 0);
+  EXPECT_EQ(plaintext_, L"abc");
+}
+
+TEST_F(ReadAndDecrypt, ReportsWhatCannotBeRead) {
+  source_.size = 5;
+  source_.bytes = std::nullopt;
+  EXPECT_EQ(Read(), 1);
+  EXPECT_EQ(log_.Messages(), Lines{"<Read AuthFile> ReadFile error (1117)"});
+  EXPECT_EQ(source_.asked, std::vector<std::size_t>{5});
+  EXPECT_EQ(plaintext_, L"old");
+}
+
+TEST_F(ReadAndDecrypt, DoesNotCompareTheBytesReadWithTheSize) {
+  source_.size = 4;
+  source_.bytes = "ab";
+  EXPECT_EQ(Read(), 0);
+  EXPECT_EQ(plaintext_, std::wstring(L"ab\0\0", 4));
+  EXPECT_TRUE(log_.Messages().empty());
 }
 
 struct GoodText {
@@ -234,6 +360,43 @@ TEST(ParseUpldAuthJson, SurvivesDeepNesting) {
                                        std::wstring(100'000, L']') + L"}",
                                    record),
             0);
+}
+
+TEST(ParseUpldAuthJson, EmptiesTheRecordAndKeepsWhatCameBeforeTheFault) {
+  const struct {
+    const wchar_t* json;
+    const wchar_t* apikey;
+  } cases[] = {{L"{", L""},
+               {LR"({"idp_session":"s","cert":{"hash":"ab"}})", L""},
+               {LR"({"apikey":"k","cert":{"hash":"ab"}})", L"k"}};
+  for (const auto& one : cases) {
+    UploadAuthData record{L"old", L"old", L"old", L"old", L"old"};
+    EXPECT_EQ(kyd::ParseUpldAuthJson(one.json, record), 1);
+    EXPECT_EQ(record.apikey, one.apikey);
+    EXPECT_EQ(record.idp_session, L"");
+    EXPECT_EQ(record.cert_base64encoded, L"");
+    EXPECT_EQ(record.cert_hash, L"");
+    EXPECT_EQ(record.cert_store, L"");
+  }
+}
+
+TEST(ParseUpldAuthJson, LogsWhateverIsThrown) {
+  const std::wstring text =
+      LR"({"idp_session":"s","apikey":")" + std::wstring(FailingMemory::kLongText, L'k') + L"\"}";
+  const struct {
+    FailingMemory::Throwing what;
+    std::string message;
+  } cases[] = {{FailingMemory::Throwing::kBadAlloc, "<ParseUpldAuthJson> exception"},
+               {FailingMemory::Throwing::kNumber, "<ParseUpldAuthJson> exception etc"}};
+  for (const auto& one : cases) {
+    const kyd_test::LogCapture log;
+    UploadAuthData record;
+    {
+      const FailingMemory failing(one.what, FailingMemory::kBeyondTheLog);
+      EXPECT_EQ(kyd::ParseUpldAuthJson(text, record), -1);
+    }
+    EXPECT_EQ(log.Messages(), Lines{one.message});
+  }
 }
 
 }  // namespace
