@@ -1,10 +1,6 @@
 // Builds the run's block from the text resources and appends it.
 #include "uploader/result_file.h"
 
-#include <cstddef>
-#include <optional>
-#include <vector>
-
 #include "debuglog/cdebuglog.h"
 #include "debuglog/format.h"
 #include "platform/file.h"
@@ -27,18 +23,6 @@ std::wstring FormatResource(const UploadResultReport& report, unsigned id,
   return FormatBounded(kResourceCapacity, format.c_str(), arguments...);
 }
 
-// A short write is continued; a failure ends the writing.
-void WriteAll(platform::File& file, const std::vector<std::uint8_t>& bytes) {
-  std::size_t done = 0;
-  while (done < bytes.size()) {
-    const std::optional<std::size_t> written = file.Write(bytes.data() + done, bytes.size() - done);
-    if (!written || *written == 0) {
-      return;
-    }
-    done += *written;
-  }
-}
-
 void AppendToFile(const std::wstring& path, const std::wstring& text) {
   // The file takes the default security of its folder.
   platform::CFileAccessSecurity security(platform::CFileAccessSecurity::kDefault);
@@ -48,7 +32,8 @@ void AppendToFile(const std::wstring& path, const std::wstring& text) {
     return;
   }
   file.SeekToEnd();
-  WriteAll(file, platform::ToUtf16Le(text));
+  WriteAll([&file](const void* bytes, std::size_t size) { return file.Write(bytes, size); },
+           platform::ToUtf16Le(text));
 }
 
 }  // namespace
@@ -74,6 +59,17 @@ std::wstring ResultPath(const std::wstring& logDir, const platform::LocalTime& t
   const std::wstring name = FormatBounded(kLineCapacity, L"UploadResult%04d%02d%02d.log", time.year,
                                           time.month, time.day);
   return logDir + platform::kPathSeparator + L"UploadResult" + platform::kPathSeparator + name;
+}
+
+void WriteAll(const ByteWriter& write, const std::vector<std::uint8_t>& bytes) {
+  std::size_t done = 0;
+  while (done < bytes.size()) {
+    const std::optional<std::size_t> written = write(bytes.data() + done, bytes.size() - done);
+    if (!written || *written == 0) {
+      return;
+    }
+    done += *written;
+  }
 }
 
 void OutputResult(const UploadResultReport& report, const std::wstring& logDir,

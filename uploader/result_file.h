@@ -4,8 +4,12 @@
 // never creates the folder, and never truncates, rotates or deletes the file.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <functional>
+#include <optional>
 #include <string>
+#include <vector>
 
 #include "platform/clock.h"
 #include "upload/account_run.h"
@@ -20,6 +24,12 @@ namespace kyd {
 
 // The path of the day's file.
 [[nodiscard]] std::wstring ResultPath(const std::wstring& logDir, const platform::LocalTime& time);
+
+// Takes bytes and gives how many of them it took, which may be fewer; nothing when it failed.
+using ByteWriter = std::function<std::optional<std::size_t>(const void* bytes, std::size_t size)>;
+
+// Writes everything: a short write is continued, a failure or a write of nothing ends the writing.
+void WriteAll(const ByteWriter& write, const std::vector<std::uint8_t>& bytes);
 
 // Appends the run's block to the day's file; nothing at all when no file was sent or failed.
 // Whatever cannot be opened or written is left, silently.

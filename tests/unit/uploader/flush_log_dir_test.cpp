@@ -3,16 +3,31 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstdint>
+#include <filesystem>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "platform/file.h"
 #include "platform/text.h"
+#include "tests/unit/support/failing_memory.h"
 #include "tests/unit/support/log_capture.h"
 #include "tests/unit/support/program_texts.h"
 #include "tests/unit/support/temp_folder.h"
 
 namespace {
+
+using kyd_test::FailingMemory;
+using Lines = std::vector<std::string>;
+
+constexpr char kRuler[] = "<< ------------------------------------------------------------ >>";
+
+std::int32_t ThrowStandard(const std::uint8_t* /*data*/, std::uint64_t /*size*/,
+                           std::wstring* /*plaintext*/) {
+  throw std::runtime_error("out of luck");
+}
 
 class FlushLogDirTest : public testing::Test {
  protected:
@@ -35,6 +50,19 @@ class FlushLogDirTest : public testing::Test {
     kyd_test::WriteFileBytes(Path(parts), bytes);
   }
 
+  // The block that stands in the result file, as narrow text.
+  [[nodiscard]] std::string ResultFile() const {
+    std::string text;
+    for (const auto& entry :
+         std::filesystem::directory_iterator(platform::ToNativePath(Path({L"UploadResult"})))) {
+      for (const char byte :
+           kyd_test::ReadFileBytes(platform::FromNativePath(entry.path().native()))) {
+        text += byte == '\0' ? "" : std::string(1, byte);
+      }
+    }
+    return text;
+  }
+
   kyd_test::TempFolder folder_;
   kyd::UploadRun run_;
   kyd_test::LogCapture log_;
@@ -52,10 +80,9 @@ TEST_F(FlushLogDirTest, CountsFoldersAsAccountsExceptTheReservedOne) {
 
 TEST_F(FlushLogDirTest, LogsZerosWithoutAnUploadFolder) {
   kyd::FlushLogDir(run_, /*force=*/false);
-  const std::string ruler = "<< ------------------------------------------------------------ >>";
-  EXPECT_EQ(
-      log_.Messages(),
-      (std::vector<std::string>{ruler, "<< Result >> accounts:[0] send :[0] no send :[0]", ruler}));
+  EXPECT_EQ(log_.Messages(),
+            (std::vector<std::string>{kRuler, "<< Result >> accounts:[0] send :[0] no send :[0]",
+                                      kRuler}));
 }
 
 TEST_F(FlushLogDirTest, ForceFlushMovesWaitingFilesWithBakAppended) {
@@ -93,6 +120,104 @@ TEST_F(FlushLogDirTest, ForceFlushDoesNotEnterTheReservedFolder) {
   kyd::SearchUploadDir(run_);
   EXPECT_EQ(log_.Messages(),
             (std::vector<std::string>{"<< SearchUploadDir >> start", "<< SearchUploadDir >> end"}));
+}
+
+TEST_F(FlushLogDirTest, StopsAtCredentialsThatEndTheRun) {
+  for (const wchar_t* const account : {L"alice", L"bob", L"carol"}) {
+    MakeFile({L"Upload", account, L"a.log"}, "a");
+    MakeFile({L"LogWork", account, L"UserData.dat"}, "sealed");
+  }
+  ASSERT_TRUE(platform::CreateFolders(Path({L"UploadResult"})));
+  run_.decryptEntry = &ThrowStandard;
+  run_.fileOkCount = 1;  // so that there is something to report
+  kyd::FlushLogDir(run_, /*force=*/false);
+  EXPECT_EQ(log_.Messages(),
+            (Lines{kRuler, "<Read AuthFile> exception", "<< Upload >> EXCEPTION", kRuler}));
+  EXPECT_EQ(run_.noSendCount, 0U);
+  // The account was counted before its credentials were read, and the report was written.
+  EXPECT_NE(ResultFile().find("Total                   : 1\r\n"), std::string::npos);
+}
+
+TEST_F(FlushLogDirTest, GoesOnAfterCredentialsThatAreOfNoUse) {
+  for (const wchar_t* const account : {L"alice", L"bob", L"carol"}) {
+    MakeFile({L"Upload", account, L"a.log"}, "a");
+  }
+  kyd::FlushLogDir(run_, /*force=*/false);
+  EXPECT_EQ(log_.Messages(),
+            (Lines{kRuler, "<Read AuthFile> CreateFile error (3)",
+                   "<Read AuthFile> CreateFile error (3)", "<Read AuthFile> CreateFile error (3)",
+                   "<< Result >> accounts:[3] send :[0] no send :[3]", kRuler}));
+}
+
+TEST_F(FlushLogDirTest, ReportsAlsoWhenTheUploadFolderCannotBeSearched) {
+  ASSERT_TRUE(platform::CreateFolders(Path({L"UploadResult"})));
+  run_.fileErrorCount = 1;
+  kyd::FlushLogDir(run_, /*force=*/false);
+  EXPECT_NE(ResultFile().find("Upload error    : 1\r\n"), std::string::npos);
+  EXPECT_EQ(log_.Messages(), (Lines{kRuler, "<< Result >> accounts:[0] send :[0] no send :[0]",
+                                    "<< Result >> files send ok:[0] send error:[1]", kRuler}));
+}
+
+TEST_F(FlushLogDirTest, LogsWhateverIsThrownSkipsTheReportAndFlushesAllTheSame) {
+  // Whatever builds a path below this folder fails, the report too, were it written.
+  run_.logDir = std::wstring(FailingMemory::kLongText, L'd');
+  run_.fileOkCount = 1;
+  const struct {
+    FailingMemory::Throwing what;
+    std::string ending;
+  } cases[] = {{FailingMemory::Throwing::kBadAlloc, ""},
+               {FailingMemory::Throwing::kNumber, " etc"}};
+  for (const auto& one : cases) {
+    const kyd_test::LogCapture log;
+    {
+      const FailingMemory failing(one.what, FailingMemory::kBeyondTheLog);
+      kyd::FlushLogDir(run_, /*force=*/true);
+    }
+    EXPECT_EQ(
+        log.Messages(),
+        (Lines{kRuler, "<FlushLogDir> exception" + one.ending, "<< SearchUploadDir >> start",
+               "<SearchUploadDir> exception" + one.ending, "<< Upload >> EXCEPTION", kRuler}));
+  }
+}
+
+TEST_F(FlushLogDirTest, CleanupLogsWhateverIsThrownAndGivesZero) {
+  run_.logDir = std::wstring(FailingMemory::kLongText, L'd');
+  const struct {
+    FailingMemory::Throwing what;
+    std::string line;
+  } cases[] = {{FailingMemory::Throwing::kBadAlloc, "<CleanupUploadDir> exception [alice]"},
+               {FailingMemory::Throwing::kNumber, "<CleanupUploadDir> exception etc[alice]"}};
+  for (const auto& one : cases) {
+    const kyd_test::LogCapture log;
+    {
+      const FailingMemory failing(one.what, FailingMemory::kBeyondTheLog);
+      EXPECT_EQ(kyd::CleanupUploadDir(run_, L"alice"), 0);
+    }
+    EXPECT_EQ(log.Messages(), (Lines{"<CleanupUploadDir> start [alice]", one.line}));
+  }
+}
+
+TEST_F(FlushLogDirTest, ForceFlushGoesOnAfterAFileThatCannotBeMoved) {
+  MakeFile({L"Upload", L"alice", L"a.log"}, "new a");
+  MakeFile({L"Upload", L"alice", L"b.log"}, "b");
+  MakeFile({L"Upload", L"alice", L"c.log"}, "new c");
+  MakeFile({L"Archive", L"alice", L"a.log.bak"}, "old a");
+  MakeFile({L"Archive", L"alice", L"c.log.bak"}, "old c");
+  EXPECT_EQ(kyd::CleanupUploadDir(run_, L"alice"), 0);
+  const Lines lines = log_.Messages();
+  EXPECT_EQ(std::count(lines.begin(), lines.end(), "<Cleanup MOVE> Move NG [183]"), 2);
+  EXPECT_EQ(kyd_test::ReadFileBytes(Path({L"Archive", L"alice", L"b.log.bak"})), "b");
+  EXPECT_EQ(lines.back(), "<CleanupUploadDir> end [alice]");
+}
+
+TEST_F(FlushLogDirTest, ForceFlushCountsNothing) {
+  MakeFile({L"Upload", L"alice", L"a.log"}, "a");
+  ASSERT_TRUE(platform::CreateFolders(Path({L"Archive", L"alice"})));
+  kyd::SearchUploadDir(run_);
+  EXPECT_EQ(run_.accountCount + run_.sendCount + run_.noSendCount + run_.fileOkCount +
+                run_.fileErrorCount,
+            0U);
+  EXPECT_EQ(kyd_test::ReadFileBytes(Path({L"Archive", L"alice", L"a.log.bak"})), "a");
 }
 
 }  // namespace

@@ -3,11 +3,18 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstdint>
+#include <functional>
+#include <optional>
 #include <string>
+#include <vector>
 
 #include "platform/file.h"
 #include "platform/text.h"
+#include "tests/unit/support/failing_memory.h"
 #include "tests/unit/support/fake_clock.h"
+#include "tests/unit/support/log_capture.h"
 #include "tests/unit/support/program_texts.h"
 #include "tests/unit/support/temp_folder.h"
 
@@ -139,6 +146,110 @@ TEST_F(OutputResultTest, LeavesAFileThatIsBeingWrittenByAnother) {
   ASSERT_TRUE(other.IsOpen());
   Output(1, 0);
   EXPECT_EQ(platform::File::OpenShared(Path()).IsOpen(), false);
+}
+
+// Every look at this clock is a day, an hour and a second later than the one before.
+class RunningClock : public kyd_test::FakeClock {
+ public:
+  [[nodiscard]] platform::LocalTime Local() const override {
+    const platform::LocalTime now = local_;
+    ++local_.day;
+    ++local_.hour;
+    ++local_.second;
+    ++looks_;
+    return now;
+  }
+  [[nodiscard]] int Looks() const { return looks_; }
+
+ private:
+  mutable platform::LocalTime local_ = kTime;
+  mutable int looks_ = 0;
+};
+
+TEST_F(OutputResultTest, TakesTextAndNameFromOneInstant) {
+  folder_.MakeFolder(L"UploadResult");
+  const RunningClock clock;
+  kyd::OutputResult(report_, folder_.Path(), 1, 1, 0, 1, 0, clock);
+  EXPECT_EQ(clock.Looks(), 1);
+  EXPECT_EQ(kyd_test::ReadFileBytes(Path()), Expected(1, 0));
+}
+
+TEST_F(OutputResultTest, WritesForFailedFilesAloneAndForSentFilesAlone) {
+  folder_.MakeFolder(L"UploadResult");
+  Output(0, 1);
+  EXPECT_EQ(kyd_test::ReadFileBytes(Path()), Expected(0, 1));
+  Output(1, 0);
+  EXPECT_EQ(kyd_test::ReadFileBytes(Path()), Expected(0, 1) + Expected(1, 0));
+}
+
+TEST_F(OutputResultTest, IsSilentAboutWhatCannotBeOpened) {
+  const kyd_test::LogCapture log;
+  Output(1, 1);
+  folder_.MakeFolder(L"UploadResult");
+  ASSERT_TRUE(platform::CreateFolders(Path()));
+  Output(1, 1);
+  EXPECT_TRUE(log.Messages().empty());
+}
+
+TEST_F(OutputResultTest, LogsWhateverIsThrown) {
+  using kyd_test::FailingMemory;
+  for (const auto what : {FailingMemory::Throwing::kBadAlloc, FailingMemory::Throwing::kNumber}) {
+    const kyd_test::LogCapture log;
+    const std::wstring long_path(FailingMemory::kLongText, L'd');
+    {
+      const FailingMemory failing(what, FailingMemory::kBeyondTheLog);
+      kyd::OutputResult(report_, long_path, 1, 1, 0, 1, 0, clock_);
+    }
+    EXPECT_EQ(log.Messages(), std::vector<std::string>{"<OutputResult> exception"});
+  }
+}
+
+// Takes at most `most` bytes at a time; fails, or takes nothing, once it has `room` of them.
+struct Taker {
+  std::size_t most;
+  std::size_t room;
+  bool fails = true;
+  std::vector<std::uint8_t> taken;
+  int calls = 0;
+
+  std::optional<std::size_t> operator()(const void* bytes, std::size_t size) {
+    ++calls;
+    if (taken.size() == room) {
+      return fails ? std::nullopt : std::optional<std::size_t>(0);
+    }
+    const auto* const first = static_cast<const std::uint8_t*>(bytes);
+    const std::size_t count = std::min({size, most, room - taken.size()});
+    taken.insert(taken.end(), first, first + count);
+    return count;
+  }
+};
+
+TEST(WriteAll, ContinuesAfterAShortWrite) {
+  const std::vector<std::uint8_t> bytes = {1, 2, 3, 4, 5, 6, 7};
+  for (std::size_t most = 1; most <= bytes.size(); ++most) {
+    Taker taker{most, 100, true, {}, 0};
+    kyd::WriteAll(std::ref(taker), bytes);
+    EXPECT_EQ(taker.taken, bytes);
+    EXPECT_EQ(taker.calls, static_cast<int>((bytes.size() + most - 1) / most));
+  }
+}
+
+TEST(WriteAll, EndsAtAFailureAndAtAWriteOfNothing) {
+  const kyd_test::LogCapture log;
+  const std::vector<std::uint8_t> bytes = {1, 2, 3, 4, 5, 6, 7};
+  for (const bool fails : {true, false}) {
+    Taker taker{2, 3, fails, {}, 0};
+    kyd::WriteAll(std::ref(taker), bytes);
+    EXPECT_EQ(taker.taken, (std::vector<std::uint8_t>{1, 2, 3}));
+    EXPECT_EQ(taker.calls, 3);
+  }
+  EXPECT_TRUE(log.Messages().empty());
+}
+
+TEST(WriteAll, WritesNothingForNoBytes) {
+  Taker taker{2, 3, true, {}, 0};
+  kyd::WriteAll(std::ref(taker), {});
+  EXPECT_EQ(taker.calls, 0);
 }
 
 }  // namespace
