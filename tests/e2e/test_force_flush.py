@@ -160,9 +160,19 @@ def test_missing_upload_folder_is_flushed_as_empty(machine):
 
 
 def test_result_file_is_written_before_the_flush(machine, service):
-    """The flush moves files that the report has counted as errors; the counts stay."""
+    """Here the report lands among the waiting files of an account, where the flush finds it."""
     refuse_all(service)
     machine.account("alice")
     machine.log("alice", "a.log")
-    machine.run_forced()
-    assert "           [alice / 1]\r\n" in machine.result_file().decode("utf-16-le")
+    folder = machine.log_dir / "UploadResult"
+    folder.rmdir()
+    folder.symlink_to(machine.upload("alice"))
+    with machine.start([machine.tenant, machine.native(), "Param_Force_Flush"]) as running:
+        assert running.wait_for_end() == (0, b"")
+    assert not list(machine.upload("alice").iterdir())
+    names = [path.name for path in machine.archive("alice").iterdir()]
+    (report,) = (name for name in names if name.startswith("UploadResult"))
+    assert sorted(names) == sorted([report, "a.log.bak"]) and report.endswith(".log.bak")
+    assert "           [alice / 1]\r\n" in machine.archive("alice", report).read_bytes().decode(
+        "utf-16-le"
+    )

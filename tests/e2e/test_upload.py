@@ -459,20 +459,35 @@ def test_directory_that_looks_like_a_log_file_ends_the_run(machine, service):
 
 
 def test_files_sent_before_the_run_ends_early_are_reported(machine, service):
-    machine.account("alice")
-    machine.log("alice", "a.log")
-    machine.account("bob")
-    machine.upload("bob", "folder.log").mkdir()
-    machine.log("bob", "b.log")
-    machine.account("carol")
-    machine.upload("carol", "folder.log").mkdir()
-    # Whoever of bob and carol comes first ends the run; alice may come before or not.
-    order = machine.account_order()
-    alice_is_reached = order[0] == "alice"
+    machine.switch_log_on()
+    for name in ("alice", "bob", "carol"):
+        machine.account(name)
+    first, second, third = machine.account_order()
+    machine.log(first, "a.log")
+    machine.upload(second, "folder.log").mkdir()
+    machine.log(third, "c.log")
     machine.run()
-    assert machine.is_archived("alice", "a.log") == alice_is_reached
-    sent = len(service.bodies())
-    assert bool(machine.result_files()) == bool(sent)
+
+    assert machine.is_archived(first, "a.log")
+    assert machine.is_waiting(third, "c.log")
+    text = machine.result_file().decode("utf-16-le")
+    assert "      Total                   : 2\r\n" in text
+    assert "      Upload target           : 1\r\n" in text
+    assert "      Not subject to upload   : 0\r\n" in text
+    assert "      Upload success  : 1\r\n" in text
+    expect_messages(
+        machine.messages(),
+        [
+            *say.started(machine),
+            *say.account_in(first),
+            *say.accepted(machine, first, "a.log"),
+            *say.account_out(first),
+            *say.account_in(second),
+            *say.tried(machine, second, "folder.log"),
+            f"<UploadOneUser> exception [{second}]",
+            *say.stopped(),
+        ],
+    )
 
 
 def test_files_of_any_size_arrive_byte_for_byte(machine, service):
