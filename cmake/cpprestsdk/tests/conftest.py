@@ -17,6 +17,7 @@ from scripted_server import ScriptedServer
 
 def pytest_addoption(parser):
     parser.addoption("--probe", required=True, help="the probe that CMakeLists.txt builds")
+    parser.addoption("--wine-prefix", type=Path, help="one to use instead of a new one")
     parser.addoption("--leave-runs", type=int, default=40, help="processes for each way to leave")
     parser.addoption("--large", action="store_true", help="also send files of 4 GiB")
 
@@ -54,7 +55,8 @@ class Probe:
 
 @pytest.fixture(scope="session")
 def probe(request, tmp_path_factory):
-    return Probe(request.config.getoption("--probe"), tmp_path_factory.mktemp("wine"))
+    prefix = request.config.getoption("--wine-prefix") or tmp_path_factory.mktemp("wine")
+    return Probe(request.config.getoption("--probe"), prefix)
 
 
 @pytest.fixture
