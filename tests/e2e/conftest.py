@@ -18,6 +18,12 @@ def pytest_addoption(parser):
         default=None,
         help="where to start the program; without it, wherever a build is found",
     )
+    parser.addoption(
+        "--endurance",
+        choices=("sample", "long"),
+        default="sample",
+        help="how many of the runs that are made in large numbers",
+    )
     parser.addoption("--linux-bin", type=Path, default=ROOT / "build/linux/bin")
     parser.addoption("--windows-bin", type=Path, default=ROOT / "build/windows/bin")
     parser.addoption("--wine-prefix", type=Path, default=ROOT / "build/windows/wineprefix")

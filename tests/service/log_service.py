@@ -204,6 +204,7 @@ class LogService:
         client_authority=None,
         require_client_certificate=False,
         on_request=None,
+        keep_bodies=True,
     ):
         self.identity = identity
         self.accounts = list(accounts)
@@ -211,7 +212,8 @@ class LogService:
         self.decide = None  # function of the request that gives an Answer, or None for the rest
         self.connections = []
         self.requests = []
-        self._on_request = on_request
+        self.on_request = on_request  # function of the request, called before its answer goes out
+        self.keep_bodies = keep_bodies
         self._queue = collections.deque()
         self._changed = threading.Condition()
         self._stopping = threading.Event()
@@ -271,6 +273,11 @@ class LogService:
         """Puts answers into the queue; None stands for the service's own judgement."""
         with self._changed:
             self._queue.extend(answers)
+
+    def forget_answers(self):
+        """Empties the queue."""
+        with self._changed:
+            self._queue.clear()
 
     def wait_for_requests(self, count, seconds=30):
         """Waits until so many requests have come in; False when time runs out."""
@@ -458,8 +465,10 @@ class LogService:
             folder.mkdir(parents=True, exist_ok=True)
             number = self._stored[request.account]
             (folder / f"{number:04d}.log").write_bytes(request.body)
-        if self._on_request:
-            self._on_request(request)
+        if self.on_request:
+            self.on_request(request)
+        if not self.keep_bodies:
+            request.body = None
 
 
 @contextlib.contextmanager

@@ -1,0 +1,289 @@
+"""Many runs: killed, raced, failing and ordinary ones. Each is judged like the only one.
+
+`--endurance long` makes as many as trust needs; the usual run makes a sample of them. The moments
+are random, and the seed in a failure's name brings them back.
+"""
+
+import collections
+import json
+import os
+import random
+import re
+import signal
+import subprocess
+import sys
+import time
+
+import pytest
+
+from service.log_service import Answer, Hold, Stage
+
+from . import messages as say
+from .platforms import wait_until
+
+ACCOUNTS = ("alice", "bob", "carol")
+SIZES = (0, 200, 20_000, 700_000)
+# What is made of a kind: (usually, at length), by platform.
+ROUNDS = {
+    "kills": {"linux": (40, 1000), "windows": (5, 100)},
+    "service kills": {"linux": (10, 200), "windows": (2, 20)},
+    "races": {"linux": (10, 200), "windows": (2, 200)},
+    "normal runs": {"linux": (40, 1000), "windows": (5, 100)},
+    "failing runs": {"linux": (40, 1000), "windows": (5, 100)},
+    "files": {"linux": (1000, 20_000), "windows": (100, 2_000)},
+}
+COPIES = 8
+
+
+@pytest.fixture
+def rounds(request, platform):
+    at_length = request.config.getoption("--endurance") == "long"
+    return lambda kind: ROUNDS[kind][platform.name][at_length]
+
+
+@pytest.fixture
+def seeded(record_property):
+    seed = int.from_bytes(os.urandom(4), "big")
+    record_property("seed", seed)
+    print(f"seed {seed}")
+    return random.Random(seed)
+
+
+class Tree:
+    """Accounts with log files that lie in Upload again before every round."""
+
+    def __init__(self, machine, seeded):
+        self.machine = machine
+        for account in ACCOUNTS:
+            machine.account(account)
+        self.files = {
+            (account, f"{at}.log"): b"%s %d\n" % (account.encode(), at) + seeded.randbytes(size)
+            for account in ACCOUNTS
+            for at, size in enumerate(SIZES)
+        }
+
+    def reset(self):
+        for (account, name), content in self.files.items():
+            self.machine.archive(account, name).unlink(missing_ok=True)
+            self.machine.log(account, name, content)
+
+    def waiting(self):
+        return {file for file in self.files if self.machine.upload(*file).exists()}
+
+    def file_of(self, body):
+        (file,) = (file for file, content in self.files.items() if content == body)
+        return file
+
+    def accepted(self, requests):
+        """How often each file was accepted whole."""
+        return collections.Counter(
+            self.file_of(one.body) for one in list(requests) if one.status in (200, 202)
+        )
+
+
+@pytest.fixture
+def tree(machine, seeded):
+    return Tree(machine, seeded)
+
+
+def seconds_of_a_run(machine, tree):
+    tree.reset()
+    started = time.monotonic()
+    machine.run()
+    return time.monotonic() - started
+
+
+def test_killed_at_any_moment_nothing_is_lost(machine, service, tree, rounds, seeded):
+    usual = seconds_of_a_run(machine, tree)
+    cut_off = 0
+    for _ in range(rounds("kills")):
+        tree.reset()
+        earlier = len(service.requests)
+        with machine.start() as running:
+            time.sleep(seeded.uniform(0, 1.1 * usual))
+            running.kill()
+        machine.lost_nothing()
+        accepted = tree.accepted(service.requests[earlier:])
+        waiting = tree.waiting()
+        assert set(tree.files) - waiting <= set(accepted), "archived, and nobody accepted it"
+        doubtful = waiting & set(accepted)
+        assert len(doubtful) <= 1, "only one file can be under way"
+        cut_off += 0 < len(waiting) < len(tree.files)
+
+        machine.run()
+        assert not tree.waiting()
+        accepted = tree.accepted(service.requests[earlier:])
+        assert set(accepted) == set(tree.files)
+        twice = {file for file, count in accepted.items() if count > 1}
+        # An answer that was on its way when the program was killed may have been counted since.
+        assert twice <= waiting and len(twice) <= 1 and doubtful <= twice
+        assert max(accepted.values()) <= 2
+    assert cut_off, "no kill met a run in its middle"
+
+
+class ServiceProcess:
+    """The log service as a process of its own, which can be killed."""
+
+    def __init__(self, machine, folder):
+        self.machine = machine
+        self.folder = folder
+        folder.mkdir()
+        self.store = folder / "store"
+        self.starts = 0
+        accounts = [vars(account) for account in machine.accounts.values()]
+        (folder / "accounts.json").write_text(json.dumps(accounts))
+
+    def start(self):
+        self.starts += 1
+        ready = self.folder / f"ready-{self.starts}"
+        self.store = self.folder / f"store-{self.starts}"
+        script = os.path.join(os.path.dirname(__file__), "../service/log_service.py")
+        self.process = subprocess.Popen(
+            [
+                sys.executable,
+                script,
+                *("--accounts", self.folder / "accounts.json"),
+                *("--store", self.store),
+                *("--ready-file", ready),
+            ],
+            stdin=subprocess.DEVNULL,
+            stdout=subprocess.DEVNULL,
+        )
+        assert wait_until(ready.exists)
+        port = re.search(r'"port": (\d+)', ready.read_text())[1]
+        self.machine.tenant = f"localhost:{port}"
+
+    def kill(self):
+        self.process.send_signal(signal.SIGKILL)
+        self.process.wait()
+
+    def bodies(self):
+        return [path.read_bytes() for path in self.store.rglob("*.log")]
+
+
+def test_service_killed_at_any_moment_nothing_is_lost(machine, tree, tmp_path, rounds, seeded):
+    service = ServiceProcess(machine, tmp_path / "service")
+    service.start()
+    usual = seconds_of_a_run(machine, tree)
+    service.kill()
+    for _ in range(rounds("service kills")):
+        tree.reset()
+        service.start()
+        with machine.start() as running:
+            time.sleep(seeded.uniform(0, 1.1 * usual))
+            service.kill()
+            running.wait()
+        archived = {tree.files[file] for file in set(tree.files) - tree.waiting()}
+        assert archived <= set(service.bodies()), "archived, and nobody accepted it"
+    service.start()
+    try:
+        machine.run()
+        assert not tree.waiting()
+    finally:
+        service.kill()
+
+
+def test_of_copies_that_start_together_one_works(machine, service, rounds, seeded):
+    machine.switch_log_on()
+    machine.account("alice")
+    for at in range(rounds("races")):
+        name = f"{at}.log"
+        machine.log("alice", name)
+        earlier = len(service.requests)
+        hold = Hold()
+        service.answer_with(Answer(200, hold=hold))
+        copies = [machine.start() for _ in range(COPIES)]
+        try:
+            assert hold.reached.wait(60)
+            assert wait_until(lambda: sum(copy.is_running() for copy in copies) == 1, 60)
+            assert machine.is_waiting("alice", name)
+            assert len(service.requests) == earlier + 1
+            if at % 2:
+                # A holder that is killed leaves the place to the next start.
+                (holder,) = (copy for copy in copies if copy.is_running())
+                holder.kill()
+                copies.remove(holder)
+                hold.release.set()
+                machine.run()
+            hold.release.set()
+            for copy in copies:
+                copy.wait()
+        finally:
+            for copy in copies:
+                copy.__exit__()
+        assert machine.is_archived("alice", name)
+        assert len(service.requests) == earlier + 1 + at % 2
+    begun = [text for text in machine.messages() if text.startswith("*** EXECUTE")]
+    assert len(begun) == rounds("races") + rounds("races") // 2
+
+
+def test_ordinary_runs_end_well(machine, service, tree, rounds):
+    for _ in range(rounds("normal runs")):
+        tree.reset()
+        earlier = len(service.requests)
+        machine.run(seconds=30)
+        assert not tree.waiting()
+        assert set(tree.accepted(service.requests[earlier:]).values()) == {1}
+
+
+def random_failure(seeded):
+    """An answer that is none: the line breaks somewhere, or what comes is no HTTP."""
+    stage = seeded.choice([*Stage, None])
+    if stage is None:
+        return Answer(raw=seeded.randbytes(seeded.randrange(1, 2000)))
+    status = seeded.choice([200, 401, 500])
+    after = seeded.randrange(0, 300_000) if stage is Stage.REQUEST_BODY else seeded.randrange(60)
+    reset = seeded.random() < 0.5
+    return Answer(status, b"x" * 100, drop=stage, drop_after=after, reset=reset)
+
+
+def test_failing_runs_end_well(machine, service, tree, rounds, seeded):
+    usual_tenant = machine.tenant
+    for at in range(rounds("failing runs")):
+        tree.reset()
+        for account in ACCOUNTS:
+            machine.seal(account)
+        # Port 1 of the loopback is nobody's: every tenth run is refused.
+        machine.tenant = "localhost:1" if at % 10 == 9 else usual_tenant
+        service.answer_with(*(random_failure(seeded) for _ in range(3)))
+        machine.run(seconds=60)
+        service.forget_answers()
+
+
+def sizes_of(pid):
+    """Resident bytes, open descriptors and threads of a process."""
+    with open(f"/proc/{pid}/status", encoding="ascii") as status:
+        text = status.read()
+    resident = int(re.search(r"VmRSS:\s+(\d+) kB", text)[1]) * 1024
+    threads = int(re.search(r"Threads:\s+(\d+)", text)[1])
+    return resident, len(os.listdir(f"/proc/{pid}/fd")), threads
+
+
+def test_long_run_takes_no_more_at_its_end_than_at_its_beginning(
+    machine, service, rounds, record_property
+):
+    machine.switch_log_on()
+    count = rounds("files")
+    for account in ACCOUNTS:
+        machine.account(account)
+    for at in range(count):
+        machine.upload(ACCOUNTS[at % 3], f"{at}.log").write_bytes(b"line\n" * 800)
+    service.keep_bodies = False
+    samples = []
+
+    def sample(request):
+        if request.number % (count // 20) == 0:
+            samples.append(sizes_of(running.pid))
+
+    service.on_request = sample
+    with machine.start() as running:
+        running.wait(seconds=1800)
+    record_property("samples", samples)
+    print(samples)
+    assert machine.messages()[-3:] == say.summary(accounts=3, send=3, ok=count)
+    # The first samples are the warming up.
+    early, late = samples[2:6], samples[-4:]
+    for what in range(3):
+        most = max(sample[what] for sample in early)
+        slack = 1_000_000 if what == 0 else 2
+        assert max(sample[what] for sample in late) <= most * 1.02 + slack, samples
