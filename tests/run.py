@@ -167,7 +167,7 @@ def run_library_tests(platform, build):
     arguments = [f"--probe={probe}"]
     if platform == "windows":
         # A start under Wine takes long; at its end little can go wrong that does not elsewhere.
-        arguments += [f"--wine-prefix={wine_environment()['WINEPREFIX']}", "--leave-runs=4"]
+        arguments += [f"--wine-prefix={wine_environment()['WINEPREFIX']}", "--leave-runs=1"]
     return run_pytest(f"REST library ({platform})", "cmake/cpprestsdk/tests", arguments)
 
 
