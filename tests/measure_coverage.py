@@ -31,10 +31,9 @@ def run_tests():
 
 
 def check_counts_were_written():
-    """The end-to-end tests alone run the entry: without its counts they have left nothing."""
-    for part in ("KydLogUploader.dir/entry_posix.cpp.gcda", "Corvid.dir/corvid.cpp.gcda"):
-        if not list(BUILD.glob(f"*/**/CMakeFiles/{part}")) + list(BUILD.glob(f"*/CMakeFiles/{part}")):
-            sys.exit(f"coverage: no run of the program has written {part}")
+    """Only the end-to-end tests run the entry: without its counts they have left nothing."""
+    if not list(BUILD.rglob("entry_posix.cpp.gcda")):
+        sys.exit("coverage: no run of the program has written its counts")
 
 
 def collect():
