@@ -85,7 +85,9 @@ std::wstring ReadAnswerText(http_response answer, const HttpRequestBase& request
   try {
     answer.content_ready().wait();
   } catch (const BodyCutOff&) {
-    // More than one line of the log can show is there already.
+    // More than one line of the log can show is there already. The library would raise the cut once
+    // more instead of giving the text.
+    return platform::FromUtf8(request.answer_body.Kept());
   }
   // The library refuses text that is not valid UTF-8, and answers may hold anything.
   answer.set_body(platform::ToUtf8(platform::FromUtf8(request.answer_body.Kept())));

@@ -90,6 +90,14 @@ TEST_F(CredentialFileTest, ReportsAFileThatSomebodyElseHasOpenWithNumber32) {
   EXPECT_EQ(log_.Messages(), Lines{"<Read AuthFile> CreateFile error (32)"});
 }
 
+TEST_F(CredentialFileTest, IsNotReadBesideAnotherReader) {
+  Write("x");
+  const platform::File other = platform::File::OpenShared(file_);
+  ASSERT_TRUE(other.IsOpen());
+  EXPECT_EQ(kyd::ReadUploadAuthData(run_, L"alice", record_), 1);
+  EXPECT_EQ(log_.Messages(), Lines{"<Read AuthFile> CreateFile error (32)"});
+}
+
 TEST_F(CredentialFileTest, ReportsAnEmptyFile) {
   Write("");
   EXPECT_EQ(kyd::ReadUploadAuthData(run_, L"alice", record_), 1);

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <exception>
 #include <functional>
 #include <stdexcept>
 #include <string>
@@ -352,6 +353,35 @@ TEST(HttpPostRequest, JoinsHeadersWhoseNamesDifferInCaseOnly) {
   utility::string_t value;
   EXPECT_TRUE(post.request.headers().match(platform::ToNative(L"A-Name"), value));
   EXPECT_EQ(value, platform::ToNative(L"1, 2"));
+}
+
+// An answer whose body has come to an end, or to a failure.
+http_response EndedAnswer(const std::exception_ptr& failure) {
+  http_response answer(500);
+  answer._get_impl()->_complete(0, failure);
+  return answer;
+}
+
+TEST(ReadAnswerText, GivesWhatWasKeptOfABodyThatWasCutOff) {
+  const HttpPostRequest request({});
+  request.answer_body.Stream().print("the beginning").wait();
+  EXPECT_EQ(CorvidSocket::ReadAnswerText(
+                EndedAnswer(std::make_exception_ptr(CorvidSocket::BodyCutOff())), request),
+            L"the beginning");
+}
+
+TEST(ReadAnswerText, RaisesWhatElseEndedTheBody) {
+  const HttpPostRequest request({});
+  EXPECT_THROW(
+      static_cast<void>(CorvidSocket::ReadAnswerText(
+          EndedAnswer(std::make_exception_ptr(web::http::http_exception("broken"))), request)),
+      web::http::http_exception);
+}
+
+TEST(FinishAnswer, LetsNothingOut) {
+  CorvidSocket::FinishAnswer(EndedAnswer(nullptr));
+  CorvidSocket::FinishAnswer(EndedAnswer(std::make_exception_ptr(std::runtime_error("broken"))));
+  CorvidSocket::FinishAnswer(EndedAnswer(std::make_exception_ptr(1)));
 }
 
 }  // namespace
