@@ -402,6 +402,14 @@ TEST_F(MoveAcross, WhatIsWrittenInTheLastMomentStays) {
   ExpectNothingMoved("more content");
 }
 
+TEST_F(MoveAcross, WhatIsWrittenOverInTheLastMomentStays) {
+  WriteFileBytes(source_, "content");
+  const timespec times[2] = {{1'000'000'000, 0}, {1'000'000'000, 0}};
+  ASSERT_EQ(utimensat(AT_FDCWD, Native(source_).c_str(), times, 0), 0);
+  EXPECT_FALSE(MoveWhile(source_, target_, [this] { WriteFileBytes(source_, "CONTENT"); }));
+  ExpectNothingMoved("CONTENT");
+}
+
 TEST_F(MoveAcross, AFileThatTakesThePlaceInTheLastMomentStays) {
   WriteFileBytes(source_, "content");
   EXPECT_FALSE(MoveWhile(source_, target_, [this] {
