@@ -47,6 +47,8 @@ TEST(Module, FindsNoMissingExport) {
   EXPECT_EQ(platform::FindExport(library, "KydTestNothing"), nullptr);
   EXPECT_EQ(platform::FindExport(library, ""), nullptr);
   EXPECT_EQ(platform::FindExport(platform::Library(), "KydTestAnswer"), nullptr);
+  // Not even what the program itself could find.
+  EXPECT_EQ(platform::FindExport(platform::Library(), "malloc"), nullptr);
 }
 
 TEST(Module, LoadsNoMissingLibrary) {
