@@ -13,6 +13,7 @@
 #include "debuglog/cdebuglog.h"
 #include "platform/error.h"
 #include "platform/file.h"
+#include "platform/secret_memory.h"
 #include "platform/text.h"
 
 namespace kyd {
@@ -71,7 +72,7 @@ bool CopyText(const wchar_t* path, const JsonDocument& document, std::wstring& f
 }
 
 int ParseRecord(const std::wstring& plaintext, UploadAuthData& record) {
-  record = UploadAuthData();
+  Wipe(record);
   JsonDocument::AllocatorType pool(kJsonPoolChunk);
   JsonDocument document(&pool);
   // Iterative: the depth of the text must not become the depth of the stack.
@@ -123,6 +124,7 @@ int ReadAndDecrypt(const CompanionRun& run, CredentialSource& source, std::wstri
 int ReadUploadAuthData(const CompanionRun& run, const std::wstring& user, UploadAuthData& record) {
   try {
     std::wstring plaintext;
+    const platform::WipeAtEnd wiped(plaintext);
     const int status = ReadAuthFile(run, CredentialPath(run, user), plaintext);
     return status == kSucceeded ? ParseUpldAuthJson(plaintext, record) : status;
   } catch (const std::exception&) {

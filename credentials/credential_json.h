@@ -5,13 +5,18 @@
 
 #include <type_traits>
 
+#include "platform/secret_memory.h"
+
 namespace kyd {
 
 // The encoding of wide text on this platform.
 using JsonEncoding =
     std::conditional_t<sizeof(wchar_t) == 2, rapidjson::UTF16<wchar_t>, rapidjson::UTF32<wchar_t>>;
-using JsonDocument = rapidjson::GenericDocument<JsonEncoding>;
-using JsonValue = rapidjson::GenericValue<JsonEncoding>;
+// What a document held is wiped with it.
+using JsonAllocator = rapidjson::MemoryPoolAllocator<platform::WipingAllocator>;
+using JsonDocument =
+    rapidjson::GenericDocument<JsonEncoding, JsonAllocator, platform::WipingAllocator>;
+using JsonValue = rapidjson::GenericValue<JsonEncoding, JsonAllocator>;
 
 // The value that a path such as "cert.hash" names, member by member from `object`; of several
 // members with one name the first. Empty pieces are skipped. Null when the path is null or empty, a

@@ -1,7 +1,10 @@
 // The credentials of one account.
 #pragma once
 
+#include <initializer_list>
 #include <string>
+
+#include "platform/secret_memory.h"
 
 namespace kyd {
 
@@ -12,5 +15,13 @@ struct UploadAuthData {
   std::wstring cert_hash;           // SHA-1 thumbprint in hexadecimal, or empty
   std::wstring cert_store;          // scope of the certificate store, "user" or "comp", or empty
 };
+
+// Empties the record and leaves nothing of it in memory.
+inline void Wipe(UploadAuthData& record) noexcept {
+  for (std::wstring* const field : {&record.apikey, &record.idp_session, &record.cert_base64encoded,
+                                    &record.cert_hash, &record.cert_store}) {
+    platform::Wipe(*field);
+  }
+}
 
 }  // namespace kyd

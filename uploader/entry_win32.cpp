@@ -26,5 +26,7 @@ std::optional<std::vector<std::wstring>> SplitCommandLine() {
 
 int WINAPI WinMain(HINSTANCE instance, HINSTANCE /*previous*/, LPSTR /*command_line*/,
                    int /*show_command*/) {
+  // Nobody's library is taken from the folder that happens to be the current one.
+  SetDllDirectoryW(L"");
   return kyd::RunUploader(instance, &SplitCommandLine);
 }

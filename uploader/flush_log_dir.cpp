@@ -106,6 +106,7 @@ void FlushLogDir(UploadRun& run, bool force) {
   }
   LogResult(run, result);
   Log().WriteLogA(kRuler);
+  Wipe(credentials);
 }
 
 void SearchUploadDir(const UploadRun& run) {

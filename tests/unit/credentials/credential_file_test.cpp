@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstddef>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -14,6 +16,7 @@
 #include "platform/text.h"
 #include "tests/unit/support/failing_memory.h"
 #include "tests/unit/support/log_capture.h"
+#include "tests/unit/support/released_memory.h"
 #include "tests/unit/support/temp_folder.h"
 
 namespace {
@@ -25,6 +28,12 @@ using Lines = std::vector<std::string>;
 // A companion library whose plaintext is the file's bytes, one character each.
 std::int32_t DecryptToBytes(const std::uint8_t* data, std::uint64_t size, std::wstring* plaintext) {
   plaintext->assign(data, data + size);
+  return 0;
+}
+// The same without a copy of the plaintext that nobody wipes.
+std::int32_t DecryptInPlace(const std::uint8_t* data, std::uint64_t size, std::wstring* plaintext) {
+  plaintext->resize(static_cast<std::size_t>(size));
+  std::copy(data, data + size, plaintext->begin());
   return 0;
 }
 std::int32_t RefuseToDecrypt(const std::uint8_t* /*data*/, std::uint64_t /*size*/,
@@ -68,6 +77,31 @@ TEST_F(CredentialFileTest, GivesTheRecordOfAGoodFile) {
   EXPECT_EQ(record_.apikey, L"k");
   EXPECT_EQ(record_.idp_session, L"s");
   EXPECT_TRUE(log_.Messages().empty());
+}
+
+TEST_F(CredentialFileTest, LeavesNoDecryptedTextInReleasedMemory) {
+  run_.decryptEntry = &DecryptInPlace;
+  const std::string secret = "a-secret-that-nobody-else-may-find";
+  {
+    kyd_test::ReleasedMemory released(platform::FromUtf8(secret));
+    { const std::wstring unwiped = platform::FromUtf8(secret); }
+    ASSERT_EQ(released.Found(), 1U) << "the search itself finds nothing";
+  }
+
+  const kyd_test::ReleasedMemory released(platform::FromUtf8(secret));
+  // The second file is longer, so that every buffer of the first one is given back.
+  for (const std::size_t length : {0, 5000}) {
+    const std::string value = secret + std::string(length, 'x');
+    Write(R"({"apikey":")" + value + R"(","idp_session":")" + value + R"(","cert":{"hash":")" +
+          value + R"("}})");
+    ASSERT_EQ(kyd::ReadUploadAuthData(run_, L"alice", record_), 0);
+    EXPECT_EQ(record_.cert_hash.size(), value.size());
+  }
+  Write(R"({"apikey":")" + secret + R"(","idp_session":)");
+  ASSERT_EQ(kyd::ReadUploadAuthData(run_, L"alice", record_), 1);
+  Wipe(record_);
+  record_ = UploadAuthData();
+  EXPECT_EQ(released.Found(), 0U);
 }
 
 TEST_F(CredentialFileTest, ReportsAMissingFolderWithNumber3) {

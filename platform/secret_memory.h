@@ -1,0 +1,71 @@
+// Memory that held a secret.
+#pragma once
+
+#include <cstddef>
+#include <cstring>
+#include <new>
+#include <string>
+
+namespace platform {
+
+// Overwrites memory in a way that no optimizer removes (SecureZeroMemory, OPENSSL_cleanse).
+void Wipe(void* memory, std::size_t bytes) noexcept;
+
+// Wipes all that the text's buffer holds, also beyond its end, and empties the text.
+inline void Wipe(std::wstring& text) noexcept {
+  text.clear();
+  // The buffer is as large as the capacity says, and one character for the terminator.
+  Wipe(text.data(), (text.capacity() + 1) * sizeof(wchar_t));
+}
+
+// Wipes a text at the end of the block.
+class WipeAtEnd {
+ public:
+  explicit WipeAtEnd(std::wstring& text) noexcept : text_(text) {}
+  ~WipeAtEnd() { Wipe(text_); }
+  WipeAtEnd(const WipeAtEnd&) = delete;
+  WipeAtEnd& operator=(const WipeAtEnd&) = delete;
+
+ private:
+  std::wstring& text_;
+};
+
+// An allocator in RapidJSON's sense (its concept Allocator) that wipes whatever it frees.
+class WipingAllocator {
+ public:
+  static constexpr bool kNeedFree = true;
+
+  // Null for no bytes. Throws std::bad_alloc when there is no memory.
+  [[nodiscard]] void* Malloc(std::size_t bytes) {
+    if (bytes == 0) {
+      return nullptr;
+    }
+    auto* const block = static_cast<Header*>(::operator new(sizeof(Header) + bytes));
+    block->bytes = bytes;
+    return block + 1;
+  }
+
+  [[nodiscard]] void* Realloc(void* memory, std::size_t old_bytes, std::size_t new_bytes) {
+    void* const moved = Malloc(new_bytes);
+    if (memory != nullptr && moved != nullptr) {
+      std::memcpy(moved, memory, old_bytes < new_bytes ? old_bytes : new_bytes);
+    }
+    Free(memory);
+    return moved;
+  }
+
+  static void Free(void* memory) noexcept {
+    if (memory != nullptr) {
+      Header* const block = static_cast<Header*>(memory) - 1;
+      Wipe(memory, block->bytes);
+      ::operator delete(block);
+    }
+  }
+
+ private:
+  struct alignas(std::max_align_t) Header {
+    std::size_t bytes;
+  };
+};
+
+}  // namespace platform
