@@ -9,7 +9,8 @@ check_pie_supported(LANGUAGES CXX)
 if(NOT MSVC)
   add_compile_options(-fstack-protector-strong)
   if(WIN32)
-    add_link_options(-Wl,--high-entropy-va,--dynamicbase,--nxcompat)
+    # MinGW keeps the guard in a library of its own, which the same option links.
+    add_link_options(-fstack-protector-strong -Wl,--high-entropy-va,--dynamicbase,--nxcompat)
   else()
     add_link_options(-Wl,-z,relro,-z,now,-z,noexecstack)
     # The checked functions need an optimizing build; the sanitizers bring checks of their own.
