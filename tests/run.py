@@ -6,6 +6,7 @@ that start the real executable of either platform.
 """
 
 import argparse
+import concurrent.futures
 import json
 import os
 import pathlib
@@ -38,6 +39,12 @@ class Tally:
     def fail(self, name):
         self.failed += 1
         self.failures.append(name)
+
+
+def tell(text):
+    """Prints at once, in one piece: the platforms' tests run side by side."""
+    sys.stdout.write(text + "\n")
+    sys.stdout.flush()
 
 
 def wine_command():
@@ -98,7 +105,7 @@ def run_unit_program(platform, program):
     if tally.passed + tally.failed == 0:
         tally.fail(f"{program.name} ran no test")
     if tally.failed:
-        print(output.decode("utf-8", "replace"))
+        tell(output.decode("utf-8", "replace"))
     tally.seconds = time.monotonic() - started
     return tally
 
@@ -145,7 +152,12 @@ def run_pytest(name, folder, arguments):
             sys.executable, "-m", "pytest", "-q", "-p", "no:cacheprovider", str(ROOT / folder),
             f"--junitxml={report}", *arguments,
         ]
-        code = subprocess.run(command, cwd=ROOT, stdin=subprocess.DEVNULL, check=False).returncode
+        finished = subprocess.run(
+            command, cwd=ROOT, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+            stderr=subprocess.STDOUT, check=False,
+        )
+        code = finished.returncode
+        tell(f"{name}:\n{finished.stdout.decode('utf-8', 'replace')}")
         if report.exists():
             for case in xml.etree.ElementTree.parse(report).iter("testcase"):
                 kinds = {child.tag for child in case}
@@ -176,6 +188,23 @@ def run_end_to_end(platform, build, extra):
     return run_pytest(f"end to end ({platform})", "tests/e2e", [*arguments, *extra])
 
 
+def run_platform(platform, options):
+    """All chosen groups of one platform, one after another. Wine's are the longer half by far, and most
+    of both is waiting."""
+    build = options.linux_build if platform == "linux" else platform
+    tallies = []
+    if not options.e2e:
+        programs = unit_programs(platform, build)
+        if not programs:
+            sys.exit(f"no unit tests are built in build/{build}: run './dev build {platform}'")
+        tallies += [run_unit_program(platform, program) for program in programs]
+    if not (options.unit or options.e2e):
+        tallies.append(run_library_tests(platform, build))
+    if not options.unit:
+        tallies.append(run_end_to_end(platform, build, options.pytest))
+    return tallies
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("--platform", choices=PLATFORMS, help="only this platform")
@@ -189,17 +218,10 @@ def main():
     options = parser.parse_args()
 
     tallies = [] if options.e2e or options.unit else [check_formatting()]
-    for platform in [options.platform] if options.platform else PLATFORMS:
-        build = options.linux_build if platform == "linux" else platform
-        if not options.e2e:
-            programs = unit_programs(platform, build)
-            if not programs:
-                sys.exit(f"no unit tests are built in build/{build}: run './dev build {platform}'")
-            tallies += [run_unit_program(platform, program) for program in programs]
-        if not (options.unit or options.e2e):
-            tallies.append(run_library_tests(platform, build))
-        if not options.unit:
-            tallies.append(run_end_to_end(platform, build, options.pytest))
+    platforms = [options.platform] if options.platform else PLATFORMS
+    with concurrent.futures.ThreadPoolExecutor(len(platforms)) as both:
+        for of_one in both.map(lambda platform: run_platform(platform, options), platforms):
+            tallies += of_one
 
     total = Tally("all")
     print()

@@ -287,3 +287,62 @@ def test_long_run_takes_no_more_at_its_end_than_at_its_beginning(
         most = max(sample[what] for sample in early)
         slack = 1_000_000 if what == 0 else 2
         assert max(sample[what] for sample in late) <= most * 1.02 + slack, samples
+
+
+def dripping(piece=b"x" * 10_000, pause=0.01):
+    """A body without end, a megabyte a second."""
+    while True:
+        yield piece
+        time.sleep(pause)
+
+
+def only_at_length(request):
+    if request.config.getoption("--endurance") != "long":
+        pytest.skip("one wait of 30 s is enough for every day")
+
+
+@pytest.mark.parametrize("status", [500, 200])
+def test_body_without_end_is_cut_off_and_takes_no_memory(request, machine, service, status):
+    if status == 200:
+        only_at_length(request)
+    machine.switch_log_on()
+    machine.account("alice")
+    machine.logs("alice", "a.log", "b.log")
+    first, second = machine.search_order("alice")
+    service.answer_with(Answer(status, dripping()))
+    peaks = []
+    with machine.start() as running:
+        assert service.wait_for_requests(1)
+        while len(service.requests) < 2:
+            peaks.append(sizes_of(running.pid)[0])
+            time.sleep(0.5)
+        running.wait()
+    # Half a minute of body has passed by.
+    assert max(peaks[4:]) < max(peaks[:4]) + 4_000_000, peaks
+    assert machine.is_archived("alice", second)
+    if status == 200:
+        assert machine.is_archived("alice", first)
+        assert machine.messages()[-3:] == say.summary(accounts=1, send=1, ok=2)
+        return
+    assert machine.is_waiting("alice", first)
+    head = "<UploadOneUser> Error [500, "
+    (error,) = (text for text in machine.messages() if text.startswith(head))
+    assert error == (head + "x" * 2000)[:1023]
+    assert machine.messages()[-3:] == say.summary(accounts=1, send=1, ok=1, error=1)
+
+
+def test_silence_of_the_service_ends_the_account_and_not_the_run(request, machine, service):
+    only_at_length(request)
+    machine.switch_log_on()
+    for account in ACCOUNTS:
+        machine.account(account)
+        machine.log(account, "a.log")
+    first = machine.account_order()[0]
+    hold = Hold()
+    service.answer_with(Answer(200, hold=hold))
+    started = time.monotonic()
+    machine.run(seconds=120)
+    hold.release.set()
+    assert 29 < time.monotonic() - started < 60
+    assert machine.is_waiting(first, "a.log")
+    assert machine.messages()[-3:] == say.summary(accounts=3, send=2, ok=2)
