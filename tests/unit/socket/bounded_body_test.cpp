@@ -26,6 +26,32 @@ TEST(BoundedBody, KeepsAShortBodyWhole) {
   EXPECT_EQ(body.Kept(), "one two");
 }
 
+TEST(BoundedBody, TakesSingleBytesUntilItsTimeIsOver) {
+  auto now = std::chrono::steady_clock::time_point{};
+  const BoundedBody body([&now] { return now; });
+  auto buffer = body.Stream().streambuf();
+  EXPECT_EQ(buffer.putc('a').get(), 'a');
+  EXPECT_EQ(buffer.putc('b').get(), 'b');
+  now += CorvidSocket::kLongestBody + std::chrono::nanoseconds(1);
+  EXPECT_THROW(buffer.putc('c').get(), BodyCutOff);
+  EXPECT_EQ(body.Kept(), "ab");
+}
+
+TEST(BoundedBody, HasNoPlaceToSeekAndNothingToRead) {
+  const BoundedBody body;
+  auto buffer = body.Stream().streambuf();
+  const auto nowhere = static_cast<decltype(buffer)::pos_type>(decltype(buffer)::traits::eof());
+  EXPECT_FALSE(buffer.can_read());
+  EXPECT_FALSE(buffer.can_seek());
+  EXPECT_FALSE(buffer.has_size());
+  EXPECT_EQ(buffer.in_avail(), 0U);
+  EXPECT_EQ(buffer.buffer_size(std::ios_base::out), 0U);
+  EXPECT_EQ(buffer.getpos(std::ios_base::out), nowhere);
+  EXPECT_EQ(buffer.seekpos(0, std::ios_base::out), nowhere);
+  EXPECT_EQ(buffer.seekoff(0, std::ios_base::cur, std::ios_base::out), nowhere);
+  EXPECT_EQ(buffer.alloc(10), nullptr);
+}
+
 TEST(BoundedBody, TakesEverythingAndKeepsTheBeginning) {
   const BoundedBody body;
   EXPECT_EQ(Write(body, std::string(4000, 'a')), 4000U);
