@@ -8,12 +8,12 @@ import pytest
 from cryptography.x509.oid import ExtendedKeyUsageOID
 
 from service.certificates import CertificateFactory
-from service.log_service import LogService
 from service.nginx_service import Nginx, find_nginx
 from service.revocation_service import RevocationService
 
 from . import messages as say
 from .harness import expect_messages
+from .lines import expect_all_sent, expect_nothing_sent, serve
 
 NOT_FOUND = -2146885628  # CRYPT_E_NOT_FOUND as it is printed
 PFX_ERRORS = {None: -2146885630, b"secret": 86}  # CRYPT_E_BAD_ENCODE, ERROR_INVALID_PASSWORD
@@ -51,38 +51,9 @@ def alice(machine, trusted):
     return machine
 
 
-def serve(machine, identity, **options):
-    service = LogService(identity, accounts=machine.accounts.values(), **options)
-    machine.tenant = service.tenant
-    return service
-
-
 def serve_asking(machine, factory, **options):
     """A service that asks for a client certificate of the factory's authority."""
     return serve(machine, factory.server, client_authority=factory.authority.pem, **options)
-
-
-def expect_all_sent(machine, account="alice"):
-    machine.run()
-    assert machine.is_archived(account, "a.log") and machine.is_archived(account, "b.log")
-    assert machine.messages()[-3:] == say.summary(accounts=1, send=1, ok=2)
-
-
-def expect_nothing_sent(machine, account="alice"):
-    """The first file meets a transport failure; the account ends, the run goes on."""
-    first = machine.search_order(account)[0]
-    machine.run()
-    assert machine.is_waiting(account, "a.log") and machine.is_waiting(account, "b.log")
-    expect_messages(
-        machine.messages(),
-        [
-            *say.started(machine),
-            *say.account_in(account),
-            *say.tried(machine, account, first),
-            *say.transport_failure(account),
-            *say.summary(accounts=1),
-        ],
-    )
 
 
 def shown(service):

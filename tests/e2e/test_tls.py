@@ -5,11 +5,11 @@ import ssl
 
 import pytest
 
-from service.log_service import SERVICE_PATH, LogService
+from service.log_service import SERVICE_PATH
 from service.nginx_service import Nginx, find_nginx
 
 from . import messages as say
-from .harness import expect_messages
+from .lines import expect_all_sent, expect_nothing_sent, serve
 
 
 @pytest.fixture
@@ -18,36 +18,6 @@ def loaded(machine):
     machine.account("alice")
     machine.logs("alice", "a.log", "b.log")
     return machine
-
-
-def expect_nothing_sent(machine):
-    """The first file meets a transport failure; the account ends, the run goes on."""
-    first = machine.search_order("alice")[0]
-    machine.run()
-    assert machine.is_waiting("alice", "a.log") and machine.is_waiting("alice", "b.log")
-    assert not machine.result_files()
-    expect_messages(
-        machine.messages(),
-        [
-            *say.started(machine),
-            *say.account_in("alice"),
-            *say.tried(machine, "alice", first),
-            *say.transport_failure("alice"),
-            *say.summary(accounts=1),
-        ],
-    )
-
-
-def expect_all_sent(machine):
-    machine.run()
-    assert machine.is_archived("alice", "a.log") and machine.is_archived("alice", "b.log")
-    assert machine.messages()[-3:] == say.summary(accounts=1, send=1, ok=2)
-
-
-def serve(machine, identity, **options):
-    service = LogService(identity, accounts=machine.accounts.values(), **options)
-    machine.tenant = service.tenant
-    return service
 
 
 def test_version_is_1_2_although_the_server_offers_1_3(loaded, certificates):

@@ -1,0 +1,38 @@
+"""The line to the tenant: services for one test, and the two ways in which all of it can end."""
+
+from service.log_service import LogService
+
+from . import messages as say
+from .harness import expect_messages
+
+
+def serve(machine, identity, **options):
+    """A service with this identity that knows the machine's accounts, at its tenant address."""
+    service = LogService(identity, accounts=machine.accounts.values(), **options)
+    machine.tenant = service.tenant
+    return service
+
+
+def expect_all_sent(machine, account="alice"):
+    """A run that sends both of the only account's files."""
+    machine.run()
+    assert machine.is_archived(account, "a.log") and machine.is_archived(account, "b.log")
+    assert machine.messages()[-3:] == say.summary(accounts=1, send=1, ok=2)
+
+
+def expect_nothing_sent(machine, account="alice"):
+    """The first file meets a transport failure; the account ends, the run goes on."""
+    first = machine.search_order(account)[0]
+    machine.run()
+    assert machine.is_waiting(account, "a.log") and machine.is_waiting(account, "b.log")
+    assert not machine.result_files()
+    expect_messages(
+        machine.messages(),
+        [
+            *say.started(machine),
+            *say.account_in(account),
+            *say.tried(machine, account, first),
+            *say.transport_failure(account),
+            *say.summary(accounts=1),
+        ],
+    )
