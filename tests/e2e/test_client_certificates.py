@@ -56,6 +56,25 @@ def serve_asking(machine, factory, **options):
     return serve(machine, factory.server, client_authority=factory.authority.pem, **options)
 
 
+def expect_sent_without_certificate(machine, service, *selection):
+    """A run that sends both files all the same; its selection of a certificate says only this."""
+    first, second = machine.search_order("alice")
+    machine.run()
+    assert shown(service) == [None, None]
+    expect_messages(
+        machine.messages(),
+        [
+            *say.started(machine),
+            *say.account_in("alice"),
+            *selection,
+            *say.accepted(machine, "alice", first),
+            *say.accepted(machine, "alice", second),
+            *say.account_out("alice"),
+            *say.summary(accounts=1, send=1, ok=2),
+        ],
+    )
+
+
 def shown(service):
     return [one.client_certificate for one in service.connections]
 
@@ -100,42 +119,19 @@ def test_unknown_thumbprint_is_logged_and_the_files_are_sent_without_certificate
     alice, trusted, hash_text
 ):
     alice.seal("alice", cert={"hash": hash_text, "store": "user"})
-    first, second = alice.search_order("alice")
     with serve_asking(alice, trusted) as service:
-        alice.run()
-        assert shown(service) == [None, None]
-    expect_messages(
-        alice.messages(),
-        [
-            *say.started(alice),
-            *say.account_in("alice"),
+        expect_sent_without_certificate(
+            alice,
+            service,
             f"<SearchContext> CertFindCertificateInStore error [{NOT_FOUND}]",
-            *say.accepted(alice, "alice", first),
-            *say.accepted(alice, "alice", second),
-            *say.account_out("alice"),
-            *say.summary(accounts=1, send=1, ok=2),
-        ],
-    )
+        )
 
 
 @pytest.mark.parametrize("store", ["User", "user ", "machine", "COMP"])
 def test_any_other_scope_selects_nothing_and_says_nothing(alice, trusted, store):
     alice.seal("alice", cert={"hash": trusted.client.thumbprint, "store": store})
-    first, second = alice.search_order("alice")
     with serve_asking(alice, trusted) as service:
-        alice.run()
-        assert shown(service) == [None, None]
-    expect_messages(
-        alice.messages(),
-        [
-            *say.started(alice),
-            *say.account_in("alice"),
-            *say.accepted(alice, "alice", first),
-            *say.accepted(alice, "alice", second),
-            *say.account_out("alice"),
-            *say.summary(accounts=1, send=1, ok=2),
-        ],
-    )
+        expect_sent_without_certificate(alice, service)
 
 
 @pytest.mark.parametrize("missing", ["hash", "store"])
@@ -175,24 +171,11 @@ def test_certificate_text_wins_over_the_store_and_is_not_shown(alice, trusted, c
     reference = {"hash": trusted.client.thumbprint, "store": "user"}
     text = pfx_text(trusted.client.pfx())
     alice.seal("alice", cert={"base64encoded": text, **reference})
-    first, second = alice.search_order("alice")
     # Nothing is validated either: this server's authority is unknown to the machine.
     with serve(
         alice, certificates.other_authority_server, client_authority=trusted.authority.pem
     ) as service:
-        alice.run()
-        assert shown(service) == [None, None]
-    expect_messages(
-        alice.messages(),
-        [
-            *say.started(alice),
-            *say.account_in("alice"),
-            *say.accepted(alice, "alice", first),
-            *say.accepted(alice, "alice", second),
-            *say.account_out("alice"),
-            *say.summary(accounts=1, send=1, ok=2),
-        ],
-    )
+        expect_sent_without_certificate(alice, service)
 
 
 def test_faulty_certificate_text_does_not_bring_the_store_back(alice, trusted):
@@ -211,23 +194,13 @@ def test_certificate_text_that_cannot_be_imported_is_logged(alice, trusted, pass
     if alice.platform.name == "windows":
         number = say.ANY_NUMBER  # Wine's import says nothing of its failure.
     alice.seal("alice", cert={"base64encoded": pfx_text(content)})
-    first, second = alice.search_order("alice")
     with serve_asking(alice, trusted) as service:
-        alice.run()
-        assert shown(service) == [None, None]
-    expect_messages(
-        alice.messages(),
-        [
-            *say.started(alice),
-            *say.account_in("alice"),
+        expect_sent_without_certificate(
+            alice,
+            service,
             *([] if password else ["<ParseAuthParam> PFXIsPFXBlob error"]),
             re.compile(rf"<ParseAuthParam> PFXImportCertStore error \[{number}\]"),
-            *say.accepted(alice, "alice", first),
-            *say.accepted(alice, "alice", second),
-            *say.account_out("alice"),
-            *say.summary(accounts=1, send=1, ok=2),
-        ],
-    )
+        )
 
 
 # A client certificate switches the validation of the server on.
