@@ -1,7 +1,7 @@
 """Many runs: killed, raced, failing and ordinary ones. Each is judged like the only one.
 
 `--endurance long` makes as many as trust needs; the usual run makes a sample of them. The moments
-are random, and the seed in a failure's name brings them back.
+are random, and the number that a failing test prints brings them back.
 """
 
 import collections
@@ -42,22 +42,22 @@ def rounds(request, platform):
 
 
 @pytest.fixture
-def seeded(record_property):
-    seed = int.from_bytes(os.urandom(4), "big")
-    record_property("seed", seed)
-    print(f"seed {seed}")
-    return random.Random(seed)
+def chance(record_property):
+    start = int.from_bytes(os.urandom(4), "big")
+    record_property("chance", start)
+    print(f"random.Random({start})")
+    return random.Random(start)
 
 
 class Tree:
     """Accounts with log files that lie in Upload again before every round."""
 
-    def __init__(self, machine, seeded):
+    def __init__(self, machine, chance):
         self.machine = machine
         for account in ACCOUNTS:
             machine.account(account)
         self.files = {
-            (account, f"{at}.log"): b"%s %d\n" % (account.encode(), at) + seeded.randbytes(size)
+            (account, f"{at}.log"): b"%s %d\n" % (account.encode(), at) + chance.randbytes(size)
             for account in ACCOUNTS
             for at, size in enumerate(SIZES)
         }
@@ -82,8 +82,8 @@ class Tree:
 
 
 @pytest.fixture
-def tree(machine, seeded):
-    return Tree(machine, seeded)
+def tree(machine, chance):
+    return Tree(machine, chance)
 
 
 def seconds_of_a_run(machine, tree):
@@ -93,14 +93,14 @@ def seconds_of_a_run(machine, tree):
     return time.monotonic() - started
 
 
-def test_killed_at_any_moment_nothing_is_lost(machine, service, tree, rounds, seeded):
+def test_killed_at_any_moment_nothing_is_lost(machine, service, tree, rounds, chance):
     usual = seconds_of_a_run(machine, tree)
     cut_off = 0
     for _ in range(rounds("kills")):
         tree.reset()
         earlier = len(service.requests)
         with machine.start() as running:
-            time.sleep(seeded.uniform(0, 1.1 * usual))
+            time.sleep(chance.uniform(0, 1.1 * usual))
             running.kill()
         machine.lost_nothing()
         accepted = tree.accepted(service.requests[earlier:])
@@ -161,7 +161,7 @@ class ServiceProcess:
         return [path.read_bytes() for path in self.store.rglob("*.log")]
 
 
-def test_service_killed_at_any_moment_nothing_is_lost(machine, tree, tmp_path, rounds, seeded):
+def test_service_killed_at_any_moment_nothing_is_lost(machine, tree, tmp_path, rounds, chance):
     service = ServiceProcess(machine, tmp_path / "service")
     service.start()
     usual = seconds_of_a_run(machine, tree)
@@ -170,7 +170,7 @@ def test_service_killed_at_any_moment_nothing_is_lost(machine, tree, tmp_path, r
         tree.reset()
         service.start()
         with machine.start() as running:
-            time.sleep(seeded.uniform(0, 1.1 * usual))
+            time.sleep(chance.uniform(0, 1.1 * usual))
             service.kill()
             running.wait()
         archived = {tree.files[file] for file in set(tree.files) - tree.waiting()}
@@ -183,7 +183,7 @@ def test_service_killed_at_any_moment_nothing_is_lost(machine, tree, tmp_path, r
         service.kill()
 
 
-def test_of_copies_that_start_together_one_works(machine, service, rounds, seeded):
+def test_of_copies_that_start_together_one_works(machine, service, rounds, chance):
     machine.switch_log_on()
     machine.account("alice")
     for at in range(rounds("races")):
@@ -226,18 +226,18 @@ def test_ordinary_runs_end_well(machine, service, tree, rounds):
         assert set(tree.accepted(service.requests[earlier:]).values()) == {1}
 
 
-def random_failure(seeded):
+def random_failure(chance):
     """An answer that is none: the line breaks somewhere, or what comes is no HTTP."""
-    stage = seeded.choice([*Stage, None])
+    stage = chance.choice([*Stage, None])
     if stage is None:
-        return Answer(raw=seeded.randbytes(seeded.randrange(1, 2000)))
-    status = seeded.choice([200, 401, 500])
-    after = seeded.randrange(0, 300_000) if stage is Stage.REQUEST_BODY else seeded.randrange(60)
-    reset = seeded.random() < 0.5
+        return Answer(raw=chance.randbytes(chance.randrange(1, 2000)))
+    status = chance.choice([200, 401, 500])
+    after = chance.randrange(0, 300_000) if stage is Stage.REQUEST_BODY else chance.randrange(60)
+    reset = chance.random() < 0.5
     return Answer(status, b"x" * 100, drop=stage, drop_after=after, reset=reset)
 
 
-def test_failing_runs_end_well(machine, service, tree, rounds, seeded):
+def test_failing_runs_end_well(machine, service, tree, rounds, chance):
     usual_tenant = machine.tenant
     for at in range(rounds("failing runs")):
         tree.reset()
@@ -245,7 +245,7 @@ def test_failing_runs_end_well(machine, service, tree, rounds, seeded):
             machine.seal(account)
         # Port 1 of the loopback is nobody's: every tenth run is refused.
         machine.tenant = "localhost:1" if at % 10 == 9 else usual_tenant
-        service.answer_with(*(random_failure(seeded) for _ in range(3)))
+        service.answer_with(*(random_failure(chance) for _ in range(3)))
         machine.run(seconds=60)
         service.forget_answers()
 
