@@ -46,12 +46,12 @@ std::vector<std::uint8_t> DecodeBase64(const std::wstring& text,
 
 // Proves that the text is an importable PFX with at least one certificate. That is all it does: the
 // store and the certificate are neither used nor released, so that the requests go out without a
-// client certificate. That is meant so.
-void ProvePfx(const kyd::UploadAuthData& credentials, const kyd::CompanionRun& companion) {
+// client certificate. That is meant so. False for a failure, which has been logged.
+bool ProvePfx(const kyd::UploadAuthData& credentials, const kyd::CompanionRun& companion) {
   const std::vector<std::uint8_t> bytes = DecodeBase64(credentials.cert_base64encoded, companion);
   if (bytes.data() == nullptr) {
     Log().WriteLogA("<ParseAuthParam> memory error");
-    return;
+    return false;
   }
   if (!platform::IsPfx(bytes)) {
     // The import decides.
@@ -60,15 +60,16 @@ void ProvePfx(const kyd::UploadAuthData& credentials, const kyd::CompanionRun& c
   platform::CertificateStore store = platform::ImportPfx(bytes);
   if (!store) {
     LogFailure("<ParseAuthParam> PFXImportCertStore error [%d]");
-    return;
+    return false;
   }
   platform::CertificateContext first = platform::FindFirstCertificate(store);
   if (!first) {
     LogFailure("<ParseAuthParam> CertFindCertificateInStore error [%d]");
-    return;
+    return false;
   }
   static_cast<void>(first.Release());
   static_cast<void>(store.Release());
+  return true;
 }
 
 void Clear(ClientCertificate& pair) noexcept {
@@ -114,12 +115,15 @@ std::vector<std::uint8_t> DecodeThumbprint(const std::wstring& text) {
 
 void ParseAuthParam(ClientCertificate& pair, const kyd::UploadAuthData& credentials,
                     const kyd::CompanionRun& companion) noexcept {
+  bool proven = false;
   try {
-    ProvePfx(credentials, companion);
+    proven = ProvePfx(credentials, companion);
   } catch (...) {
     // An exception ends the selection like any failure.
   }
-  Clear(pair);
+  if (!proven) {
+    Clear(pair);
+  }
 }
 
 void SelectStoreCert(ClientCertificate& pair, const kyd::UploadAuthData& credentials) noexcept {

@@ -89,6 +89,18 @@ TEST_F(CertificateRoads, GoodPfxLeavesThePairEmptyLogsNothingAndReleasesNothing)
   EXPECT_EQ(script_.open_contexts, 1);
 }
 
+TEST_F(CertificateRoads, OnlyAFailureReleasesAPairThatWasFilledBefore) {
+  Select(L"user");
+  ASSERT_TRUE(pair_.context.IsValid());
+  ParsePfx();
+  EXPECT_TRUE(pair_.context.IsValid());
+  EXPECT_TRUE(pair_.store.IsValid());
+  script_.calls.clear();
+  ParsePfx(&DecodeNothing);
+  ExpectEmptyPair();
+  EXPECT_EQ(script_.calls, (Texts{"free context", "close store"}));
+}
+
 TEST_F(CertificateRoads, TextThatDecodesToNothingIsAMemoryError) {
   ParsePfx(nullptr);
   ParsePfx(&DecodeNothing);
