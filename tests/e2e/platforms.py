@@ -289,7 +289,11 @@ class Windows(Platform):
         removal = "[-HKEY_LOCAL_MACHINE\\SOFTWARE\\Veltrane]\r\n\r\n"
         path.write_bytes((REGISTRY_HEADER + removal + text).encode("utf-16"))
         self._registry = None
-        self._run("regedit", "/S", self.native_path(path))
+        try:
+            self._run("regedit", "/S", self.native_path(path))
+        except subprocess.CalledProcessError:
+            # Seen once in hundreds of imports on a busy machine; the second one tells.
+            self._run("regedit", "/S", self.native_path(path))
         self._registry = text
 
 

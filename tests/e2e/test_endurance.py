@@ -42,9 +42,8 @@ def rounds(request, platform):
 
 
 @pytest.fixture
-def chance(record_property):
+def chance():
     start = int.from_bytes(os.urandom(4), "big")
-    record_property("chance", start)
     print(f"random.Random({start})")
     return random.Random(start)
 
@@ -259,9 +258,7 @@ def sizes_of(pid):
     return resident, len(os.listdir(f"/proc/{pid}/fd")), threads
 
 
-def test_long_run_takes_no_more_at_its_end_than_at_its_beginning(
-    machine, service, rounds, record_property
-):
+def test_long_run_takes_no_more_at_its_end_than_at_its_beginning(machine, service, rounds):
     machine.switch_log_on()
     count = rounds("files")
     for account in ACCOUNTS:
@@ -278,14 +275,13 @@ def test_long_run_takes_no_more_at_its_end_than_at_its_beginning(
     service.on_request = sample
     with machine.start() as running:
         running.wait(seconds=1800)
-    record_property("samples", samples)
     print(samples)
     assert machine.messages()[-3:] == say.summary(accounts=3, send=3, ok=count)
-    # The first samples are the warming up.
+    # The first samples are the warming up. The pools of the platform may still grow by some threads
+    # after it, each with a few descriptors; what leaked with every file would be beyond all that.
     early, late = samples[2:6], samples[-4:]
-    for what in range(3):
+    for what, slack in enumerate((2_000_000, 20, 5)):
         most = max(sample[what] for sample in early)
-        slack = 1_000_000 if what == 0 else 2
         assert max(sample[what] for sample in late) <= most * 1.02 + slack, samples
 
 

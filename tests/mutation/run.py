@@ -29,6 +29,12 @@ LIST = pathlib.Path(__file__).with_name("mutants.toml")
 
 # From below to above: a fault in a layer may show in the tests of every layer that uses it.
 LAYERS = ("platform", "debuglog", "credentials", "socket", "upload", "uploader")
+# Test programs beside the one that is named for its layer.
+MORE_PROGRAMS = {
+    "platform": ["kyd_certificate_store_tests"],
+    "debuglog": ["kyd_default_log_tests"],
+    "socket": ["kyd_certificate_roads_tests"],
+}
 BUILD_SECONDS = 900
 # A test run that takes this many times as long as the sound program's, and a minute, hangs.
 PATIENCE = 4
@@ -40,6 +46,11 @@ class ListError(Exception):
 
 class NotSound(Exception):
     """The program fails its tests before anything is broken."""
+
+
+def unit_programs(layers):
+    return [name for layer in layers
+            for name in [f"kyd_{layer}_tests", *MORE_PROGRAMS.get(layer, [])]]
 
 
 class Mutant:
@@ -73,7 +84,7 @@ class Mutant:
             raise ListError(f"{self.id}: {self.file} is in no layer")
         if pathlib.Path(self.file).name.startswith("entry_"):
             return []
-        return [f"kyd_{layer}_tests" for layer in LAYERS[LAYERS.index(folder):]]
+        return unit_programs(LAYERS[LAYERS.index(folder):])
 
 
 def load_mutants():
@@ -223,7 +234,7 @@ class Worker:
         for finished in (self.configure(), self.build("all")):
             if finished.code != 0:
                 raise NotSound(finished.output)
-        for target in [f"kyd_{layer}_tests" for layer in LAYERS] + ["kyd_companion_tests"]:
+        for target in unit_programs(LAYERS) + ["kyd_companion_tests"]:
             finished = self.run_unit(target)
             if finished.code != 0:
                 raise NotSound(f"{target} fails before anything is broken:\n{finished.output}")
