@@ -10,15 +10,17 @@ import concurrent.futures
 import json
 import os
 import pathlib
-import shutil
 import subprocess
 import sys
 import tempfile
 import time
 import xml.etree.ElementTree
 
+import wine
+
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 PLATFORMS = ("linux", "windows")
+WINE_PREFIX = ROOT / "build/windows/wineprefix"
 UNIT_TIMEOUT_SECONDS = 600
 
 
@@ -47,33 +49,13 @@ def tell(text):
     sys.stdout.flush()
 
 
-def wine_command():
-    """Debian's wine64 package puts its program outside of PATH."""
-    for candidate in (shutil.which("wine64"), "/usr/lib/wine/wine64"):
-        if candidate and os.path.exists(candidate):
-            return candidate
-    sys.exit("wine64 is missing: run './dev setup'")
-
-
-def wine_environment():
-    prefix = ROOT / "build" / "windows" / "wineprefix"
-    prefix.mkdir(parents=True, exist_ok=True)
-    return dict(
-        os.environ,
-        WINEPREFIX=str(prefix),
-        WINEDEBUG="-all",
-        WINEDLLOVERRIDES="mscoree=d;mshtml=d",
-        WINEPATH=f"Z:{ROOT / 'build' / 'windows' / 'bin'}",  # the configuration library
-    )
-
-
 def unit_programs(platform, build):
     folder = ROOT / "build" / build / "tests"
     pattern = "*_tests.exe" if platform == "windows" else "*_tests"
     return sorted(folder.glob(pattern))
 
 
-def run_unit_program(platform, program):
+def run_unit_program(platform, build, program):
     """One GoogleTest program. A program that ends without a report counts as a failure."""
     tally = Tally(f"{program.stem} ({platform})")
     started = time.monotonic()
@@ -83,8 +65,10 @@ def run_unit_program(platform, program):
         environment = None
         if platform == "windows":
             arguments[2] = f"--gtest_output=json:Z:{report}"
-            arguments.insert(0, wine_command())
-            environment = wine_environment()
+            arguments = wine.command(*arguments)
+            environment = wine.environment(WINE_PREFIX)
+            # Where the configuration library lies.
+            environment["WINEPATH"] = f"Z:{ROOT / 'build' / build / 'bin'}"
         try:
             finished = subprocess.run(
                 arguments,
@@ -179,7 +163,7 @@ def run_library_tests(platform, build):
     arguments = [f"--probe={probe}"]
     if platform == "windows":
         # A start under Wine takes long; at its end little can go wrong that does not elsewhere.
-        arguments += [f"--wine-prefix={wine_environment()['WINEPREFIX']}", "--leave-runs=1"]
+        arguments += [f"--wine-prefix={WINE_PREFIX}", "--leave-runs=1"]
     return run_pytest(f"REST library ({platform})", "cmake/cpprestsdk/tests", arguments)
 
 
@@ -191,13 +175,19 @@ def run_end_to_end(platform, build, extra):
 def run_platform(platform, options):
     """All chosen groups of one platform, one after another. Wine's are the longer half by far, and most
     of both is waiting."""
-    build = options.linux_build if platform == "linux" else platform
+    if platform == "windows":
+        with wine.Server(WINE_PREFIX):
+            return run_groups(platform, platform, options)
+    return run_groups(platform, options.linux_build, options)
+
+
+def run_groups(platform, build, options):
     tallies = []
     if not options.e2e:
         programs = unit_programs(platform, build)
         if not programs:
             sys.exit(f"no unit tests are built in build/{build}: run './dev build {platform}'")
-        tallies += [run_unit_program(platform, program) for program in programs]
+        tallies += [run_unit_program(platform, build, program) for program in programs]
     if not (options.unit or options.e2e):
         tallies.append(run_library_tests(platform, build))
     if not options.unit:

@@ -10,6 +10,7 @@ import subprocess
 import time
 from pathlib import Path
 
+import wine
 from service.certificates import AUTHORITY_NAMES
 
 ROOT = Path(__file__).resolve().parents[2]
@@ -166,56 +167,34 @@ class Windows(Platform):
     def __init__(self, folder, bin_folder, native_bin_folder, prefix):
         super().__init__(folder, bin_folder, native_bin_folder)
         self.prefix = Path(prefix).resolve()
-        self._server = None
+        self._server = wine.Server(self.prefix)
         self._registry = None
         self._imported = set()  # what certificate-import has put there
-
-    @staticmethod
-    def wine(name="wine64"):
-        """Debian puts these programs outside of PATH."""
-        return shutil.which(name) or shutil.which(name, path="/usr/lib/wine:/usr/lib/wine64")
 
     @classmethod
     def missing(cls, bin_folder, native_bin_folder):
         return super().missing(bin_folder, native_bin_folder) or (
-            None if cls.wine() else Path("wine64")
+            None if wine.program() else Path("wine64")
         )
 
     def start(self):
         super().start()
-        self.prefix.mkdir(parents=True, exist_ok=True)
-        # A server that stays is what makes a start take milliseconds instead of seconds. When there
-        # is one already, somebody else's, it ends at once, and that one serves.
-        self._server = subprocess.Popen(
-            [self.wine("wineserver64") or self.wine("wineserver"), "-f", "-p"],
-            env=self._wine_environment(),
-            stdin=subprocess.DEVNULL,
-            stdout=subprocess.DEVNULL,
-            stderr=subprocess.DEVNULL,
-        )
-        # The first program in the prefix sets it up.
-        self._run("wineboot", "-u", seconds=300)
+        self._server.__enter__()
         self._import_registry("")
 
     def stop(self):
         self._import_registry("")
         self.forget_certificates()
-        if self._server.poll() is None:
-            self._server.terminate()
-            try:
-                self._server.wait(20)
-            except subprocess.TimeoutExpired:
-                self._server.kill()
-                self._server.wait()
+        self._server.__exit__()
 
     def native_path(self, path):
         return "Z:" + os.fspath(path).replace("/", "\\")
 
     def command(self, program, arguments):
-        return [self.wine(), os.fspath(program), *arguments]
+        return wine.command(program, *arguments)
 
     def environment(self, sysroot):
-        return self._wine_environment()
+        return wine.environment(self.prefix, _clean_environment())
 
     def own_output(self, output):
         # Wine's cryptography reports what a peer or a certificate does wrong, and a thread of Wine
@@ -265,20 +244,12 @@ class Windows(Platform):
     def search_order(self, folder):
         return sorted(os.listdir(folder), key=str.upper)
 
-    def _wine_environment(self):
-        environment = _clean_environment()
-        environment["WINEPREFIX"] = os.fspath(self.prefix)
-        environment["WINEDEBUG"] = "-all"
-        # No questions about optional components when the prefix is new.
-        environment["WINEDLLOVERRIDES"] = "mscoree=d;mshtml=d"
-        return environment
-
-    def _run(self, *arguments, seconds=60):
+    def _run(self, *arguments):
         subprocess.run(
-            [self.wine(), *arguments],
-            env=self._wine_environment(),
+            wine.command(*arguments),
+            env=self.environment(None),
             check=True,
-            timeout=seconds,
+            timeout=60,
             stdin=subprocess.DEVNULL,
             stdout=subprocess.DEVNULL,
             stderr=subprocess.DEVNULL,
@@ -289,11 +260,7 @@ class Windows(Platform):
         removal = "[-HKEY_LOCAL_MACHINE\\SOFTWARE\\Veltrane]\r\n\r\n"
         path.write_bytes((REGISTRY_HEADER + removal + text).encode("utf-16"))
         self._registry = None
-        try:
-            self._run("regedit", "/S", self.native_path(path))
-        except subprocess.CalledProcessError:
-            # Seen once in hundreds of imports on a busy machine; the second one tells.
-            self._run("regedit", "/S", self.native_path(path))
+        self._run("regedit", "/S", self.native_path(path))
         self._registry = text
 
 

@@ -94,7 +94,7 @@ def test_file_that_another_program_writes_is_error_32(alice, service):
         return
     # A command that has the file open for appending until its own input ends.
     holder = subprocess.Popen(
-        [alice.platform.wine(), "cmd", "/c", f'find "x" >> {alice.platform.native_path(path)}'],
+        alice.platform.command("cmd", ["/c", f'find "x" >> {alice.platform.native_path(path)}']),
         env=alice.environment,
         stdin=subprocess.PIPE,
         stdout=subprocess.DEVNULL,

@@ -206,10 +206,11 @@ def test_of_copies_that_start_together_one_works(machine, service, rounds, chanc
                 machine.run()
             hold.release.set()
             for copy in copies:
-                copy.wait()
+                copy.wait_for_good_end()
         finally:
             for copy in copies:
                 copy.__exit__()
+        machine.lost_nothing()
         assert machine.is_archived("alice", name)
         assert len(service.requests) == earlier + 1 + at % 2
     begun = [text for text in machine.messages() if text.startswith("*** EXECUTE")]

@@ -32,7 +32,8 @@ class Probe:
         self.command = [str(self.path)]
         if self.windows:
             wine = shutil.which("wine64") or "/usr/lib/wine/wine64"
-            self.command.insert(0, wine)
+            # In one of some thousand starts Wine finds the randomized heap where its own page belongs.
+            self.command = ["setarch", "-R", wine, *self.command]
             self.environment.update(WINEPREFIX=str(wine_prefix), WINEDEBUG="-all")
 
     def __call__(self, *arguments, limit=60, **environment):
