@@ -3,8 +3,11 @@
 import re
 import struct
 import subprocess
+import xml.etree.ElementTree
 
 import pytest
+
+from .platforms import ROOT
 
 SYSTEM_LIBRARIES = {
     "advapi32.dll",
@@ -20,6 +23,9 @@ SYSTEM_LIBRARIES = {
 GUI = 2
 HIGH_ENTROPY_VA, DYNAMIC_BASE, NX_COMPATIBLE = 0x20, 0x40, 0x100
 EXECUTABLE, WRITABLE = 0x20000000, 0x80000000
+RT_STRING, RT_VERSION, RT_MANIFEST = 6, 16, 24
+US_ENGLISH = 0x409
+MANIFEST_OF_THE_PROCESS = 1
 
 
 def tool(*command):
@@ -27,10 +33,10 @@ def tool(*command):
 
 
 class PortableExecutable:
-    """The headers of a PE32+ file (Microsoft's PE format)."""
+    """The headers and the resources of a PE32+ file (Microsoft's PE format)."""
 
     def __init__(self, path):
-        content = path.read_bytes()
+        self._content = content = path.read_bytes()
         start = struct.unpack_from("<I", content, 0x3C)[0]
         assert content[start : start + 4] == b"PE\0\0"
         self.machine, sections = struct.unpack_from("<HH", content, start + 4)
@@ -40,14 +46,92 @@ class PortableExecutable:
         self.subsystem, self.characteristics = struct.unpack_from("<HH", content, optional + 68)
         table = optional + optional_size
         self.sections = {}
+        self._places = []
         for at in range(table, table + 40 * sections, 40):
             name = content[at : at + 8].rstrip(b"\0").decode()
             self.sections[name] = struct.unpack_from("<I", content, at + 36)[0]
+            self._places.append(struct.unpack_from("<IIII", content, at + 8))
+        # The third of the data directories.
+        self._resources = self._offset(struct.unpack_from("<I", content, optional + 112 + 16)[0])
+
+    def _offset(self, address):
+        """Where in the file lies what is loaded at a relative address."""
+        for size, start, stored, offset in self._places:
+            if start <= address < start + min(size, stored):
+                return offset + address - start
+        raise AssertionError(f"{address:#x} is in no section")
+
+    def _entries(self, table):
+        named, numbered = struct.unpack_from("<HH", self._content, table + 12)
+        for at in range(table + 16, table + 16 + 8 * (named + numbered), 8):
+            identifier, place = struct.unpack_from("<II", self._content, at)
+            yield identifier, self._resources + (place & 0x7FFFFFFF)
+
+    def resource_kinds(self):
+        return {kind for kind, _ in self._entries(self._resources)}
+
+    def resources(self, kind):
+        """The resources of one kind: (identifier, language) to bytes."""
+        found = {}
+        for of_kind, names in self._entries(self._resources):
+            if of_kind != kind:
+                continue
+            for name, languages in self._entries(names):
+                for language, leaf in self._entries(languages):
+                    address, size = struct.unpack_from("<II", self._content, leaf)
+                    start = self._offset(address)
+                    found[name, language] = self._content[start : start + size]
+        return found
+
+
+def version_strings(content):
+    """The fixed numbers and the texts of a version resource: ((file, product), {name: text})."""
+    mark, _, *numbers = struct.unpack_from("<IIIIII", content, 40)
+    assert mark == 0xFEEF04BD
+    file_version, product_version = (
+        (high >> 16, high & 0xFFFF, low >> 16, low & 0xFFFF)
+        for high, low in (numbers[:2], numbers[2:])
+    )
+    texts = {}
+
+    def walk(at):
+        length, value_length, is_text = struct.unpack_from("<HHH", content, at)
+        end = at + length
+        key_end = at + 6
+        while content[key_end : key_end + 2] != b"\0\0":
+            key_end += 2
+        key = content[at + 6 : key_end].decode("utf-16-le")
+        value = (key_end + 2 + 3) & ~3
+        if is_text and value_length:
+            texts[key] = content[value : value + 2 * value_length].decode("utf-16-le").rstrip("\0")
+        child = (value + (0 if is_text else value_length) + 3) & ~3
+        while not (is_text and value_length) and child < end:
+            child = (walk(child) + 3) & ~3
+        return end
+
+    walk(0)
+    return (file_version, product_version), texts
+
+
+def project_version():
+    """As the build knows it, which is the one place where it is written."""
+    text = (ROOT / "CMakeLists.txt").read_text("utf-8")
+    return re.search(r"project\(KydLogUploader VERSION (\d+\.\d+\.\d+)", text)[1]
+
+
+PROGRAMS = {"KydLogUploader": "Uploads waiting log files"}
 
 
 @pytest.fixture
 def executable(platform):
     return platform.bin_folder / platform.program_name
+
+
+@pytest.fixture(params=PROGRAMS)
+def windows_program(request, platform):
+    if platform.name != "windows":
+        pytest.skip("this is about the Windows programs")
+    return request.param, PortableExecutable(platform.bin_folder / f"{request.param}.exe")
 
 
 @pytest.fixture
@@ -82,6 +166,72 @@ def test_windows_program_is_loaded_anywhere_and_never_executes_data(portable):
     assert ".reloc" in portable.sections
     both = EXECUTABLE | WRITABLE
     assert not [name for name, flags in portable.sections.items() if flags & both == both]
+
+
+def test_windows_program_says_what_it_is_and_of_which_version(windows_program):
+    name, portable = windows_program
+    ((place, content),) = portable.resources(RT_VERSION).items()
+    assert place == (1, US_ENGLISH)
+    version = project_version()
+    numbers, texts = version_strings(content)
+    wanted = (*map(int, version.split(".")), 0)
+    assert numbers == (wanted, wanted)
+    assert texts == {
+        "CompanyName": "The KydLogUploader authors",
+        "FileDescription": PROGRAMS[name],
+        "FileVersion": version,
+        "InternalName": name,
+        "LegalCopyright": "Copyright (c) 2026 The KydLogUploader authors. MIT License.",
+        "OriginalFilename": f"{name}.exe",
+        "ProductName": "KydLogUploader",
+        "ProductVersion": version,
+    }
+
+
+def test_windows_program_has_a_manifest(windows_program):
+    name, portable = windows_program
+    ((place, content),) = portable.resources(RT_MANIFEST).items()
+    assert place[0] == MANIFEST_OF_THE_PROCESS
+    manifest = xml.etree.ElementTree.fromstring(content)
+    spaces = {
+        "a": "urn:schemas-microsoft-com:asm.v1",
+        "b": "urn:schemas-microsoft-com:asm.v3",
+        "c": "urn:schemas-microsoft-com:compatibility.v1",
+    }
+    identity = manifest.find("a:assemblyIdentity", spaces).attrib
+    assert (identity["name"], identity["version"]) == (name, project_version() + ".0")
+    (level,) = manifest.iterfind(".//b:requestedExecutionLevel", spaces)
+    assert level.attrib == {"level": "asInvoker", "uiAccess": "false"}
+    assert [system.get("Id") for system in manifest.iterfind(".//c:supportedOS", spaces)] == [
+        "{35138b9a-5d96-4fbd-8e2d-a2440225f93a}",  # Windows 7
+        "{4a2f28e3-53b9-4441-ba9c-d69d4a4a6e38}",  # 8
+        "{1f676c76-80e1-4239-95bb-83d0f6d0da78}",  # 8.1
+        "{8e0f7a12-bfb3-4fe8-b9a5-48fd50a15a9a}",  # 10 and 11
+    ]
+    settings = manifest.find("b:application/b:windowsSettings", spaces)
+    # No activeCodePage: narrow texts stay what they are on the machine.
+    assert [(child.tag.split("}")[1], child.text) for child in settings] == [
+        ("longPathAware", "true")
+    ]
+
+
+def test_windows_program_keeps_its_text_resources(portable):
+    # Identifiers 101 to 103 are the sixth to eighth text of the seventh block.
+    ((place, content),) = portable.resources(RT_STRING).items()
+    assert place[0] == 7
+    texts, at = [], 0
+    for _ in range(16):
+        (length,) = struct.unpack_from("<H", content, at)
+        texts.append(content[at + 2 : at + 2 + 2 * length].decode("utf-16-le"))
+        at += 2 + 2 * length
+    begins = ["<< Upload Result >>\r\n", " [User folder information]\r\n", " [Error file information]\r\n"]
+    assert [text[: len(begin)] for text, begin in zip(texts[5:8], begins)] == begins
+    assert not any(texts[:5]) and not any(texts[8:])
+
+
+def test_windows_program_has_no_icon_or_dialog(windows_program):
+    _, portable = windows_program
+    assert portable.resource_kinds() <= {RT_STRING, RT_VERSION, RT_MANIFEST}
 
 
 def test_stack_is_guarded(platform, executable):

@@ -1,0 +1,22 @@
+# Version resource and manifest of the Windows programs.
+
+# kyd_windows_identity(<target> DESCRIPTION <text>): gives an executable both. The version is the
+# project's. Does nothing on other platforms.
+function(kyd_windows_identity target)
+  cmake_parse_arguments(arg "" "DESCRIPTION" "" ${ARGN})
+  if(NOT WIN32)
+    return()
+  endif()
+  set(KYD_TARGET ${target})
+  set(KYD_DESCRIPTION "${arg_DESCRIPTION}")
+  set(KYD_MANIFEST ${CMAKE_CURRENT_BINARY_DIR}/${target}.manifest)
+  set(resources ${CMAKE_CURRENT_BINARY_DIR}/${target}_identity.rc)
+  configure_file(${CMAKE_SOURCE_DIR}/cmake/windows/program.manifest.in ${KYD_MANIFEST} @ONLY)
+  configure_file(${CMAKE_SOURCE_DIR}/cmake/windows/identity.rc.in ${resources} @ONLY)
+  set_source_files_properties(${resources} PROPERTIES OBJECT_DEPENDS ${KYD_MANIFEST})
+  target_sources(${target} PRIVATE ${resources})
+  if(MSVC)
+    # The linker would add a manifest of its own.
+    target_link_options(${target} PRIVATE /MANIFEST:NO)
+  endif()
+endfunction()
