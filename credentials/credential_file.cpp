@@ -11,6 +11,7 @@
 #include "credentials/credential_json.h"
 #include "credentials/credential_source.h"
 #include "debuglog/cdebuglog.h"
+#include "logtree/log_tree.h"
 #include "platform/error.h"
 #include "platform/file.h"
 #include "platform/secret_memory.h"
@@ -21,11 +22,6 @@ namespace kyd {
 namespace {
 
 constexpr std::size_t kJsonPoolChunk = 64 * 1024;  // bytes
-
-std::wstring CredentialPath(const CompanionRun& run, const std::wstring& user) {
-  const wchar_t separator = platform::kPathSeparator;
-  return run.logDir + separator + L"LogWork" + separator + user + separator + L"UserData.dat";
-}
 
 class OpenedFile : public CredentialSource {
  public:
@@ -125,7 +121,7 @@ int ReadUploadAuthData(const CompanionRun& run, const std::wstring& user, Upload
   try {
     std::wstring plaintext;
     const platform::WipeAtEnd wiped(plaintext);
-    const int status = ReadAuthFile(run, CredentialPath(run, user), plaintext);
+    const int status = ReadAuthFile(run, CredentialPath(run.logDir, user), plaintext);
     return status == kSucceeded ? ParseUpldAuthJson(plaintext, record) : status;
   } catch (const std::exception&) {
     Log().WriteLogA("<ReadUploadAuthData> exception");
@@ -159,7 +155,7 @@ int ParseUpldAuthJson(const std::wstring& plaintext, UploadAuthData& record) {
 
 int DeleteAuthFile(const CompanionRun& run, const std::wstring& user) {
   try {
-    if (platform::RemoveFile(CredentialPath(run, user))) {
+    if (platform::RemoveFile(CredentialPath(run.logDir, user))) {
       Log().WriteLogA("<DeleteAuthFile> deleted auth file.");
       return kSucceeded;
     }

@@ -9,6 +9,7 @@
 
 #include "credentials/credential_file.h"
 #include "debuglog/cdebuglog.h"
+#include "logtree/log_tree.h"
 #include "platform/error.h"
 #include "platform/file.h"
 #include "platform/file_search.h"
@@ -69,10 +70,9 @@ HeaderSet MakeHeaders(const AccountRun& run, const UploadAuthData& credentials,
 
 Account PrepareAccount(AccountRun& run, const std::wstring& name, const UploadAuthData& credentials,
                        const CorvidSocket::Transport& transport) {
-  const wchar_t separator = platform::kPathSeparator;
   Account account{run, name, transport, {}, {}, {}, {}, {}, {}};
-  account.upload_folder = run.logDir + separator + L"Upload" + separator + name;
-  account.archive_folder = run.logDir + separator + L"Archive" + separator + name;
+  account.upload_folder = UploadPath(run.logDir, name);
+  account.archive_folder = ArchivePath(run.logDir, name);
   account.certificate = SelectCertificate(run, credentials);
   account.address = L"https://" + run.tenant + kServicePath;
   account.closing_headers = MakeHeaders(run, credentials, L"close");
@@ -154,7 +154,7 @@ void UploadFolder(Account& account, platform::FileSearch& search) {
 void UploadAccount(AccountRun& run, const std::wstring& name, const UploadAuthData& credentials,
                    const CorvidSocket::Transport& transport, platform::FileSearch& search) {
   Account account = PrepareAccount(run, name, credentials, transport);
-  if (search.First(account.upload_folder + platform::kPathSeparator + L"*.log")) {
+  if (search.First(PathBelow(account.upload_folder, kLogFiles))) {
     UploadFolder(account, search);
   } else {
     ++run.noSendCount;

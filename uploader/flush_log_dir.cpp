@@ -5,10 +5,10 @@
 
 #include "credentials/credential_file.h"
 #include "debuglog/cdebuglog.h"
+#include "logtree/log_tree.h"
 #include "platform/error.h"
 #include "platform/file.h"
 #include "platform/file_search.h"
-#include "platform/text.h"
 #include "upload/upload_one_user.h"
 #include "uploader/result_file.h"
 
@@ -18,17 +18,8 @@ namespace {
 
 constexpr char kRuler[] = "<< ------------------------------------------------------------ >>";
 
-std::wstring FolderBelow(const std::wstring& folder, const std::wstring& name) {
-  return folder + platform::kPathSeparator + name;
-}
-
 std::wstring UploadPattern(const UploadRun& run) {
-  return FolderBelow(FolderBelow(run.logDir, L"Upload"), L"*.*");
-}
-
-bool IsAccount(const platform::FoundEntry& entry) {
-  return entry.name != L"." && entry.name != L".." && entry.name != L"NoSent_LogFiles" &&
-         entry.is_folder;
+  return PathBelow(UploadPath(run.logDir), kEveryEntry);
 }
 
 // One account: its credentials, then its files. kRunMustEnd ends the loop, nothing else does.
@@ -130,11 +121,11 @@ int CleanupUploadDir(const UploadRun& run, const std::wstring& account) {
   platform::FileSearch search;
   try {
     Log().WriteLogW(L"<CleanupUploadDir> start [%s]", account);
-    const std::wstring upload = FolderBelow(FolderBelow(run.logDir, L"Upload"), account);
-    const std::wstring archive = FolderBelow(FolderBelow(run.logDir, L"Archive"), account);
-    for (bool found = search.First(FolderBelow(upload, L"*.log")); found; found = search.Next()) {
+    const std::wstring upload = UploadPath(run.logDir, account);
+    const std::wstring archive = ArchivePath(run.logDir, account);
+    for (bool found = search.First(PathBelow(upload, kLogFiles)); found; found = search.Next()) {
       const std::wstring& name = search.Current().name;
-      CleanupEntry(FolderBelow(upload, name), FolderBelow(archive, name) + L".bak");
+      CleanupEntry(PathBelow(upload, name), PathBelow(archive, name) + kFlushedEnding);
     }
     Log().WriteLogW(L"<CleanupUploadDir> end [%s]", account);
   } catch (const std::exception&) {

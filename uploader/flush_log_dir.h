@@ -1,11 +1,4 @@
-// The run over all accounts.
-//
-// Layout under the log directory; another component provides the folders, none is created here:
-//   Upload\<account>\*.log        waiting log files
-//   Upload\NoSent_LogFiles        never an account
-//   Archive\<account>\            sent files, and force-flushed ones with ".bak" appended
-//   LogWork\<account>\UserData.dat  the account's credentials
-//   UploadResult\                 result files
+// The run over all accounts, whose folders logtree/log_tree.h lays out.
 #pragma once
 
 #include <string>

@@ -3,18 +3,18 @@
 
 #include "debuglog/cdebuglog.h"
 #include "debuglog/format.h"
+#include "logtree/log_tree.h"
 #include "platform/file.h"
 #include "platform/file_security.h"
 #include "platform/string_table.h"
 #include "platform/text.h"
-#include "uploader/string_table.h"
+#include "uploader/result_texts.h"
 
 namespace kyd {
 
 namespace {
 
 constexpr std::size_t kResourceCapacity = 2048;  // characters
-constexpr std::size_t kLineCapacity = 260;       // characters; file name and error line
 
 template <class... Arguments>
 std::wstring FormatResource(const UploadResultReport& report, unsigned id,
@@ -49,16 +49,10 @@ std::wstring ResultText(const UploadResultReport& report, const std::wstring& lo
   if (!report.errors.empty()) {
     text += FormatResource(report, KYD_TEXT_RESULT_ERRORS, logDir);
     for (const UploadErrInfo& error : report.errors) {
-      text += FormatBounded(kLineCapacity, L"           [%s / %d]\r\n", error.folder, error.count);
+      text += FormatBounded(kResultLineCapacity, kResultErrorLine, error.folder, error.count);
     }
   }
-  return text + L"\r\n\r\n";
-}
-
-std::wstring ResultPath(const std::wstring& logDir, const platform::LocalTime& time) {
-  const std::wstring name = FormatBounded(kLineCapacity, L"UploadResult%04d%02d%02d.log", time.year,
-                                          time.month, time.day);
-  return logDir + platform::kPathSeparator + L"UploadResult" + platform::kPathSeparator + name;
+  return text + kResultBlockEnd;
 }
 
 void WriteAll(const ByteWriter& write, const std::vector<std::uint8_t>& bytes) {

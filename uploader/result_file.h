@@ -22,9 +22,6 @@ namespace kyd {
                                       std::uint32_t sendCount, std::uint32_t noSendCount,
                                       std::uint32_t fileOkCount, std::uint32_t fileErrorCount);
 
-// The path of the day's file.
-[[nodiscard]] std::wstring ResultPath(const std::wstring& logDir, const platform::LocalTime& time);
-
 // Takes bytes and gives how many of them it took, which may be fewer; nothing when it failed.
 using ByteWriter = std::function<std::optional<std::size_t>(const void* bytes, std::size_t size)>;
 

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "logtree/log_tree.h"
 #include "platform/file.h"
 #include "platform/text.h"
 #include "tests/unit/support/failing_memory.h"
@@ -82,12 +83,6 @@ TEST(ResultText, CutsALongLogFolderAt2047Characters) {
   const std::wstring text = TextOf(report, std::wstring(5000, L'd'));
   const std::wstring tail = L"           [a / 1]\r\n\r\n\r\n";
   EXPECT_EQ(text.size(), std::wstring(kHead).size() + 2047 + tail.size());
-}
-
-TEST(ResultPath, IsNamedAfterTheLocalDay) {
-  const std::wstring separator(1, platform::kPathSeparator);
-  EXPECT_EQ(kyd::ResultPath(L"logs", kTime),
-            L"logs" + separator + L"UploadResult" + separator + L"UploadResult20240305.log");
 }
 
 class OutputResultTest : public testing::Test {
