@@ -8,6 +8,7 @@ from service.certificates import CertificateFactory
 from service.log_service import LogService
 
 from .harness import Machine
+from .outcome import Plan, load
 from .platforms import ROOT, Linux, Windows
 
 
@@ -88,3 +89,10 @@ def service(machine, certificates):
         running.accounts = machine.accounts.values()
         machine.tenant = running.tenant
         yield running
+
+
+@pytest.fixture
+def plan(machine):
+    """A machine with accounts and files, and what is expected of the run over them."""
+    load(machine)
+    return Plan(machine)

@@ -3,6 +3,7 @@
 import collections
 import datetime
 import hashlib
+import itertools
 import json
 import os
 import re
@@ -76,7 +77,12 @@ def expect_messages(actual, expected):
         for at, wanted in enumerate(expected)
     ] + list(actual[len(expected) :])
     wanted = [one.pattern if isinstance(one, re.Pattern) else one for one in expected]
-    assert shown == wanted
+    different = (
+        f"line {at}: {there!r:.300} and not {due!r:.300}"
+        for at, (there, due) in enumerate(itertools.zip_longest(shown, wanted))
+        if there != due
+    )
+    assert shown == wanted, next(different)
 
 
 class Running:
@@ -149,9 +155,10 @@ class Machine:
         self.program_folder = platform.program_folder
         self.tenant = "localhost:1"
         self.more_environment = {}
+        self.launcher = []  # words ahead of the command that starts the program
         self.accounts = {}
         self._made = {}
-        self._before = []
+        self._before = {}
         self._after = []
         self._runs = 0
         for path in (
@@ -263,12 +270,35 @@ class Machine:
     def content(self, account, name):
         return self._made[account, name]
 
+    def made(self):
+        """The log files that lie in Upload or Archive, as (account, name)."""
+        return list(self._made)
+
     def remove_log(self, account, name):
         """Takes a waiting file away, as another program could."""
         self.upload(account, name).unlink()
+        return self.forget_log(account, name)
+
+    def forget_log(self, account, name):
+        """Somebody else has taken the file out of the tree during the run."""
         content = self._made.pop((account, name))
         self._before.pop(os.path.join("Upload", account, name), None)
         return content
+
+    def change_log(self, account, name, content):
+        """Gives a waiting file another content, as another program could."""
+        self.upload(account, name).write_bytes(content)
+        self.note_change(account, name, content)
+
+    def note_change(self, account, name, content):
+        """Somebody else has given a waiting file this content."""
+        self._made[account, name] = content
+        digest = hashlib.sha256(content).hexdigest()
+        self._before[os.path.join("Upload", account, name)] = digest
+
+    def expect_more(self, content):
+        """Somebody else puts such a file into the archive."""
+        self._before["Archive/more"] = hashlib.sha256(content).hexdigest()
 
     def archived(self, account, name, content=b"sent before\n"):
         """A file that lies in the archive from an earlier run."""
@@ -293,7 +323,7 @@ class Machine:
         self._runs += 1
         self._before = self.snapshot()
         program = self.program_folder / self.platform.program_name
-        command = self.platform.command(program, arguments)
+        command = [*self.launcher, *self.platform.command(program, arguments)]
         return Running(self, command, self.folder / "output" / str(self._runs))
 
     def run(self, arguments=None, seconds=RUN_SECONDS):
@@ -309,13 +339,12 @@ class Machine:
     def snapshot(self):
         """All files and folders of the log directory: relative name to SHA-256 or "folder"."""
         found = {}
-        for folder, folders, files in os.walk(self.log_dir):
+        for folder, folders, files in os.walk(self.log_dir, followlinks=True):
             for name in folders:
                 found[os.path.relpath(os.path.join(folder, name), self.log_dir)] = "folder"
             for name in files:
                 path = Path(folder, name)
-                # Reading a pipe would wait for a writer.
-                content = path.read_bytes() if path.is_file() else b""
+                content = _content_of(path)
                 relative = os.path.relpath(path, self.log_dir)
                 found[relative] = hashlib.sha256(content).hexdigest()
         return found
@@ -380,6 +409,14 @@ class Machine:
                 with open(path, "rb") as file:
                     pieces.append(file.read())
         return b"\n".join(pieces)
+
+
+def _content_of(path):
+    """What can be read there; reading a pipe would wait for a writer."""
+    try:
+        return path.read_bytes() if path.is_file() else b""
+    except OSError:
+        return b""
 
 
 def _contents(snapshot):

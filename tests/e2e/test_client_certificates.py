@@ -223,6 +223,26 @@ def test_server_that_proves_nothing_is_refused(alice, trusted, identity):
         assert not service.requests
 
 
+def test_server_that_proves_nothing_from_the_second_file_on_is_refused_then(alice, trusted):
+    first, second = alice.search_order("alice")
+    with serve(alice, trusted.server) as service:
+        service.on_request = lambda request: service.present(trusted.self_signed_server)
+        alice.run()
+        assert [one.body for one in service.requests] == [alice.content("alice", first)]
+    assert alice.is_archived("alice", first) and alice.is_waiting("alice", second)
+    expect_messages(
+        alice.messages(),
+        [
+            *say.started(alice),
+            *say.account_in("alice"),
+            *say.accepted(alice, "alice", first),
+            *say.tried(alice, "alice", second),
+            *say.transport_failure("alice"),
+            *say.summary(accounts=1, ok=1),
+        ],
+    )
+
+
 def needs_revocation_check(machine):
     if machine.platform.name != "windows":
         pytest.skip("only WinHTTP checks revocation")

@@ -160,6 +160,40 @@ def test_files_that_cannot_be_decrypted_are_refused(machine, service):
     expect_each_account_not_sent(machine, service, dict.fromkeys(contents, NOT_DECRYPTED))
 
 
+def expect_not_decrypted(machine, service, contents):
+    """One run over an account for each of these credential files."""
+    machine.switch_log_on(OutputLogSize=50_000_000)
+    for at, content in enumerate(contents):
+        machine.account(f"case-{at:04}", seal=False)
+        machine.log(f"case-{at:04}", "a.log")
+        machine.credential(f"case-{at:04}").write_bytes(content)
+    names = [f"case-{at:04}" for at in range(len(contents))]
+    expect_each_account_not_sent(machine, service, dict.fromkeys(names, NOT_DECRYPTED))
+
+
+@pytest.fixture
+def sealed(machine, tmp_path):
+    path = tmp_path / "sealed.dat"
+    machine.platform.seal(path, json.dumps(GOOD).encode("utf-8"))
+    return path.read_bytes()
+
+
+def test_file_that_is_cut_off_anywhere_is_refused(machine, service, sealed):
+    expect_not_decrypted(machine, service, [sealed[:at] for at in range(1, len(sealed))])
+
+
+def test_file_of_which_any_bit_is_wrong_is_refused(machine, service, sealed):
+    number = int.from_bytes(sealed, "big")
+    flipped = [number ^ (1 << bit) for bit in range(8 * len(sealed))]
+    contents = [one.to_bytes(len(sealed), "big") for one in flipped]
+    assert len(set(contents)) > 1000
+    expect_not_decrypted(machine, service, contents)
+
+
+def test_file_of_100_megabytes_is_refused(machine, service, sealed):
+    expect_not_decrypted(machine, service, [sealed + bytes(100_000_000), bytes(100_000_000)])
+
+
 def test_file_of_another_key_is_refused(alice, service):
     alice.seal("alice")
     alice.use_own_program_folder()
@@ -190,6 +224,10 @@ USELESS_TEXTS = [
     ('{"apikey":"","idp_session":"b"}', NO_KEY),
     ('{"Apikey":"a","idp_session":"b"}', NO_KEY),
     ('{"apikey":1,"apikey":"a","idp_session":"b"}', NO_KEY),
+    ('{"apikey":"\\ud800","idp_session":"b"}', NOT_JSON),
+    ('{"apikey":"\\udc00\\ud800","idp_session":"b"}', NOT_JSON),
+    ('{"apikey":"\\ud800x","idp_session":"b"}', NOT_JSON),
+    ('{"apikey":"a","idp_session":"\\ud83d\\u0041"}', NOT_JSON),
     ('{"apikey":"a"}', NO_SESSION),
     ('{"apikey":"a","idp_session":71}', NO_SESSION),
     ('{"apikey":"a","idp_session":null}', NO_SESSION),

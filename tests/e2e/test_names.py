@@ -177,23 +177,3 @@ def test_linked_folder_and_linked_file_are_followed(machine, service):
     machine.run()
     assert service.bodies() == [b"behind a link\n"]
     assert machine.archive("alice", "a.log").is_symlink()
-
-
-def test_pipe_that_looks_like_a_log_file_ends_the_run_and_does_not_hang(machine, service):
-    if machine.platform.name == "windows":
-        pytest.skip("there are no such files on Windows")
-    machine.switch_log_on()
-    machine.account("alice")
-    os.mkfifo(machine.upload("alice", "a.log"))
-    with machine.start() as running:
-        running.wait_for_end(20)
-    expect_messages(
-        machine.messages(),
-        [
-            *say.started(machine),
-            *say.account_in("alice"),
-            *say.tried(machine, "alice", "a.log"),
-            "<UploadOneUser> exception [alice]",
-            *say.stopped(),
-        ],
-    )

@@ -1,44 +1,12 @@
 """The daily result file, byte for byte."""
 
 import datetime
-import re
 
 import pytest
 
 from service.log_service import Answer, Stage
 
-_TIME = re.compile(r"   (\d{4}:\d\d:\d\d \d\d:\d\d:\d\d)\r\n")
-
-
-def block(time, *, total, target, not_subject, success, error, log_dir=None, errors=()):
-    """One run's whole text."""
-    lines = [
-        "<< Upload Result >>",
-        " [Execution time]",
-        f"   {time}",
-        "",
-        " [User folder information]",
-        "   Number of folders (users)",
-        f"      Total                   : {total}",
-        f"      Upload target           : {target}",
-        f"      Not subject to upload   : {not_subject}",
-        "   Number of log files",
-        f"      Upload success  : {success}",
-        f"      Upload error    : {error}",
-        "",
-    ]
-    if errors:
-        lines += [
-            " [Error file information]",
-            f"   Upload folder path : {log_dir}",
-            "   Upload errors occurred [Folder / Number of errors]",
-        ]
-        lines += [f"           [{name} / {count}]" for name, count in errors]
-    return "\r\n".join([*lines, "", "", ""])
-
-
-def times(content):
-    return _TIME.findall(content.decode("utf-16-le"))
+from .result_text import block, times
 
 
 def now():
@@ -133,7 +101,7 @@ def test_what_already_stands_in_the_file_is_kept_as_it_is(machine, service):
     assert contents.count(odd) == 1
     (written,) = (content for content in contents if content != odd)
     assert written.startswith(odd)
-    (time,) = _TIME.findall(written[len(odd) :].decode("utf-16-le"))
+    (time,) = times(written[len(odd) :])
     expected = block(time, total=1, target=1, not_subject=0, success=1, error=0)
     assert written[len(odd) :] == expected.encode("utf-16-le")
 

@@ -95,13 +95,6 @@ def test_server_that_speaks_no_tls_is_a_transport_failure(loaded):
         thread.join()
 
 
-def test_tenant_that_refuses_the_connection_is_a_transport_failure(loaded):
-    with socket.socket() as taken:
-        taken.bind(("127.0.0.1", 0))  # Taken and not listening: nobody else can open it.
-        loaded.tenant = f"localhost:{taken.getsockname()[1]}"
-        expect_nothing_sent(loaded)
-
-
 def test_tenant_whose_name_nobody_knows_is_a_transport_failure(loaded):
     loaded.tenant = "no-such-host.invalid"
     expect_nothing_sent(loaded)

@@ -75,6 +75,8 @@ class Answer:
     reason: str | None = None
     delay: float = 0.0  # seconds before the answer
     hold: Hold | None = None
+    body_hold: Hold | None = None  # holds the reading of the request's body after its first bytes
+    early: bool = False  # the answer goes out before the request's body is read
     interim: tuple = ()  # status codes of answers that go out ahead of the real one
     raw: object = None  # bytes or an iterable: the whole answer, head and all; ends the connection
     drop: Stage | None = None
@@ -223,6 +225,7 @@ class LogService:
         self._context = self._make_context(identity, minimum, maximum, client_authority)
         if require_client_certificate:
             self._context.verify_mode = ssl.CERT_REQUIRED
+        self._versions = minimum, maximum
         self._listener = socket.create_server(("127.0.0.1", port), backlog=64)
         self.port = self._listener.getsockname()[1]
 
@@ -278,6 +281,11 @@ class LogService:
         """Empties the queue."""
         with self._changed:
             self._queue.clear()
+
+    def present(self, identity):
+        """Shows another certificate from the next connection on, and asks for none."""
+        self.identity = identity
+        self._context = self._make_context(identity, *self._versions, None)
 
     def wait_for_requests(self, count, seconds=30):
         """Waits until so many requests have come in; False when time runs out."""
@@ -359,6 +367,13 @@ class LogService:
             method, target, headers = _parse_head(head)
             request = Request(0, connection, time.time(), head, method, target, headers)
             answer = self._take_answer()
+            if answer and answer.early:
+                self._record(request)
+                goes_on = self._answer(secure, request, answer)
+                self._read_body(secure, reader, request, answer)
+                if goes_on:
+                    continue
+                return
             self._read_body(secure, reader, request, answer)
             self._record(request)
             answer = answer or (self.decide and self.decide(request)) or self._judge(request)
@@ -373,6 +388,8 @@ class LogService:
             limit = answer.drop_after
         for piece in _body_pieces(reader, request):
             request.body += piece
+            if answer and answer.body_hold:
+                self._wait_for(answer.body_hold)
             if limit is not None and len(request.body) >= limit:
                 raise _Dropped(answer.reset)
         if limit is not None:
@@ -416,12 +433,15 @@ class LogService:
             return Answer(401, b"credentials refused", (("Content-Type", "text/plain"),))
         return Answer(200)
 
+    def _wait_for(self, hold):
+        hold.reached.set()
+        while not hold.release.wait(0.05) and not self._stopping.is_set():
+            pass
+
     def _answer(self, secure, request, answer):
         """Answers; True when the connection goes on."""
         if answer.hold:
-            answer.hold.reached.set()
-            while not answer.hold.release.wait(0.05) and not self._stopping.is_set():
-                pass
+            self._wait_for(answer.hold)
         if answer.delay:
             self._stopping.wait(answer.delay)
         if answer.drop is Stage.BEFORE_ANSWER:
