@@ -78,7 +78,10 @@ def platform(request, tmp_path_factory):
 
 @pytest.fixture
 def machine(platform, tmp_path):
-    return Machine(platform, tmp_path)
+    """A machine of its own for the test; whatever the test is about, no secret may be left there."""
+    made = Machine(platform, tmp_path)
+    yield made
+    made.expect_no_secret()
 
 
 @pytest.fixture

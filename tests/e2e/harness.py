@@ -158,6 +158,7 @@ class Machine:
         self.launcher = []  # words ahead of the command that starts the program
         self.accounts = {}
         self._made = {}
+        self._secrets = set()
         self._before = {}
         self._after = []
         self._runs = 0
@@ -249,6 +250,9 @@ class Machine:
     def seal(self, name, **members):
         account = self.accounts[name]
         text = {"apikey": account.apikey, "idp_session": account.idp_session, **members}
+        self._secrets |= {text["apikey"], text["idp_session"]}
+        if isinstance(text.get("cert"), dict):
+            self._secrets.add(text["cert"].get("base64encoded"))
         self.seal_text(name, json.dumps(text))
 
     def seal_text(self, name, text):
@@ -400,15 +404,24 @@ class Machine:
         return [line.message for line in self.log_lines()]
 
     def all_bytes(self):
-        """Everything that lies on this machine now: names and contents of all files."""
+        """Everything that runs have written: names and contents of all files but the log files."""
         pieces = []
-        for folder, _, files in os.walk(self.folder):
-            for name in files:
-                path = os.path.join(folder, name)
-                pieces.append(os.fsencode(path))
-                with open(path, "rb") as file:
-                    pieces.append(file.read())
+        written = (self.log_dir / "UploadResult", self.diagnostic_base, self.sysroot)
+        for top in (*written, self.working_folder, self.folder / "output"):
+            for folder, _, files in os.walk(top):
+                for name in files:
+                    path = Path(folder, name)
+                    pieces += [os.fsencode(path), _content_of(path)]
         return b"\n".join(pieces)
+
+    def expect_no_secret(self):
+        """No key and no session stands in anything that runs have written."""
+        left = self.all_bytes()
+        for secret in self._secrets:
+            # A shorter one could stand there by chance.
+            if isinstance(secret, str) and len(secret) >= 8:
+                assert secret.encode("utf-8", "surrogatepass") not in left
+                assert secret.encode("utf-16-le", "surrogatepass") not in left
 
 
 def _content_of(path):
