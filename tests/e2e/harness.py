@@ -1,6 +1,7 @@
 """One test's machine: a log tree, settings, credentials, the program's runs and what they left."""
 
 import collections
+import contextlib
 import datetime
 import hashlib
 import itertools
@@ -14,7 +15,7 @@ from pathlib import Path
 
 from service.log_service import Account
 
-from .platforms import PRODUCT_KEY
+from .platforms import PRODUCT_KEY, wait_until
 
 ON = 16  # the bit of "OutputLog" that switches the program's log on
 RUN_SECONDS = 60
@@ -304,6 +305,23 @@ class Machine:
         """Somebody else puts such a file into the archive."""
         self._before["Archive/more"] = hashlib.sha256(content).hexdigest()
 
+    @contextlib.contextmanager
+    def held_by_another(self, path):
+        """Another Windows program has the file open and shares it with nobody."""
+        holder = subprocess.Popen(
+            self.platform.command(self.platform.hold_open, [self.platform.native_path(path)]),
+            env=self.environment,
+            stdin=subprocess.PIPE,
+            stdout=subprocess.DEVNULL,
+            stderr=subprocess.DEVNULL,
+        )
+        try:
+            assert wait_until(lambda: _is_open(path))
+            yield
+        finally:
+            holder.stdin.close()
+            holder.wait(30)
+
     def archived(self, account, name, content=b"sent before\n"):
         """A file that lies in the archive from an earlier run."""
         self.archive(account, name).write_bytes(content)
@@ -422,6 +440,17 @@ class Machine:
             if isinstance(secret, str) and len(secret) >= 8:
                 assert secret.encode("utf-8", "surrogatepass") not in left
                 assert secret.encode("utf-16-le", "surrogatepass") not in left
+
+
+def _is_open(path):
+    """Whether any process has the file open; under Wine it is Wine's server."""
+    for entry in Path("/proc").glob("[0-9]*/fd/*"):
+        try:
+            if os.readlink(entry) == os.fspath(path):
+                return True
+        except OSError:
+            pass  # The process or its file is gone.
+    return False
 
 
 def _content_of(path):

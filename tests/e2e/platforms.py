@@ -223,6 +223,10 @@ class Windows(Platform):
     def _certificate_import(self):
         return os.fspath(self.bin_folder.parent / "tests/certificate-import.exe")
 
+    @property
+    def hold_open(self):
+        return os.fspath(self.bin_folder.parent / "tests/hold-open.exe")
+
     def _import_certificate(self, what, identity):
         if (what, identity.thumbprint) in self._imported:
             return

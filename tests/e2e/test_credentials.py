@@ -2,17 +2,13 @@
 
 import fcntl
 import json
-import os
 import re
 import shutil
-import subprocess
-from pathlib import Path
 
 import pytest
 
 from . import messages as say
 from .harness import expect_messages
-from .platforms import wait_until
 
 GOOD = {"apikey": "key-of-alice-71", "idp_session": "session-of-alice-71"}
 
@@ -84,7 +80,7 @@ def test_empty_file_is_refused(alice, service):
     expect_not_sent(alice, service, re.compile(r"<Read AuthFile> GetFileSize error \(\d+\)"))
 
 
-def test_file_that_another_program_writes_is_error_32(alice, service):
+def test_file_that_another_program_holds_is_error_32(alice, service):
     alice.seal("alice")
     path = alice.credential("alice")
     if alice.platform.name == "linux":
@@ -92,31 +88,8 @@ def test_file_that_another_program_writes_is_error_32(alice, service):
             fcntl.flock(file, fcntl.LOCK_EX)
             expect_not_sent(alice, service, "<Read AuthFile> CreateFile error (32)")
         return
-    # A command that has the file open for appending until its own input ends.
-    holder = subprocess.Popen(
-        alice.platform.command("cmd", ["/c", f'find "x" >> {alice.platform.native_path(path)}']),
-        env=alice.environment,
-        stdin=subprocess.PIPE,
-        stdout=subprocess.DEVNULL,
-        stderr=subprocess.DEVNULL,
-    )
-    try:
-        assert wait_until(lambda: is_open(path))
+    with alice.held_by_another(path):
         expect_not_sent(alice, service, "<Read AuthFile> CreateFile error (32)")
-    finally:
-        holder.stdin.close()
-        holder.wait(30)
-
-
-def is_open(path):
-    """Whether any process has the file open; under Wine it is Wine's server."""
-    for entry in Path("/proc").glob("[0-9]*/fd/*"):
-        try:
-            if os.readlink(entry) == os.fspath(path):
-                return True
-        except OSError:
-            pass  # The process or its file is gone.
-    return False
 
 
 def expect_each_account_not_sent(machine, service, messages):

@@ -282,6 +282,15 @@ def test_file_that_cannot_be_read(plan, service):
     expect_end_at_victim(plan, service)
 
 
+def test_file_that_another_program_holds(plan, service):
+    if plan.machine.platform.name == "linux":
+        pytest.skip("nobody keeps others from reading on Linux")
+    with plan.machine.held_by_another(plan.machine.upload(*plan.victim)):
+        plan.machine.run()
+    plan.fates[plan.victim] = EndOfRun()
+    plan.expect(service, unheard=[plan.victim])
+
+
 # The diagnostic log.
 
 
