@@ -282,6 +282,12 @@ class LogService:
         with self._changed:
             self._queue.clear()
 
+    def forget_requests(self):
+        """Begins to count anew; what was recorded of earlier requests goes."""
+        with self._changed:
+            self.requests.clear()
+            self.connections.clear()
+
     def present(self, identity):
         """Shows another certificate from the next connection on, and asks for none."""
         self.identity = identity
