@@ -21,6 +21,11 @@ class File {
   // For reading beside other readers (GENERIC_READ, FILE_SHARE_READ, OPEN_EXISTING).
   [[nodiscard]] static File OpenShared(const std::wstring& path);
 
+  // For reading beside everybody, and in nobody's way: others may open the file as they like, to
+  // write to it or to remove it (GENERIC_READ with every share mode, OPEN_EXISTING; no lock on
+  // Linux).
+  [[nodiscard]] static File OpenUnobtrusive(const std::wstring& path);
+
   // For writing, made when missing, others may read (GENERIC_WRITE, FILE_SHARE_READ, OPEN_ALWAYS).
   // Writing starts at the beginning of the file.
   [[nodiscard]] static File OpenForWriting(const std::wstring& path,
@@ -90,6 +95,10 @@ class Utf8AppendFile {
 
 // PathIsDirectoryW.
 [[nodiscard]] bool IsFolder(const std::wstring& path);
+
+// Whether there is a file, or a link to one, that is not a folder; it is not opened
+// (GetFileAttributesW, stat). Nothing when that cannot be told (LastError).
+[[nodiscard]] std::optional<bool> FileExists(const std::wstring& path);
 
 // Makes a folder with all its missing parents (SHCreateDirectoryExW without security attributes).
 // False when it could not be made, and when it was there already.

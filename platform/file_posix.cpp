@@ -72,6 +72,10 @@ File File::OpenShared(const std::wstring& path) {
   return File(Handle::Holding(OpenLocked(path, O_RDONLY, LOCK_SH)));
 }
 
+File File::OpenUnobtrusive(const std::wstring& path) {
+  return File(Handle::Holding(OpenRegularFile(ToNativePath(path), O_RDONLY)));
+}
+
 File File::OpenForWriting(const std::wstring& path, const CFileAccessSecurity& /*security*/) {
   return File(Handle::Holding(OpenLocked(path, O_WRONLY | O_CREAT, LOCK_EX)));
 }
@@ -204,6 +208,19 @@ bool RemoveFile(const std::wstring& path) {
 
 bool IsFolder(const std::wstring& path) {
   return IsExistingFolder(ToNativePath(path));
+}
+
+std::optional<bool> FileExists(const std::wstring& path) {
+  const std::string native = ToNativePath(path);
+  struct stat status;
+  if (stat(native.c_str(), &status) == 0) {
+    return !S_ISDIR(status.st_mode);
+  }
+  RecordErrno(errno, native);
+  if (LastError() == kErrorFileNotFound || LastError() == kErrorPathNotFound) {
+    return false;
+  }
+  return std::nullopt;
 }
 
 bool CreateFolders(const std::wstring& path) {

@@ -1,7 +1,9 @@
 // The entries of a folder that match a pattern, one after the other.
 #pragma once
 
+#include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 
 namespace platform {
@@ -9,6 +11,12 @@ namespace platform {
 struct FoundEntry {
   std::wstring name;
   bool is_folder = false;  // a link to a folder counts as a folder
+};
+
+// What the folder knows of an entry. While a file is being written it may lag behind.
+struct EntryDetails {
+  std::uint64_t size = 0;     // bytes
+  std::int64_t modified = 0;  // last write, seconds since 1970
 };
 
 // FindFirstFileW, FindNextFileW, FindClose. The order is that of the system's search, nothing is
@@ -32,6 +40,10 @@ class FileSearch {
 
   // The current entry; valid after First or Next returned true, until the next call of either.
   [[nodiscard]] const FoundEntry& Current() const noexcept { return entry_; }
+
+  // Size and time of the current entry (WIN32_FIND_DATAW, fstatat). Nothing when they cannot be
+  // had: kErrorFileNotFound for an entry that has vanished.
+  [[nodiscard]] std::optional<EntryDetails> Details() const;
 
   // Ends the search; the destructor does it otherwise.
   void Close() noexcept;

@@ -41,6 +41,7 @@ bool IsFolderEntry(DIR* directory, const dirent& entry) {
 struct FileSearch::Handle {
   UniqueHandle<DirectoryCloser> directory;
   std::string folder;   // for the error number
+  std::string entry;    // the current one's name as the system has it
   std::wstring ending;  // that names must have; empty when every name matches
 
   bool Matches(const std::wstring& name) const {
@@ -101,9 +102,23 @@ bool FileSearch::Next() {
     std::wstring name = FromNativePath(entry->d_name);
     if (handle_->Matches(name)) {
       entry_ = {std::move(name), IsFolderEntry(directory, *entry)};
+      handle_->entry = entry->d_name;
       return true;
     }
   }
+}
+
+std::optional<EntryDetails> FileSearch::Details() const {
+  struct stat status;
+  if (handle_ == nullptr) {
+    SetLastError(kErrorFileNotFound);
+    return std::nullopt;
+  }
+  if (fstatat(dirfd(handle_->directory.Get()), handle_->entry.c_str(), &status, 0) != 0) {
+    SetLastError(NumberOfErrno(errno));
+    return std::nullopt;
+  }
+  return EntryDetails{static_cast<std::uint64_t>(status.st_size), status.st_mtim.tv_sec};
 }
 
 void FileSearch::Close() noexcept {

@@ -20,6 +20,18 @@ struct FindCloser {
   }
 };
 
+constexpr std::uint64_t Joined(DWORD high, DWORD low) {
+  return (std::uint64_t{high} << 32) | low;
+}
+
+// A FILETIME counts 100 ns since 1601.
+std::int64_t SecondsSince1970(const FILETIME& time) {
+  constexpr std::int64_t kTicksPerSecond = 10'000'000;
+  constexpr std::int64_t kSecondsFrom1601To1970 = 11'644'473'600;
+  const auto ticks = static_cast<std::int64_t>(Joined(time.dwHighDateTime, time.dwLowDateTime));
+  return ticks / kTicksPerSecond - kSecondsFrom1601To1970;
+}
+
 FoundEntry EntryOf(const WIN32_FIND_DATAW& data) {
   return {data.cFileName, (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0};
 }
@@ -28,6 +40,12 @@ FoundEntry EntryOf(const WIN32_FIND_DATAW& data) {
 
 struct FileSearch::Handle {
   UniqueHandle<FindCloser> search;
+  EntryDetails details;
+
+  void Keep(const WIN32_FIND_DATAW& data) {
+    details.size = Joined(data.nFileSizeHigh, data.nFileSizeLow);
+    details.modified = SecondsSince1970(data.ftLastWriteTime);
+  }
 };
 
 FileSearch::FileSearch() = default;
@@ -42,6 +60,7 @@ bool FileSearch::First(const std::wstring& pattern) {
     return false;
   }
   entry_ = EntryOf(data);
+  handle->Keep(data);
   handle_ = std::move(handle);
   return true;
 }
@@ -56,7 +75,16 @@ bool FileSearch::Next() {
     return false;
   }
   entry_ = EntryOf(data);
+  handle_->Keep(data);
   return true;
+}
+
+std::optional<EntryDetails> FileSearch::Details() const {
+  if (handle_ == nullptr) {
+    ::SetLastError(ERROR_FILE_NOT_FOUND);
+    return std::nullopt;
+  }
+  return handle_->details;
 }
 
 void FileSearch::Close() noexcept {

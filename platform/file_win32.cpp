@@ -97,6 +97,12 @@ File File::OpenShared(const std::wstring& path) {
                                    /*security=*/nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL)));
 }
 
+File File::OpenUnobtrusive(const std::wstring& path) {
+  constexpr DWORD kEverybody = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+  return File(Handle::Holding(OpenDiskFile(path, GENERIC_READ, kEverybody, /*security=*/nullptr,
+                                           OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL)));
+}
+
 File File::OpenForWriting(const std::wstring& path, const CFileAccessSecurity& security) {
   return File(Handle::Holding(OpenDiskFile(path, GENERIC_WRITE, FILE_SHARE_READ,
                                            security.Attributes(), OPEN_ALWAYS,
@@ -214,6 +220,18 @@ bool RemoveFile(const std::wstring& path) {
 
 bool IsFolder(const std::wstring& path) {
   return PathIsDirectoryW(path.c_str()) != FALSE;
+}
+
+std::optional<bool> FileExists(const std::wstring& path) {
+  const DWORD attributes = GetFileAttributesW(path.c_str());
+  if (attributes != INVALID_FILE_ATTRIBUTES) {
+    return (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0;
+  }
+  const unsigned error = LastError();
+  if (error == kErrorFileNotFound || error == kErrorPathNotFound) {
+    return false;
+  }
+  return std::nullopt;
 }
 
 bool CreateFolders(const std::wstring& path) {

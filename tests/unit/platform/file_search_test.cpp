@@ -3,10 +3,15 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <filesystem>
 #include <map>
+#include <optional>
 #include <vector>
 
+#include "platform/clock.h"
 #include "platform/error.h"
+#include "platform/file.h"
 #include "platform/text.h"
 #include "tests/unit/support/temp_folder.h"
 
@@ -132,5 +137,34 @@ TEST_F(FileSearchTest, EndsWhenClosed) {
   EXPECT_FALSE(search.Next());
   search.Close();
 }
+
+TEST_F(FileSearchTest, KnowsSizeAndTimeOfTheCurrentEntry) {
+  kyd_test::WriteFileBytes(folder_ / L"a.log", "12345");
+  const std::filesystem::path file = platform::ToNativePath(folder_ / L"a.log");
+  const auto now = std::filesystem::file_time_type::clock::now();
+  std::filesystem::last_write_time(file, now - std::chrono::hours(2));
+  FileSearch search;
+  EXPECT_FALSE(search.Details());
+  ASSERT_TRUE(search.First(folder_ / L"*.log"));
+  const std::optional<platform::EntryDetails> details = search.Details();
+  ASSERT_TRUE(details);
+  EXPECT_EQ(details->size, 5U);
+  const std::int64_t age = platform::SystemClock().Seconds() - details->modified;
+  EXPECT_NEAR(static_cast<double>(age), 7200, 60);
+  search.Close();
+  EXPECT_FALSE(search.Details());
+}
+
+#ifndef _WIN32
+// On Windows the search itself brings the details.
+TEST_F(FileSearchTest, HasNoDetailsOfAnEntryThatHasVanished) {
+  MakeFile(L"a.log");
+  FileSearch search;
+  ASSERT_TRUE(search.First(folder_ / L"*.log"));
+  ASSERT_TRUE(platform::RemoveFile(folder_ / L"a.log"));
+  EXPECT_FALSE(search.Details());
+  EXPECT_EQ(platform::LastError(), platform::kErrorFileNotFound);
+}
+#endif
 
 }  // namespace

@@ -208,4 +208,40 @@ TEST_F(FileTest, RemovesNoFolder) {
   EXPECT_EQ(platform::LastError(), platform::kErrorPathNotFound);
 }
 
+TEST_F(FileTest, ReadsUnobtrusivelyWhateverOthersDo) {
+  WriteFileBytes(path_, "content");
+  std::array<char, 8> buffer = {};
+  {
+    const File writer = OpenForWriting();
+    ASSERT_TRUE(writer.IsOpen());
+    File reader = File::OpenUnobtrusive(path_);
+    ASSERT_TRUE(reader.IsOpen());
+    EXPECT_EQ(reader.Read(buffer.data(), buffer.size()), 7U);
+  }
+  const File reader = File::OpenUnobtrusive(path_);
+  ASSERT_TRUE(reader.IsOpen());
+  EXPECT_TRUE(OpenForWriting().IsOpen());
+  EXPECT_TRUE(platform::RemoveFile(path_));
+}
+
+TEST_F(FileTest, OpensNothingUnobtrusivelyThatIsNoFile) {
+  EXPECT_FALSE(File::OpenUnobtrusive(path_).IsOpen());
+  EXPECT_EQ(platform::LastError(), platform::kErrorFileNotFound);
+  EXPECT_FALSE(File::OpenUnobtrusive(folder_.Path()).IsOpen());
+  EXPECT_EQ(platform::LastError(), platform::kErrorAccessDenied);
+}
+
+TEST_F(FileTest, TellsWhetherAFileIsThere) {
+  EXPECT_EQ(platform::FileExists(path_), false);
+  WriteFileBytes(path_, "");
+  EXPECT_EQ(platform::FileExists(path_), true);
+  EXPECT_EQ(platform::FileExists(folder_.Path()), false);
+  EXPECT_EQ(platform::FileExists((folder_ / L"missing") + platform::kPathSeparator + L"file"),
+            false);
+#ifndef _WIN32
+  // Windows takes a name that cannot be for one that is not there.
+  EXPECT_EQ(platform::FileExists(folder_ / std::wstring(1000, L'a')), std::nullopt);
+#endif
+}
+
 }  // namespace
