@@ -31,6 +31,7 @@ class Platform:
     name = ""
     separator = ""
     program_name = ""
+    status_name = ""
     companion_name = ""
     configuration_name = ""
 
@@ -45,6 +46,7 @@ class Platform:
         """The first thing that the build lacks, or None."""
         needed = [
             Path(bin_folder) / cls.program_name,
+            Path(bin_folder) / cls.status_name,
             Path(bin_folder) / cls.companion_name,
             Path(bin_folder) / cls.configuration_name,
             Path(native_bin_folder) / "keyward-seal",
@@ -54,7 +56,9 @@ class Platform:
     def start(self):
         """Copies the program and makes the key that its companion and the sealing tool share."""
         self.program_folder.mkdir(parents=True)
-        for name in (self.program_name, self.companion_name, self.configuration_name):
+        for name in (
+            self.program_name, self.status_name, self.companion_name, self.configuration_name,
+        ):
             shutil.copy2(self.bin_folder / name, self.program_folder / name)
         sealing = self.folder / "sealing"
         sealing.mkdir()
@@ -114,6 +118,7 @@ class Linux(Platform):
     name = "linux"
     separator = "/"
     program_name = "KydLogUploader"
+    status_name = "KydUploadStatus"
     companion_name = "Corvid.so"
     configuration_name = "libpelham.so"
     # What the import of a certificate text fails with, as it is printed.
@@ -161,6 +166,7 @@ class Windows(Platform):
     name = "windows"
     separator = "\\"
     program_name = "KydLogUploader.exe"
+    status_name = "KydUploadStatus.exe"
     companion_name = "Corvid.dll"
     configuration_name = "pelham.dll"
 

@@ -20,7 +20,7 @@ SYSTEM_LIBRARIES = {
     "user32.dll",
     "winhttp.dll",
 }
-GUI = 2
+GUI, CONSOLE = 2, 3
 HIGH_ENTROPY_VA, DYNAMIC_BASE, NX_COMPATIBLE = 0x20, 0x40, 0x100
 EXECUTABLE, WRITABLE = 0x20000000, 0x80000000
 RT_STRING, RT_VERSION, RT_MANIFEST = 6, 16, 24
@@ -119,7 +119,10 @@ def project_version():
     return re.search(r"project\(KydLogUploader VERSION (\d+\.\d+\.\d+)", text)[1]
 
 
-PROGRAMS = {"KydLogUploader": "Uploads waiting log files"}
+PROGRAMS = {
+    "KydLogUploader": "Uploads waiting log files",
+    "KydUploadStatus": "Tells what was uploaded and what waits",
+}
 
 
 @pytest.fixture
@@ -158,6 +161,20 @@ def test_windows_program_needs_system_libraries_and_the_configuration_library(po
     needed = {name.lower() for name in re.findall(r"DLL Name: (\S+)", listed)}
     assert "pelham.dll" in needed
     assert needed - {"pelham.dll"} <= SYSTEM_LIBRARIES
+
+
+def test_status_tool_is_a_console_program_that_needs_system_libraries_only(platform):
+    executable = platform.bin_folder / platform.status_name
+    if platform.name == "windows":
+        assert PortableExecutable(executable).subsystem == CONSOLE
+        listed = tool("x86_64-w64-mingw32-objdump", "--private-headers", executable)
+        needed = {name.lower() for name in re.findall(r"DLL Name: (\S+)", listed)}
+        # It never talks to anybody.
+        assert needed <= SYSTEM_LIBRARIES - {"winhttp.dll"}
+    else:
+        listed = tool("readelf", "--wide", "--dynamic", executable)
+        needed = re.findall(r"\(NEEDED\).*\[(.*?)\.so", listed)
+        assert not [name for name in needed if name.startswith(("libpelham", "libssl", "libcpprest"))]
 
 
 def test_windows_program_is_loaded_anywhere_and_never_executes_data(portable):

@@ -1,0 +1,25 @@
+// Days and moments as dates.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "platform/clock.h"
+
+namespace kyd {
+
+// The latest `count` days, the given one first. Of each only the date is set.
+[[nodiscard]] std::vector<platform::LocalTime> LatestDays(const platform::LocalTime& today,
+                                                          unsigned count);
+
+// "2024-03-05" (ISO 8601).
+[[nodiscard]] std::wstring DateText(const platform::LocalTime& day);
+
+// "2024-03-05T14:07:09", local time.
+[[nodiscard]] std::wstring TimeText(const platform::LocalTime& time);
+
+// "2024-03-05T14:07:09Z" of seconds since 1970; empty before the year 1970 and after 9999.
+[[nodiscard]] std::wstring UtcText(std::int64_t seconds);
+
+}  // namespace kyd

@@ -1,0 +1,24 @@
+// Reads back what a printf-style format has written.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace kyd {
+
+// What stood in the place of the format's %d and %s, in their order.
+struct FormatFields {
+  std::vector<std::int64_t> numbers;
+  std::vector<std::wstring> texts;
+};
+
+// Matches the whole of a text against a format of literal characters, %d with or without zero fill
+// and width, and %s, which takes as much as it can. Nothing when the text does not fit, or a number
+// has more than 18 digits.
+[[nodiscard]] std::optional<FormatFields> MatchFormat(std::wstring_view format,
+                                                      std::wstring_view text);
+
+}  // namespace kyd

@@ -1,0 +1,107 @@
+// The options, through CLI11.
+#include "status/options.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+
+#include "platform/text.h"
+#include "status/version.h"
+
+namespace kyd {
+
+namespace {
+
+constexpr unsigned kMostDays = 366;
+constexpr std::uint32_t kLongestAge = 100'000;  // hours, more than eleven years
+constexpr std::uint32_t kMostErrors = 1'000'000'000;
+
+constexpr char kDescription[] =
+    "Tells what KydLogUploader has done and what waits for it. Nothing is changed, and no "
+    "credential file is opened.";
+constexpr char kFooter[] =
+    "Exit code:\n"
+    "  0  ok\n"
+    "  1  warning: over a limit\n"
+    "  2  critical: over twice a limit (with a limit of 0: over it)\n"
+    "  3  cannot tell: something could not be read, or the page not be written\n"
+    "  64 wrong usage";
+
+// What the library takes from the arguments, as it takes it.
+struct Taken {
+  std::string log_dir;
+  std::string html_file;
+  std::uint32_t max_age = 0;
+  std::uint32_t max_errors = 0;
+};
+
+// Says nothing of itself in the help, where the option's own words do.
+CLI::Validator Between(std::uint32_t least, std::uint32_t most) {
+  CLI::Range range(least, most);
+  range.description("");
+  return range;
+}
+
+Answer AnswerOf(const CLI::App& app, const CLI::ParseError& error) {
+  if (error.get_name() == "CallForHelp") {
+    return {0, platform::FromUtf8(app.help())};
+  }
+  if (error.get_name() == "CallForVersion") {
+    return {0, std::wstring(kStatusName) + L" " + kStatusVersion + L"\n"};
+  }
+  return {kExitUsage, std::wstring(kStatusName) + L": " + platform::FromUtf8(error.what()) +
+                          L"\nTry --help.\n"};
+}
+
+}  // namespace
+
+CommandLine ReadCommandLine(const std::vector<std::string>& arguments, const PathDecoder& path_of) {
+  CommandLine line;
+  Options& options = line.options;
+  Taken taken;
+  CLI::App app(kDescription, platform::ToUtf8(kStatusName));
+  app.footer(kFooter);
+  app.allow_windows_style_options(false);  // the same line on both platforms
+  app.set_help_flag("-h,--help", "Say this and end");
+  app.set_version_flag("--version", std::string(), "Say the version and end");
+  app.add_option("LogDir", taken.log_dir, "The log directory that KydLogUploader is started with")
+      ->required();
+  app.add_option("--days", options.days,
+                 "Result files to read: today's and those before, 1 to 366 (7)")
+      ->check(Between(1U, kMostDays))
+      ->type_name("N");
+  app.add_flag("--json", options.json, "Print JSON");
+  app.add_option("--html", taken.html_file, "Write a page to this file as well")->type_name("FILE");
+  const CLI::Option* const age =
+      app.add_option("--max-age", taken.max_age, "Limit for the age of a waiting file, in hours")
+          ->check(Between(0U, kLongestAge))
+          ->type_name("HOURS");
+  const CLI::Option* const errors =
+      app.add_option("--max-errors", taken.max_errors,
+                     "Limit for the failed uploads of all days looked at")
+          ->check(Between(0U, kMostErrors))
+          ->type_name("N");
+  try {
+    // The library takes them from the back.
+    app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
+    if (taken.log_dir.empty()) {
+      throw CLI::ValidationError("LogDir", "is empty");
+    }
+    if (app.count("--html") != 0 && taken.html_file.empty()) {
+      throw CLI::ValidationError("--html", "is empty");
+    }
+  } catch (const CLI::ParseError& error) {
+    line.answer = AnswerOf(app, error);
+    return line;
+  }
+  options.log_dir = path_of(taken.log_dir);
+  options.html_file = path_of(taken.html_file);
+  if (age->count() != 0) {
+    options.limits.max_age_hours = taken.max_age;
+  }
+  if (errors->count() != 0) {
+    options.limits.max_errors = taken.max_errors;
+  }
+  return line;
+}
+
+}  // namespace kyd

@@ -1,0 +1,41 @@
+// The command line.
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "status/judgement.h"
+
+namespace kyd {
+
+struct Options {
+  std::wstring log_dir;
+  unsigned days = 7;
+  bool json = false;
+  std::wstring html_file;  // empty: no page
+  Limits limits;
+};
+
+// What to do instead of looking around: a text for standard output (0) or standard error (64).
+struct Answer {
+  int exit_code = 0;
+  std::wstring text;
+};
+
+inline constexpr int kExitUsage = 64;  // EX_USAGE of sysexits.h
+
+struct CommandLine {
+  std::optional<Answer> answer;
+  Options options;  // without an answer
+};
+
+// Makes a path of an argument.
+using PathDecoder = std::function<std::wstring(const std::string&)>;
+
+// Arguments are UTF-8, without the program's name; on Linux a path may hold any bytes.
+[[nodiscard]] CommandLine ReadCommandLine(const std::vector<std::string>& arguments,
+                                          const PathDecoder& path_of);
+
+}  // namespace kyd

@@ -1,0 +1,235 @@
+// The report as a page: figures, a chart, two tables. Everything that comes from outside is
+// escaped.
+#include <string_view>
+
+#include "platform/text.h"
+#include "status/calendar.h"
+#include "status/day_chart.h"
+#include "status/page.h"
+#include "status/reports.h"
+#include "status/version.h"
+#include "status/wording.h"
+
+namespace kyd {
+
+namespace {
+
+constexpr wchar_t kStyle[] =
+    LR"(
+:root { color-scheme: light dark; --ground: #f6f7f9; --card: #ffffff; --text: #1c2128; --soft: #57606a;
+  --line: #d5dae1; --sent: #1f6feb; --failed: #c2410c; --ok: #1a7f37; --warning: #8a5a00;
+  --critical: #b91c1c; --unknown: #6b4fa3; --on-state: #ffffff; }
+@media (prefers-color-scheme: dark) {
+  :root { --ground: #0f1319; --card: #181d25; --text: #e6eaf0; --soft: #a3adba; --line: #333c48;
+    --sent: #6cb0ff; --failed: #ff9a57; --ok: #4cc26a; --warning: #e3b341; --critical: #ff7b72;
+    --unknown: #c0a8f0; --on-state: #0f1319; }
+}
+* { box-sizing: border-box; }
+body { margin: 0; background: var(--ground); color: var(--text);
+  font: 16px/1.5 system-ui, "Segoe UI", "Liberation Sans", sans-serif; }
+main { max-width: 64rem; margin: 0 auto; padding: 2rem 1.25rem 3rem; }
+header { display: flex; flex-wrap: wrap; align-items: center; gap: .5rem 1rem; }
+h1 { font-size: 1.6rem; line-height: 1.2; margin: 0; }
+h2 { font-size: 1.1rem; margin: 0 0 .75rem; }
+.state { border-radius: 999px; padding: .15rem .8rem; font-weight: 600; color: var(--on-state);
+  letter-spacing: .03em; }
+.ok { background: var(--ok); } .warning { background: var(--warning); }
+.critical { background: var(--critical); } .unknown { background: var(--unknown); }
+.where { flex-basis: 100%; margin: 0; color: var(--soft); overflow-wrap: anywhere; }
+.reasons { margin: 1rem 0 0; padding: .75rem 1rem .75rem 2rem; background: var(--card);
+  border: 1px solid var(--line); border-radius: .6rem; overflow-wrap: anywhere; }
+.figures { display: grid; grid-template-columns: repeat(auto-fit, minmax(9.5rem, 1fr)); gap: .75rem;
+  margin: 1.5rem 0 0; }
+.figures div, section { background: var(--card); border: 1px solid var(--line); border-radius: .6rem; }
+.figures div { padding: .75rem 1rem; }
+.figures dt { color: var(--soft); font-size: .875rem; }
+.figures dd { margin: 0; font-size: 1.4rem; font-weight: 600; font-variant-numeric: tabular-nums; }
+.figures dd small { display: block; font-size: .8125rem; font-weight: 400; color: var(--soft); }
+section { margin-top: 1.25rem; padding: 1rem 1.25rem 1.25rem; }
+.scroll { overflow-x: auto; }
+.scroll:focus-visible { outline: 3px solid var(--sent); outline-offset: 2px; }
+table { width: 100%; border-collapse: collapse; font-variant-numeric: tabular-nums; }
+th, td { padding: .4rem .6rem; text-align: right; white-space: nowrap;
+  border-bottom: 1px solid var(--line); }
+th:first-child, td:first-child { text-align: left; padding-left: 0; }
+td:last-child, th:last-child { padding-right: 0; }
+tbody tr:last-child > * { border-bottom: 0; }
+thead th { color: var(--soft); font-size: .875rem; font-weight: 600; vertical-align: bottom; }
+tbody th { font-weight: 600; white-space: normal; overflow-wrap: anywhere; min-width: 8rem; }
+tbody th small { display: block; font-weight: 400; color: var(--soft); }
+.bad { color: var(--failed); font-weight: 600; }
+.legend { display: flex; gap: 1.25rem; margin: 0 0 .5rem; padding: 0; list-style: none;
+  color: var(--soft); font-size: .875rem; }
+.legend span { display: inline-block; width: .8rem; height: .8rem; margin-right: .4rem;
+  border-radius: .15rem; }
+.legend .sent { background: var(--sent); } .legend .failed { background: var(--failed); }
+svg { display: block; width: 100%; min-width: 36rem; height: auto; }
+svg text { fill: var(--soft); font-size: 12px; }
+svg line { stroke: var(--line); }
+svg .sent { fill: var(--sent); } svg .failed { fill: var(--failed); }
+footer { margin-top: 1.5rem; color: var(--soft); font-size: .875rem; }
+@media print { body { background: none; } section, .figures div { break-inside: avoid; } }
+)";
+
+std::wstring Number(std::uint64_t number) {
+  return std::to_wstring(number);
+}
+
+std::wstring StateClass(State state) {
+  switch (state) {
+    case State::kOk:
+      return L"ok";
+    case State::kWarning:
+      return L"warning";
+    case State::kCritical:
+      return L"critical";
+    case State::kUnknown:
+      break;
+  }
+  return L"unknown";
+}
+
+// A number that is bad news unless it is zero.
+std::wstring BadNumber(std::uint64_t number) {
+  return number == 0 ? L"<td>0</td>" : L"<td class=\"bad\">" + Number(number) + L"</td>";
+}
+
+std::wstring Figure(std::wstring_view name, const std::wstring& value, const std::wstring& more) {
+  std::wstring figure = L"<div><dt>";
+  figure += name;
+  return figure + L"</dt><dd>" + value + L"<small>" + more + L"</small></dd></div>\n";
+}
+
+std::wstring Figures(const Survey& survey) {
+  const WaitingFiles waiting = AllWaiting(survey);
+  const ArchivedFiles archived = AllArchived(survey);
+  const AllDays days = SumOfDays(survey);
+  const std::wstring span = L"in " + Counted(survey.days.size(), L"day", L"days");
+  return L"<dl class=\"figures\">\n" +
+         Figure(L"Waiting", Number(waiting.files), SizeText(waiting.bytes)) +
+         Figure(L"Oldest", OldestText(waiting, survey.now), L"since its last write") +
+         Figure(L"Sent", Number(days.sent), span + L", " + Counted(days.runs, L"run", L"runs")) +
+         Figure(L"Failed", Number(days.errors), span) +
+         Figure(L"Archived", Number(archived.files), Number(archived.not_sent) + L" not sent") +
+         L"</dl>\n";
+}
+
+std::wstring Header(const Survey& survey, const Verdict& verdict) {
+  std::wstring header = L"<header>\n<h1>Log upload status</h1>\n<span class=\"state " +
+                        StateClass(verdict.state) + L"\">" + StateName(verdict.state) +
+                        L"</span>\n<p class=\"where\">" + Escaped(survey.log_dir) + L" on <time>" +
+                        DateText(survey.time) + L"</time> at " +
+                        TimeText(survey.time).substr(11, 5) + L"</p>\n</header>\n";
+  if (!verdict.reasons.empty()) {
+    header += L"<ul class=\"reasons\">\n";
+    for (const std::wstring& reason : verdict.reasons) {
+      header += L"<li>" + Escaped(reason) + L"</li>\n";
+    }
+    header += L"</ul>\n";
+  }
+  return header;
+}
+
+std::wstring AccountRow(const AccountStatus& account, std::int64_t now) {
+  std::wstring note;
+  if (!account.has_folder) {
+    note = L"<small>in a result file only, no folder</small>";
+  } else if (!account.archived.has_folder) {
+    note = L"<small>no archive folder: what is sent stays and is sent again</small>";
+  }
+  return L"<tr><th scope=\"row\">" + Escaped(account.name) + note + L"</th><td>" +
+         Number(account.waiting.files) + L"</td><td>" + SizeText(account.waiting.bytes) +
+         L"</td><td>" + OldestText(account.waiting, now) + L"</td><td>" +
+         Number(account.archived.files) + L"</td><td>" + Number(account.archived.not_sent) +
+         L"</td><td>" + CredentialsText(account) + L"</td>" + BadNumber(account.errors) +
+         L"</tr>\n";
+}
+
+// Wide tables scroll in a box of their own, which the keyboard reaches.
+std::wstring TableIn(const wchar_t* id, const wchar_t* title, const wchar_t* columns,
+                     const std::wstring& rows) {
+  const std::wstring name = id;
+  return L"<section aria-labelledby=\"" + name + L"\">\n<h2 id=\"" + name + L"\">" + title +
+         L"</h2>\n<div class=\"scroll\" role=\"region\" tabindex=\"0\" aria-labelledby=\"" + name +
+         L"\">\n<table>\n<thead><tr>" + columns + L"</tr></thead>\n<tbody>\n" + rows +
+         L"</tbody>\n</table>\n</div>\n</section>\n";
+}
+
+std::wstring Accounts(const Survey& survey) {
+  std::wstring rows;
+  for (const AccountStatus& account : survey.accounts) {
+    rows += AccountRow(account, survey.now);
+  }
+  if (rows.empty()) {
+    rows = L"<tr><td colspan=\"8\">There are no accounts.</td></tr>\n";
+  }
+  return TableIn(L"accounts", L"Accounts",
+                 L"<th scope=\"col\">Account</th><th scope=\"col\">Waiting</th>"
+                 L"<th scope=\"col\">Size</th><th scope=\"col\">Oldest</th>"
+                 L"<th scope=\"col\">Archived</th><th scope=\"col\">Not sent</th>"
+                 L"<th scope=\"col\">Credentials</th><th scope=\"col\">Failed</th>",
+                 rows);
+}
+
+std::wstring Days(const Survey& survey) {
+  std::wstring rows;
+  for (const DayStatus& day : survey.days) {
+    const DayResult& result = day.result;
+    std::wstring note;
+    if (result.unfinished_blocks != 0) {
+      note = L"<small>" +
+             Counted(result.unfinished_blocks, L"unfinished block", L"unfinished blocks") +
+             L"</small>";
+    }
+    rows += L"<tr><th scope=\"row\">" + DateText(day.day) + note + L"</th><td>" +
+            Number(result.runs) + L"</td><td>" + Number(result.folders) + L"</td><td>" +
+            Number(result.sent) + L"</td>" + BadNumber(result.errors) +
+            BadNumber(result.errors_by_account.size()) + L"</tr>\n";
+  }
+  return TableIn(L"days", L"Days",
+                 L"<th scope=\"col\">Day</th><th scope=\"col\">Runs</th>"
+                 L"<th scope=\"col\">Folders</th><th scope=\"col\">Sent</th>"
+                 L"<th scope=\"col\">Failed</th><th scope=\"col\">Accounts with errors</th>",
+                 rows);
+}
+
+std::wstring Chart(const Survey& survey) {
+  return L"<section aria-labelledby=\"chart\">\n<h2 id=\"chart\">Sent and failed per day</h2>\n"
+         L"<ul class=\"legend\"><li><span class=\"sent\"></span>sent</li>"
+         L"<li><span class=\"failed\"></span>failed</li></ul>\n"
+         L"<div class=\"scroll\" role=\"region\" tabindex=\"0\" aria-labelledby=\"chart\">\n" +
+         DayChart(survey.days) + L"</div>\n</section>\n";
+}
+
+std::wstring UnreadableList(const Survey& survey) {
+  if (survey.unreadable.empty()) {
+    return {};
+  }
+  std::wstring list =
+      L"<section aria-labelledby=\"unreadable\">\n"
+      L"<h2 id=\"unreadable\">Could not be read</h2>\n<ul>\n";
+  for (const Unreadable& unreadable : survey.unreadable) {
+    list += L"<li>" + Escaped(unreadable.path) + L" (" + ErrorText(unreadable.error) + L")</li>\n";
+  }
+  return list + L"</ul>\n</section>\n";
+}
+
+}  // namespace
+
+std::string HtmlReport(const Survey& survey, const Verdict& verdict) {
+  std::wstring page =
+      L"<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\"/>\n"
+      L"<meta http-equiv=\"Content-Security-Policy\" content=\"default-src 'none'; "
+      L"style-src 'unsafe-inline'\"/>\n"
+      L"<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\"/>\n"
+      L"<meta name=\"color-scheme\" content=\"light dark\"/>\n<title>";
+  page += StateName(verdict.state);
+  page += L": log upload status</title>\n<style>";
+  page += kStyle;
+  page += L"</style>\n</head>\n<body>\n<main>\n" + Header(survey, verdict) + Figures(survey) +
+          Chart(survey) + Accounts(survey) + Days(survey) + UnreadableList(survey) + L"<footer>" +
+          kStatusName + L" " + kStatusVersion + L"</footer>\n</main>\n</body>\n</html>\n";
+  return platform::ToUtf8(page);
+}
+
+}  // namespace kyd

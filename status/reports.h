@@ -1,0 +1,23 @@
+// The three forms of a report.
+#pragma once
+
+#include <string>
+
+#include "status/judgement.h"
+#include "status/survey.h"
+
+namespace kyd {
+
+// "OK", "WARNING", "CRITICAL", "UNKNOWN".
+[[nodiscard]] const wchar_t* StateName(State state) noexcept;
+
+// For a terminal and for a monitoring system, which shows the first line.
+[[nodiscard]] std::wstring TextReport(const Survey& survey, const Verdict& verdict);
+
+// For machines: one JSON object (RFC 8259), UTF-8.
+[[nodiscard]] std::string JsonReport(const Survey& survey, const Verdict& verdict);
+
+// For people: a page that needs nothing but itself, UTF-8, well-formed as XML too.
+[[nodiscard]] std::string HtmlReport(const Survey& survey, const Verdict& verdict);
+
+}  // namespace kyd

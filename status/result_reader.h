@@ -1,0 +1,65 @@
+// Reads the result file of a day: what the uploader's runs have written about themselves.
+//
+// The file may be in the middle of being written, may end in half a block because a disk was full,
+// and may hold what somebody else wrote. A run counts once the lines with its numbers are there
+// whole; everything that is no part of a block is skipped.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace kyd {
+
+// What the runs of a day come to.
+struct DayResult {
+  std::uint64_t runs = 0;
+  std::uint64_t folders = 0;  // of the run that met the most
+  std::uint64_t sent = 0;
+  std::uint64_t errors = 0;
+  std::map<std::wstring, std::uint64_t> errors_by_account;
+  std::uint64_t unfinished_blocks = 0;  // their end is missing
+  std::uint64_t strange_lines = 0;      // outside of all blocks, and not empty
+  std::wstring last_run;                // time of day, "14:07:09"; empty without a run
+};
+
+// Takes the bytes of a result file in pieces of any size, and needs little memory whatever they
+// hold.
+class ResultReader {
+ public:
+  ResultReader();
+
+  void Take(const std::uint8_t* bytes, std::size_t size);
+
+  // What was read, once everything has been taken. A last line without its end does not count: the
+  // rest of it may be on its way.
+  [[nodiscard]] DayResult Finish();
+
+ private:
+  enum class Place { kOutside, kInBlock, kAfterCounts, kInErrors };
+
+  void TakeUnit(std::uint16_t unit);
+  void TakeLine(std::wstring_view line);
+  void TakeLineOfHead(std::wstring_view line);
+  void TakeLineOfErrors(std::wstring_view line);
+  void TakeOtherLine(std::wstring_view line);
+  void CountRun();
+
+  std::vector<std::wstring> head_;    // lines of the time and the counts
+  std::vector<std::wstring> errors_;  // lines above those of the accounts
+  std::vector<std::uint8_t> line_;    // UTF-16LE, as far as it has been read
+  bool line_is_too_long_ = false;
+  std::optional<std::uint8_t> odd_byte_;
+
+  Place place_ = Place::kOutside;
+  std::size_t next_line_ = 0;  // of head_ or errors_
+  unsigned empty_lines_ = 0;   // in a row, at the end of a block
+  std::vector<std::int64_t> numbers_;
+  DayResult day_;
+};
+
+}  // namespace kyd

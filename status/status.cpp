@@ -1,0 +1,113 @@
+// Command line, survey, verdict, report.
+#include "status/status.h"
+
+#include <chrono>
+#include <exception>
+
+#include "platform/console.h"
+#include "platform/error.h"
+#include "platform/file.h"
+#include "platform/text.h"
+#include "status/reports.h"
+#include "status/version.h"
+#include "status/wording.h"
+
+namespace kyd {
+
+namespace {
+
+constexpr int kCannotTell = static_cast<int>(State::kUnknown);
+
+// When not even standard error takes it, there is nobody left to tell.
+void Complain(const std::wstring& text) {
+  static_cast<void>(platform::WriteErrors(std::wstring(kStatusName) + L": " + text + L"\n"));
+}
+
+std::int64_t SteadyMilliseconds() {
+  using std::chrono::milliseconds;
+  const auto now = std::chrono::steady_clock::now().time_since_epoch();
+  return std::chrono::duration_cast<milliseconds>(now).count();
+}
+
+Survey LookAroundInSight(const Options& options) {
+  const platform::Clock& clock = platform::SystemClock();
+  if (!platform::ErrorsAreSeen()) {
+    Progress unseen;
+    return LookAround(options.log_dir, options.days, clock, unseen);
+  }
+  Progress progress(&SteadyMilliseconds, [](const std::wstring& text) {
+    static_cast<void>(platform::WriteErrors(text));
+  });
+  return LookAround(options.log_dir, options.days, clock, progress);
+}
+
+bool WriteBytes(const std::wstring& path, const std::string& bytes) {
+  platform::CFileAccessSecurity security(platform::CFileAccessSecurity::kDefault);
+  security.Build();
+  platform::File file = platform::File::OpenForWriting(path, security);
+  std::size_t done = 0;
+  while (file.IsOpen() && done < bytes.size()) {
+    const std::optional<std::size_t> count = file.Write(bytes.data() + done, bytes.size() - done);
+    if (!count || *count == 0) {
+      return false;
+    }
+    done += *count;
+  }
+  return file.IsOpen();
+}
+
+// Whoever looks at the page sees the old one or the new one, never half of one.
+bool WritePage(const std::wstring& path, const std::string& page) {
+  const std::wstring draft = path + L".new";
+  // One that was left behind by a run that was ended.
+  static_cast<void>(platform::RemoveFile(draft));
+  if (WriteBytes(draft, page) && platform::MoveReplacing(draft, path)) {
+    return true;
+  }
+  const unsigned error = platform::LastError();
+  static_cast<void>(platform::RemoveFile(draft));
+  platform::SetLastError(error);
+  return false;
+}
+
+int Report(const Options& options) {
+  const Survey survey = LookAroundInSight(options);
+  const Verdict verdict = Judge(survey, options.limits);
+  int exit_code = static_cast<int>(verdict.state);
+  if (!options.html_file.empty() && !WritePage(options.html_file, HtmlReport(survey, verdict))) {
+    const unsigned error = platform::LastError();
+    Complain(L"cannot write " + Printable(options.html_file) + L" (" + ErrorText(error) + L")");
+    exit_code = kCannotTell;
+  }
+  const std::wstring report =
+      options.json ? platform::FromUtf8(JsonReport(survey, verdict)) : TextReport(survey, verdict);
+  const bool printed = platform::WriteOutput(report);
+  if (!printed) {
+    const unsigned error = platform::LastError();
+    Complain(L"cannot print the report (" + ErrorText(error) + L")");
+    exit_code = kCannotTell;
+  }
+  return exit_code;
+}
+
+int Answered(const Answer& answer) {
+  if (answer.exit_code != 0) {
+    static_cast<void>(platform::WriteErrors(answer.text));
+    return answer.exit_code;
+  }
+  return platform::WriteOutput(answer.text) ? 0 : kCannotTell;
+}
+
+}  // namespace
+
+int RunStatus(const std::vector<std::string>& arguments, const PathDecoder& path_of) {
+  try {
+    const CommandLine line = ReadCommandLine(arguments, path_of);
+    return line.answer ? Answered(*line.answer) : Report(line.options);
+  } catch (const std::exception& unexpected) {
+    Complain(platform::FromUtf8(unexpected.what()));
+    return kCannotTell;
+  }
+}
+
+}  // namespace kyd

@@ -1,0 +1,77 @@
+// What lies below the log directory now, and what the uploader has said about the last days.
+//
+// Nothing is changed, no credential file is opened, and nobody is kept from opening a file
+// meanwhile.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/clock.h"
+#include "status/progress.h"
+#include "status/result_reader.h"
+
+namespace kyd {
+
+struct WaitingFiles {
+  std::uint64_t files = 0;
+  std::uint64_t bytes = 0;
+  std::optional<std::int64_t> oldest;  // last write of the oldest one, seconds since 1970
+};
+
+struct ArchivedFiles {
+  bool has_folder = false;     // without it no file can go there
+  std::uint64_t files = 0;     // all of them
+  std::uint64_t not_sent = 0;  // of these, moved there by a force flush
+};
+
+struct AccountStatus {
+  std::wstring name;
+  bool has_folder = true;  // false for an account that only a result file names
+  WaitingFiles waiting;
+  ArchivedFiles archived;
+  std::optional<bool> has_credentials;  // nothing when it cannot be told
+  std::uint64_t errors = 0;             // failed files in the days looked at
+  std::optional<platform::LocalTime> last_error_day;
+};
+
+struct DayStatus {
+  platform::LocalTime day;  // the date of it
+  DayResult result;
+};
+
+// Something that could not be read.
+struct Unreadable {
+  std::wstring path;
+  unsigned error = 0;  // LastError
+};
+
+struct Survey {
+  std::wstring log_dir;
+  platform::LocalTime time;
+  std::int64_t now = 0;                 // the same moment in seconds since 1970
+  std::vector<AccountStatus> accounts;  // by name
+  std::vector<DayStatus> days;          // today first
+  std::vector<Unreadable> unreadable;
+};
+
+// Sums over all accounts or days.
+[[nodiscard]] WaitingFiles AllWaiting(const Survey& survey);
+[[nodiscard]] ArchivedFiles AllArchived(const Survey& survey);
+struct AllDays {
+  std::uint64_t runs = 0;
+  std::uint64_t sent = 0;
+  std::uint64_t errors = 0;
+};
+[[nodiscard]] AllDays SumOfDays(const Survey& survey);
+
+// Seconds that have passed since a moment; 0 for one in the future.
+[[nodiscard]] std::int64_t AgeOf(std::int64_t moment, std::int64_t now) noexcept;
+
+// Looks around. `days` is the number of result files that are read, today's and those before.
+[[nodiscard]] Survey LookAround(const std::wstring& log_dir, unsigned days,
+                                const platform::Clock& clock, Progress& progress);
+
+}  // namespace kyd

@@ -1,0 +1,38 @@
+// How the reports say things.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "status/survey.h"
+
+namespace kyd {
+
+// A text without what could steer a terminal or turn a line around: control and direction
+// characters become U+FFFD.
+[[nodiscard]] std::wstring Printable(std::wstring_view text);
+
+// "1 file", "2 files".
+[[nodiscard]] std::wstring Counted(std::uint64_t count, std::wstring_view one,
+                                   std::wstring_view more);
+
+// "45 s", "12 min", "3 h 5 min", "2 d 4 h".
+[[nodiscard]] std::wstring DurationText(std::int64_t seconds);
+
+// "999 B", "1.5 KiB", "20.0 GiB".
+[[nodiscard]] std::wstring SizeText(std::uint64_t bytes);
+
+// "yes", "no", "unknown".
+[[nodiscard]] std::wstring CredentialsText(const AccountStatus& account);
+
+// How long the oldest file has waited, "-" when none waits or its time is not known.
+[[nodiscard]] std::wstring OldestText(const WaitingFiles& waiting, std::int64_t now);
+
+// "missing", "access denied" or the number of the error.
+[[nodiscard]] std::wstring ErrorText(unsigned error);
+
+// What one line can say of a survey.
+[[nodiscard]] std::wstring SummaryText(const Survey& survey);
+
+}  // namespace kyd

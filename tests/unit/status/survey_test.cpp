@@ -1,0 +1,241 @@
+#include "status/survey.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <filesystem>
+
+#include "logtree/log_tree.h"
+#include "platform/error.h"
+#include "platform/file.h"
+#include "platform/text.h"
+#include "tests/unit/support/fake_clock.h"
+#include "tests/unit/support/program_texts.h"
+#include "tests/unit/support/temp_folder.h"
+#include "uploader/result_file.h"
+#ifndef _WIN32
+#include <sys/syscall.h>
+
+#include "tests/unit/support/failing_calls_posix.h"
+#endif
+
+namespace {
+
+using kyd::AccountStatus;
+using kyd::Survey;
+
+class SurveyTest : public testing::Test {
+ protected:
+  SurveyTest() {
+    clock_.seconds = platform::SystemClock().Seconds() + 1000;
+    report_.instance = kyd_test::ProgramTexts();
+    MakeFolder(kyd::UploadPath(log_dir_));
+    MakeFolder(kyd::PathBelow(log_dir_, L"UploadResult"));
+  }
+
+  static void MakeFolder(const std::wstring& path) {
+    std::filesystem::create_directories(platform::ToNativePath(path));
+  }
+  static void MakeFile(const std::wstring& folder, const std::wstring& name,
+                       const std::string& content = "") {
+    MakeFolder(folder);
+    kyd_test::WriteFileBytes(kyd::PathBelow(folder, name), content);
+  }
+  void MakeOlder(const std::wstring& path, std::int64_t age) const {
+    const std::filesystem::path file = platform::ToNativePath(path);
+    const auto since = platform::SystemClock().Seconds() - (clock_.seconds - age);
+    std::filesystem::last_write_time(
+        file, std::filesystem::file_time_type::clock::now() - std::chrono::seconds(since));
+  }
+  // Has the uploader's own code write a block of a day.
+  void WriteResult(const platform::LocalTime& day, std::uint32_t sent, std::uint32_t failed,
+                   const std::vector<kyd::UploadErrInfo>& errors = {}) {
+    kyd_test::FakeClock then;
+    then.local = day;
+    report_.errors = errors;
+    kyd::OutputResult(report_, log_dir_, 3, 2, 1, sent, failed, then);
+  }
+  Survey Look(unsigned days = 7) {
+    kyd::Progress unseen;
+    return kyd::LookAround(log_dir_, days, clock_, unseen);
+  }
+
+  kyd_test::TempFolder folder_;
+  kyd_test::FakeClock clock_;
+  std::wstring log_dir_ = folder_.Path();
+  kyd::UploadResultReport report_;
+};
+
+TEST_F(SurveyTest, FindsNothingInAnEmptyTree) {
+  const Survey survey = Look();
+  EXPECT_TRUE(survey.accounts.empty());
+  EXPECT_TRUE(survey.unreadable.empty());
+  ASSERT_EQ(survey.days.size(), 7U);
+  EXPECT_EQ(survey.days.back().day.day, 25);  // six days before the first of May
+  EXPECT_EQ(kyd::AllWaiting(survey).files, 0U);
+  EXPECT_FALSE(kyd::AllWaiting(survey).oldest);
+}
+
+TEST_F(SurveyTest, CountsWhatTheUploaderWouldSend) {
+  const std::wstring alice = kyd::UploadPath(log_dir_, L"alice");
+  MakeFile(alice, L"a.log", "12345");
+  MakeFile(alice, L"B.LOG", "123");
+  MakeFile(alice, L"c.txt", "1");
+  MakeFolder(kyd::PathBelow(alice, L"folder.log"));
+  MakeFolder(kyd::UploadPath(log_dir_, L"bob"));
+  MakeFile(kyd::UploadPath(log_dir_, L"NoSent_LogFiles"), L"x.log", "1");
+  MakeFile(kyd::UploadPath(log_dir_), L"y.log", "1");
+  MakeOlder(kyd::PathBelow(alice, L"B.LOG"), 7200);
+  const Survey survey = Look();
+  ASSERT_EQ(survey.accounts.size(), 2U);
+  EXPECT_EQ(survey.accounts[0].name, L"alice");
+  EXPECT_EQ(survey.accounts[0].waiting.files, 2U);
+  EXPECT_EQ(survey.accounts[0].waiting.bytes, 8U);
+  ASSERT_TRUE(survey.accounts[0].waiting.oldest);
+  EXPECT_NEAR(static_cast<double>(kyd::AgeOf(*survey.accounts[0].waiting.oldest, survey.now)), 7200,
+              5);
+  EXPECT_EQ(survey.accounts[1].name, L"bob");
+  EXPECT_EQ(survey.accounts[1].waiting.files, 0U);
+  EXPECT_EQ(kyd::AllWaiting(survey).bytes, 8U);
+}
+
+TEST_F(SurveyTest, TellsSentFromFlushedInTheArchive) {
+  MakeFolder(kyd::UploadPath(log_dir_, L"alice"));
+  MakeFolder(kyd::UploadPath(log_dir_, L"bob"));
+  const std::wstring archive = kyd::ArchivePath(log_dir_, L"alice");
+  MakeFile(archive, L"a.log");
+  MakeFile(archive, L"B.LOG");
+  MakeFile(archive, L"c.log.bak");
+  MakeFile(archive, L"d.txt");
+  MakeFile(archive, L"e.bak");
+  MakeFolder(kyd::PathBelow(archive, L"folder.log"));
+  const Survey survey = Look();
+  ASSERT_EQ(survey.accounts.size(), 2U);
+  EXPECT_TRUE(survey.accounts[0].archived.has_folder);
+  EXPECT_EQ(survey.accounts[0].archived.files, 3U);
+  EXPECT_EQ(survey.accounts[0].archived.not_sent, 1U);
+  EXPECT_FALSE(survey.accounts[1].archived.has_folder);
+  EXPECT_TRUE(survey.unreadable.empty());
+}
+
+TEST_F(SurveyTest, SeesWhetherACredentialFileIsThere) {
+  for (const wchar_t* const name : {L"alice", L"bob", L"carol"}) {
+    MakeFolder(kyd::UploadPath(log_dir_, name));
+  }
+  MakeFile(kyd::PathBelow(kyd::PathBelow(log_dir_, L"LogWork"), L"alice"), L"UserData.dat");
+  MakeFolder(kyd::CredentialPath(log_dir_, L"carol"));
+  const Survey survey = Look();
+  ASSERT_EQ(survey.accounts.size(), 3U);
+  EXPECT_EQ(survey.accounts[0].has_credentials, true);
+  EXPECT_EQ(survey.accounts[1].has_credentials, false);
+  EXPECT_EQ(survey.accounts[2].has_credentials, false);  // a folder is no file
+}
+
+TEST_F(SurveyTest, AddsWhatTheResultFilesSay) {
+  MakeFolder(kyd::UploadPath(log_dir_, L"alice"));
+  WriteResult({2024, 5, 1, 8, 0, 0, 0}, 5, 0);
+  WriteResult({2024, 4, 30, 8, 0, 0, 0}, 1, 2, {{L"alice", 2}});
+  WriteResult({2024, 4, 29, 8, 0, 0, 0}, 1, 3, {{L"alice", 1}, {L"..", 2}});
+  WriteResult({2024, 4, 28, 8, 0, 0, 0}, 100, 0);
+  const Survey survey = Look(3);
+  EXPECT_EQ(kyd::SumOfDays(survey).runs, 3U);
+  EXPECT_EQ(kyd::SumOfDays(survey).sent, 7U);
+  EXPECT_EQ(kyd::SumOfDays(survey).errors, 5U);
+  ASSERT_EQ(survey.accounts.size(), 2U);
+  const AccountStatus& alice = survey.accounts[0];
+  EXPECT_EQ(alice.errors, 3U);
+  ASSERT_TRUE(alice.last_error_day);
+  EXPECT_EQ(alice.last_error_day->day, 30);
+  // A name that only a result file has is never looked for.
+  const AccountStatus& stranger = survey.accounts[1];
+  EXPECT_EQ(stranger.name, L"..");
+  EXPECT_EQ(stranger.errors, 2U);
+  EXPECT_FALSE(stranger.has_folder);
+  EXPECT_FALSE(stranger.has_credentials);
+}
+
+TEST_F(SurveyTest, NotesAMissingUploadFolder) {
+  log_dir_ = folder_ / L"nowhere";
+  const Survey survey = Look();
+  ASSERT_EQ(survey.unreadable.size(), 1U);
+  EXPECT_EQ(survey.unreadable[0].path, kyd::UploadPath(log_dir_));
+  EXPECT_EQ(survey.unreadable[0].error, platform::kErrorPathNotFound);
+}
+
+TEST_F(SurveyTest, NotesAResultFileThatIsNone) {
+  MakeFolder(kyd::ResultPath(log_dir_, clock_.local));
+  const Survey survey = Look();
+  ASSERT_EQ(survey.unreadable.size(), 1U);
+  EXPECT_EQ(survey.unreadable[0].error, platform::kErrorAccessDenied);
+}
+
+TEST_F(SurveyTest, ReadsAResultFileThatTheUploaderHasOpen) {
+  WriteResult(clock_.local, 5, 0);
+  const platform::CFileAccessSecurity security(platform::CFileAccessSecurity::kDefault);
+  const platform::File writer =
+      platform::File::OpenForWriting(kyd::ResultPath(log_dir_, clock_.local), security);
+  ASSERT_TRUE(writer.IsOpen());
+  EXPECT_EQ(kyd::SumOfDays(Look()).sent, 5U);
+}
+
+TEST_F(SurveyTest, KeepsNobodyFromWritingTheResultFile) {
+  WriteResult(clock_.local, 5, 0);
+  const std::wstring path = kyd::ResultPath(log_dir_, clock_.local);
+  const platform::File reader = platform::File::OpenUnobtrusive(path);
+  ASSERT_TRUE(reader.IsOpen());
+  WriteResult(clock_.local, 6, 0);
+  EXPECT_EQ(kyd::SumOfDays(Look()).sent, 11U);
+}
+
+#ifndef _WIN32
+TEST_F(SurveyTest, NotesWhatItMayNotRead) {
+  MakeFile(kyd::UploadPath(log_dir_, L"alice"), L"a.log", "1");
+  WriteResult(clock_.local, 5, 0);
+  Survey survey;
+  kyd_test::RunWithout({{SYS_openat, EACCES, {}}}, [&] {
+    survey = Look(1);
+    return true;
+  });
+  std::vector<std::wstring> paths;
+  for (const kyd::Unreadable& unreadable : survey.unreadable) {
+    paths.push_back(unreadable.path);
+    EXPECT_EQ(unreadable.error, platform::kErrorAccessDenied);
+  }
+  EXPECT_THAT(paths, testing::ElementsAre(kyd::UploadPath(log_dir_),
+                                          kyd::ResultPath(log_dir_, clock_.local)));
+}
+
+// stat and fstatat of a name, without flags; that of an open folder has some.
+constexpr kyd_test::CallArgument kOfAPath{3, 0};
+
+TEST_F(SurveyTest, CountsFilesWhoseDetailsCannotBeHad) {
+  MakeFile(kyd::UploadPath(log_dir_, L"alice"), L"a.log", "1");
+  MakeFile(kyd::UploadPath(log_dir_, L"alice"), L"b.log", "1");
+  Survey survey;
+  // The credential file cannot be looked for either.
+  kyd_test::RunWithout({{SYS_newfstatat, EACCES, kOfAPath}}, [&] {
+    survey = Look(1);
+    return true;
+  });
+  ASSERT_EQ(survey.accounts.size(), 1U);
+  EXPECT_EQ(survey.accounts[0].waiting.files, 2U);
+  EXPECT_FALSE(survey.accounts[0].waiting.oldest);
+  EXPECT_FALSE(survey.accounts[0].has_credentials);
+  EXPECT_FALSE(survey.unreadable.empty());
+}
+
+TEST_F(SurveyTest, DoesNotCountAFileThatGoesMeanwhile) {
+  MakeFile(kyd::UploadPath(log_dir_, L"alice"), L"a.log", "1");
+  Survey survey;
+  kyd_test::RunWithout({{SYS_newfstatat, ENOENT, kOfAPath}}, [&] {
+    survey = Look(1);
+    return true;
+  });
+  ASSERT_EQ(survey.accounts.size(), 1U);
+  EXPECT_EQ(survey.accounts[0].waiting.files, 0U);
+  EXPECT_TRUE(survey.unreadable.empty());
+}
+#endif
+
+}  // namespace
