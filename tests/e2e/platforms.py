@@ -98,6 +98,14 @@ class Platform:
         """Makes the lines of a registry export the machine's only settings of the product."""
         raise NotImplementedError
 
+    def import_registry_file(self, path, sysroot):
+        """Does with a file of settings what an administrator does with it."""
+        raise NotImplementedError
+
+    def default_log_base(self, sysroot):
+        """Where the folder of the diagnostic log is made when the settings name no place."""
+        raise NotImplementedError
+
     def trust(self, authority, sysroot):
         """Makes an authority one of those whose server certificates the machine takes for good."""
         raise NotImplementedError
@@ -141,6 +149,14 @@ class Linux(Platform):
         path = sysroot / "etc/keyward/registry.reg"
         path.parent.mkdir(parents=True, exist_ok=True)
         path.write_text(REGISTRY_HEADER + text, encoding="utf-8", newline="")
+
+    def import_registry_file(self, path, sysroot):
+        target = sysroot / "etc/keyward/registry.reg"
+        target.parent.mkdir(parents=True, exist_ok=True)
+        shutil.copyfile(path, target)
+
+    def default_log_base(self, sysroot):
+        return sysroot / "var/log"
 
     def trust(self, authority, sysroot):
         with (sysroot / "authorities.pem").open("ab") as authorities:
@@ -212,6 +228,13 @@ class Windows(Platform):
     def set_registry(self, text, sysroot):
         if text != self._registry:
             self._import_registry(text)
+
+    def import_registry_file(self, path, sysroot):
+        self._registry = None
+        self._run("regedit", "/S", self.native_path(path))
+
+    def default_log_base(self, sysroot):
+        return self.prefix / "drive_c"
 
     def trust(self, authority, sysroot):
         self._import_certificate("authority", authority.identity)
