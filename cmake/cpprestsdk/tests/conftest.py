@@ -29,6 +29,8 @@ class Probe:
         self.path = Path(path).resolve()
         self.windows = self.path.suffix == ".exe"
         self.environment = dict(os.environ)
+        program = self.path.read_bytes()
+        self.sanitized = b"__asan_init" in program or b"__tsan_init" in program
         self.command = [str(self.path)]
         if self.windows:
             wine = shutil.which("wine64") or "/usr/lib/wine/wine64"
@@ -52,6 +54,12 @@ class Probe:
         lines = done.stdout.splitlines()
         assert lines[-1] == "end", done.stdout
         return lines[:-1]
+
+
+def sanitizer_options(*options):
+    """The environment's options of the address sanitizer, and these."""
+    given = os.environ.get("ASAN_OPTIONS")
+    return {"ASAN_OPTIONS": ":".join([*([given] if given else []), *options])}
 
 
 @pytest.fixture(scope="session")
