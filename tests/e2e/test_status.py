@@ -518,6 +518,27 @@ def test_page_that_cannot_be_written(machine):
     assert "files wait" in finished.output  # the report is there all the same
 
 
+def test_page_does_not_take_the_place_of_a_folder(machine):
+    path = machine.folder / "page.html"
+    path.mkdir()
+    finished = status(machine, "--html", machine.platform.native_path(path))
+    assert finished.code == UNKNOWN and finished.errors.startswith("KydUploadStatus: cannot write ")
+    assert path.is_dir()
+    assert not path.with_name(path.name + ".new").exists()
+
+
+def test_report_that_nobody_takes(machine):
+    if machine.platform.name == "windows":
+        pytest.skip("Windows has no device that is always full")
+    with open("/dev/full", "wb") as full:
+        finished = subprocess.run(
+            command(machine, machine.native()), stdin=subprocess.DEVNULL, stdout=full,
+            stderr=subprocess.PIPE, env=machine.environment, timeout=SECONDS, check=False,
+        )
+    assert finished.returncode == UNKNOWN
+    assert finished.stderr == b"KydUploadStatus: cannot print the report (error 112)\n"
+
+
 def first_pixel(path):
     """The colour in the upper left corner of a PNG picture (RFC 2083): no filter changes it."""
     content = path.read_bytes()
