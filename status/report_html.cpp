@@ -47,6 +47,7 @@ h2 { font-size: 1.1rem; margin: 0 0 .75rem; }
 .figures dd small { display: block; font-size: .8125rem; font-weight: 400; color: var(--soft); }
 section { margin-top: 1.25rem; padding: 1rem 1.25rem 1.25rem; }
 .scroll { overflow-x: auto; }
+.latest { direction: rtl; } .latest svg { direction: ltr; }
 .scroll:focus-visible { outline: 3px solid var(--sent); outline-offset: 2px; }
 table { width: 100%; border-collapse: collapse; font-variant-numeric: tabular-nums; }
 th, td { padding: .4rem .6rem; text-align: right; white-space: nowrap;
@@ -193,11 +194,13 @@ std::wstring Days(const Survey& survey) {
                  rows);
 }
 
+// What does not fit on a narrow screen is the oldest days: the box begins at its right end.
 std::wstring Chart(const Survey& survey) {
   return L"<section aria-labelledby=\"chart\">\n<h2 id=\"chart\">Sent and failed per day</h2>\n"
          L"<ul class=\"legend\"><li><span class=\"sent\"></span>sent</li>"
          L"<li><span class=\"failed\"></span>failed</li></ul>\n"
-         L"<div class=\"scroll\" role=\"region\" tabindex=\"0\" aria-labelledby=\"chart\">\n" +
+         L"<div class=\"scroll latest\" role=\"region\" tabindex=\"0\" "
+         L"aria-labelledby=\"chart\">\n" +
          DayChart(survey.days) + L"</div>\n</section>\n";
 }
 
