@@ -17,6 +17,7 @@
 #include "platform/error.h"
 #include "platform/file.h"
 #include "platform/file_search.h"
+#include "platform/pkcs12_work_posix.h"
 #include "platform/sysroot_posix.h"
 #include "platform/text.h"
 
@@ -166,7 +167,9 @@ bool IsPfx(const std::vector<std::uint8_t>& bytes) {
 
 CertificateStore ImportPfx(const std::vector<std::uint8_t>& bytes) {
   const auto pkcs12 = ParsePfx(bytes);
-  if (!pkcs12) {
+  const bool is_usable = pkcs12 && !AsksForTooManyRounds(pkcs12.get());
+  ERR_clear_error();
+  if (!is_usable) {
     SetLastError(kErrorBadEncoding);
     return {};
   }

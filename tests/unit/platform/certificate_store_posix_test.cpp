@@ -4,6 +4,7 @@
 #include <openssl/pem.h>
 #include <openssl/pkcs12.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -92,6 +93,53 @@ TEST(Pfx, WithoutACertificateIsAnEmptyStore) {
   platform::SetLastError(0);
   EXPECT_FALSE(platform::FindFirstCertificate(store).IsValid());
   EXPECT_EQ(platform::LastError(), platform::kErrorCertificateNotFound);
+}
+
+// The blob of a certificate with its key, encrypted under the empty password.
+Owned<PKCS12> Encrypted(int kind, int certificate_kind, int rounds, int mac_rounds) {
+  const std::string pem = NewPem();
+  const Owned<BIO> bio(BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())));
+  const platform::KeyPointer key(PEM_read_bio_PrivateKey(bio.get(), nullptr, nullptr, nullptr));
+  return Owned<PKCS12>(PKCS12_create("", nullptr, key.get(), CertificateIn(pem).get(), nullptr,
+                                     kind, certificate_kind, rounds, mac_rounds, 0));
+}
+
+void ExpectRefused(const Bytes& bytes) {
+  platform::SetLastError(0);
+  EXPECT_FALSE(platform::ImportPfx(bytes).IsValid());
+  EXPECT_EQ(platform::LastError(), platform::kErrorBadEncoding);
+}
+
+// The same with another number of rounds wherever the blob names one that is written so.
+Bytes WithRounds(Bytes bytes, const Bytes& from, const Bytes& to) {
+  EXPECT_EQ(from.size(), to.size());
+  auto at = std::search(bytes.begin(), bytes.end(), from.begin(), from.end());
+  EXPECT_NE(at, bytes.end());
+  for (; at != bytes.end(); at = std::search(at, bytes.end(), from.begin(), from.end())) {
+    std::copy(to.begin(), to.end(), at);
+  }
+  return bytes;
+}
+
+TEST(Pfx, IsImportedWithManyRounds) {
+  for (const int kind : {NID_pbe_WithSHA1And3_Key_TripleDES_CBC, NID_aes_256_cbc}) {
+    const platform::CertificateStore store =
+        platform::ImportPfx(BytesOf(Encrypted(kind, kind, 40'000, 40'000).get()));
+    ASSERT_TRUE(store.IsValid());
+    EXPECT_TRUE(platform::FindFirstCertificate(store).IsValid());
+  }
+}
+
+TEST(Pfx, WithSoManyRoundsThatARunWouldNotEndIsRefused) {
+  // Integers of three bytes: 40000 and 8388607.
+  const Bytes usual{0x02, 0x03, 0x00, 0x9C, 0x40};
+  const Bytes most{0x02, 0x03, 0x7F, 0xFF, 0xFF};
+  for (const int kind : {NID_pbe_WithSHA1And3_Key_TripleDES_CBC, NID_aes_256_cbc}) {
+    ExpectRefused(WithRounds(BytesOf(Encrypted(kind, kind, 40'000, 1).get()), usual, most));
+    ExpectRefused(WithRounds(BytesOf(Encrypted(kind, kind, 1, 40'000).get()), usual, most));
+    // Nothing but the key is encrypted, and no check of the whole comes before it.
+    ExpectRefused(WithRounds(BytesOf(Encrypted(kind, -1, 40'000, -1).get()), usual, most));
+  }
 }
 
 TEST(Pfx, WithoutAKeyGivesItsCertificateAllTheSame) {
