@@ -392,12 +392,14 @@ class LogService:
         limit = None
         if answer and answer.drop is Stage.REQUEST_BODY:
             limit = answer.drop_after
+        body = bytearray()
         for piece in _body_pieces(reader, request):
-            request.body += piece
+            body += piece
             if answer and answer.body_hold:
                 self._wait_for(answer.body_hold)
-            if limit is not None and len(request.body) >= limit:
+            if limit is not None and len(body) >= limit:
                 raise _Dropped(answer.reset)
+        request.body = bytes(body)
         if limit is not None:
             raise _Dropped(answer.reset)
 
