@@ -1,17 +1,26 @@
 """Answers that fuzzing starts from or once found, each for an account of one run."""
 
+import pytest
+
 from fuzz.answers import Trial, corpus
 
-
-def test_no_answer_of_the_corpus_does_harm(machine, service):
-    answers = corpus()
-    assert answers
-    Trial(machine, service, len(answers)).run(list(answers.values()))
+ENDS_THE_RUN = "refusal-cut-off"
 
 
-def test_answers_of_the_corpus_do_no_harm_in_small_pieces(machine, service):
-    answers = list(corpus().values())
+@pytest.fixture
+def answers():
+    return [answer for name, answer in corpus().items() if name != ENDS_THE_RUN]
 
+
+def test_no_answer_of_the_corpus_does_harm(machine, service, answers):
+    Trial(machine, service, len(answers)).run(answers)
+
+
+def test_refusal_that_breaks_off_does_no_harm(machine, service):
+    Trial(machine, service, 3).run([corpus()[ENDS_THE_RUN]] * 3)
+
+
+def test_answers_of_the_corpus_do_no_harm_in_small_pieces(machine, service, answers):
     def pieces(answer):
         return [answer[at : at + 7] for at in range(0, len(answer), 7)]
 

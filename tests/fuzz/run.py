@@ -127,7 +127,8 @@ def main():
         print(form.format(*row))
     failed = [row[0] for row, failure in results if failure]
     if failed:
-        print(f"fuzz: {', '.join(failed)} failed; crashing inputs are in {CRASHES.relative_to(ROOT)}/")
+        print(f"fuzz: {', '.join(failed)} failed, see above; crashing inputs are in "
+              f"{CRASHES.relative_to(ROOT)}/")
         return 1
     print("fuzz: nothing found")
     return 0
