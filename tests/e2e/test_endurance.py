@@ -308,7 +308,7 @@ def only_at_length(request):
 
 @pytest.mark.parametrize("status", [500, 200])
 def test_body_without_end_is_cut_off_and_takes_no_memory(request, machine, service, status):
-    if status == 200:
+    if status == 200 or machine.platform.name == "windows":
         only_at_length(request)
     machine.switch_log_on()
     machine.account("alice")

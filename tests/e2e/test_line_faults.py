@@ -25,6 +25,13 @@ def only_on_linux(machine, why):
         pytest.skip(why)
 
 
+def leave_to_linux(request, plan, status):
+    """Wine never looks at the body behind an acceptance; that is shown at length only."""
+    at_length = request.config.getoption("--endurance") == "long"
+    if plan.machine.platform.name == "windows" and status == 200 and not at_length:
+        pytest.skip("shown at length only")
+
+
 # The connection.
 
 
@@ -197,7 +204,8 @@ COMPRESSED = b"\x1f\x8b\x08\x00" + b"no compressed text" * 10
 
 @pytest.mark.parametrize("status", [200, 500])
 @pytest.mark.parametrize("coding", ["gzip", "deflate", "br", "unheard-of"])
-def test_compressed_body_that_nobody_asked_for(plan, service, status, coding):
+def test_compressed_body_that_nobody_asked_for(request, plan, service, status, coding):
+    leave_to_linux(request, plan, status)
     answer = Answer(status, COMPRESSED, (TEXT, ("Content-Encoding", coding)))
     run_with(plan, service, answer, Accepted() if status == 200 else Refused(500, re.compile(".*")))
 
@@ -246,14 +254,16 @@ def test_wrong_length(plan, service, status, length, linux):
     ["-1", "zz", "", "f" * 16, "1" + "0" * 16, pytest.param("0" * 100_000, id="many zeros")],
 )
 @pytest.mark.parametrize("status", [200, 500])
-def test_chunk_whose_size_is_none(plan, service, status, size):
+def test_chunk_whose_size_is_none(request, plan, service, status, size):
+    leave_to_linux(request, plan, status)
     head = f"Transfer-Encoding: chunked\r\n\r\n{size}\r\nx\r\n"
     run_with_framing(plan, service, status, head, EndOfRun(), windows_believes=size != "f" * 16)
 
 
 @pytest.mark.parametrize("length", ["-1", str(2**64), str(2**63 - 1), "many"])
 @pytest.mark.parametrize("status", [200, 500])
-def test_length_that_is_none(plan, service, status, length):
+def test_length_that_is_none(request, plan, service, status, length):
+    leave_to_linux(request, plan, status)
     # A number that fits is believed, and the body then breaks off; any other head is no answer.
     fate = EndOfRun() if length == str(2**63 - 1) else BrokenLine()
     run_with_framing(plan, service, status, f"Content-Length: {length}\r\n\r\nx", fate)
