@@ -1,0 +1,20 @@
+# What the packages' builds need: the same commit gives the same bytes in every folder, each program carries
+# a number that its debug symbols repeat, and a list says what has been linked in.
+option(KYD_REPRODUCIBLE "Keep the build's folders out of the programs, and list what is linked in" OFF)
+if(NOT KYD_REPRODUCIBLE)
+  return()
+endif()
+
+# The last one that fits counts: the build folder usually lies within the source folder. Relative names let a
+# debugger that is started in the source folder find the sources.
+add_compile_options(
+  -ffile-prefix-map=${kyd_cpprest_prefix}/include=cpprestsdk
+  -ffile-prefix-map=${CMAKE_SOURCE_DIR}=.
+  -ffile-prefix-map=${CMAKE_BINARY_DIR}=.)
+
+file(MAKE_DIRECTORY ${CMAKE_BINARY_DIR}/maps)
+add_link_options(LINKER:--build-id=sha1
+                 "LINKER:-Map=${CMAKE_BINARY_DIR}/maps/$<TARGET_PROPERTY:NAME>.map")
+if(WIN32)
+  add_link_options(LINKER:--no-insert-timestamp)
+endif()

@@ -1,0 +1,113 @@
+#!/usr/bin/python3
+"""Makes all packages of a commit in dist/: ZIPs and installer for Windows, the Debian package, debug symbols, bills
+of materials and checksums."""
+
+from __future__ import annotations
+
+import argparse
+import hashlib
+import os
+import shlex
+import sys
+from pathlib import Path
+
+import bill
+import debian
+import project
+import reproduce
+import windows
+from project import DIST, WORK, Failure
+
+
+def write_sums(folder: Path) -> None:
+    """As sha256sum --check reads them."""
+    lines = []
+    for name in project.files_below(folder):
+        digest = hashlib.sha256((folder / name).read_bytes()).hexdigest()
+        lines.append(f"{digest}  {name}\n")
+    (folder / "SHA256SUMS").write_text("".join(lines), "utf-8")
+
+
+class Signing:
+    """Signatures of Windows programs (Authenticode), by osslsigncode."""
+
+    def __init__(self, certificate: Path, key: Path, time_stamp: str | None) -> None:
+        self._sign = [
+            "osslsigncode", "sign", "-h", "sha256", "-certs", os.fspath(certificate.resolve()),
+            "-key", os.fspath(key.resolve()), "-n", project.NAME,
+        ]
+        if time_stamp:
+            # Without it a signature ends with its certificate.
+            self._sign += ["-ts", time_stamp]
+
+    def __call__(self, program: Path) -> None:
+        signed = program.with_suffix(".signed")
+        project.run(*self._sign, "-in", program, "-out", signed)
+        os.replace(signed, program)
+
+    def command(self) -> str:
+        """For the installer, which appends the name of a program that it has just made."""
+        script = WORK / "sign"
+        script.write_text(
+            f'#!/bin/sh\nset -eu\n{shlex.join(self._sign)} -in "$1" -out "$1.signed"\nmv "$1.signed" "$1"\n',
+            "utf-8",
+        )
+        script.chmod(0o755)
+        return shlex.quote(os.fspath(script))
+
+
+def build_programs(preset: str) -> None:
+    """In folders of their own: the developers' builds stay as they are."""
+    print(f"Building {preset}", flush=True)
+    if not (project.ROOT / "build" / preset / "build.ninja").exists():
+        project.run("cmake", "--preset", preset)
+    project.run("cmake", "--build", "--preset", preset, "--parallel", str(os.cpu_count() or 1))
+
+
+def build(options: argparse.Namespace) -> None:
+    changes = project.changes()
+    if changes and not options.allow_changes:
+        raise Failure("packages are made of a commit, and the tree has changes:\n" + "\n".join(changes))
+    for folder in (windows.BUILD, debian.BUILD):
+        build_programs(folder.name)
+    time = project.commit_time()
+    project.fresh(DIST)
+    WORK.mkdir(parents=True, exist_ok=True)
+    signing = Signing(*map(Path, options.sign), options.time_stamp) if options.sign else None
+    products = windows.build(DIST, time, signing, signing.command() if signing else None)
+    products |= debian.build(DIST, time)
+    for product, components in products.items():
+        bill.write(DIST / f"{product}.cdx.json", product, components)
+    write_sums(DIST)
+
+
+def main() -> int:
+    parser = argparse.ArgumentParser(prog="./dev package", description=__doc__)
+    parser.add_argument(
+        "--allow-changes", action="store_true",
+        help="also of a tree with changes that are not committed, to try something",
+    )
+    parser.add_argument(
+        "--sign", nargs=2, metavar=("CERTIFICATE", "KEY"),
+        help="sign the Windows programs, the uninstaller and the installer (PEM files)",
+    )
+    parser.add_argument("--time-stamp", metavar="URL", help="time stamp authority for the signatures")
+    parser.add_argument(
+        "--check-reproducible", action="store_true",
+        help="build the commit once more, in another folder and with nothing from a cache, and compare",
+    )
+    options = parser.parse_args()
+    try:
+        build(options)
+        if options.check_reproducible:
+            reproduce.check()
+    except Failure as failure:
+        print(f"package: {failure}", file=sys.stderr)
+        return 1
+    for name in project.files_below(DIST):
+        print(f"{(DIST / name).stat().st_size:12,}  dist/{name}")
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

@@ -1,0 +1,64 @@
+"""The Debian package of the native programs, by debhelper."""
+
+from __future__ import annotations
+
+import os
+import shutil
+from email.utils import formatdate
+from pathlib import Path
+
+import linked
+import project
+from project import ROOT, WORK
+
+BUILD = ROOT / "build/release-linux"
+PACKAGE = "kydloguploader"
+VERSION = f"{project.version()}-1"
+MAINTAINER = f"{project.PUBLISHER} <kydloguploader@example.invalid>"
+PROGRAMS = ("KydLogUploader", "KydUploadStatus")
+
+
+def _changelog(time: int) -> str:
+    return (
+        f"{PACKAGE} ({VERSION}) stable; urgency=medium\n\n"
+        f"  * Release {project.version()}.\n\n"
+        f" -- {MAINTAINER}  {formatdate(time)}\n"
+    )
+
+
+def build(dist: Path, time: int) -> dict[str, list[linked.Component]]:
+    """Writes package and debug symbols; returns what is in the package, by its name."""
+    folder = project.fresh(WORK / "debian-package")
+    source = folder / PACKAGE
+    shutil.copytree(ROOT / "packaging/debian", source / "debian")
+    control = source / "debian/control"
+    control.write_text(control.read_text("utf-8").replace("@MAINTAINER@", MAINTAINER), "utf-8")
+    (source / "debian/changelog").write_text(_changelog(time), "utf-8")
+    (source / "debian/rules").chmod(0o755)
+    for name in PROGRAMS:
+        project.copy(BUILD / "bin" / name, source / "bin" / name)
+        (source / "bin" / name).chmod(0o755)
+    # To be looked at when the dependencies are computed; it is not packed.
+    project.copy(BUILD / "bin/libpelham.so", source / "closed/libpelham.so")
+    for name in project.documents():
+        project.copy(ROOT / name, source / "texts" / name)
+    components = linked.components(BUILD, PROGRAMS)
+    inside = [component for component in components if component.linkage == "static"]
+    linked.write_licences(inside, source / "texts/licenses", newline="\n")
+    for part in ("linux", "diagnostic-log"):
+        for file in project.files_below(ROOT / "deploy" / part):
+            project.copy(ROOT / "deploy" / part / file, source / "examples" / file)
+    shutil.copytree(ROOT / "packaging/man", source / "man")
+
+    project.run(
+        "dpkg-buildpackage", "--build=binary", "--unsigned-changes", "--unsigned-buildinfo",
+        "--no-check-builddeps", cwd=source,
+        # Neither the caller's wishes nor the number of processors may show in the packages.
+        DEB_BUILD_OPTIONS="nocheck", SOURCE_DATE_EPOCH=str(time),
+    )
+    for path in sorted(folder.glob("*.deb")):
+        shutil.copyfile(path, dist / path.name)
+    product = f"{PACKAGE}_{VERSION}_amd64"
+    if not (dist / f"{product}.deb").exists():
+        raise project.Failure(f"dpkg-buildpackage made no {product}.deb: {os.listdir(folder)}")
+    return {product: components}

@@ -1,0 +1,210 @@
+"""Which other people's code is in a program.
+
+Nobody keeps a list of it. The linker's map tells the objects and archive members that went in, the line tables
+of the debug information tell the headers whose code did, and dpkg tells which package a file is from. Only the
+licences are written here: Debian's copyright files name them in too many ways to be read by a program.
+"""
+
+from __future__ import annotations
+
+import os
+import re
+import subprocess
+from collections.abc import Iterable, Iterator
+from dataclasses import dataclass, field
+from pathlib import Path
+from urllib.parse import quote
+
+from project import ROOT, Failure, run
+
+_GCC = "GPL-3.0-or-later WITH GCC-exception-3.1"
+# SPDX expressions. Public-domain parts need none.
+LICENCES = {
+    "cpprest": "MIT",
+    "g++-mingw-w64-x86-64-posix": _GCC,
+    "gcc-mingw-w64-x86-64-posix": _GCC,
+    "libboost1.74-dev": "BSL-1.0",
+    "libc6": "LGPL-2.1-or-later",
+    "libc6-dev": "LGPL-2.1-or-later",
+    "libcli11-dev": "BSD-3-Clause",
+    "libfmt-dev": "MIT",
+    "libgcc-12-dev": _GCC,
+    "libgcc-s1": _GCC,
+    "libssl-dev": "Apache-2.0",
+    "libssl3": "Apache-2.0",
+    "libstdc++-12-dev": _GCC,
+    "libstdc++6": _GCC,
+    "libutfcpp-dev": "BSL-1.0",
+    "mingw-w64-common": "ZPL-2.1",
+    "mingw-w64-x86-64-dev": "ZPL-2.1 AND MIT AND BSD-3-Clause",
+    "nsis-common": "Zlib AND CPL-1.0 WITH LZMA-exception",
+    "rapidjson-dev": "MIT",
+}
+REST_SOURCES = ROOT / "cmake/cpprestsdk"
+# The linker's or the compiler's name for what the build itself brings.
+_BUILD_HEADERS = "./deps/include/"
+
+
+@dataclass(frozen=True)
+class Component:
+    """Something that is linked in: a Debian package, or the REST library built from one."""
+
+    name: str
+    version: str
+    purl: str
+    linkage: str  # "static": its code is in the file; "dynamic": found when the program starts
+    copyright: Path
+    homepage: str = ""
+    patches: tuple[str, ...] = field(default=())
+
+    @property
+    def licence(self) -> str:
+        if self.name not in LICENCES:
+            raise Failure(f"{self.name} is linked in: enter its licence in packaging/linked.py")
+        return LICENCES[self.name]
+
+
+def _linked_objects(map_file: Path) -> Iterator[str]:
+    """Objects, and archives of which a member went in. The build names its own without a folder in front."""
+    # The archive's name is followed by the member's.
+    pattern = re.compile(r"(?:LOAD (/\S+\.o(?:bj)?)|(/\S+\.a)\(\S+\).*)$")
+    for line in map_file.read_text("utf-8", "replace").splitlines():
+        found = pattern.match(line)
+        if found:
+            yield found[1] or found[2]
+
+
+def _sources(program: Path, objdump: str) -> Iterator[str]:
+    """Files that gave a line of code, as the compiler knows them."""
+    directories: list[str] = []
+    table = None
+    entry = re.compile(r"  \d+\t(?:(\d+)\t)?(?:\(.*?\): )?(.+)$")
+    command = [objdump, "--dwarf=rawline", os.fspath(program)]
+    with subprocess.Popen(command, stdout=subprocess.PIPE, text=True, errors="replace") as process:
+        assert process.stdout is not None
+        for line in process.stdout:
+            if "Directory Table" in line:
+                table, directories = "directories", []
+            elif "File Name Table" in line:
+                table = "files"
+            elif line.startswith(" Line Number"):
+                table = None
+            elif table and (found := entry.match(line.rstrip("\n"))):
+                if table == "directories":
+                    directories.append(found[2])
+                else:
+                    yield os.path.join(directories[int(found[1])], found[2])
+    if process.returncode != 0:
+        raise Failure(f"{objdump} cannot read {program}")
+
+
+def _owners(paths: Iterable[str]) -> set[str]:
+    """The packages that files of the system are from."""
+    asked: dict[str, list[str]] = {}
+    for path in {os.path.realpath(path) for path in paths}:
+        # Debian's older packages name what now lies below /usr without it.
+        asked[path] = [path, path.removeprefix("/usr")]
+    if not asked:
+        return set()
+    names = sorted(name for both in asked.values() for name in both)
+    answer = subprocess.run(
+        ["dpkg-query", "--search", *names], stdout=subprocess.PIPE, stderr=subprocess.DEVNULL,
+        text=True, check=False,  # fails when one of the names is unknown
+    ).stdout
+    known = {}
+    for line in answer.splitlines():
+        packages, _, path = line.rpartition(": ")
+        known[path] = packages.split(", ")[0].split(":")[0]
+    found = set()
+    for path, both in asked.items():
+        owner = next((known[name] for name in both if name in known), None)
+        if owner is None:
+            raise Failure(f"{path} is linked in, and no package has it")
+        found.add(owner)
+    return found
+
+
+def debian_package(name: str, linkage: str) -> Component:
+    line = run(
+        "dpkg-query", "--show", "--showformat=${Version}\t${Architecture}\t${Homepage}\n", name
+    ).splitlines()[0]
+    version, architecture, homepage = line.split("\t")
+    return Component(
+        name, version, f"pkg:deb/debian/{quote(name)}@{quote(version)}?arch={architecture}", linkage,
+        Path("/usr/share/doc") / name / "copyright", homepage,
+    )
+
+
+def rest_library(build: Path) -> Component:
+    """The patched library: Debian's source package, the version as its own header has it."""
+    cache = (build / "CMakeCache.txt").read_text("utf-8")
+    flavour = re.search(r"^KYD_CPPREST_FLAVOUR:\w+=(\w+)$", cache, re.M)
+    script = REST_SOURCES / "build"
+    package = re.search(r"source_package=(\S+) source_version=(\S+)", script.read_text("utf-8"))
+    if flavour is None or package is None:
+        raise Failure("the build does not say where the REST library is from")
+    prefix = Path(run(script, flavour[1]).splitlines()[-1])
+    header = (prefix / "include/cpprest/version.h").read_text("utf-8")
+    numbers = [
+        re.search(rf"define CPPREST_VERSION_{part} (\d+)", header) for part in ("MAJOR", "MINOR", "REVISION")
+    ]
+    version = ".".join(number[1] for number in numbers if number)
+    if version != package[2].rpartition("-")[0]:
+        raise Failure(f"the REST library calls itself {version}, its source is {package[2]}")
+    return Component(
+        package[1], version, f"pkg:deb/debian/{package[1]}@{quote(package[2])}?arch=source", "static",
+        prefix / "share/cpprestsdk/license.txt", "https://github.com/microsoft/cpprestsdk",
+        tuple(path.name for path in sorted(REST_SOURCES.glob("[0-9]*.patch"))),
+    )
+
+
+def _needed(program: Path) -> Iterator[str]:
+    """The shared libraries that the loader will look for on this machine; not those of the product family."""
+    cache = dict(re.findall(r"^\s+(\S+) \(.*x86-64.*\) => (\S+)$", run("/sbin/ldconfig", "-p"), re.M))
+    for name in re.findall(r"\(NEEDED\).*\[(.*)\]", run("readelf", "--wide", "--dynamic", program)):
+        if name in cache:
+            yield cache[name]
+        elif name != "libpelham.so":
+            raise Failure(f"{program.name} needs {name}, which this machine does not have")
+
+
+def components(build: Path, targets: Iterable[str]) -> list[Component]:
+    """What is in the programs and libraries of a build, named by their targets, sorted by name."""
+    windows = (build / "bin/KydLogUploader.exe").exists()
+    objdump = "x86_64-w64-mingw32-objdump" if windows else "objdump"
+    used: set[str] = set()
+    shared: set[str] = set()
+    rest = False
+    for target in targets:
+        (program,) = (path for path in (build / "bin").iterdir() if path.stem.removeprefix("lib") == target)
+        objects = set(_linked_objects(build / "maps" / f"{target}.map"))
+        if not objects:
+            raise Failure(f"the linker's map of {target} names no object")
+        rest = rest or any(path.endswith("/libcpprest.a") for path in objects)
+        used |= {path for path in objects if not path.endswith("/libcpprest.a")}
+        for source in _sources(program, objdump):
+            source = source.replace(_BUILD_HEADERS, "/usr/include/", 1)
+            # Files that packages were built from do not exist here; their objects are known from the map.
+            if source.startswith("/") and os.path.exists(source):
+                used.add(source)
+        if not windows:
+            shared |= set(_needed(program))
+    found = [debian_package(name, "static") for name in _owners(used)]
+    found += [debian_package(name, "dynamic") for name in _owners(shared)]
+    if rest:
+        found.append(rest_library(build))
+    return sorted(found, key=lambda component: component.name)
+
+
+def write_licences(inside: Iterable[Component], folder: Path, newline: str = "\r\n") -> None:
+    """Copyright file of each, and the common licences to which these refer."""
+    folder.mkdir(parents=True, exist_ok=True)
+    common = Path("/usr/share/common-licenses")
+    for component in inside:
+        text = component.copyright.read_text("utf-8", "replace")
+        texts = {f"{component.name}.txt": text}
+        for name in re.findall(rf"{common}/([\w.+-]*\w)", text):
+            if (common / name).exists():
+                texts[f"{(common / name).resolve().name}.txt"] = (common / name).read_text("utf-8")
+        for name, content in texts.items():
+            (folder / name).write_text(content, "utf-8", newline=newline)
