@@ -167,6 +167,11 @@ def run_library_tests(platform, build):
     return run_pytest(f"REST library ({platform})", "cmake/cpprestsdk/tests", arguments)
 
 
+def run_document_tests(build):
+    """The documents against the sources and the native programs; once, not for each platform."""
+    return run_pytest("documents", "tests/documents", [f"--bin={ROOT / 'build' / build / 'bin'}"])
+
+
 def run_end_to_end(platform, build, extra):
     arguments = [f"--platform={platform}", f"--{platform}-bin={ROOT / 'build' / build / 'bin'}"]
     return run_pytest(f"end to end ({platform})", "tests/e2e", [*arguments, *extra])
@@ -207,7 +212,9 @@ def main():
     parser.add_argument("pytest", nargs="*", help="further arguments for pytest, after --")
     options = parser.parse_args()
 
-    tallies = [] if options.e2e or options.unit else [check_formatting()]
+    tallies = []
+    if not (options.e2e or options.unit):
+        tallies += [check_formatting(), run_document_tests(options.linux_build)]
     platforms = [options.platform] if options.platform else PLATFORMS
     with concurrent.futures.ThreadPoolExecutor(len(platforms)) as both:
         for of_one in both.map(lambda platform: run_platform(platform, options), platforms):

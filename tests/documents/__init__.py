@@ -1,0 +1,1 @@
+"""The documents against the program: messages, samples, links, commands."""

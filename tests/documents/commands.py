@@ -1,0 +1,319 @@
+"""The commands that the documents show, and how each is tried.
+
+A block of code holds commands when it is indented or fenced as sh, bat or powershell; a fence has to say
+what it holds. Each program has a judge here, which runs the command, or checks that its options and names
+are real ones. What can be neither run nor checked here stands in SHOWN_ONLY with its reason. A command
+that nobody knows is a failure.
+"""
+
+import functools
+import json
+import os
+import re
+import shlex
+import shutil
+import subprocess
+import sys
+import tomllib
+from dataclasses import dataclass
+from pathlib import Path
+
+from .markdown import ROOT, documents, tracked_files
+
+COMMAND_LANGUAGES = ("indented", "sh", "bat", "powershell")
+OTHER_LANGUAGES = ("text", "json", "cpp", "cmake", "mermaid", "ini", "markdown")
+
+# Whole lines that are shown and not tried, each with its reason.
+SHOWN_ONLY = {
+    "reg import on.reg": "of Windows; tests/e2e/test_deploy.py imports the file",
+    "reg import off.reg": "of Windows; tests/e2e/test_deploy.py imports the file",
+    "vcpkg install cpprestsdk boost-exception rapidjson fmt utfcpp cli11":
+        "of Visual Studio's preset, which the tests do not exercise",
+}
+
+MOST_SECONDS = 60
+
+
+@dataclass(frozen=True)
+class Shown:
+    """One command of a document: a line, its continuations included."""
+
+    document: str
+    line: int
+    text: str
+
+    def __str__(self):
+        return f"{self.document}:{self.line}: {self.text}"
+
+
+def _without_comment(line: str) -> str:
+    return re.sub(r"(^|\s{2,})#.*$", "", line).rstrip()
+
+
+def _commands_of(document, block):
+    text, start = "", 0
+    for number, line in enumerate(block.lines, block.line + (block.language != "indented")):
+        line = _without_comment(line)
+        if not line.strip():
+            continue
+        start = start if text else number
+        text = f"{text} {line.strip()}".strip()
+        if text.endswith("\\"):
+            text = text[:-1].strip()
+        elif not text.endswith("|"):
+            yield Shown(document.name, start, text)
+            text = ""
+    assert not text, f"{document.name}:{start}: this command has no end"
+
+
+def shown_commands() -> list[Shown]:
+    return [command for document in documents().values() for block in document.blocks
+            if block.language in COMMAND_LANGUAGES for command in _commands_of(document, block)]
+
+
+def mentioned_commands() -> list[Shown]:
+    """Calls of the development script and of cmake within sentences."""
+    return [Shown(document.name, line, text) for document in documents().values()
+            for line, text in document.code_spans()
+            if re.match(r"\./dev \w|cmake --", text)]
+
+
+def _need(condition, what):
+    assert condition, what
+
+
+def _run(command, **options):
+    return subprocess.run(
+        command, stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=MOST_SECONDS,
+        check=False, **options)
+
+
+# The development script.
+
+
+@functools.cache
+def dev_usage() -> dict[str, str]:
+    """What `./dev` says of each command's arguments."""
+    finished = _run([ROOT / "dev"])
+    assert finished.returncode == 0, finished.stderr
+    found = dict(re.findall(r"^  (\w+)((?: \S+)*)", finished.stdout, re.MULTILINE))
+    assert len(found) >= 8, finished.stdout
+    return found
+
+
+@functools.cache
+def _help_of(script: str) -> str:
+    return _run([sys.executable, ROOT / script, "--help"]).stdout
+
+
+def _fits_dev_placeholder(value: str, wanted: str) -> bool:
+    if "|" in wanted:
+        return value in wanted.split("|")
+    if wanted == "seconds":
+        return value.isdecimal()
+    if wanted == "ids...":
+        listed = tomllib.loads((ROOT / "tests/mutation/mutants.toml").read_text("utf-8"))
+        return value in {one["id"] for one in listed["mutant"]}
+    if wanted == "folders...":
+        return any(name.startswith(f"{value.rstrip('/')}/") for name in tracked_files())
+    return False
+
+
+def judge_dev(arguments, _):
+    usage = dev_usage()
+    command, *rest = arguments
+    _need(command in usage, f"./dev has no command {command}")
+    if command in ("test", "soak"):
+        rest = rest[: rest.index("--")] if "--" in rest else rest
+        known = set(re.findall(r"--[\w-]+", _help_of("tests/run.py")))
+        for argument in rest:
+            if argument.startswith("-"):
+                _need(argument.split("=")[0] in known, f"tests/run.py has no option {argument}")
+        return
+    wanted = usage[command]
+    options = set(re.findall(r"--[\w-]+", wanted))
+    places = [one for one in re.findall(r"\[([^\]\[]+)\]", wanted) if not one.startswith("--")]
+    takes_value = set(re.findall(r"\[(--[\w-]+) [^\]]+\]", wanted))
+    skip = False
+    for argument in rest:
+        if skip:
+            skip = False
+        elif argument.startswith("-"):
+            _need(argument.split("=")[0] in options, f"./dev {command} has no option {argument}")
+            skip = argument in takes_value
+        else:
+            _need(any(_fits_dev_placeholder(argument, place) for place in places),
+                  f"./dev {command} takes {wanted or 'nothing'}, not {argument}")
+
+
+# CMake.
+
+
+@functools.cache
+def presets(kind: str) -> set[str]:
+    every = json.loads((ROOT / "CMakePresets.json").read_text("utf-8"))[kind]
+    return {one["name"] for one in every if not one.get("hidden")}
+
+
+@functools.cache
+def _cmake_variables() -> set[str]:
+    text = "".join((ROOT / name).read_text("utf-8") for name in tracked_files()
+                   if name.endswith((".cmake", "CMakeLists.txt")))
+    return set(re.findall(r"(?:option\(|set\()(KYD_\w+)", text))
+
+
+def judge_cmake(arguments, _):
+    building = "--build" in arguments
+    at = 0
+    while at < len(arguments):
+        name, _, value = arguments[at].partition("=")
+        if name == "--list-presets":
+            listed = _run(["cmake", arguments[at]], cwd=ROOT)
+            _need(listed.returncode == 0, listed.stderr)
+        elif name == "--preset":
+            at += not value
+            chosen = value or arguments[at]
+            kind = "buildPresets" if building else "configurePresets"
+            _need(chosen in presets(kind), f"there is no preset {chosen} in {kind}")
+        elif name == "--build":
+            if at + 1 < len(arguments) and not arguments[at + 1].startswith("-"):
+                at += 1
+        elif name == "-S":
+            at += 1
+            _need(f"{arguments[at]}/CMakeLists.txt" in tracked_files(), f"{arguments[at]}: no project")
+        elif name in ("-G", "-B", "--toolchain", "--config"):
+            at += 1
+        elif name.startswith("-D"):
+            _need(name[2:].partition(":")[0] in _cmake_variables(), f"no setting {name[2:]}")
+        else:
+            raise AssertionError(f"cmake with {arguments[at]}?")
+        at += 1
+
+
+# Our programs.
+
+
+def _tree(folder: Path) -> Path:
+    for name in ("Upload/alice", "Archive/alice", "LogWork/alice", "UploadResult"):
+        (folder / "LogDir" / name).mkdir(parents=True, exist_ok=True)
+    return folder / "LogDir"
+
+
+def judge_status(arguments, place):
+    program = place.programs / "KydUploadStatus"
+    if arguments and arguments[0].startswith("<"):
+        # A synopsis: all options of the help and no other.
+        shown = set(re.findall(r"--[\w-]+(?: [A-Z]+)?", " ".join(arguments)))
+        helped = set(re.findall(r"--[\w-]+(?: [A-Z]+\b)?", _run([program, "--help"]).stdout.split("Exit")[0]))
+        _need(shown == helped - {"--help", "--version"}, f"the help has {sorted(helped)}")
+        return
+    tree = _tree(place.folder)
+    given = [argument.replace("LogDir", os.fspath(tree)) for argument in arguments]
+    finished = _run([program, *given], cwd=place.folder)
+    _need(finished.returncode == 0, f"{finished.returncode}: {finished.stdout}{finished.stderr}")
+    _need(finished.stdout, "nothing was printed")
+    if "--html" in arguments:
+        page = place.folder / arguments[arguments.index("--html") + 1]
+        _need(page.read_bytes().startswith(b"<!DOCTYPE html>"), "no page was written")
+
+
+def _run_uploader(place, arguments):
+    """Runs the program with the settings below the place's folder; gives the diagnostic log."""
+    (place.folder / "run/lock").mkdir(parents=True, exist_ok=True)
+    (place.folder / "var/log").mkdir(parents=True, exist_ok=True)
+    environment = {**os.environ, "KEYWARD_SYSROOT": os.fspath(place.folder)}
+    finished = _run([place.programs / "KydLogUploader", *arguments], env=environment, cwd=place.folder)
+    _need((finished.returncode, finished.stdout, finished.stderr) == (0, "", ""), str(finished))
+    log = place.folder / "var/log/DebugSSO/KydLogUploader.log"
+    return log.read_text("utf-8-sig") if log.exists() else ""
+
+
+def judge_uploader(arguments, place):
+    names = [re.fullmatch(r"<\w+>|\[\w+\]|[\w.:/\\-]+", argument) for argument in arguments]
+    _need(all(names) and 2 <= len(arguments) <= 3, "two arguments, or three")
+    judge_install(["-D", "-m", "644", "on.reg", "/etc/keyward/registry.reg"], place)
+    log = _run_uploader(place, ["localhost:1", _tree(place.folder), *(
+        one.strip("[]") for one in arguments[2:])])
+    _need("*** EXECUTE LOGUPLOAD ***" in log, log)
+    _need(("Force Flush" in log) == (len(arguments) == 3), log)
+
+
+def judge_seal(arguments, place):
+    """Stands behind a pipe; the text is the printf's before it."""
+    own = place.folder / "bin"
+    own.mkdir()
+    shutil.copy2(place.programs / "keyward-seal", own)
+    _tree(place.folder)
+    finished = subprocess.run(
+        [own / "keyward-seal", *arguments], input=place.piped, cwd=place.folder, capture_output=True,
+        timeout=MOST_SECONDS, check=False)
+    _need(finished.returncode == 0, finished.stderr)
+    _need((place.folder / arguments[-1]).stat().st_size > len(place.piped), "no credential file")
+
+
+def judge_printf(arguments, place):
+    finished = subprocess.run(["printf", *arguments], capture_output=True, check=True)
+    place.piped = finished.stdout
+
+
+# What else is shown.
+
+
+def judge_python(arguments, _):
+    _need(arguments[:2] == ["-m", "pytest"], "only pytest is shown")
+    folder = arguments[2]
+    conftest = (ROOT / folder / "conftest.py").read_text("utf-8")
+    known = set(re.findall(r'addoption\(\s*"(--[\w-]+)"', conftest))
+    for argument in arguments[3:]:
+        if argument.startswith("--"):
+            _need(argument.split("=")[0] in known, f"{folder} has no option {argument}")
+
+
+def judge_install(arguments, place):
+    """Installs below the place's folder; a run there then writes its diagnostic log."""
+    *options, source, target = arguments
+    _need(options == ["-D", "-m", "644"] and target.startswith("/"), "another way of installing")
+    (found,) = (name for name in tracked_files()
+                if name.startswith("deploy/") and name.endswith(f"/{source}"))
+    finished = _run(["install", *options, ROOT / found, f"{place.folder}{target}"])
+    _need(finished.returncode == 0, finished.stderr)
+    _need("EXECUTE LOGUPLOAD" in _run_uploader(place, ["localhost:1", _tree(place.folder)]),
+          "this does not switch the log on")
+
+
+JUDGES = {
+    "./dev": judge_dev,
+    "cmake": judge_cmake,
+    "KydUploadStatus": judge_status,
+    "KydLogUploader": judge_uploader,
+    "keyward-seal": judge_seal,
+    "printf": judge_printf,
+    "/usr/bin/python3": judge_python,
+    "install": judge_install,
+}
+
+
+@dataclass
+class Place:
+    """Where a command is tried: the programs, a folder of its own, what came through the pipe."""
+
+    programs: Path
+    folder: Path
+    piped: bytes = b""
+
+
+def judge(text: str, place: Place) -> None:
+    """Tries a command; raises AssertionError when it is unknown or not right."""
+    if text in SHOWN_ONLY:
+        return
+    lexer = shlex.shlex(text.replace("<", "\\<").replace(">", "\\>"), posix=True, punctuation_chars="|&;")
+    lexer.whitespace_split = True
+    words: list[str] = []
+    for word in [*lexer, "&&"]:
+        if word not in ("&&", "|", ";"):
+            words.append(word)
+            continue
+        program, *arguments = words
+        _need(program in JUDGES, f"nobody knows the command {program}")
+        JUDGES[program](arguments, place)
+        words = []
