@@ -27,6 +27,8 @@ OTHER_LANGUAGES = ("text", "json", "cpp", "cmake", "mermaid", "ini", "markdown")
 SHOWN_ONLY = {
     "reg import on.reg": "of Windows; tests/e2e/test_deploy.py imports the file",
     "reg import off.reg": "of Windows; tests/e2e/test_deploy.py imports the file",
+    "dpkg -i kydloguploader_1.0.0-1_amd64.deb": "changes the machine",
+    "KydLogUploader-1.0.0-windows-x64-setup.exe /S": "of Windows, changes the machine",
     "vcpkg install cpprestsdk boost-exception rapidjson fmt utfcpp cli11":
         "of Visual Studio's preset, which the tests do not exercise",
 }
@@ -91,19 +93,26 @@ def _run(command, **options):
 # The development script.
 
 
+# Commands whose options go to a script, which knows them.
+SCRIPTS = {"test": "tests/run.py", "soak": "tests/run.py", "package": "packaging/build.py"}
+
+
 @functools.cache
-def dev_usage() -> dict[str, str]:
-    """What `./dev` says of each command's arguments."""
+def dev_usage() -> dict[str, tuple[str, str]]:
+    """What `./dev` says of each command: its arguments, and all of its text."""
     finished = _run([ROOT / "dev"])
     assert finished.returncode == 0, finished.stderr
-    found = dict(re.findall(r"^  (\w+)((?: \S+)*)", finished.stdout, re.MULTILINE))
+    found = {match[1]: (match[2], match[0]) for match in re.finditer(
+        r"^  (\w+)((?: \S+)*).*\n(?:   .*\n)*", finished.stdout, re.MULTILINE)}
     assert len(found) >= 8, finished.stdout
     return found
 
 
 @functools.cache
-def _help_of(script: str) -> str:
-    return _run([sys.executable, ROOT / script, "--help"]).stdout
+def _options_of(script: str) -> set[str]:
+    finished = _run([sys.executable, ROOT / script, "--help"])
+    assert finished.returncode == 0, finished.stderr
+    return set(re.findall(r"--[\w-]+", finished.stdout))
 
 
 def _fits_dev_placeholder(value: str, wanted: str) -> bool:
@@ -123,14 +132,14 @@ def judge_dev(arguments, _):
     usage = dev_usage()
     command, *rest = arguments
     _need(command in usage, f"./dev has no command {command}")
-    if command in ("test", "soak"):
+    wanted, text = usage[command]
+    if command in SCRIPTS:
         rest = rest[: rest.index("--")] if "--" in rest else rest
-        known = set(re.findall(r"--[\w-]+", _help_of("tests/run.py")))
-        for argument in rest:
+        known = _options_of(SCRIPTS[command]) | set(re.findall(r"--[\w-]+", text))
+        for argument in (one.strip("[]") for one in rest):
             if argument.startswith("-"):
-                _need(argument.split("=")[0] in known, f"tests/run.py has no option {argument}")
+                _need(argument.split("=")[0] in known, f"./dev {command} has no option {argument}")
         return
-    wanted = usage[command]
     options = set(re.findall(r"--[\w-]+", wanted))
     places = [one for one in re.findall(r"\[([^\]\[]+)\]", wanted) if not one.startswith("--")]
     takes_value = set(re.findall(r"\[(--[\w-]+) [^\]]+\]", wanted))

@@ -52,6 +52,8 @@ def test_every_block_says_what_it_holds(name):
         "./dev demo --macos",
         "./dev test --platfrom linux",
         "./dev mutation no-such-mutant",
+        "./dev package --chek-reproducible",
+        "./dev package --sign CERT.pem KEY.pem [--timestamp URL]",
         "cmake --preset linus",
         "cmake --build --preset linus",
         "cmake --preset linux && cmake --build --preset linus",

@@ -10,6 +10,10 @@ GUIDES = sorted(name for name in documents() if name.startswith("docs/"))
 READERS = "administrators|developers|maintainers|security reviewers|whoever"
 
 
+def tree_version():
+    return re.search(r"project\(KydLogUploader VERSION ([\d.]+)", (ROOT / "CMakeLists.txt").read_text("utf-8"))[1]
+
+
 @pytest.mark.parametrize("name", GUIDES)
 def test_first_paragraph_says_for_whom_it_is(name):
     first = documents()[name].first_paragraph()
@@ -25,8 +29,12 @@ def test_document_begins_with_its_one_title(name):
 
 
 def test_history_begins_with_the_version_of_the_tree():
-    version = re.search(r"project\(KydLogUploader VERSION ([\d.]+)",
-                        (ROOT / "CMakeLists.txt").read_text("utf-8"))[1]
     titles = [one.title for one in documents()["CHANGELOG.md"].headings if one.level == 2]
     released = [title for title in titles if title != "[Unreleased]"]
-    assert re.fullmatch(rf"\[{re.escape(version)}\] - \d{{4}}-\d\d-\d\d", released[0])
+    assert re.fullmatch(rf"\[{re.escape(tree_version())}\] - \d{{4}}-\d\d-\d\d", released[0])
+
+
+def test_packages_are_named_with_the_version_of_the_tree():
+    found = [match for document in documents().values()
+             for match in re.findall(r"(?i)\bkydloguploader[-_](\d+(?:\.\d+)+)", "\n".join(document.lines))]
+    assert found and set(found) == {tree_version()}
