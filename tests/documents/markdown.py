@@ -13,6 +13,7 @@ _HEADING = re.compile(r"#{1,6} +(?P<title>.*?)(?: +#+)?$")
 _CODE_SPAN = re.compile(r"(?<!`)(`+)(?!`)(.+?)(?<!`)\1(?!`)")
 _LINK = re.compile(r"!?\[(?P<text>[^\]\[]*)\]\((?P<target>[^()\s]+)(?:\s+\"[^\"]*\")?\)")
 _DEFINITION = re.compile(r" {0,3}\[(?P<name>[^\]]+)\]:\s+(?P<target>\S+)")
+_COLUMN = re.compile(r"(?<!\\)\|")
 _LIST_ITEM = re.compile(r" *(?:[-*+]|\d+[.)]) ")
 
 
@@ -133,25 +134,24 @@ class Document:
                 if one.line > start.line and one.level <= start.level]
         return start.line, min(ends, default=len(self.lines))
 
+    def tables(self) -> list[tuple[int, list[list[str]]]]:
+        """(line, rows) of each table; the first row is the header, the second the rule."""
+        found: list[tuple[int, list[list[str]]]] = []
+        last = None
+        for number, line in self.prose:
+            if not line.startswith("|"):
+                continue
+            if last != number - 1:
+                found.append((number, []))
+            found[-1][1].append([cell.strip() for cell in _COLUMN.split(line.strip()[1:-1])])
+            last = number
+        return found
+
     def table_rows(self, section: str, first_header: str) -> list[list[str]]:
         """The rows of all tables in a section whose first column has this header."""
         first, last = self.section(section)
-        rows: list[list[str]] = []
-        taking = False
-        for number, line in self.prose:
-            if not first <= number <= last:
-                continue
-            if not line.startswith("|"):
-                taking = False
-                continue
-            cells = [cell.strip() for cell in line.strip().strip("|").split("|")]
-            if self.lines[number - 2].startswith("|"):
-                is_rule = all(set(cell) <= set("-: ") for cell in cells)
-                if taking and not is_rule:
-                    rows.append(cells)
-            else:
-                taking = cells[0] == first_header
-        return rows
+        return [row for line, rows in self.tables() if first <= line <= last and rows[0][0] == first_header
+                for row in rows[2:]]
 
 
 @functools.cache

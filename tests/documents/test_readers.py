@@ -1,4 +1,4 @@
-"""Every document says for whom it is; the history names the version of the tree."""
+"""Every document says for whom it is, and is whole; versions are those of the tree."""
 
 import re
 
@@ -26,6 +26,15 @@ def test_first_paragraph_says_for_whom_it_is(name):
 def test_document_begins_with_its_one_title(name):
     document = documents()[name]
     assert [one.line for one in document.headings if one.level == 1] == [1]
+
+
+@pytest.mark.parametrize("name", sorted(documents()))
+def test_rows_of_tables_have_as_many_cells_as_their_header(name):
+    for line, rows in documents()[name].tables():
+        rule = rows[1] if len(rows) > 1 else []
+        assert rule and all(re.fullmatch(":?-+:?", cell) for cell in rule), f"line {line}: no table"
+        wrong = [row for row in rows if len(row) != len(rows[0])]
+        assert not wrong, f"table of line {line}"
 
 
 def test_history_begins_with_the_version_of_the_tree():
