@@ -44,16 +44,17 @@ def build(dist: Path, time: int) -> dict[str, list[linked.Component]]:
         project.copy(ROOT / name, source / "texts" / name)
     components = linked.components(BUILD, PROGRAMS)
     inside = [component for component in components if component.linkage == "static"]
-    linked.write_licences(inside, source / "texts/licenses", newline="\n")
+    linked.write_licences(inside, source / "texts/licenses")
     for part in ("linux", "diagnostic-log"):
         for file in project.files_below(ROOT / "deploy" / part):
             project.copy(ROOT / "deploy" / part / file, source / "examples" / file)
     shutil.copytree(ROOT / "packaging/man", source / "man")
 
+    project.settle(source, time)
     project.run(
         "dpkg-buildpackage", "--build=binary", "--unsigned-changes", "--unsigned-buildinfo",
         "--no-check-builddeps", cwd=source,
-        # Neither the caller's wishes nor the number of processors may show in the packages.
+        # The caller's wishes may not show in the packages.
         DEB_BUILD_OPTIONS="nocheck", SOURCE_DATE_EPOCH=str(time),
     )
     for path in sorted(folder.glob("*.deb")):

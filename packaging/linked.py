@@ -196,15 +196,13 @@ def components(build: Path, targets: Iterable[str]) -> list[Component]:
     return sorted(found, key=lambda component: component.name)
 
 
-def write_licences(inside: Iterable[Component], folder: Path, newline: str = "\r\n") -> None:
-    """Copyright file of each, and the common licences to which these refer."""
+def write_licences(inside: Iterable[Component], folder: Path) -> list[Path]:
+    """The copyright file of each. Returns the common licences to which they refer, which Debian has everywhere."""
     folder.mkdir(parents=True, exist_ok=True)
-    common = Path("/usr/share/common-licenses")
+    common: set[Path] = set()
     for component in inside:
         text = component.copyright.read_text("utf-8", "replace")
-        texts = {f"{component.name}.txt": text}
-        for name in re.findall(rf"{common}/([\w.+-]*\w)", text):
-            if (common / name).exists():
-                texts[f"{(common / name).resolve().name}.txt"] = (common / name).read_text("utf-8")
-        for name, content in texts.items():
-            (folder / name).write_text(content, "utf-8", newline=newline)
+        (folder / f"{component.name}.txt").write_text(text, "utf-8")
+        named = re.findall(r"(/usr/share/common-licenses/[\w.+-]*\w)", text)
+        common |= {Path(name).resolve() for name in named if os.path.exists(name)}
+    return sorted(common)

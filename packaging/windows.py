@@ -43,12 +43,6 @@ def _text(source: Path, target: Path) -> None:
     target.write_text(source.read_text("utf-8"), "utf-8", newline="\r\n")
 
 
-def _settle(folder: Path, time: int) -> None:
-    """Gives everything the one time that packages show."""
-    for path in folder.rglob("*"):
-        os.utime(path, (time, time))
-
-
 def write_zip(folder: Path, target: Path, time: int) -> None:
     """Everything below a folder, under the archive's own name. Times are UTC: the format knows no zone."""
     moment = datetime.fromtimestamp(time, timezone.utc).timetuple()[:6]
@@ -60,6 +54,14 @@ def write_zip(folder: Path, target: Path, time: int) -> None:
             mode = 0o755 if name.suffix in (".exe", ".dll") else 0o644
             entry.external_attr = (0o100000 | mode) << 16
             archive.writestr(entry, (folder / name).read_bytes())
+
+
+def _licences(inside: Iterable[linked.Component], folder: Path) -> None:
+    """A licence text for whatever is inside, and those to which the texts refer."""
+    for licence in linked.write_licences(inside, folder):
+        project.copy(licence, folder / f"{licence.name}.txt")
+    for name in project.files_below(folder):
+        _text(folder / name, folder / name)
 
 
 def _nsis(path: Path) -> str:
@@ -133,21 +135,21 @@ def build(
         for file in project.files_below(ROOT / "deploy" / name):
             project.copy(ROOT / "deploy" / name / file, product / "deploy" / name / file)
     _text(ROOT / "LICENSE", product / "LICENSE.txt")
-    linked.write_licences(of_product, product / "licenses")
+    _licences(of_product, product / "licenses")
 
     for name in STAND_INS.values():
         _split_symbols(name, companion / name, companion / f"{name}.debug", time)
     _text(ROOT / "companion/README.md", companion / "README.md")
     _text(ROOT / "docs/companion.md", companion / "docs/companion.md")
     _text(ROOT / "LICENSE", companion / "LICENSE.txt")
-    linked.write_licences(of_companion, companion / "licenses")
+    _licences(of_companion, companion / "licenses")
 
     # Before anything is packed: ZIP and installer hold the same signed programs.
     if sign:
         for name in PROGRAMS.values():
             sign(product / name)
     for folder in (product, symbols, companion):
-        _settle(folder, time)
+        project.settle(folder, time)
         write_zip(folder, dist / f"{folder.name}.zip", time)
     installer = dist / f"{PRODUCT}-setup.exe"
     _write_installer(product, installer, time, sign_command)

@@ -24,10 +24,14 @@ SetDateSave on
 
 !define NAME "KydLogUploader"
 !define PUBLISHER "The KydLogUploader authors"
-!define FOLDER "$PROGRAMFILES64\Veltrane\KydLogUploader"
+!define PARENT "$PROGRAMFILES64\Veltrane"
+!define FOLDER "${PARENT}\KydLogUploader"
 !define ENTRY "Software\Microsoft\Windows\CurrentVersion\Uninstall\KydLogUploader"
 ; The name by which the program makes sure that it runs once.
 !define MUTEX "Global\VeltraneKydLogUploaderMutexString"
+
+; For how long the silent uninstaller tries to remove itself.
+!define REMOVAL_SECONDS 30
 
 !define FAILED 2
 !define IN_USE 1618
@@ -110,6 +114,17 @@ Function .onInit
 FunctionEnd
 
 Section
+  ; A silent uninstaller removes itself a moment after it has ended. It must not take the new one for itself.
+  ReadRegStr $0 HKLM "${ENTRY}" "UninstallString"
+  ${If} $0 == ""
+    ${For} $1 1 ${REMOVAL_SECONDS}
+      ${IfNot} ${FileExists} "$INSTDIR\Uninstall.exe"
+        ${ExitFor}
+      ${EndIf}
+      Sleep 1000
+    ${Next}
+  ${EndIf}
+
   ; What an older version has put here and this one does not have would stay for ever.
   ${If} ${FileExists} "$INSTDIR\Uninstall.exe"
     ExecWait '"$INSTDIR\Uninstall.exe" /S /REPLACED _?=$INSTDIR' $0
@@ -172,14 +187,16 @@ Section Uninstall
     Return
   ${EndIf}
 
+  ClearErrors
   Delete "$INSTDIR\Uninstall.exe"
   ${If} ${Errors}
+  ${OrIf} $EXEDIR == $INSTDIR
     ; It runs there itself: it goes as soon as it has ended. Not at the next start of the machine, which could
     ; take away the uninstaller of a version that has been installed meanwhile.
-    ExecShell "" "$SYSDIR\cmd.exe" '/d /q /c for /l %i in (1,1,30) do if exist "$INSTDIR\Uninstall.exe" (ping -n 2 127.0.0.1 >nul & del /f /q "$INSTDIR\Uninstall.exe" & rmdir "$INSTDIR" & rmdir "$INSTDIR\..")' SW_HIDE
+    ExecShell "" "$SYSDIR\cmd.exe" '/d /q /c for /l %i in (1,1,${REMOVAL_SECONDS}) do (ping -n 2 127.0.0.1 >nul & del /f /q "$INSTDIR\Uninstall.exe" & if not exist "$INSTDIR\Uninstall.exe" (rmdir "$INSTDIR" & rmdir "${PARENT}" & exit))' SW_HIDE
     Return
   ${EndIf}
   RMDir "$INSTDIR"
   ; The product's folder, if nothing else of the product is there.
-  RMDir "$INSTDIR\.."
+  RMDir "${PARENT}"
 SectionEnd

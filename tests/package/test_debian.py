@@ -1,0 +1,159 @@
+"""The Debian package: judged by lintian, installed into a system of its own, started, removed."""
+
+import os
+import shutil
+import subprocess
+
+import pytest
+
+from .conftest import ROOT, files_below, tool
+
+NATIVE_BUILD = ROOT / "build/release-linux/bin"
+PROGRAM = "usr/sbin/KydLogUploader"
+
+
+def as_root():
+    """What to put in front of a command that needs root; None when there is no way."""
+    if os.geteuid() == 0:
+        return []
+    sudo = ["sudo", "--non-interactive"]
+    if shutil.which("sudo") and subprocess.run([*sudo, "true"], check=False).returncode == 0:
+        return sudo
+    return None
+
+
+class System:
+    """A folder in which dpkg works, with this machine's list of installed packages."""
+
+    def __init__(self, folder):
+        self.folder = folder
+        database = folder / "var/lib/dpkg"
+        for name in ("info", "updates", "triggers"):
+            (database / name).mkdir(parents=True)
+        shutil.copyfile("/var/lib/dpkg/status", database / "status")
+
+    def dpkg(self, *arguments):
+        return tool(
+            *as_root(), "dpkg", f"--root={self.folder}", "--log=/dev/null",
+            # A machine of the test may be set up to leave out documents.
+            "--path-include=*", "--force-script-chrootless", *arguments,
+        )
+
+    def files(self):
+        return {name for name in files_below(self.folder) if not name.startswith("var/lib/dpkg/")}
+
+    def run(self, name, *arguments):
+        return subprocess.run(
+            [self.folder / name, *arguments], check=False, capture_output=True, text=True, timeout=60,
+            env={"PATH": "/usr/bin:/bin", "KEYWARD_SYSROOT": str(self.folder / "sysroot")},
+        )
+
+
+@pytest.fixture
+def system(tmp_path):
+    if as_root() is None:
+        pytest.skip("dpkg needs root, and there is neither root nor sudo")
+    return System(tmp_path / "system")
+
+
+@pytest.fixture
+def installed(system, debian_package):
+    system.dpkg("--install", debian_package)
+    return system
+
+
+def add_closed_libraries(system):
+    for name in ("Corvid.so", "libpelham.so"):
+        tool(*as_root(), "cp", NATIVE_BUILD / name, system.folder / "usr/lib/kydloguploader")
+
+
+def test_lintian_finds_nothing(dist, version, debian_package):
+    packages = [debian_package, dist / f"kydloguploader-dbgsym_{version}-1_amd64.deb"]
+    done = subprocess.run(
+        ["lintian", "--allow-root", "--fail-on=error,warning", "--display-info", *packages],
+        check=False, capture_output=True, text=True,
+    )
+    assert (done.returncode, done.stdout) == (0, "")
+
+
+def test_package_says_what_it_is(debian_package, version):
+    fields = dict(
+        line.split(": ", 1)
+        for line in tool("dpkg-deb", "--field", debian_package, "Package", "Version", "Architecture",
+                         "Maintainer", "Depends").splitlines()
+    )
+    depends = {entry.split(" ")[0] for entry in fields.pop("Depends").split(", ")}
+    assert depends == {"libc6", "libgcc-s1", "libssl3", "libstdc++6"}
+    assert fields == {
+        "Package": "kydloguploader",
+        "Version": f"{version}-1",
+        "Architecture": "amd64",
+        "Maintainer": "The KydLogUploader authors <kydloguploader@example.invalid>",
+    }
+
+
+def test_installs_and_leaves_nothing(installed, debian_files):
+    assert installed.files() == files_below(debian_files)
+    status = installed.dpkg("--status", "kydloguploader")
+    assert "Status: install ok installed" in status
+    installed.dpkg("--remove", "kydloguploader")
+    assert installed.files() == set()
+
+
+def test_removing_leaves_libraries_that_were_added(installed):
+    add_closed_libraries(installed)
+    installed.dpkg("--remove", "kydloguploader")
+    assert installed.files() == {f"usr/lib/kydloguploader/{name}" for name in ("Corvid.so", "libpelham.so")}
+
+
+def test_installed_programs_run(installed, version, tmp_path):
+    add_closed_libraries(installed)
+    settings = installed.folder / "sysroot/etc/keyward/registry.reg"
+    settings.parent.mkdir(parents=True)
+    examples = installed.folder / "usr/share/doc/kydloguploader/examples"
+    shutil.copyfile(examples / "on.reg", settings)
+    (installed.folder / "sysroot/run/lock").mkdir(parents=True)
+    (installed.folder / "sysroot/var/log").mkdir(parents=True)
+    done = installed.run(PROGRAM, "tenant.example.com", tmp_path)
+    assert (done.returncode, done.stdout, done.stderr) == (0, "", "")
+    log = (installed.folder / "sysroot/var/log/DebugSSO/KydLogUploader.log").read_text("utf-8-sig")
+    assert f"*** EXECUTE LOGUPLOAD *** Tenant [tenant.example.com] LogDir [{tmp_path}]" in log
+    # The library was found beside the program, not beside the link to it.
+    assert "DLL Load Error" not in log
+
+    status = installed.run("usr/bin/KydUploadStatus", "--version")
+    assert (status.returncode, version in status.stdout) == (0, True)
+
+
+def test_program_does_not_start_without_the_closed_libraries(installed, tmp_path):
+    done = installed.run(PROGRAM, "tenant.example.com", tmp_path)
+    assert done.returncode == 127
+    assert "libpelham.so" in done.stderr
+
+
+def test_examples_start_what_is_installed(debian_files):
+    unit = (debian_files / "usr/share/doc/kydloguploader/examples/kydloguploader.service").read_text("utf-8")
+    (line,) = [line for line in unit.splitlines() if line.startswith("ExecStart=")]
+    program = line.removeprefix("ExecStart=/").split(" ")[0]
+    assert (debian_files / program).exists()
+
+
+@pytest.mark.parametrize("page", ["man8/KydLogUploader.8", "man1/KydUploadStatus.1"])
+def test_manual_pages_name_what_there_is(debian_files, page):
+    path = debian_files / f"usr/share/man/{page}.gz"
+    source = subprocess.run(["zcat", path], check=True, capture_output=True, text=True).stdout
+    for line in source.splitlines():
+        if "/usr/" in line:
+            name = line.split("/usr/", 1)[1].split(" ")[0]
+            # The two closed libraries are put there later.
+            assert (debian_files / "usr" / name).exists() or name.endswith((".so")), line
+
+
+def test_manual_page_has_the_options_of_the_status_tool(debian_files):
+    path = debian_files / "usr/share/man/man1/KydUploadStatus.1.gz"
+    page = subprocess.run(["zcat", path], check=True, capture_output=True, text=True).stdout
+    text = tool(debian_files / "usr/bin/KydUploadStatus", "--help")
+    options = {word.split(",")[-1] for word in text.split() if word.startswith(("--", "-h,--"))}
+    assert options >= {"--help", "--version", "--days", "--json", "--html"}
+    for option in options:
+        assert option in page.replace("\\-", "-"), option
