@@ -27,8 +27,8 @@ OTHER_LANGUAGES = ("text", "json", "cpp", "cmake", "mermaid", "ini", "markdown")
 SHOWN_ONLY = {
     "reg import on.reg": "of Windows; tests/e2e/test_deploy.py imports the file",
     "reg import off.reg": "of Windows; tests/e2e/test_deploy.py imports the file",
-    "dpkg -i kydloguploader_1.0.0-1_amd64.deb": "changes the machine",
-    "KydLogUploader-1.0.0-windows-x64-setup.exe /S": "of Windows, changes the machine",
+    "dpkg -i kydloguploader_1.0.0-1_amd64.deb": "changes the machine; tests/package/test_debian.py installs it",
+    "KydLogUploader-1.0.0-windows-x64-setup.exe /S": "of Windows; tests/package/test_installer.py runs it",
     "vcpkg install cpprestsdk boost-exception rapidjson fmt utfcpp cli11":
         "of Visual Studio's preset, which the tests do not exercise",
 }
