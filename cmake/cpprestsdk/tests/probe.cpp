@@ -1,6 +1,9 @@
 // Drives the REST library for test_library.py and prints what happened, one fact a line.
 //
-//   probe post URL FILE [validate] [timeout=MS] [count=N] [NAME:VALUE ...]   posts a file
+//   probe post URL FILE [validate] [timeout=MS] [count=N] [clients] [share] [alternate]
+//              [NAME:VALUE ...]      posts a file; with a client for each post, which may share a
+//                                    cache, and validate the server every other time
+//   probe blocks FILE SIZE ...       reads in blocks of these sizes, in turn, into FILE.blocks
 //   probe open FILE                  opens a file stream and reads from it
 //   probe descriptors URL FILE       lists descriptors that a started program would inherit
 //   probe throw URL                  reads an answer into a stream that throws
@@ -14,6 +17,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <iostream>
 #include <memory>
 #include <string>
@@ -125,11 +129,20 @@ http_request Post(const concurrency::streams::istream& body, const Arguments& ar
 }
 
 void PostFile(const std::string& url, const std::string& file, const Arguments& arguments) {
-  http_client client(web::uri(Wide(url)), Configuration(arguments));
+  auto configuration = Configuration(arguments);
+#ifndef _WIN32
+  if (Has(arguments, "share"))
+    configuration.set_connection_cache(std::make_shared<web::http::client::connection_cache>());
+#endif
+  std::unique_ptr<http_client> client;
   for (long left = Number(arguments, "count", 1); left > 0; --left) {
+    if (Has(arguments, "alternate"))
+      configuration.set_validate_certificates(left % 2 == 0);
+    if (!client || Has(arguments, "clients"))
+      client = std::make_unique<http_client>(web::uri(Wide(url)), configuration);
     const auto body = Open(file);
     Report([&] {
-      auto response = client.request(Post(body, arguments)).get();
+      auto response = client->request(Post(body, arguments)).get();
       std::cout << "status=" << response.status_code() << "\n";
       const auto text = response.extract_utf8string(true).get();
       std::cout << "body=" << text.size() << "\n";
@@ -142,6 +155,20 @@ void OpenFile(const std::string& name) {
   const auto stream = Open(name);
   concurrency::streams::container_buffer<std::string> content;
   std::cout << "read=" << stream.read(content, 10).get() << "\n";
+  stream.close().wait();
+}
+
+void ReadBlocks(const std::string& name, const Arguments& sizes) {
+  const auto stream = Open(name);
+  std::ofstream copy(name + ".blocks", std::ios::binary);
+  for (std::size_t turn = 0;; ++turn) {
+    concurrency::streams::container_buffer<std::string> block;
+    const auto size = static_cast<std::size_t>(std::atol(sizes[turn % sizes.size()].c_str()));
+    const auto count = stream.read(block, size).get();
+    if (count == 0)
+      break;
+    copy << block.collection().substr(0, count);
+  }
   stream.close().wait();
 }
 
@@ -256,6 +283,8 @@ int main(int argc, char** argv) {
   Report([&] {
     if (command == "open")
       return OpenFile(arguments[1]);
+    if (command == "blocks")
+      return ReadBlocks(arguments[1], Arguments(arguments.begin() + 2, arguments.end()));
     if (command == "throw")
       return ReadIntoThrowingSink(arguments[1]);
     if (arguments.size() < 3)

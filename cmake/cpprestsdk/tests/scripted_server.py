@@ -1,19 +1,22 @@
 """A server that does what a test scripts, byte by byte; a real one would be too well-behaved."""
 
+import hashlib
 import re
 import socket
 import ssl
 import struct
 import threading
-from dataclasses import dataclass
+from dataclasses import dataclass, field
 
 
 @dataclass
 class Request:
-    """A request as it arrived: the header block's bytes, and how many bytes of body."""
+    """A request as it arrived: the header block's bytes, and how many bytes of body, by the chunk."""
 
     head: bytes
     body: int
+    chunks: list = field(default_factory=list)
+    digest: str = ""
 
     def values(self, name):
         """The values of a header, in order."""
@@ -43,26 +46,39 @@ class Early:
 
 
 RESET = object()
+HANG_UP = object()  # instead of a handshake
 
 
 class ScriptedServer:
-    """Gives the answers in order, the last one for ever. `url` is its address."""
+    """Gives the answers in order, the last one for ever. `url` is its address.
 
-    def __init__(self, certificate, answers, tls=True):
+    An answer may be a function that gives it when it is due.
+    """
+
+    def __init__(self, certificate, answers, tls=True, address=("127.0.0.1", 0)):
         self.answers = list(answers)
         self.requests = []
         self.connections = 0
+        self.resumed = []  # of each handshake: whether the client's session was known
         self.sent = 0
         self._ended = threading.Event()
         self._open = []
         self._context = None
+        self._certificate = certificate
         if tls:
-            self._context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
-            self._context.load_cert_chain(certificate)
-        self._listener = socket.create_server(("127.0.0.1", 0))
+            self.forget_sessions()
+        self._listener = socket.create_server(address)
         self.port = self._listener.getsockname()[1]
         self.url = f"http{'s' if tls else ''}://localhost:{self.port}/log"
         threading.Thread(target=self._accept, daemon=True).start()
+
+    def forget_sessions(self):
+        self._context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
+        self._context.load_cert_chain(self._certificate)
+
+    def stop_listening(self):
+        self._listener.shutdown(socket.SHUT_RDWR)
+        self._listener.close()
 
     def close(self):
         self._ended.set()
@@ -88,8 +104,12 @@ class ScriptedServer:
         try:
             if self._stalls("handshake"):
                 return
+            if self.answers[0] is HANG_UP:
+                self.answers.pop(0)
+                return
             if self._context:
                 connection = self._context.wrap_socket(plain, server_side=True)
+                self.resumed.append(connection.session_reused)
                 self._open.append(connection)
             with connection.makefile("rb") as stream:
                 while self._exchange(connection, stream):
@@ -130,6 +150,8 @@ class ScriptedServer:
         self.requests.append(request)
         if len(self.answers) > 1:
             self.answers.pop(0)
+        if callable(answer):
+            answer = answer()
         if self._stalls("answer"):
             return False
         if isinstance(answer, Stall):
@@ -155,14 +177,20 @@ class ScriptedServer:
     @staticmethod
     def _read_body(request, stream):
         length = 0
+        digest = hashlib.sha256()
         if any("chunked" in value for value in request.values("transfer-encoding")):
             while size := int(stream.readline(), 16):
-                length += len(stream.read(size))
+                data = stream.read(size)
+                digest.update(data)
+                length += len(data)
+                request.chunks.append(size)
                 stream.readline()
             stream.readline()
-            return length
-        left = int((request.values("content-length") or ["0"])[0])
-        while left and (data := stream.read(min(left, 1 << 20))):
-            length += len(data)
-            left -= len(data)
+        else:
+            left = int((request.values("content-length") or ["0"])[0])
+            while left and (data := stream.read(min(left, 1 << 20))):
+                digest.update(data)
+                length += len(data)
+                left -= len(data)
+        request.digest = digest.hexdigest()
         return length

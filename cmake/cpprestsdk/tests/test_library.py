@@ -1,6 +1,8 @@
 """Each test shows one defect of the unpatched library mended; README.md names the patch."""
 
+import hashlib
 import os
+import random
 import re
 import socket
 import subprocess
@@ -10,7 +12,7 @@ import time
 import pytest
 
 from conftest import sanitizer_options
-from scripted_server import RESET, Early, Endless, Stall
+from scripted_server import HANG_UP, RESET, Early, Endless, Stall
 
 OK = b"HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nok"
 KIBIBYTE = 1024
@@ -33,6 +35,15 @@ def headers(size):
     """An answer whose status line and headers have this size, the empty line included."""
     frame = b"HTTP/1.1 200 OK\r\nX: \r\nContent-Length: 2\r\n\r\n"
     return frame.replace(b"X: ", b"X: " + b"a" * (size - len(frame))) + b"ok"
+
+
+def preloaded(probe):
+    """The environment that puts stand_in_front.so in front of the system's calls."""
+    return {
+        "LD_PRELOAD": str(probe.path.with_name("stand_in_front.so")),
+        # It comes before the sanitizer.
+        **sanitizer_options("verify_asan_link_order=0"),
+    }
 
 
 # Trusted authorities
@@ -66,6 +77,129 @@ def test_server_of_another_authority_is_refused_with_validation(probe, serve, sm
     lines = probe("post", serve(OK).url, small, "validate", SSL_CERT_FILE="/dev/null")
     assert lines[0] == "error=http_exception"
     assert lines[2] == "what=Error in SSL handshake"
+
+
+# Shared contexts and sessions
+
+
+@pytest.mark.usefixtures("posix")
+@pytest.mark.parametrize("options", [["share"], ["share", "validate"]], ids=" ".join)
+def test_clients_with_a_cache_resume_sessions(probe, serve, small, certificate, options):
+    server = serve(OK)
+    lines = probe(
+        "post", server.url, small, "clients", "count=3", *options, SSL_CERT_FILE=str(certificate)
+    )
+    assert lines == ["status=200", "body=2"] * 3
+    assert server.resumed == [False, True, True]
+
+
+@pytest.mark.usefixtures("posix")
+def test_clients_without_a_cache_resume_nothing(probe, serve, small):
+    server = serve(OK)
+    assert probe("post", server.url, small, "clients", "count=3") == ["status=200", "body=2"] * 3
+    assert server.resumed == [False] * 3
+
+
+@pytest.mark.usefixtures("posix")
+def test_sessions_are_apart_with_and_without_validation(probe, serve, small, certificate):
+    server = serve(OK)
+    lines = probe(
+        "post", server.url, small, "clients", "share", "alternate", "count=4",
+        SSL_CERT_FILE=str(certificate),
+    )  # fmt: skip
+    assert lines == ["status=200", "body=2"] * 4
+    assert server.resumed == [False, False, True, True]
+
+
+@pytest.mark.usefixtures("posix")
+def test_session_of_a_server_that_is_not_validated_opens_no_validating_connection(
+    probe, serve, small
+):
+    server = serve(OK)
+    lines = probe(
+        "post", server.url, small, "clients", "share", "alternate", "count=3",
+        SSL_CERT_FILE="/dev/null",
+    )  # fmt: skip
+    assert [line for line in lines if line.startswith(("status", "what"))] == [
+        "status=200", "what=Error in SSL handshake", "status=200",
+    ]  # fmt: skip
+
+
+@pytest.mark.usefixtures("posix")
+def test_session_that_the_server_has_forgotten_is_made_anew(probe, serve, small):
+    def forget():
+        server.forget_sessions()
+        return OK
+
+    server = serve(forget, OK)
+    lines = probe("post", server.url, small, "clients", "share", "count=3")
+    assert lines == ["status=200", "body=2"] * 3
+    assert server.resumed == [False, False, True]
+
+
+@pytest.mark.usefixtures("posix")
+def test_session_of_a_broken_handshake_is_not_offered_again(probe, serve, small):
+    server = serve(OK, HANG_UP, OK)
+    lines = probe("post", server.url, small, "clients", "share", "count=3")
+    assert lines[:3] == ["status=200", "body=2", "error=http_exception"]
+    assert lines[-2:] == ["status=200", "body=2"]
+    assert server.resumed == [False, False]
+
+
+# Addresses
+
+
+@pytest.mark.usefixtures("posix")
+@pytest.mark.parametrize("options, times", [(["share"], 1), ([], 3)], ids=["shared", "alone"])
+def test_name_is_asked_for_once_with_a_cache(probe, serve, small, tmp_path, options, times):
+    address = tmp_path / "address"
+    address.write_text("127.0.0.1")
+    lines = probe(
+        "post", serve(OK).url, small, "clients", "count=3", *options,
+        **preloaded(probe), RESOLVER_FILE=str(address),
+    )  # fmt: skip
+    assert lines == ["status=200", "body=2"] * 3
+    assert (tmp_path / "address.asked").read_text() == "localhost\n" * times
+
+
+@pytest.mark.usefixtures("posix")
+def test_server_that_moves_is_found_in_the_same_request(probe, serve, small, tmp_path):
+    address = tmp_path / "address"
+    address.write_text("127.0.0.1")
+
+    def move():
+        servers.append(serve(OK, address=("127.0.0.2", servers[0].port)))
+        servers[0].stop_listening()
+        address.write_text("127.0.0.2")
+        return OK
+
+    servers = [serve(move)]
+    lines = probe(
+        "post", servers[0].url, small, "clients", "share", "count=3",
+        **preloaded(probe), RESOLVER_FILE=str(address),
+    )  # fmt: skip
+    assert lines == ["status=200", "body=2"] * 3
+    assert (len(servers[0].requests), len(servers[1].requests)) == (1, 2)
+    assert (tmp_path / "address.asked").read_text() == "localhost\n" * 2
+
+
+@pytest.mark.usefixtures("posix")
+def test_server_that_is_gone_fails_the_request(probe, serve, small, tmp_path):
+    address = tmp_path / "address"
+    address.write_text("127.0.0.1")
+
+    def go():
+        server.stop_listening()
+        return OK
+
+    server = serve(go)
+    lines = probe(
+        "post", server.url, small, "clients", "share", "count=2",
+        **preloaded(probe), RESOLVER_FILE=str(address),
+    )  # fmt: skip
+    assert lines[:3] == ["status=200", "body=2", "error=http_exception"]
+    assert lines[4] == "what=Failed to connect to any resolved endpoint"
+    assert (tmp_path / "address.asked").read_text() == "localhost\n" * 2
 
 
 # Connection header
@@ -282,12 +416,7 @@ def test_connection_that_nobody_accepts_times_out(probe, small):
 def test_name_that_takes_long_to_resolve_times_out(probe, serve, small):
     process = subprocess.Popen(
         [probe.path, "post", serve(OK).url, small, "timeout=1500"],
-        env={
-            **os.environ,
-            "LD_PRELOAD": str(probe.path.with_name("slow_resolver.so")),
-            # The resolver comes before the sanitizer.
-            **sanitizer_options("verify_asan_link_order=0"),
-        },
+        env={**os.environ, **preloaded(probe), "RESOLVER_SECONDS": "6"},
         stdout=subprocess.PIPE,
         text=True,
     )
@@ -296,6 +425,41 @@ def test_name_that_takes_long_to_resolve_times_out(probe, serve, small):
     assert output.splitlines()[:3] == [
         "error=http_exception", "code=110", "what=Error resolving address",
     ]  # fmt: skip
+
+
+# Bodies
+
+
+@pytest.mark.parametrize("size", [0, 1, 65524, 65525, 65536, 1_000_000])
+def test_body_arrives_byte_for_byte(probe, serve, tmp_path, size):
+    file = tmp_path / "file.log"
+    file.write_bytes(random.Random(size).randbytes(size))
+    server = serve(OK)
+    assert probe("post", server.url, file) == ["status=200", "body=2"]
+    (request,) = server.requests
+    assert (request.body, request.digest) == (size, hashlib.sha256(file.read_bytes()).hexdigest())
+    # Coding included, a chunk has the configured 64 KiB at most: four TLS records.
+    assert all(chunk <= 65536 - 12 for chunk in request.chunks)
+
+
+@pytest.mark.usefixtures("posix")
+@pytest.mark.parametrize("failing", [1, 3, 8])
+def test_read_error_fails_the_request(probe, serve, tmp_path, failing):
+    file = tmp_path / "file.log"
+    file.write_bytes(b"x" * (8 * 65536))
+    lines = probe(
+        "post", serve(OK).url, file, "count=2", **preloaded(probe), FAILING_READ=str(failing)
+    )
+    assert lines[:2] == ["error=system_error", "code=5"]
+    assert lines[-2:] == ["status=200", "body=2"]
+
+
+@pytest.mark.parametrize("sizes", [[512], [70000], [10], [70000, 10, 600, 3, 5000], [3, 70000]])
+def test_blocks_of_every_size_give_the_files_bytes(probe, tmp_path, sizes):
+    file = tmp_path / "file.log"
+    file.write_bytes(random.Random(1).randbytes(200_003 if sizes != [10] else 4001))
+    assert probe("blocks", file, *sizes) == []
+    assert (tmp_path / "file.log.blocks").read_bytes() == file.read_bytes()
 
 
 # Inheritance

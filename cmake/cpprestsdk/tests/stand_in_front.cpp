@@ -1,0 +1,60 @@
+// Stands in front of calls of the system when it is preloaded; see test_library.py. The environment
+// says what happens:
+//
+//   RESOLVER_SECONDS   getaddrinfo takes so long
+//   RESOLVER_FILE      getaddrinfo gives the address in this file, and adds a line to the file
+//                      <this file>.asked
+//   FAILING_READ       number of the pread that fails with EIO
+#undef _FORTIFY_SOURCE  // its pread would be inline
+#include <dlfcn.h>
+#include <netdb.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
+#include <fstream>
+#include <string>
+
+namespace {
+
+template <class Call>
+Call Next(Call /*type*/, const char* name) {
+  return reinterpret_cast<Call>(dlsym(RTLD_NEXT, name));
+}
+
+ssize_t Read(int file, void* buffer, size_t count, off_t offset) {
+  static std::atomic<int> calls{0};
+  const char* const failing = std::getenv("FAILING_READ");
+  if (failing != nullptr && ++calls == std::atoi(failing)) {
+    errno = EIO;
+    return -1;
+  }
+  return Next(&pread, "pread64")(file, buffer, count, offset);
+}
+
+}  // namespace
+
+extern "C" int getaddrinfo(const char* name, const char* service, const addrinfo* hints,
+                           addrinfo** result) {
+  if (const char* const seconds = std::getenv("RESOLVER_SECONDS")) {
+    sleep(static_cast<unsigned>(std::atoi(seconds)));
+  }
+  const auto next = Next(&getaddrinfo, "getaddrinfo");
+  const char* const file = std::getenv("RESOLVER_FILE");
+  if (file == nullptr) {
+    return next(name, service, hints, result);
+  }
+  std::string address;
+  std::ifstream(file) >> address;
+  std::ofstream(std::string(file) + ".asked", std::ios::app) << name << "\n";
+  return next(address.c_str(), service, hints, result);
+}
+
+extern "C" ssize_t pread(int file, void* buffer, size_t count, off_t offset) {
+  return Read(file, buffer, count, offset);
+}
+
+extern "C" ssize_t pread64(int file, void* buffer, size_t count, off_t offset) {
+  return Read(file, buffer, count, offset);
+}
