@@ -25,10 +25,12 @@ Transport LibraryTransport() {
       };
 }
 
-HttpClient::HttpClient(CertificateContext certificate, bool has_certificate, Transport transport)
+HttpClient::HttpClient(CertificateContext certificate, bool has_certificate, Transport transport,
+                       ConnectionCache connections)
     : certificate_(certificate),
       has_certificate_(has_certificate),
-      transport_(std::move(transport)) {}
+      transport_(std::move(transport)),
+      connections_(std::move(connections)) {}
 
 HttpClient::~HttpClient() = default;
 
@@ -77,7 +79,7 @@ http_client_config HttpClient::get_http_config() {
   // A redirect is an answer like any other: following it would turn the POST into a GET without a
   // body and take the API key to another host.
   config.set_max_redirects(0);
-  SetTlsOptions(config, certificate_, native_request_);
+  SetTlsOptions(config, certificate_, connections_, native_request_);
   return config;
 }
 

@@ -6,6 +6,7 @@
 #include <functional>
 #include <string>
 
+#include "socket/connection_cache.h"
 #include "socket/exception.h"
 #include "socket/http_request.h"
 
@@ -24,9 +25,10 @@ class HttpClient {
 
   // The context is borrowed for the client's life and may be null. The flag also switches the
   // validation of the server's certificate: a client without a certificate of its own does not
-  // validate the server's. That coupling is meant so. No I/O happens here.
+  // validate the server's. That coupling is meant so. The cache is for the clients with the same
+  // certificate. No I/O happens here.
   HttpClient(CertificateContext certificate, bool has_certificate,
-             Transport transport = LibraryTransport());
+             Transport transport = LibraryTransport(), ConnectionCache connections = nullptr);
   virtual ~HttpClient();
   HttpClient(const HttpClient&) = delete;
   HttpClient& operator=(const HttpClient&) = delete;
@@ -49,6 +51,7 @@ class HttpClient {
   CertificateContext certificate_;  // borrowed
   bool has_certificate_;
   Transport transport_;
+  ConnectionCache connections_;
 };
 
 // The whole body of an answer as text, whatever it calls itself; at most kKeptBodyBytes of it.

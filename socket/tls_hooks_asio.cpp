@@ -5,6 +5,9 @@
 #include <openssl/ssl.h>
 
 #include <boost/asio/ssl/context.hpp>
+#include <memory>
+#include <type_traits>
+#include <utility>
 
 #include "platform/certificate_posix.h"
 #include "platform/error.h"
@@ -39,10 +42,32 @@ void SetCertificate(SSL_CTX* context, const platform::CertificateWithKey& certif
   }
 }
 
+// The cache is this project's addition to the library. One without it makes everything anew for
+// each connection: slower, and nothing else.
+template <class Config, class = void>
+struct LibraryCache {
+  static ConnectionCache Make() { return nullptr; }
+  static void Set(Config& /*config*/, const ConnectionCache& /*connections*/) {}
+};
+
+template <class Config>
+struct LibraryCache<Config, std::void_t<decltype(std::declval<Config>().get_connection_cache())>> {
+  using Cache = std::decay_t<decltype(*std::declval<Config>().get_connection_cache())>;
+  static ConnectionCache Make() { return std::make_shared<Cache>(); }
+  static void Set(Config& config, const ConnectionCache& connections) {
+    config.set_connection_cache(std::static_pointer_cast<Cache>(connections));
+  }
+};
+
 }  // namespace
 
+ConnectionCache MakeConnectionCache() {
+  return LibraryCache<web::http::client::http_client_config>::Make();
+}
+
 void SetTlsOptions(web::http::client::http_client_config& config, const void* certificate,
-                   void*& native_request) {
+                   const ConnectionCache& connections, void*& native_request) {
+  LibraryCache<web::http::client::http_client_config>::Set(config, connections);
   config.set_ssl_context_callback(
       [certificate, &native_request](boost::asio::ssl::context& context) {
         SetProtocols(context.native_handle());

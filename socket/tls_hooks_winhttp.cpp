@@ -40,8 +40,12 @@ void SetCertificate(HINTERNET request, const void* certificate) {
 
 }  // namespace
 
+ConnectionCache MakeConnectionCache() {
+  return nullptr;
+}
+
 void SetTlsOptions(web::http::client::http_client_config& config, const void* certificate,
-                   void*& native_request) {
+                   const ConnectionCache& /*connections*/, void*& native_request) {
   config.set_nativesessionhandle_options(&SetProtocols);
   if (certificate != nullptr) {
     config.set_nativehandle_options([certificate, &native_request](HINTERNET request) {

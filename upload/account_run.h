@@ -7,6 +7,7 @@
 
 #include "credentials/companion_run.h"
 #include "platform/string_table.h"
+#include "socket/connection_cache.h"
 
 namespace kyd {
 
@@ -30,6 +31,7 @@ struct AccountRun : CompanionRun {
   std::uint32_t fileOkCount = 0;     // log files sent, "Upload success"
   std::uint32_t fileErrorCount = 0;  // log files that failed, "Upload error"
   UploadResultReport report;
+  CorvidSocket::ConnectionCache connections;  // of the accounts without a client certificate
 };
 
 // Appends a record to the report. A failure is logged and loses the record.

@@ -39,6 +39,7 @@ struct Account {
   HeaderSet closing_headers;
   HeaderSet keep_alive_headers;
   CorvidSocket::ClientCertificate certificate;
+  CorvidSocket::ConnectionCache connections;
   std::uint32_t failed_files = 0;
 };
 
@@ -58,6 +59,18 @@ CorvidSocket::ClientCertificate SelectCertificate(const AccountRun& run,
   return certificate;
 }
 
+// A certificate is its account's alone, and so is what was agreed upon with it.
+CorvidSocket::ConnectionCache ConnectionsOf(AccountRun& run,
+                                            const CorvidSocket::ClientCertificate& certificate) {
+  if (certificate.context.Get() != nullptr) {
+    return CorvidSocket::MakeConnectionCache();
+  }
+  if (run.connections == nullptr) {
+    run.connections = CorvidSocket::MakeConnectionCache();
+  }
+  return run.connections;
+}
+
 HeaderSet MakeHeaders(const AccountRun& run, const UploadAuthData& credentials,
                       const wchar_t* connection) {
   // The session is taken up to its first NUL, the key whole.
@@ -70,10 +83,11 @@ HeaderSet MakeHeaders(const AccountRun& run, const UploadAuthData& credentials,
 
 Account PrepareAccount(AccountRun& run, const std::wstring& name, const UploadAuthData& credentials,
                        const CorvidSocket::Transport& transport) {
-  Account account{run, name, transport, {}, {}, {}, {}, {}, {}};
+  Account account{run, name, transport, {}, {}, {}, {}, {}, {}, {}};
   account.upload_folder = UploadPath(run.logDir, name);
   account.archive_folder = ArchivePath(run.logDir, name);
   account.certificate = SelectCertificate(run, credentials);
+  account.connections = ConnectionsOf(run, account.certificate);
   account.address = L"https://" + run.tenant + kServicePath;
   account.closing_headers = MakeHeaders(run, credentials, L"close");
   // One word, as the service expects it; not the token of RFC 9110.
@@ -123,7 +137,7 @@ void UploadFile(Account& account, const LogFile& file, const HeaderSet& headers)
                            utility::string_t(platform::ToNative(L"application/octet-stream")));
   const void* const context = account.certificate.context.Get();
   CorvidSocket::HttpClient client(context, /*has_certificate=*/context != nullptr,
-                                  account.transport);
+                                  account.transport, account.connections);
   const web::uri address(platform::ToNative(account.address));
   const http_response answer = client.SendRequest(address, request, L"", L"", /*retryCount=*/0);
   const bool accepted = IsAccepted(answer.status_code());

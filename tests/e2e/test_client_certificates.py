@@ -338,3 +338,31 @@ def test_real_web_servers_demand_of_a_certificate_is_a_failure_like_any_other(
     errors = [text for text in machine.messages() if "Error [400, " in text]
     assert len(errors) == 2
     assert machine.messages()[-3:] == say.summary(accounts=1, send=1, error=2)
+
+
+@needs_nginx
+def test_sessions_are_resumed_only_where_the_same_certificate_counts(machine, trusted, tmp_path):
+    """What one account's certificate has opened opens nothing for the next account."""
+    if machine.platform.name == "windows":
+        pytest.skip("WinHTTP resumes as it sees fit")
+    machine.trust(trusted.authority)
+    own = {
+        "alice": machine.client_certificate("user", trusted.client),
+        "bob": None,
+        "carol": machine.client_certificate("comp", trusted.second_client),
+        "dave": None,
+    }
+    for name, certificate in own.items():
+        machine.account(name, **({"cert": certificate} if certificate else {}))
+        machine.logs(name, "a.log", "b.log")
+    names = machine.account_order()
+    with Nginx(tmp_path / "nginx", trusted.server) as nginx:
+        machine.tenant = nginx.tenant
+        machine.run()
+    resumed = {name: [] for name in names}
+    for request in nginx.requests():
+        account = request["body"].split(b"/")[0].decode()
+        resumed[account].append(request["resumed"] == "r")
+    later_without = [name for name in names if own[name] is None][1]
+    for name in names:
+        assert resumed[name] == [name == later_without, True]

@@ -13,7 +13,7 @@ from pathlib import Path
 
 from cryptography import x509
 from cryptography.hazmat.primitives import hashes, serialization
-from cryptography.hazmat.primitives.asymmetric import rsa
+from cryptography.hazmat.primitives.asymmetric import ec, rsa
 from cryptography.hazmat.primitives.serialization import pkcs12
 from cryptography.x509.oid import ExtendedKeyUsageOID, NameOID
 
@@ -41,7 +41,7 @@ def _alternative_name(text):
 class Identity:
     """A certificate with its private key and the certificates between it and a trusted one."""
 
-    key: rsa.RSAPrivateKey
+    key: rsa.RSAPrivateKey | ec.EllipticCurvePrivateKey
     certificate: x509.Certificate
     chain: tuple = ()
 
@@ -150,9 +150,9 @@ class Authority:
     def pem(self):
         return self.identity.certificate_pem
 
-    def issue(self, common_name, *, names=(), usage, not_before=None, not_after=None):
-        """A new key with a certificate for `names`, signed by this authority."""
-        key = rsa.generate_private_key(public_exponent=65537, key_size=2048)
+    def issue(self, common_name, *, names=(), usage, key=None, not_before=None, not_after=None):
+        """A key, new and RSA unless given, with a certificate for `names` by this authority."""
+        key = key or rsa.generate_private_key(public_exponent=65537, key_size=2048)
         builder = (
             x509.CertificateBuilder()
             .subject_name(_name(common_name))
@@ -236,6 +236,10 @@ class CertificateFactory:
         return self._server(self.authority)
 
     @functools.cached_property
+    def elliptic_server(self):
+        return self._server(self.authority, key=ec.generate_private_key(ec.SECP256R1()))
+
+    @functools.cached_property
     def expired_server(self):
         return self._server(
             self.authority, not_before=_now() - 20 * _DAY, not_after=_now() - 10 * _DAY
@@ -286,10 +290,8 @@ class CertificateFactory:
         """A client certificate that no service accepts."""
         return self.other_authority.issue("mallory", usage=ExtendedKeyUsageOID.CLIENT_AUTH)
 
-    def _server(self, authority, names=LOOPBACK_NAMES, **validity):
-        return authority.issue(
-            names[0], names=names, usage=ExtendedKeyUsageOID.SERVER_AUTH, **validity
-        )
+    def _server(self, authority, names=LOOPBACK_NAMES, **more):
+        return authority.issue(names[0], names=names, usage=ExtendedKeyUsageOID.SERVER_AUTH, **more)
 
     def write(self, file_name, content):
         """Puts bytes into the factory's folder, readable for the owner only; gives the path."""

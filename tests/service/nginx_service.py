@@ -11,7 +11,7 @@ from pathlib import Path
 
 from .log_service import SERVICE_PATH
 
-_CONFIGURATION = """
+CONFIGURATION = """
 daemon off;
 {user}
 worker_processes 1;
@@ -61,8 +61,11 @@ def find_nginx():
 class Nginx:
     """A context manager. `client_authority` (PEM) makes client certificates a condition.
 
-    Bodies longer than `longest_body` bytes are refused before they are read; 0 takes any.
+    Bodies longer than `longest_body` bytes are refused before they are read; 0 takes any. A class
+    derived from this one may have a `configuration` of its own.
     """
+
+    configuration = CONFIGURATION
 
     def __init__(self, folder, identity, *, status=200, client_authority=None, longest_body=0):
         # nginx resolves relative paths against its own prefix.
@@ -79,7 +82,7 @@ class Nginx:
         self.port = _free_port()
         self._process = None
         (self.folder / "nginx.conf").write_text(
-            _CONFIGURATION.format(
+            self.configuration.format(
                 folder=self.folder,
                 port=self.port,
                 client=client,

@@ -33,7 +33,7 @@ class TlsHooksTest : public testing::Test {
   // What the library does with each context before it connects.
   void Call(const void* certificate, SslContext& context) {
     web::http::client::http_client_config config;
-    CorvidSocket::SetTlsOptions(config, certificate, native_request_);
+    CorvidSocket::SetTlsOptions(config, certificate, nullptr, native_request_);
     ASSERT_TRUE(config.get_ssl_context_callback());
     config.get_ssl_context_callback()(context);
   }
