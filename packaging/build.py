@@ -32,6 +32,9 @@ class Signing:
     """Signatures of Windows programs (Authenticode), by osslsigncode."""
 
     def __init__(self, certificate: Path, key: Path, time_stamp: str | None) -> None:
+        for path in (certificate, key):
+            if not path.is_file():
+                raise Failure(f"{path} is not there")
         self._sign = [
             "osslsigncode", "sign", "-h", "sha256", "-certs", os.fspath(certificate.resolve()),
             "-key", os.fspath(key.resolve()), "-n", project.NAME,
@@ -47,6 +50,7 @@ class Signing:
 
     def command(self) -> str:
         """For the installer, which appends the name of a program that it has just made."""
+        WORK.mkdir(parents=True, exist_ok=True)
         script = WORK / "sign"
         script.write_text(
             f'#!/bin/sh\nset -eu\n{shlex.join(self._sign)} -in "$1" -out "$1.signed"\nmv "$1.signed" "$1"\n',
@@ -68,12 +72,14 @@ def build(options: argparse.Namespace) -> None:
     changes = project.changes()
     if changes and not options.allow_changes:
         raise Failure("packages are made of a commit, and the tree has changes:\n" + "\n".join(changes))
+    signing = None
+    if options.sign:
+        certificate, key = options.sign
+        signing = Signing(certificate, key, options.time_stamp)
     for folder in (windows.BUILD, debian.BUILD):
         build_programs(folder.name)
     time = project.commit_time()
     project.fresh(DIST)
-    WORK.mkdir(parents=True, exist_ok=True)
-    signing = Signing(*map(Path, options.sign), options.time_stamp) if options.sign else None
     products = windows.build(DIST, time, signing, signing.command() if signing else None)
     products |= debian.build(DIST, time)
     for product, components in products.items():
@@ -88,7 +94,7 @@ def main() -> int:
         help="also of a tree with changes that are not committed, to try something",
     )
     parser.add_argument(
-        "--sign", nargs=2, metavar=("CERTIFICATE", "KEY"),
+        "--sign", nargs=2, type=Path, metavar=("CERTIFICATE", "KEY"),
         help="sign the Windows programs, the uninstaller and the installer (PEM files)",
     )
     parser.add_argument("--time-stamp", metavar="URL", help="time stamp authority for the signatures")
@@ -97,6 +103,10 @@ def main() -> int:
         help="build the commit once more, in another folder and with nothing from a cache, and compare",
     )
     options = parser.parse_args()
+    if options.sign and options.check_reproducible:
+        parser.error("a signature is never the same twice: --check-reproducible is for packages without one")
+    if options.time_stamp and not options.sign:
+        parser.error("--time-stamp is for --sign")
     try:
         build(options)
         if options.check_reproducible:

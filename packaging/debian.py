@@ -40,8 +40,8 @@ def build(dist: Path, time: int) -> dict[str, list[linked.Component]]:
         (source / "bin" / name).chmod(0o755)
     # To be looked at when the dependencies are computed; it is not packed.
     project.copy(BUILD / "bin/libpelham.so", source / "closed/libpelham.so")
-    for name in project.documents():
-        project.copy(ROOT / name, source / "texts" / name)
+    for document in project.documents():
+        project.copy(ROOT / document, source / "texts" / document)
     components = linked.components(BUILD, PROGRAMS)
     inside = [component for component in components if component.linkage == "static"]
     linked.write_licences(inside, source / "texts/licenses")

@@ -129,11 +129,11 @@ def build(
 
     for name in PROGRAMS.values():
         _split_symbols(name, product / name, symbols / f"{name}.debug", time)
-    for name in project.documents():
-        _text(ROOT / name, product / name)
-    for name in ("diagnostic-log", "windows"):
-        for file in project.files_below(ROOT / "deploy" / name):
-            project.copy(ROOT / "deploy" / name / file, product / "deploy" / name / file)
+    for document in project.documents():
+        _text(ROOT / document, product / document)
+    for part in ("diagnostic-log", "windows"):
+        for file in project.files_below(ROOT / "deploy" / part):
+            project.copy(ROOT / "deploy" / part / file, product / "deploy" / part / file)
     _text(ROOT / "LICENSE", product / "LICENSE.txt")
     _licences(of_product, product / "licenses")
 

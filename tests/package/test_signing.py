@@ -1,8 +1,10 @@
 """Signatures: programs before they are packed, the uninstaller while it is made, the installer last."""
 
 import datetime
+import http.server
 import shutil
 import subprocess
+import threading
 import zipfile
 
 import pytest
@@ -49,6 +51,67 @@ def signed(identity, tmp_path_factory):
     signing = build.Signing(*identity, None)
     windows.build(folder, project.commit_time(), signing, signing.command())
     return folder
+
+
+TIME_STAMP_SETTINGS = """
+[tsa]
+default_tsa = authority
+[authority]
+serial = serial
+signer_digest = sha256
+default_policy = 1.2.3.4
+digests = sha256, sha384, sha512
+"""
+
+
+@pytest.fixture
+def time_stamps(tmp_path, monkeypatch):
+    """An authority that says when it has seen something (RFC 3161); its address and its certificate."""
+
+    def openssl(*words):
+        subprocess.run(["openssl", *words], cwd=tmp_path, check=True, capture_output=True)
+
+    monkeypatch.setenv("no_proxy", "127.0.0.1")
+    (tmp_path / "tsa.cnf").write_text(TIME_STAMP_SETTINGS, "ascii")
+    openssl("req", "-x509", "-newkey", "rsa:2048", "-nodes", "-subj", "/CN=time", "-keyout", "tsa.key",
+            "-out", "tsa.pem", "-addext", "extendedKeyUsage=critical,timeStamping")
+
+    class Authority(http.server.BaseHTTPRequestHandler):
+        def do_POST(self):
+            (tmp_path / "query").write_bytes(self.rfile.read(int(self.headers["Content-Length"])))
+            openssl("ts", "-reply", "-config", "tsa.cnf", "-queryfile", "query", "-inkey", "tsa.key",
+                    "-signer", "tsa.pem", "-out", "reply")
+            content = (tmp_path / "reply").read_bytes()
+            self.send_response(200)
+            self.send_header("Content-Type", "application/timestamp-reply")
+            self.send_header("Content-Length", str(len(content)))
+            self.end_headers()
+            self.wfile.write(content)
+
+        def log_message(self, *_):
+            pass
+
+    with http.server.HTTPServer(("127.0.0.1", 0), Authority) as server:
+        threading.Thread(target=server.serve_forever, daemon=True).start()
+        yield f"http://127.0.0.1:{server.server_port}", tmp_path / "tsa.pem"
+        server.shutdown()
+
+
+def test_signature_bears_the_authoritys_time(archives, identity, time_stamps, tmp_path):
+    import build
+
+    address, authority = time_stamps
+    times = []
+    for time_stamp in (None, address):
+        program = tmp_path / "KydUploadStatus.exe"
+        shutil.copyfile(archives.product / program.name, program)
+        build.Signing(*identity, time_stamp)(program)
+        listed = subprocess.run(
+            ["osslsigncode", "verify", "-CAfile", identity[0], "-TSA-CAfile", authority, "-in", program],
+            check=True, capture_output=True, text=True,
+        ).stdout
+        times.append("Timestamp Server Signature verification: ok" in listed)
+    assert times == [False, True]
 
 
 def is_signed(program, certificate):
