@@ -8,6 +8,7 @@ licences are written here: Debian's copyright files name them in too many ways t
 from __future__ import annotations
 
 import os
+import platform
 import re
 import subprocess
 from collections.abc import Iterable, Iterator
@@ -124,13 +125,20 @@ def _owners(paths: Iterable[str]) -> set[str]:
     return found
 
 
+def _distribution() -> str:
+    """As package URLs name the system that this is built on."""
+    release = platform.freedesktop_os_release()
+    return f"{release['ID']}-{release['VERSION_ID']}"
+
+
 def debian_package(name: str, linkage: str) -> Component:
     line = run(
         "dpkg-query", "--show", "--showformat=${Version}\t${Architecture}\t${Homepage}\n", name
     ).splitlines()[0]
     version, architecture, homepage = line.split("\t")
     return Component(
-        name, version, f"pkg:deb/debian/{quote(name)}@{quote(version)}?arch={architecture}", linkage,
+        name, version,
+        f"pkg:deb/debian/{quote(name)}@{quote(version)}?arch={architecture}&distro={_distribution()}", linkage,
         Path("/usr/share/doc") / name / "copyright", homepage,
     )
 

@@ -19,7 +19,6 @@ SetDateSave on
 
 !include LogicLib.nsh
 !include FileFunc.nsh
-!include x64.nsh
 !include "${FILES}"
 
 !define NAME "KydLogUploader"
@@ -101,9 +100,6 @@ LicenseData "${LICENCE}"
 !macroend
 
 Function .onInit
-  ${IfNot} ${RunningX64}
-    !insertmacro Stop ${FAILED} "${NAME} needs a 64-bit Windows."
-  ${EndIf}
   SetRegView 64
   SetShellVarContext all
   ; Also against /D on the command line.

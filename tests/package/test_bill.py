@@ -61,8 +61,8 @@ def test_versions_are_those_of_the_packages(bill):
             continue
         installed = tool("dpkg-query", "-W", "-f", "${Version}\n", component["name"]).splitlines()[0]
         assert component["version"] == installed
-        pattern = r"pkg:deb/debian/([\w.%-]+)@([\w.%~-]+)\?arch=(amd64|all)"
-        name, purl_version, _ = re.fullmatch(pattern, component["purl"]).groups()
+        pattern = r"pkg:deb/debian/([\w.%-]+)@([\w.%~-]+)\?arch=(?:amd64|all)&distro=debian-\d+"
+        name, purl_version = re.fullmatch(pattern, component["purl"]).groups()
         assert name.replace("%2B", "+") == component["name"]
         assert purl_version.replace("%2B", "+").replace("%3A", ":") == installed
 

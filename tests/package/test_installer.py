@@ -2,13 +2,14 @@
 
 import concurrent.futures
 import contextlib
+import re
 import shutil
 import time
 import zipfile
 
 import pytest
 
-from .conftest import files_below
+from .conftest import ROOT, files_below
 from .windows_machine import INSTALLED, SETTINGS_KEY
 
 MUTEX = r"Global\VeltraneKydLogUploaderMutexString"
@@ -75,6 +76,12 @@ def test_entry_is_in_add_remove_programs(installed, version):
         "NoModify": "0x1",
         "NoRepair": "0x1",
     }
+
+
+def test_name_that_is_held_is_the_programs():
+    source = (ROOT / "uploader/run.cpp").read_text("utf-8")
+    name = re.search(r'kInstanceName\[\] = L"(\w+)"', source)[1]
+    assert MUTEX == f"Global\\{name}"
 
 
 def test_folder_is_not_the_users_choice(machine, installer):
