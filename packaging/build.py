@@ -1,6 +1,6 @@
 #!/usr/bin/python3
-"""Makes all packages of a commit in dist/: ZIPs and installer for Windows, the Debian package, debug symbols, bills
-of materials and checksums."""
+"""Makes all packages of a commit in dist/: ZIPs and installer for Windows, the Debian package, debug
+symbols, bills of materials and checksums."""
 
 from __future__ import annotations
 
@@ -104,7 +104,7 @@ def main() -> int:
     )
     options = parser.parse_args()
     if options.sign and options.check_reproducible:
-        parser.error("a signature is never the same twice: --check-reproducible is for packages without one")
+        parser.error("--check-reproducible is not for --sign: no signature is the same twice")
     if options.time_stamp and not options.sign:
         parser.error("--time-stamp is for --sign")
     try:

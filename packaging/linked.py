@@ -1,8 +1,9 @@
 """Which other people's code is in a program.
 
-Nobody keeps a list of it. The linker's map tells the objects and archive members that went in, the line tables
-of the debug information tell the headers whose code did, and dpkg tells which package a file is from. Only the
-licences are written here: Debian's copyright files name them in too many ways to be read by a program.
+Nobody keeps a list of it. The linker's map tells the objects and archive members that went in, the line
+tables of the debug information tell the headers whose code did, and dpkg tells which package a file is
+from. Only the licences are written here: Debian's copyright files name them in too many ways to be read by
+a program.
 """
 
 from __future__ import annotations
@@ -12,11 +13,11 @@ import platform
 import re
 import subprocess
 from collections.abc import Iterable, Iterator
-from dataclasses import dataclass, field
+from dataclasses import dataclass
 from pathlib import Path
 from urllib.parse import quote
 
-from project import ROOT, Failure, run
+from project import MESSAGES_ARE_READ, ROOT, Failure, run
 
 _GCC = "GPL-3.0-or-later WITH GCC-exception-3.1"
 # SPDX expressions. Public-domain parts need none.
@@ -56,7 +57,7 @@ class Component:
     linkage: str  # "static": its code is in the file; "dynamic": found when the program starts
     copyright: Path
     homepage: str = ""
-    patches: tuple[str, ...] = field(default=())
+    patches: tuple[str, ...] = ()
 
     @property
     def licence(self) -> str:
@@ -66,7 +67,7 @@ class Component:
 
 
 def _linked_objects(map_file: Path) -> Iterator[str]:
-    """Objects, and archives of which a member went in. The build names its own without a folder in front."""
+    """Objects, and archives of which a member went in. The build's own have no folder in front."""
     # The archive's name is followed by the member's.
     pattern = re.compile(r"(?:LOAD (/\S+\.o(?:bj)?)|(/\S+\.a)\(\S+\).*)$")
     for line in map_file.read_text("utf-8", "replace").splitlines():
@@ -81,7 +82,9 @@ def _sources(program: Path, objdump: str) -> Iterator[str]:
     table = None
     entry = re.compile(r"  \d+\t(?:(\d+)\t)?(?:\(.*?\): )?(.+)$")
     command = [objdump, "--dwarf=rawline", os.fspath(program)]
-    with subprocess.Popen(command, stdout=subprocess.PIPE, text=True, errors="replace") as process:
+    with subprocess.Popen(
+        command, stdout=subprocess.PIPE, text=True, errors="replace", env=MESSAGES_ARE_READ
+    ) as process:
         assert process.stdout is not None
         for line in process.stdout:
             if "Directory Table" in line:
@@ -110,11 +113,14 @@ def _owners(paths: Iterable[str]) -> set[str]:
     names = sorted(name for both in asked.values() for name in both)
     answer = subprocess.run(
         ["dpkg-query", "--search", *names], stdout=subprocess.PIPE, stderr=subprocess.DEVNULL,
-        text=True, check=False,  # fails when one of the names is unknown
+        text=True, env=MESSAGES_ARE_READ,
+        check=False,  # fails when one of the names is unknown
     ).stdout
     known = {}
     for line in answer.splitlines():
         packages, _, path = line.rpartition(": ")
+        if packages.startswith("diversion by "):
+            continue
         known[path] = packages.split(", ")[0].split(":")[0]
     found = set()
     for path, both in asked.items():
@@ -167,7 +173,7 @@ def rest_library(build: Path) -> Component:
 
 
 def _needed(program: Path) -> Iterator[str]:
-    """The shared libraries that the loader will look for on this machine; not those of the product family."""
+    """The shared libraries that the loader finds on this machine; not those of the product family."""
     cache = dict(re.findall(r"^\s+(\S+) \(.*x86-64.*\) => (\S+)$", run("/sbin/ldconfig", "-p"), re.M))
     for name in re.findall(r"\(NEEDED\).*\[(.*)\]", run("readelf", "--wide", "--dynamic", program)):
         if name in cache:
@@ -205,7 +211,8 @@ def components(build: Path, targets: Iterable[str]) -> list[Component]:
 
 
 def write_licences(inside: Iterable[Component], folder: Path) -> list[Path]:
-    """The copyright file of each. Returns the common licences to which they refer, which Debian has everywhere."""
+    """The copyright file of each. Returns the common licences to which they refer, which are part of
+    every Debian."""
     folder.mkdir(parents=True, exist_ok=True)
     common: set[Path] = set()
     for component in inside:

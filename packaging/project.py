@@ -13,6 +13,8 @@ ROOT = Path(__file__).resolve().parent.parent
 WORK = ROOT / "build/package"
 DIST = ROOT / "dist"
 NAME = "KydLogUploader"
+# The environment of tools: what they say is read here, and not by somebody with a language.
+MESSAGES_ARE_READ = {**os.environ, "LC_ALL": "C.UTF-8"}
 PUBLISHER = f"The {NAME} authors"
 
 
@@ -34,8 +36,7 @@ def run(*command: str | os.PathLike[str], cwd: Path = ROOT, **environment: str) 
     done = subprocess.run(
         [os.fspath(word) for word in command], cwd=cwd, check=False, text=True, errors="replace",
         stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
-        # Tools' messages are read here.
-        env={**os.environ, "LC_ALL": "C.UTF-8", **environment},
+        env={**MESSAGES_ARE_READ, **environment},
     )
     if done.returncode != 0:
         raise Failure(f"{command[0]} ended with {done.returncode}:\n{done.stdout}{done.stderr}")

@@ -189,7 +189,10 @@ Section Uninstall
   ${OrIf} $EXEDIR == $INSTDIR
     ; It runs there itself: it goes as soon as it has ended. Not at the next start of the machine, which could
     ; take away the uninstaller of a version that has been installed meanwhile.
-    ExecShell "" "$SYSDIR\cmd.exe" '/d /q /c for /l %i in (1,1,${REMOVAL_SECONDS}) do (ping -n 2 127.0.0.1 >nul & del /f /q "$INSTDIR\Uninstall.exe" & if not exist "$INSTDIR\Uninstall.exe" (rmdir "$INSTDIR" & rmdir "${PARENT}" & exit))' SW_HIDE
+    StrCpy $0 '"$INSTDIR\Uninstall.exe"'
+    StrCpy $1 'del /f /q $0 & if not exist $0 (rmdir "$INSTDIR" & rmdir "${PARENT}" & exit)'
+    ExecShell "" "$SYSDIR\cmd.exe" \
+      '/d /q /c for /l %i in (1,1,${REMOVAL_SECONDS}) do (ping -n 2 127.0.0.1 >nul & $1)' SW_HIDE
     Return
   ${EndIf}
   RMDir "$INSTDIR"

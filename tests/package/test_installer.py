@@ -87,7 +87,7 @@ def test_name_that_is_held_is_the_programs():
 def test_folder_is_not_the_users_choice(machine, installer):
     assert machine.install(installer, r" /D=C:\anywhere") == DONE
     assert (machine.folder / "KydLogUploader.exe").exists()
-    assert not (machine.drive / "anywhere").exists()
+    assert not machine.elsewhere.exists()
 
 
 def test_installed_programs_run(installed, archives, version):

@@ -20,6 +20,7 @@ class WindowsMachine:
         self._environment = wine.environment(prefix)
         self.drive = prefix / "drive_c"
         self.folder = self.drive / "Program Files/Veltrane/KydLogUploader"
+        self.elsewhere = self.drive / "anywhere"  # where nothing should be
         self.log = self.drive / "DebugSSO/KydLogUploader.log"
 
     def run(self, program, *arguments):
@@ -80,6 +81,7 @@ class WindowsMachine:
     def clean(self):
         """As if nothing of the product had ever been here."""
         shutil.rmtree(self.drive / "Program Files/Veltrane", ignore_errors=True)
-        shutil.rmtree(self.log.parent, ignore_errors=True)
+        for folder in (self.log.parent, self.drive / "KydLog", self.elsewhere):
+            shutil.rmtree(folder, ignore_errors=True)
         for key in (UNINSTALL_KEY, r"HKLM\SOFTWARE\Veltrane"):
             self.run("reg", "delete", key, "/f")
