@@ -1,0 +1,61 @@
+// The system calls of accounts without anything to send, and of a log's lines, without the program
+// around them.
+//
+// usage: bare-calls accounts <log folder>        goes through Upload, opens each credential file
+//        bare-calls append <file> <line> <times>  opens, appends a line, closes
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+namespace {
+
+int GoThroughAccounts(const std::string& folder) {
+  DIR* const upload = opendir((folder + "/Upload").c_str());
+  if (upload == nullptr) {
+    return 1;
+  }
+  const std::string work = folder + "/LogWork/";
+  while (const dirent* entry = readdir(upload)) {
+    if (entry->d_name[0] == '.' || entry->d_type != DT_DIR) {
+      continue;
+    }
+    const int file = open((work + entry->d_name + "/UserData.dat").c_str(), O_RDONLY | O_CLOEXEC);
+    if (file >= 0) {
+      close(file);
+    }
+  }
+  closedir(upload);
+  return 0;
+}
+
+int Append(const char* path, const std::string& line, long times) {
+  for (long i = 0; i < times; ++i) {
+    const int file = open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+    if (file < 0 || write(file, line.data(), line.size()) != static_cast<ssize_t>(line.size()) ||
+        close(file) != 0) {
+      return 1;
+    }
+  }
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const std::vector<std::string> given(argv + 1, argv + argc);
+  if (given.size() == 2 && given[0] == "accounts") {
+    return GoThroughAccounts(given[1]);
+  }
+  if (given.size() == 4 && given[0] == "append") {
+    return Append(argv[2], given[2] + "\n", std::atol(argv[4]));
+  }
+  std::fputs("usage: bare-calls accounts <folder> | append <file> <line> <times>\n", stderr);
+  return 64;
+}

@@ -1,0 +1,170 @@
+// The least that a client can do for the same job: connect, handshake, one POST, the answer, a
+// move, over OpenSSL and sockets alone. It judges nothing but the status and ends at the first
+// failure.
+//
+// usage: bare-client [--resume] <host> <port> <path> <log folder>
+#include <dirent.h>
+#include <fcntl.h>
+#include <netdb.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <openssl/ssl.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace {
+
+struct Free {
+  void operator()(DIR* folder) const { closedir(folder); }
+  void operator()(SSL* connection) const { SSL_free(connection); }
+  void operator()(SSL_CTX* context) const { SSL_CTX_free(context); }
+  void operator()(SSL_SESSION* session) const { SSL_SESSION_free(session); }
+  void operator()(addrinfo* addresses) const { freeaddrinfo(addresses); }
+};
+
+template <class T>
+using Owned = std::unique_ptr<T, Free>;
+
+class Descriptor {
+ public:
+  explicit Descriptor(int number) : number_(number) { Require(number >= 0, "open"); }
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+  ~Descriptor() { close(number_); }
+  [[nodiscard]] int Get() const { return number_; }
+
+  static void Require(bool good, const char* what) {
+    if (!good) {
+      throw std::runtime_error(what);
+    }
+  }
+
+ private:
+  int number_;
+};
+
+void Require(bool good, const char* what) {
+  Descriptor::Require(good, what);
+}
+
+struct Server {
+  std::string host;
+  std::string path;
+  Owned<addrinfo> address;
+  Owned<SSL_CTX> context;
+  bool resume = false;
+  Owned<SSL_SESSION> session;
+};
+
+std::string ReadFile(const std::string& path) {
+  const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  struct stat status {};
+  Require(fstat(file.Get(), &status) == 0, "fstat");
+  std::string content(static_cast<std::size_t>(status.st_size), '\0');
+  Require(read(file.Get(), content.data(), content.size()) == status.st_size, "read");
+  return content;
+}
+
+void ReadAnswer(SSL* connection) {
+  std::string answer;
+  char block[4096];
+  while (answer.find("\r\n\r\n") == std::string::npos) {
+    const int count = SSL_read(connection, block, sizeof block);
+    Require(count > 0, "SSL_read");
+    answer.append(block, static_cast<std::size_t>(count));
+  }
+  Require(answer.compare(0, 12, "HTTP/1.1 200") == 0, answer.c_str());
+}
+
+void Post(Server& server, const std::string& body) {
+  const Descriptor socket(
+      ::socket(server.address->ai_family, SOCK_STREAM | SOCK_CLOEXEC, IPPROTO_TCP));
+  Require(connect(socket.Get(), server.address->ai_addr, server.address->ai_addrlen) == 0,
+          "connect");
+  const int on = 1;
+  setsockopt(socket.Get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+  const Owned<SSL> connection(SSL_new(server.context.get()));
+  SSL_set_fd(connection.get(), socket.Get());
+  SSL_set_tlsext_host_name(connection.get(), server.host.c_str());
+  if (server.session) {
+    SSL_set_session(connection.get(), server.session.get());
+  }
+  Require(SSL_connect(connection.get()) == 1, "SSL_connect");
+  const std::string request = "POST " + server.path + " HTTP/1.1\r\nHost: " + server.host +
+                              "\r\nConnection: close\r\nContent-Type: application/octet-stream\r\n"
+                              "Content-Length: " +
+                              std::to_string(body.size()) + "\r\n\r\n" + body;
+  Require(SSL_write(connection.get(), request.data(), static_cast<int>(request.size())) ==
+              static_cast<int>(request.size()),
+          "SSL_write");
+  ReadAnswer(connection.get());
+  if (server.resume) {
+    // OpenSSL would take the session for spoilt when the connection ends without an alert.
+    SSL_set_shutdown(connection.get(), SSL_SENT_SHUTDOWN);
+    server.session.reset(SSL_get1_session(connection.get()));
+  }
+}
+
+std::vector<std::string> NamesIn(const std::string& folder) {
+  const Owned<DIR> open_folder(opendir(folder.c_str()));
+  Require(open_folder != nullptr, "opendir");
+  std::vector<std::string> names;
+  while (const dirent* entry = readdir(open_folder.get())) {
+    if (entry->d_name[0] != '.') {
+      names.emplace_back(entry->d_name);
+    }
+  }
+  return names;
+}
+
+Server Open(const std::string& host, const std::string& port, const std::string& path,
+            bool resume) {
+  Server server;
+  server.host = host;
+  server.path = path;
+  server.resume = resume;
+  addrinfo hints{};
+  hints.ai_family = AF_INET;
+  hints.ai_socktype = SOCK_STREAM;
+  addrinfo* found = nullptr;
+  Require(getaddrinfo(host.c_str(), port.c_str(), &hints, &found) == 0, "getaddrinfo");
+  server.address.reset(found);
+  server.context.reset(SSL_CTX_new(TLS_client_method()));
+  Require(server.context != nullptr, "SSL_CTX_new");
+  SSL_CTX_set_max_proto_version(server.context.get(), TLS1_2_VERSION);
+  return server;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) try {
+  const std::vector<std::string> given(argv + 1, argv + argc);
+  const bool resume = !given.empty() && given[0] == "--resume";
+  const std::size_t first = resume ? 1 : 0;
+  if (given.size() != first + 4) {
+    std::fputs("usage: bare-client [--resume] <host> <port> <path> <log folder>\n", stderr);
+    return 64;
+  }
+  Server server = Open(given[first], given[first + 1], given[first + 2], resume);
+  const std::string upload = given[first + 3] + "/Upload/";
+  const std::string archive = given[first + 3] + "/Archive/";
+  for (const std::string& account : NamesIn(upload)) {
+    for (const std::string& name : NamesIn(upload + account)) {
+      const std::string file = account + "/" + name;
+      Post(server, ReadFile(upload + file));
+      Require(rename((upload + file).c_str(), (archive + file).c_str()) == 0, "rename");
+    }
+  }
+  return 0;
+} catch (const std::exception& failure) {
+  std::fprintf(stderr, "bare-client: %s\n", failure.what());
+  return 1;
+}

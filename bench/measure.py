@@ -1,0 +1,76 @@
+"""Runs programs in turn and keeps what each run took."""
+
+import statistics
+import subprocess
+import sys
+import tempfile
+from dataclasses import dataclass, field
+from pathlib import Path
+
+STOPWATCH = Path(__file__).resolve().parents[1] / "build/linux/bench/stopwatch"
+
+
+@dataclass(frozen=True)
+class Sample:
+    """One run of a whole process: seconds by the clock, seconds of processor, bytes at its peak."""
+
+    seconds: float
+    processor: float
+    peak: int
+
+
+@dataclass
+class Contender:
+    """A command with what has to happen before and after it, both outside of the measured time."""
+
+    name: str
+    command: list
+    environment: dict
+    prepare: callable = lambda: None
+    check: callable = lambda: None
+    samples: list = field(default_factory=list)
+
+    def run(self):
+        self.prepare()
+        with tempfile.NamedTemporaryFile("r") as taken:
+            done = subprocess.run(
+                [STOPWATCH, taken.name, *self.command],
+                env=self.environment,
+                stdin=subprocess.DEVNULL,
+                stdout=subprocess.DEVNULL,
+                stderr=subprocess.PIPE,
+                check=False,
+            )
+            if done.returncode != 0:
+                raise RuntimeError(f"{self.name} ended with {done.returncode}: {done.stderr[-500:]!r}")
+            seconds, processor, peak = taken.read().split()
+        self.check()
+        self.samples.append(Sample(float(seconds), float(processor), int(peak) * 1024))
+
+    @property
+    def seconds(self):
+        return statistics.median(sample.seconds for sample in self.samples)
+
+    @property
+    def peak(self):
+        return max(sample.peak for sample in self.samples)
+
+    def as_json(self):
+        return {
+            "name": self.name,
+            "rounds": len(self.samples),
+            "median_seconds": self.seconds,
+            "seconds": [round(sample.seconds, 4) for sample in self.samples],
+            "processor_seconds": [round(sample.processor, 4) for sample in self.samples],
+            "peak_bytes": self.peak,
+        }
+
+
+def in_turn(contenders, rounds):
+    """A B C, A B C, ...: what the machine does meanwhile falls on all of them."""
+    for number in range(rounds):
+        for contender in contenders:
+            print(f"\r  round {number + 1} of {rounds}: {contender.name:40}", end="", file=sys.stderr)
+            contender.run()
+    print(f"\r{'':70}\r", end="", file=sys.stderr)
+    return contenders

@@ -1,0 +1,478 @@
+#!/usr/bin/python3
+"""Measures the program against what somebody would use instead of it, side by side.
+
+Whole processes against a local nginx, in turn, medians. Prints a table of what was measured and one of
+the ratios with their limits, writes everything to build/bench/result.json, and draws
+docs/performance.svg when --chart is given. It ends with 1 when a ratio is beyond its limit. Wants a
+machine that does nothing else.
+
+usage: run.py [--rounds N] [--chart] [CASE ...]
+"""
+
+import argparse
+import contextlib
+import json
+import os
+import shutil
+import sys
+import tempfile
+from pathlib import Path
+
+ROOT = Path(__file__).resolve().parents[1]
+sys.path.insert(0, str(ROOT / "tests"))
+
+from bench_service import Service  # noqa: E402 (the path has to be there first)
+from chart import draw  # noqa: E402
+from e2e.harness import Machine  # noqa: E402
+from e2e.platforms import Linux, Windows  # noqa: E402
+from measure import Contender, in_turn  # noqa: E402
+from service.certificates import CertificateFactory  # noqa: E402
+from service.log_service import SERVICE_PATH  # noqa: E402
+
+PROGRAM = "KydLogUploader"
+FILE_BYTES = 4096
+MEGABYTE = 1 << 20
+AUTHORITIES = Path("/etc/ssl/certs/ca-certificates.crt")
+LINE = "2026/01/02T03:04:05.678, SID:000000, PID:000000, TID:000000, a line of usual length,"
+
+# What an administrator would write instead. The body goes from a file, as it is.
+CURL_LOOP = """
+for file in "$1"/Upload/*/*.log; do
+  account=${file%/*}; account=${account##*/}
+  curl -sS -f -k --tls-max 1.2 -o /dev/null -H 'Connection: close' \\
+    -H 'Content-Type: application/octet-stream' --data-binary @"$file" "$2" &&
+    mv -n "$file" "$1/Archive/$account/"
+done
+"""
+
+
+class Bench:
+    """What all cases share: a folder, certificates, the rounds, and what came out."""
+
+    def __init__(self, folder, rounds):
+        self.folder = folder
+        self.rounds = rounds
+        self.certificates = CertificateFactory(folder / "certificates")
+        self.rows = []  # (case, contender, what one unit is, units in a run)
+        self.limits = []  # (what, value, "at most" or "at least", limit)
+        self.panels = []
+        self._machines = 0
+        self._stack = contextlib.ExitStack()
+        self._platforms = {}
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *error):
+        self._stack.__exit__(*error)
+
+    def platform(self, kind):
+        if kind not in self._platforms:
+            linux, windows = (ROOT / "build" / name / "bin" for name in ("linux", "windows"))
+            folder = self.folder / kind.name
+            if kind is Linux:
+                platform = Linux(folder, linux, linux)
+            else:
+                prefix = ROOT / "build" / "windows" / "bench-prefix"
+                platform = Windows(folder, windows, linux, prefix)
+            platform.start()
+            self._stack.callback(platform.stop)
+            self._platforms[kind] = platform
+        return self._platforms[kind]
+
+    def machine(self, kind=Linux, log=True):
+        self._machines += 1
+        machine = Machine(self.platform(kind), self.folder / f"machine{self._machines}")
+        if log:
+            machine.switch_log_on()
+        return machine
+
+    def service(self, identity, **more):
+        self._machines += 1
+        return Service(self.folder / f"nginx{self._machines}", identity, **more)
+
+    def program(self, machine, name=PROGRAM, **more):
+        platform = machine.platform
+        command = platform.command(
+            platform.program_folder / platform.program_name, [machine.tenant, machine.native()]
+        )
+        return Contender(name, command, machine.environment, **more)
+
+    def measure(self, case, contenders, unit, units, rounds=None):
+        print(f"{case}:", file=sys.stderr)
+        for contender in in_turn(contenders, rounds or self.rounds):
+            self.rows.append((case, contender, unit, units))
+        return contenders
+
+    def limit(self, what, value, word, limit):
+        self.limits.append((what, value, word, limit))
+
+
+def make_files(machine, accounts, files, size=FILE_BYTES, **members):
+    for account in range(accounts):
+        name = f"account{account:03}"
+        machine.account(name, **members)
+        for file in range(files):
+            machine.upload(name, f"{file:06}.log").write_bytes(os.urandom(size))
+
+
+def swap(machine):
+    """What has been sent waits again. The program finds all folders as it left them."""
+    upload, archive = machine.upload(), machine.archive()
+    if any(next(folder.iterdir(), None) for folder in archive.iterdir()):
+        between = machine.log_dir / "between"
+        upload.rename(between)
+        archive.rename(upload)
+        between.rename(archive)
+
+
+def all_sent(machine, service, files):
+    """A check that every file went its way in this run."""
+    before = service.count()[0]
+
+    def check():
+        nonlocal before
+        now = service.count()[0]
+        left = sum(1 for folder in machine.upload().iterdir() for _ in folder.iterdir())
+        if (now - before, left) != (files, 0):
+            raise RuntimeError(f"{now - before} of {files} files arrived, {left} are left")
+        before = now
+
+    return check
+
+
+def curl_each(machine, service):
+    url = f"https://{service.tenant}{SERVICE_PATH}"
+    return ["bash", "-c", CURL_LOOP, "curl-loop", os.fspath(machine.log_dir), url]
+
+
+def bare_client(machine, service, *options):
+    return [
+        ROOT / "build/linux/bench/bare-client", *options,
+        "localhost", str(service.port), SERVICE_PATH, machine.log_dir,
+    ]  # fmt: skip
+
+
+def small_files(bench, kind="rsa"):
+    """2,000 files of 4 KB in 20 accounts."""
+    case, files = f"2,000 files of 4 KB, {kind.upper()}", 2000
+    certificates = bench.certificates
+    identity = certificates.server if kind == "rsa" else certificates.elliptic_server
+    plain, certified = bench.machine(), bench.machine()
+    with (certified.sysroot / "authorities.pem").open("ab") as authorities:
+        authorities.write(AUTHORITIES.read_bytes())
+    certified.trust(certificates.authority)
+    make_files(plain, 20, 100)
+    own = certified.client_certificate("user", certificates.client)
+    make_files(certified, 20, 100, cert=own)
+    authority = certificates.authority.pem
+    with bench.service(identity) as service, bench.service(
+        identity, client_authority=authority
+    ) as demanding:
+        plain.tenant, certified.tenant = service.tenant, demanding.tenant
+        check = all_sent(plain, service, files)
+        common = {"environment": plain.environment, "prepare": lambda: swap(plain), "check": check}
+        program, with_certificate, curl, full, resuming = bench.measure(
+            case,
+            [
+                bench.program(plain, prepare=common["prepare"], check=check),
+                bench.program(
+                    certified, f"{PROGRAM}, client certificate, validating",
+                    prepare=lambda: swap(certified), check=all_sent(certified, demanding, files),
+                ),
+                Contender("curl for each file", curl_each(plain, service), **common),
+                Contender("bare OpenSSL client", bare_client(plain, service), **common),
+                Contender(
+                    "bare OpenSSL client, resuming", bare_client(plain, service, "--resume"),
+                    **common,
+                ),
+            ],
+            "file", files,
+        )  # fmt: skip
+    for peer, limit in ((curl, 0.15), (full, 1.0), (resuming, 2.5)):
+        bench.limit(f"{case}: to {peer.name}", program.seconds / peer.seconds, "at most", limit)
+    bench.limit(
+        f"{case}: with a client certificate, to without",
+        with_certificate.seconds / program.seconds, "at most", 1.25,
+    )  # fmt: skip
+    bars = [
+        (one.name, one.seconds / files * 1000, PROGRAM in one.name)
+        for one in (program, with_certificate, resuming, full, curl)
+    ]
+    bench.panels.append((case, "ms a file", bars))
+
+
+def small_files_elliptic(bench):
+    small_files(bench, "ecdsa")
+
+
+def one_file(bench, machine, size):
+    """A machine whose only file has this size; random bytes up to 2 GB, holes beyond."""
+    make_files(machine, 1, 0)
+    path = machine.upload("account000", "long.log")
+    with path.open("wb") as file:
+        if size <= 2048 * MEGABYTE:
+            for _ in range(size // MEGABYTE):
+                file.write(os.urandom(MEGABYTE))
+        else:
+            file.truncate(size)
+
+
+def long_file(bench):
+    """One file of 2 GB, and the peak memory of that, of 20 MB and of 8 GB."""
+    with bench.service(bench.certificates.server) as service:
+        url = f"https://{service.tenant}{SERVICE_PATH}"
+        peaks = {}
+        for size, rounds in ((20, 3), (2048, bench.rounds), (8192, 1)):
+            machine = bench.machine()
+            machine.tenant = service.tenant
+            one_file(bench, machine, size * MEGABYTE)
+            contenders = [
+                bench.program(
+                    machine, prepare=lambda machine=machine: swap(machine),
+                    check=all_sent(machine, service, 1),
+                )
+            ]  # fmt: skip
+            if size == 2048:
+                curl = [
+                    "curl", "-sS", "-f", "-k", "--tls-max", "1.2", "-o", "/dev/null",
+                    "-H", "Content-Type: application/octet-stream",
+                    "-H", "Transfer-Encoding: chunked", "-X", "POST", "-T",
+                    machine.upload("account000", "long.log"), url,
+                ]  # fmt: skip
+                counted = all_sent_by_count(service)
+                contenders.append(
+                    Contender(
+                        "curl, chunked", curl, machine.environment,
+                        prepare=lambda: (swap(machine), counted.start()), check=counted.check,
+                    )
+                )  # fmt: skip
+            case = f"one file of {size:,} MB"
+            measured = bench.measure(case, contenders, "MB", size, rounds)
+            peaks[size] = measured[0].peak
+            if size == 2048:
+                program, peer = measured
+                bench.limit(
+                    f"{case}: throughput, to {peer.name}", peer.seconds / program.seconds,
+                    "at least", 0.85,
+                )  # fmt: skip
+                bars = [(one.name, one.seconds, one is program) for one in measured]
+                bench.panels.append((case, "s", bars))
+            shutil.rmtree(machine.folder)
+        for size, peak in peaks.items():
+            bench.limit(f"peak memory in MB, {size:,} MB", peak / MEGABYTE, "at most", 32)
+        bench.limit(
+            "peak memory, 8 GB to 20 MB", peaks[8192] / peaks[20], "at most", 1.1
+        )
+
+
+class all_sent_by_count:
+    """For a peer that moves nothing: one more request has been answered with 200."""
+
+    def __init__(self, service):
+        self._service = service
+        self._before = 0
+
+    def start(self):
+        self._before = self._service.count()[0]
+
+    def check(self):
+        if self._service.count()[0] != self._before + 1:
+            raise RuntimeError("the file has not arrived")
+
+
+def nothing_to_do(bench):
+    """An empty Upload."""
+    machine = bench.machine()
+    (program,) = bench.measure(
+        "nothing to do", [bench.program(machine)], "run", 1, bench.rounds * 3
+    )
+    bench.limit("nothing to do: ms", program.seconds * 1000, "at most", 12)
+    bench.limit("nothing to do: peak memory in MB", program.peak / MEGABYTE, "at most", 15)
+
+
+def accounts(bench):
+    """100,000 accounts without credentials, to 1,000 and to the bare system calls."""
+    few, many = 1000, 100_000
+    made = {}
+    for count, log in ((few, False), (many, False), (many, True)):
+        machine = bench.machine(log=log)
+        if log:
+            base = machine.platform.native_path(machine.diagnostic_base)
+            # One file, so that its lines can be counted.
+            machine.settings(
+                {"OutputLog": 16, "OutputLogDir": base, "OutputLogSize": 0x7FFFFFFF}
+            )
+        for number in range(count):
+            machine.upload(f"account{number:06}").mkdir()
+        made[count, log] = machine
+    peers = ROOT / "build/linux/bench/bare-calls"
+    quiet = made[many, False]
+    small, large, search = bench.measure(
+        "accounts without credentials, log off",
+        [
+            bench.program(made[few, False], f"{PROGRAM}, 1,000"),
+            bench.program(quiet, f"{PROGRAM}, 100,000"),
+            Contender(
+                "bare calls, 100,000", [peers, "accounts", quiet.log_dir], quiet.environment
+            ),
+        ],
+        "run", 1,
+    )  # fmt: skip
+    (idle,) = bench.measure(
+        "start and end alone", [bench.program(bench.machine(log=False))], "run", 1
+    )
+    cost = (large.seconds - idle.seconds) / many
+    cost_of_few = (small.seconds - idle.seconds) / few
+    case = "100,000 accounts"
+    bench.limit(f"{case}: cost of one, to 1,000", cost / cost_of_few, "at most", 1.2)
+    bench.limit(f"{case}: to the bare calls", large.seconds / search.seconds, "at most", 2.0)
+
+    logging = made[many, True]
+    forget = lambda: logging.diagnostic_log.unlink(missing_ok=True)  # noqa: E731
+    bench.program(logging, prepare=forget).run()
+    with logging.diagnostic_log.open("rb") as file:
+        lines = sum(1 for _ in file)
+    target = bench.folder / "appended.log"
+    written, appended = bench.measure(
+        "100,000 accounts, log on",
+        [
+            bench.program(logging, prepare=forget),
+            Contender(
+                f"append a line, {lines:,} times", [peers, "append", target, LINE, str(lines)],
+                logging.environment, prepare=lambda: target.unlink(missing_ok=True),
+            ),
+        ],
+        "line", lines,
+    )  # fmt: skip
+    bench.limit(
+        f"{case}, log on: to as many appended lines", written.seconds / appended.seconds,
+        "at most", 1.5,
+    )  # fmt: skip
+
+
+def many_files(bench):
+    """100,000 files in one account, to 1,000."""
+    costs = {}
+    for count, rounds in ((1000, bench.rounds), (100_000, min(3, bench.rounds))):
+        machine = bench.machine()
+        make_files(machine, 1, count)
+        with bench.service(bench.certificates.server) as service:
+            machine.tenant = service.tenant
+            program = bench.program(
+                machine, prepare=lambda machine=machine: swap(machine),
+                check=all_sent(machine, service, count),
+            )  # fmt: skip
+            bench.measure(f"{count:,} files in one account", [program], "file", count, rounds)
+        costs[count] = program.seconds / count
+        shutil.rmtree(machine.folder)
+    bench.limit(
+        "100,000 files: cost of one, to 1,000", costs[100_000] / costs[1000], "at most", 1.1
+    )
+
+
+def windows(bench):
+    """Under Wine: 500 files of 4 KB, and one file of 1 GB, to a bare WinHTTP loop."""
+    for size, count in ((0, 500), (1024, 1)):
+        machine = bench.machine(Windows)
+        if size:
+            one_file(bench, machine, size * MEGABYTE)
+        else:
+            make_files(machine, 5, count // 5)
+        with bench.service(bench.certificates.server) as service:
+            machine.tenant = service.tenant
+            common = {"prepare": lambda: swap(machine), "check": all_sent(machine, service, count)}
+            peer = machine.platform.command(
+                ROOT / "build/windows/bench/bare-client.exe",
+                ["localhost", str(service.port), SERVICE_PATH, machine.native()],
+            )
+            case = "Wine: " + (f"one file of {size:,} MB" if size else "500 files of 4 KB")
+            program, bare = bench.measure(
+                case,
+                [
+                    bench.program(machine, **common),
+                    Contender("bare WinHTTP client", peer, machine.environment, **common),
+                ],
+                "file", count,
+            )  # fmt: skip
+        if size:
+            bench.limit(
+                f"{case}: throughput, to {bare.name}", bare.seconds / program.seconds,
+                "at least", 0.8,
+            )  # fmt: skip
+        else:
+            bench.limit(f"{case}: to {bare.name}", program.seconds / bare.seconds, "at most", 1.3)
+        bars = [(one.name, one.seconds, one is program) for one in (program, bare)]
+        bench.panels.append((case, "s", bars))
+        shutil.rmtree(machine.folder)
+
+
+CASES = (
+    small_files, small_files_elliptic, long_file, nothing_to_do, accounts, many_files, windows,
+)  # fmt: skip
+
+
+def holds(value, word, limit):
+    return value <= limit if word == "at most" else value >= limit
+
+
+def print_tables(bench):
+    form = "{:44}{:34}{:>10}{:>14}{:>9}"
+    print(form.format("case", "program", "seconds", "of one", "peak MB"))
+    for case, contender, unit, units in bench.rows:
+        one = f"{contender.seconds / units * 1000:.3f} ms/{unit}" if unit != "run" else ""
+        print(
+            form.format(
+                case[:43], contender.name[:33], f"{contender.seconds:.3f}", one,
+                f"{contender.peak / MEGABYTE:.1f}",
+            )
+        )  # fmt: skip
+    print()
+    form = "{:74}{:>8}  {:18}{}"
+    print(form.format("ratio", "measured", "limit", ""))
+    for what, value, word, limit in bench.limits:
+        verdict = "" if holds(value, word, limit) else "BEYOND"
+        print(form.format(what[:73], f"{value:.3f}", f"{word} {limit:g}", verdict))
+
+
+def as_json(bench):
+    return {
+        "rows": [
+            {"case": case, "unit": unit, "units": units, **contender.as_json()}
+            for case, contender, unit, units in bench.rows
+        ],
+        "ratios": [
+            {"what": what, "value": value, "limit": f"{word} {limit}"}
+            for what, value, word, limit in bench.limits
+        ],
+    }
+
+
+def main():
+    names = [case.__name__.replace("_", "-") for case in CASES]
+    parser = argparse.ArgumentParser(description=__doc__.split("\n")[0])
+    parser.add_argument("--rounds", type=int, default=7, help="of each contender; default 7")
+    parser.add_argument("--chart", action="store_true", help="draw docs/performance.svg anew")
+    parser.add_argument("case", nargs="*", metavar="CASE", help=f"of {', '.join(names)}")
+    options = parser.parse_args()
+    unknown = sorted(set(options.case) - set(names))
+    if unknown:
+        parser.error(f"no such case: {', '.join(unknown)}; there are {', '.join(names)}")
+    result = ROOT / "build" / "bench"
+    result.mkdir(parents=True, exist_ok=True)
+    with tempfile.TemporaryDirectory(dir=result) as folder, Bench(
+        Path(folder), options.rounds
+    ) as bench:
+        for name, case in zip(names, CASES):
+            if not options.case or name in options.case:
+                case(bench)
+        print_tables(bench)
+        (result / "result.json").write_text(json.dumps(as_json(bench), indent=1) + "\n")
+        if options.chart:
+            (ROOT / "docs" / "performance.svg").write_text(draw(bench.panels))
+        beyond = [limit for limit in bench.limits if not holds(*limit[1:])]
+    return 1 if beyond else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
