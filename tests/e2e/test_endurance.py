@@ -33,6 +33,7 @@ ROUNDS = {
     "files": {"linux": (1000, 20_000), "windows": (100, 2_000)},
 }
 COPIES = 8
+UNHURRIED = 0.02  # seconds before an answer
 
 
 @pytest.fixture
@@ -95,11 +96,19 @@ def seconds_of_a_run(machine, tree):
 def test_killed_at_any_moment_nothing_is_lost(machine, service, tree, rounds, chance):
     usual = seconds_of_a_run(machine, tree)
     cut_off = 0
-    for _ in range(rounds("kills")):
+    for at in range(rounds("kills")):
         tree.reset()
         service.forget_requests()
+        # Where a program starts slowly, few moments of its whole time find it at work. Every other
+        # kill therefore comes soon after a file did, with a service that leaves it the time.
+        at_work = at % 2 == 0
+        service.decide = (lambda _: Answer(200, delay=UNHURRIED)) if at_work else None
         with machine.start() as running:
-            time.sleep(chance.uniform(0, 1.1 * usual))
+            if at_work:
+                assert service.wait_for_requests(chance.randint(1, len(tree.files) // 2))
+                time.sleep(chance.uniform(0, 2 * UNHURRIED))
+            else:
+                time.sleep(chance.uniform(0, 1.1 * usual))
             running.kill()
         machine.lost_nothing()
         accepted = tree.accepted(service.requests)
@@ -109,6 +118,7 @@ def test_killed_at_any_moment_nothing_is_lost(machine, service, tree, rounds, ch
         assert len(doubtful) <= 1, "only one file can be under way"
         cut_off += 0 < len(waiting) < len(tree.files)
 
+        service.decide = None
         machine.run()
         assert not tree.waiting()
         accepted = tree.accepted(service.requests)
