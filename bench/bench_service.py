@@ -1,6 +1,11 @@
 """The server of the measurements: nginx, as cheap as it can be made, TLS 1.2."""
 
+import time
+
 from service.nginx_service import Nginx
+
+_WAIT = 0.05  # seconds
+_WAITS = 100
 
 CONFIGURATION = """
 daemon off;
@@ -37,8 +42,16 @@ http {{
 class Service(Nginx):
     configuration = CONFIGURATION
 
-    def count(self):
-        """Requests answered with 200 so far, and how many of their connections were resumed."""
-        lines = (self.folder / "requests.txt").read_text().split("\n")[:-1]
-        good = [line for line in lines if line.startswith("200 ")]
+    def count(self, expected=0):
+        """Requests answered with 200 so far, and how many of their connections were resumed.
+
+        A request is counted when its connection has ended, which may be after its client has;
+        the expected ones are waited for.
+        """
+        for _ in range(_WAITS):
+            lines = (self.folder / "requests.txt").read_text().split("\n")[:-1]
+            good = [line for line in lines if line.startswith("200 ")]
+            if len(good) >= expected:
+                break
+            time.sleep(_WAIT)
         return len(good), sum(line.endswith(" r") for line in good)

@@ -70,7 +70,10 @@ def in_turn(contenders, rounds):
     """A B C, A B C, ...: what the machine does meanwhile falls on all of them."""
     for number in range(rounds):
         for contender in contenders:
-            print(f"\r  round {number + 1} of {rounds}: {contender.name:40}", end="", file=sys.stderr)
+            if sys.stderr.isatty():
+                now = f"\r  round {number + 1} of {rounds}: {contender.name:50}"
+                print(now, end="", file=sys.stderr)
             contender.run()
-    print(f"\r{'':70}\r", end="", file=sys.stderr)
+    if sys.stderr.isatty():
+        print(f"\r{'':75}\r", end="", file=sys.stderr)
     return contenders
