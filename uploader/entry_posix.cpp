@@ -13,8 +13,9 @@
 namespace {
 
 // The library would start 40 threads, which wake each other for every block of a file and each keep
-// a stack and a part of the heap; a run has one file under way.
-constexpr std::size_t kLibraryThreads = 4;
+// a stack and a part of the heap. A run has one file under way. Should a handler wait for another,
+// the library adds a thread.
+constexpr std::size_t kLibraryThreads = 1;
 
 void LimitLibraryThreads() noexcept {
   try {

@@ -6,8 +6,10 @@
 //   probe blocks FILE SIZE ...       reads in blocks of these sizes, in turn, into FILE.blocks
 //   probe open FILE                  opens a file stream and reads from it
 //   probe descriptors URL FILE       lists descriptors that a started program would inherit
-//   probe throw URL                  reads an answer into a stream that throws
+//   probe throw URL [late]           reads an answer into a stream that throws, or whose tasks do
 //   probe leave URL FILE [open] [abandon] [static]   returns from main right after a request
+//
+// With threads=N the library's pool has so many threads (POSIX).
 //
 // Backslash escapes \r, \n and \0 in VALUE become those characters.
 
@@ -30,6 +32,7 @@
 #else
 #include <dirent.h>
 #include <fcntl.h>
+#include <pplx/threadpool.h>
 #include <boost/asio/ssl.hpp>
 #endif
 
@@ -201,7 +204,8 @@ void ListDescriptors(const std::string& url, const std::string& file) {
 // A sink that fails at once where a well-behaved one would return a failed task.
 class ThrowingSink : public concurrency::streams::details::streambuf_state_manager<uint8_t> {
  public:
-  ThrowingSink() : streambuf_state_manager<uint8_t>(std::ios_base::out) {}
+  explicit ThrowingSink(bool late)
+      : streambuf_state_manager<uint8_t>(std::ios_base::out), late_(late) {}
 
  protected:
   bool can_seek() const override { return false; }
@@ -220,7 +224,10 @@ class ThrowingSink : public concurrency::streams::details::streambuf_state_manag
   void _commit(size_t) override {}
   pplx::task<int_type> _putc(uint8_t) override { throw std::runtime_error("the sink is full"); }
   pplx::task<size_t> _putn(const uint8_t*, size_t) override {
-    throw std::runtime_error("the sink is full");
+    const std::runtime_error full("the sink is full");
+    if (late_)
+      return pplx::task_from_exception<size_t>(full);
+    throw full;
   }
   pplx::task<bool> _sync() override { return pplx::task_from_result(true); }
   pplx::task<int_type> _bumpc() override { return End(); }
@@ -234,16 +241,18 @@ class ThrowingSink : public concurrency::streams::details::streambuf_state_manag
 
  private:
   static pplx::task<int_type> End() { return pplx::task_from_result<int_type>(traits::eof()); }
+
+  const bool late_;
 };
 
-void ReadIntoThrowingSink(const std::string& url) {
+void ReadIntoThrowingSink(const std::string& url, bool late) {
   using Buffer = concurrency::streams::details::basic_streambuf<uint8_t>;
   http_client client(web::uri(Wide(url)), Configuration({}));
   for (int i = 0; i < 2; ++i) {
     http_request request(web::http::methods::POST);
     request.set_body(std::string("x"));
     request.set_response_stream(concurrency::streams::basic_ostream<uint8_t>(
-        concurrency::streams::streambuf<uint8_t>(std::shared_ptr<Buffer>(new ThrowingSink))));
+        concurrency::streams::streambuf<uint8_t>(std::shared_ptr<Buffer>(new ThrowingSink(late)))));
     Report([&] { client.request(request).get().content_ready().get(); });
   }
 }
@@ -281,12 +290,16 @@ int main(int argc, char** argv) {
   const Arguments options(arguments.begin() + (arguments.size() > 2 ? 3 : 2), arguments.end());
   const auto& command = arguments[0];
   Report([&] {
+#ifndef _WIN32
+    if (const long threads = Number(arguments, "threads", 0))
+      crossplat::threadpool::initialize_with_threads(static_cast<size_t>(threads));
+#endif
     if (command == "open")
       return OpenFile(arguments[1]);
     if (command == "blocks")
       return ReadBlocks(arguments[1], Arguments(arguments.begin() + 2, arguments.end()));
     if (command == "throw")
-      return ReadIntoThrowingSink(arguments[1]);
+      return ReadIntoThrowingSink(arguments[1], Has(arguments, "late"));
     if (arguments.size() < 3)
       throw std::runtime_error("arguments are missing");
     if (command == "post")

@@ -6,6 +6,7 @@ import socket
 import ssl
 import struct
 import threading
+import time
 from dataclasses import dataclass, field
 
 
@@ -55,8 +56,9 @@ class ScriptedServer:
     An answer may be a function that gives it when it is due.
     """
 
-    def __init__(self, certificate, answers, tls=True, address=("127.0.0.1", 0)):
+    def __init__(self, certificate, answers, tls=True, address=("127.0.0.1", 0), late=0):
         self.answers = list(answers)
+        self._late = late  # seconds until it reads a body
         self.requests = []
         self.connections = 0
         self.resumed = []  # of each handshake: whether the client's session was known
@@ -146,6 +148,7 @@ class ScriptedServer:
             # Closing with unread bytes resets the connection behind the answer.
             socket.socket(fileno=connection.detach()).close()
             return False
+        time.sleep(self._late)
         request.body = self._read_body(request, stream)
         self.requests.append(request)
         if len(self.answers) > 1:

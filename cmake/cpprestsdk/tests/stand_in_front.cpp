@@ -5,9 +5,14 @@
 //   RESOLVER_FILE      getaddrinfo gives the address in this file, and adds a line to the file
 //                      <this file>.asked
 //   FAILING_READ       number of the pread that fails with EIO
+//   SEND_BUFFER        bytes of each socket's send buffer
+//   SENDS_FILE         gets the number of sends, and of those that came right after another one of
+//                      their thread, with no wait in between
 #undef _FORTIFY_SOURCE  // its pread would be inline
 #include <dlfcn.h>
 #include <netdb.h>
+#include <sys/epoll.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -33,7 +38,44 @@ ssize_t Read(int file, void* buffer, size_t count, off_t offset) {
   return Next(&pread, "pread64")(file, buffer, count, offset);
 }
 
+thread_local bool just_sent = false;
+
+class Sends {
+ public:
+  ~Sends() {
+    if (const char* const file = std::getenv("SENDS_FILE")) {
+      std::ofstream(file) << all << " " << in_a_row << "\n";
+    }
+  }
+
+  std::atomic<int> all{0};
+  std::atomic<int> in_a_row{0};
+};
+
+Sends sends;
+
 }  // namespace
+
+extern "C" ssize_t send(int file, const void* data, size_t size, int flags) {
+  ++sends.all;
+  sends.in_a_row += just_sent ? 1 : 0;
+  just_sent = true;
+  return Next(&send, "send")(file, data, size, flags);
+}
+
+extern "C" int socket(int domain, int type, int protocol) {
+  const int result = Next(&socket, "socket")(domain, type, protocol);
+  if (const char* const text = std::getenv("SEND_BUFFER")) {
+    const int bytes = std::atoi(text);
+    setsockopt(result, SOL_SOCKET, SO_SNDBUF, &bytes, sizeof(bytes));
+  }
+  return result;
+}
+
+extern "C" int epoll_wait(int epoll, epoll_event* events, int most, int milliseconds) {
+  just_sent = false;
+  return Next(&epoll_wait, "epoll_wait")(epoll, events, most, milliseconds);
+}
 
 extern "C" int getaddrinfo(const char* name, const char* service, const addrinfo* hints,
                            addrinfo** result) {

@@ -295,6 +295,12 @@ def test_exception_of_a_sink_fails_its_request_alone(probe, serve):
     assert lines == ["error=exception", "what=the sink is full"] * 2
 
 
+@pytest.mark.usefixtures("posix")
+def test_pool_of_one_thread_goes_on_when_a_handler_waits(probe, serve):
+    lines = probe("throw", serve(OK).url, "late", "threads=1")
+    assert lines == ["error=exception", "what=the sink is full"] * 2
+
+
 # Bounds
 
 
@@ -440,6 +446,46 @@ def test_body_arrives_byte_for_byte(probe, serve, tmp_path, size):
     assert (request.body, request.digest) == (size, hashlib.sha256(file.read_bytes()).hexdigest())
     # Coding included, a chunk has the configured 64 KiB at most: four TLS records.
     assert all(chunk <= 65536 - 12 for chunk in request.chunks)
+
+
+@pytest.mark.parametrize("tls", [True, False])
+def test_body_that_is_read_late_arrives_byte_for_byte(probe, serve, tmp_path, tls):
+    file = tmp_path / "file.log"
+    file.write_bytes(random.Random(1).randbytes(12_000_000))  # more than the sockets hold
+    server = serve(OK, tls=tls, late=1)
+    assert probe("post", server.url, file) == ["status=200", "body=2"]
+    assert server.requests[0].digest == hashlib.sha256(file.read_bytes()).hexdigest()
+
+
+@pytest.mark.usefixtures("posix")
+@pytest.mark.parametrize("buffer", [4096, 16384, 30000, 65536])
+def test_body_of_which_the_socket_takes_parts_arrives_byte_for_byte(
+    probe, serve, tmp_path, buffer
+):
+    file = tmp_path / "file.log"
+    file.write_bytes(random.Random(2).randbytes(1_000_000))
+    server = serve(OK)
+    lines = probe(
+        "post", server.url, file, "count=2", "Connection:close",
+        **preloaded(probe), SEND_BUFFER=str(buffer),
+    )  # fmt: skip
+    assert lines == ["status=200", "body=2"] * 2
+    digest = hashlib.sha256(file.read_bytes()).hexdigest()
+    assert [one.digest for one in server.requests] == [digest, digest]
+
+
+@pytest.mark.usefixtures("posix")
+def test_records_of_a_chunk_are_sent_in_a_row(probe, serve, tmp_path):
+    file = tmp_path / "file.log"
+    file.write_bytes(b"x" * (1 << 20))
+    sends = tmp_path / "sends"
+    lines = probe(
+        "post", serve(OK).url, file, "threads=1", **preloaded(probe), SENDS_FILE=str(sends)
+    )
+    assert lines == ["status=200", "body=2"]
+    count, in_a_row = map(int, sends.read_text().split())
+    assert count > 64  # records of 16 KiB
+    assert in_a_row > count / 2
 
 
 @pytest.mark.usefixtures("posix")
