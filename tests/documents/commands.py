@@ -109,10 +109,15 @@ def dev_usage() -> dict[str, tuple[str, str]]:
 
 
 @functools.cache
-def _options_of(script: str) -> set[str]:
+def _words_of(script: str) -> set[str]:
+    """What the script says of its arguments; argparse breaks lines behind the hyphens of names."""
     finished = _run([sys.executable, ROOT / script, "--help"])
     assert finished.returncode == 0, finished.stderr
-    return set(re.findall(r"--[\w-]+", finished.stdout))
+    return set(re.findall(r"[\w-]+", re.sub(r"-\n +", "-", finished.stdout)))
+
+
+def _options_of(script: str) -> set[str]:
+    return {word for word in _words_of(script) if word.startswith("--")}
 
 
 def _fits_dev_placeholder(value: str, wanted: str) -> bool:
@@ -123,6 +128,8 @@ def _fits_dev_placeholder(value: str, wanted: str) -> bool:
     if wanted == "ids...":
         listed = tomllib.loads((ROOT / "tests/mutation/mutants.toml").read_text("utf-8"))
         return value in {one["id"] for one in listed["mutant"]}
+    if wanted == "cases...":
+        return value in _words_of("bench/run.py")
     if wanted == "folders...":
         return any(name.startswith(f"{value.rstrip('/')}/") for name in tracked_files())
     return False

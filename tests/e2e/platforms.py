@@ -53,6 +53,11 @@ class Platform:
         ]
         return next((path for path in needed if not path.exists()), None)
 
+    def is_built_with(self, *instruments):
+        """Whether the build has one of these: "asan", "tsan", "gcov"."""
+        program = (self.bin_folder / self.program_name).read_bytes()
+        return any(f"__{instrument}_init".encode() in program for instrument in instruments)
+
     def start(self):
         """Copies the program and makes the key that its companion and the sealing tool share."""
         self.program_folder.mkdir(parents=True)

@@ -101,6 +101,7 @@ TEST(CertificateStore, FindsNoOtherThumbprint) {
   const CertificateStore store = platform::OpenPersonalStore(CertificateScope::kCurrentUser);
   ASSERT_TRUE(store.IsValid());
   Bytes other = certificate.Thumbprint();
+  ASSERT_FALSE(other.empty());
   other.back() ^= 1U;
   Bytes shorter = certificate.Thumbprint();
   shorter.pop_back();
