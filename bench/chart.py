@@ -2,7 +2,7 @@
 
 from xml.sax.saxutils import escape
 
-_WIDTH, _LABELS, _BAR, _GAP, _TITLE = 760, 260, 22, 6, 34
+_WIDTH, _LABELS, _BAR, _GAP, _TITLE = 820, 320, 22, 6, 34
 _STYLE = """
   text { font: 13px system-ui, sans-serif; fill: #24292f; }
   .title { font-weight: 600; }
