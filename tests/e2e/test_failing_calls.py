@@ -1,7 +1,6 @@
 """Every call to the system that the program makes fails once, in turn."""
 
 import collections
-import os
 
 import pytest
 
@@ -42,14 +41,10 @@ def test_each_call_to_the_system_fails_once(request, loaded, service):
     library = machine.platform.bin_folder.parent / "tests/failing-call.so"
     if machine.platform.name == "windows":
         pytest.skip("only the native program can be given failing calls from outside")
-    if machine.platform.is_built_with("tsan"):
-        pytest.skip("behind this library a run with the thread sanitizer does not end")
+    if machine.platform.is_built_with("asan", "tsan"):
+        pytest.skip("behind this library runs with a sanitizer end early or not at all")
     at_length = request.config.getoption("--endurance") == "long"
-    environment = {
-        "LD_PRELOAD": str(library),
-        # The library comes before the sanitizer.
-        "ASAN_OPTIONS": ":".join([os.environ.get("ASAN_OPTIONS", ""), "verify_asan_link_order=0"]),
-    }
+    environment = {"LD_PRELOAD": str(library)}
     files = {file: machine.content(*file) for file in machine.made()}
     counts = calls_of_a_run(machine, environment)
     print(sum(counts.values()), "calls", dict(counts))

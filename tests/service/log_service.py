@@ -39,6 +39,7 @@ _REASONS = {
     503: "Service Unavailable",
 }  # fmt: skip
 _LONGEST_HEAD = 256 * 1024
+_SECONDS_TO_CONNECT = 0.2
 _SECONDS_OF_SILENCE = 60
 
 
@@ -345,6 +346,10 @@ class LogService:
     def _secure(self, raw, connection, answer):
         stage = answer.drop if answer else None
         if stage is Stage.ACCEPT:
+            if answer.reset:
+                # One that overtakes the client's own look at its connection would be a connection that
+                # failed, which the client may try again.
+                self._stopping.wait(_SECONDS_TO_CONNECT)
             raise _Dropped(answer.reset)
         if stage is Stage.HANDSHAKE:
             raw.recv(16)
