@@ -33,6 +33,12 @@ struct Free {
 template <class T>
 using Owned = std::unique_ptr<T, Free>;
 
+void Require(bool good, const char* what) {
+  if (!good) {
+    throw std::runtime_error(what);
+  }
+}
+
 class Descriptor {
  public:
   explicit Descriptor(int number) : number_(number) { Require(number >= 0, "open"); }
@@ -41,19 +47,9 @@ class Descriptor {
   ~Descriptor() { close(number_); }
   [[nodiscard]] int Get() const { return number_; }
 
-  static void Require(bool good, const char* what) {
-    if (!good) {
-      throw std::runtime_error(what);
-    }
-  }
-
  private:
   int number_;
 };
-
-void Require(bool good, const char* what) {
-  Descriptor::Require(good, what);
-}
 
 struct Server {
   std::string host;

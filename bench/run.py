@@ -129,11 +129,11 @@ def swap(machine):
 
 def all_sent(machine, service, files):
     """A check that every file arrived since the last one; and was moved, where a peer does that."""
-    before = service.count()[0]
+    before = service.count()
 
     def check(moved=True):
         nonlocal before
-        now = service.count(before + files)[0]
+        now = service.count(before + files)
         left = sum(1 for folder in machine.upload().iterdir() for _ in folder.iterdir())
         if (now - before, left) != (files, 0 if moved else files):
             raise RuntimeError(f"{now - before} of {files} files arrived, {left} are left")
@@ -171,21 +171,25 @@ def small_files(bench, kind="rsa"):
         identity, client_authority=authority
     ) as demanding:
         plain.tenant, certified.tenant = service.tenant, demanding.tenant
-        check = all_sent(plain, service, files)
-        common = {"environment": plain.environment, "prepare": lambda: swap(plain), "check": check}
+        common = {
+            "prepare": functools.partial(swap, plain),
+            "check": all_sent(plain, service, files),
+        }
+        peers = {"environment": plain.environment, **common}
         program, with_certificate, curl, full, resuming = bench.measure(
             case,
             [
-                bench.program(plain, prepare=common["prepare"], check=check),
+                bench.program(plain, **common),
                 bench.program(
                     certified, f"{PROGRAM}, client certificate, validating",
-                    prepare=lambda: swap(certified), check=all_sent(certified, demanding, files),
+                    prepare=functools.partial(swap, certified),
+                    check=all_sent(certified, demanding, files),
                 ),
-                Contender("curl for each file", curl_each(plain, service), **common),
-                Contender("bare OpenSSL client", bare_client(plain, service), **common),
+                Contender("curl for each file", curl_each(plain, service), **peers),
+                Contender("bare OpenSSL client", bare_client(plain, service), **peers),
                 Contender(
                     "bare OpenSSL client, resuming", bare_client(plain, service, "--resume"),
-                    **common,
+                    **peers,
                 ),
             ],
             "file", files,

@@ -11,7 +11,7 @@ from pathlib import Path
 
 from .log_service import SERVICE_PATH
 
-CONFIGURATION = """
+_FRAME = """
 daemon off;
 {user}
 worker_processes 1;
@@ -19,38 +19,29 @@ pid {folder}/nginx.pid;
 error_log {folder}/error.log;
 events {{ worker_connections 64; }}
 http {{
-  log_format requests escape=json
-    '{{"method":"$request_method","path":"$request_uri","status":$status,'
-    '"protocol":"$ssl_protocol","host":"$http_host","user_agent":"$http_user_agent",'
-    '"connection":$connection,"resumed":"$ssl_session_reused",'
-    '"client":"$ssl_client_s_dn","verify":"$ssl_client_verify","body_file":"$request_body_file"}}';
   client_body_temp_path {folder}/bodies;
   proxy_temp_path {folder}/proxy;
   fastcgi_temp_path {folder}/fastcgi;
   uwsgi_temp_path {folder}/uwsgi;
   scgi_temp_path {folder}/scgi;
   client_max_body_size {longest_body};
+%(http)s
   server {{
     listen 127.0.0.1:{port} ssl;
     server_name localhost;
     ssl_certificate {folder}/server.pem;
     ssl_certificate_key {folder}/server.pem;
-    ssl_protocols TLSv1.2 TLSv1.3;
     ssl_session_cache shared:sessions:1m;
 {client}
-    access_log {folder}/requests.json requests;
-    location = {path} {{
-      client_body_in_file_only on;
-      proxy_pass http://unix:{folder}/inner.sock;
-    }}
-  }}
-  server {{
-    listen unix:{folder}/inner.sock;
-    access_log off;
-    location / {{ return {status}; }}
+%(server)s
   }}
 }}
 """
+
+
+def framed(http, server):
+    """The text of a `configuration`, of what stands in its http and its server block."""
+    return _FRAME % {"http": http, "server": server}
 
 
 def find_nginx():
@@ -65,7 +56,26 @@ class Nginx:
     derived from this one may have a `configuration` of its own.
     """
 
-    configuration = CONFIGURATION
+    configuration = framed(
+        http="""
+  log_format requests escape=json
+    '{{"method":"$request_method","path":"$request_uri","status":$status,'
+    '"protocol":"$ssl_protocol","host":"$http_host","user_agent":"$http_user_agent",'
+    '"connection":$connection,"resumed":"$ssl_session_reused",'
+    '"client":"$ssl_client_s_dn","verify":"$ssl_client_verify","body_file":"$request_body_file"}}';
+  server {{
+    listen unix:{folder}/inner.sock;
+    access_log off;
+    location / {{ return {status}; }}
+  }}""",
+        server="""
+    ssl_protocols TLSv1.2 TLSv1.3;
+    access_log {folder}/requests.json requests;
+    location = {path} {{
+      client_body_in_file_only on;
+      proxy_pass http://unix:{folder}/inner.sock;
+    }}""",
+    )
 
     def __init__(self, folder, identity, *, status=200, client_authority=None, longest_body=0):
         # nginx resolves relative paths against its own prefix.
