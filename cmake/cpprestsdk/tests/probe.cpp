@@ -201,7 +201,8 @@ void ListDescriptors(const std::string& url, const std::string& file) {
 #endif
 }
 
-// A sink that fails at once where a well-behaved one would return a failed task.
+// A sink that fails: late, with a failed task, or at once where a well-behaved one would return
+// that.
 class ThrowingSink : public concurrency::streams::details::streambuf_state_manager<uint8_t> {
  public:
   explicit ThrowingSink(bool late)
