@@ -8,6 +8,7 @@
 //   probe descriptors URL FILE       lists descriptors that a started program would inherit
 //   probe throw URL [late]           reads an answer into a stream that throws, or whose tasks do
 //   probe leave URL FILE [open] [abandon] [static]   returns from main right after a request
+//   probe queue COUNT                returns from main while tasks are queued that wait for others
 //
 // With threads=N the library's pool has so many threads (POSIX).
 //
@@ -282,6 +283,15 @@ void Leave(const std::string& url, const std::string& file, const Arguments& arg
     kept = std::move(client);
 }
 
+// The tasks come when the pool has begun to end: each waits for one that is queued behind it.
+void LeaveQueued(int count) {
+  pplx::create_task([count] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    for (int i = 0; i < count; ++i)
+      pplx::create_task([] { pplx::create_task([] {}).wait(); });
+  });
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -301,6 +311,8 @@ int main(int argc, char** argv) {
       return ReadBlocks(arguments[1], Arguments(arguments.begin() + 2, arguments.end()));
     if (command == "throw")
       return ReadIntoThrowingSink(arguments[1], Has(arguments, "late"));
+    if (command == "queue")
+      return LeaveQueued(std::stoi(arguments[1]));
     if (arguments.size() < 3)
       throw std::runtime_error("arguments are missing");
     if (command == "post")

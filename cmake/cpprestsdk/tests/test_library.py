@@ -551,6 +551,14 @@ def test_process_ends_right_after_a_request(request, probe, serve, small, answer
         probe("leave", server.url, small, *how, limit=20)
 
 
+@pytest.mark.usefixtures("posix")
+@pytest.mark.parametrize("threads", [1, 2, 40])
+@pytest.mark.parametrize("tasks", [1, 2, 10])
+def test_process_ends_while_queued_tasks_wait_for_others(probe, tasks, threads):
+    for _ in range(10):
+        assert probe("queue", tasks, f"threads={threads}", limit=20) == []
+
+
 # Files
 
 
