@@ -9,6 +9,7 @@
 //   probe throw URL [late]           reads an answer into a stream that throws, or whose tasks do
 //   probe leave URL FILE [open] [abandon] [static]   returns from main right after a request
 //   probe queue COUNT                returns from main while tasks are queued that wait for others
+//   probe tasks COUNT                waits for so many tasks, and counts the handles that they take
 //
 // With threads=N the library's pool has so many threads (POSIX).
 //
@@ -18,6 +19,7 @@
 #include <cpprest/http_client.h>
 
 #include <chrono>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
@@ -283,6 +285,42 @@ void Leave(const std::string& url, const std::string& file, const Arguments& arg
     kept = std::move(client);
 }
 
+// Handles are numbered in fours, and the next one takes the first free place (Wine does not count).
+std::uintptr_t Handles() {
+#ifdef _WIN32
+  const HANDLE next = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+  CloseHandle(next);
+  return reinterpret_cast<std::uintptr_t>(next) / 4;
+#else
+  return 0;
+#endif
+}
+
+void WaitForTasks(int count) {
+  std::vector<pplx::task_completion_event<int>> events(static_cast<std::size_t>(count));
+  std::vector<pplx::task<int>> tasks;
+  const std::uintptr_t before = Handles();
+  for (const auto& event : events)
+    tasks.push_back(pplx::create_task(event));
+  std::cout << "handles=" << Handles() - before << "\n";
+  std::thread setter([&events] {
+    for (const auto& event : events)
+      event.set(1);
+  });
+  int sum = 0;
+  for (const auto& task : tasks)
+    sum += task.get();
+  setter.join();
+  std::cout << "sum=" << sum << "\n";
+
+  pplx::extensibility::event_t event;
+  std::cout << "unset=" << (event.wait(20) == 0) << "\n";
+  event.set();
+  std::cout << "set=" << (event.wait(20) == 0) << (event.wait() == 0) << "\n";
+  event.reset();
+  std::cout << "reset=" << (event.wait(0) == 0) << "\n";
+}
+
 // The tasks come when the pool has begun to end: each waits for one that is queued behind it.
 void LeaveQueued(int count) {
   pplx::create_task([count] {
@@ -313,6 +351,8 @@ int main(int argc, char** argv) {
       return ReadIntoThrowingSink(arguments[1], Has(arguments, "late"));
     if (command == "queue")
       return LeaveQueued(std::stoi(arguments[1]));
+    if (command == "tasks")
+      return WaitForTasks(std::stoi(arguments[1]));
     if (arguments.size() < 3)
       throw std::runtime_error("arguments are missing");
     if (command == "post")

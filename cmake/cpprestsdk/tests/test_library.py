@@ -551,6 +551,13 @@ def test_process_ends_right_after_a_request(request, probe, serve, small, answer
         probe("leave", server.url, small, *how, limit=20)
 
 
+def test_tasks_are_waited_for_without_kernel_objects(probe):
+    lines = probe("tasks", 1000, limit=20)
+    handles = int(lines.pop(0).removeprefix("handles="))
+    assert handles < 20  # the pool's own, when it starts
+    assert lines == ["sum=1000", "unset=0", "set=11", "reset=0"]
+
+
 @pytest.mark.usefixtures("posix")
 @pytest.mark.parametrize("threads", [1, 2, 40])
 @pytest.mark.parametrize("tasks", [1, 2, 10])
