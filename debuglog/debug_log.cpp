@@ -1,10 +1,13 @@
 // Builds, writes and keeps the lines of one diagnostic logger.
 #include "debuglog/debug_log.h"
 
+#include <fmt/compile.h>
+#include <fmt/xchar.h>
+
+#include <array>
 #include <exception>
 #include <utility>
 
-#include "debuglog/format.h"
 #include "platform/file.h"
 #include "platform/folders.h"
 #include "platform/process.h"
@@ -15,12 +18,17 @@ namespace corvid {
 namespace {
 
 constexpr wchar_t kDefaultFileName[] = L"kyd.log";
-constexpr std::size_t kPrefixCapacity = 256;
+constexpr std::size_t kPrefixCapacity = 256;  // characters, more than ten numbers can need
 constexpr std::size_t kLineReserve = 1024;
 
 std::uint32_t SystemRegistryAccess() {
   static Wow64State state;  // one answer for the whole process
   return state.RegistryAccess(&platform::IsWow64Process);
+}
+
+// As %d prints it.
+std::int32_t Number(std::uint32_t id) {
+  return static_cast<std::int32_t>(id);
 }
 
 void WritePending(platform::Utf8AppendFile& file, std::list<std::wstring>& pending) {
@@ -37,12 +45,16 @@ LogSurroundings LogSurroundings::OfSystem() noexcept {
 }
 
 std::wstring LogLine(const platform::LocalTime& time, const wchar_t* text) {
+  // Compiled: a third of what a line cost went into reading this format anew.
+  std::array<wchar_t, kPrefixCapacity> prefix;
+  wchar_t* const end = fmt::format_to(
+      prefix.data(),
+      FMT_COMPILE(L"{:04}/{:02}/{:02}T{:02}:{:02}:{:02}.{:03}, SID:{:06}, PID:{:06}, TID:{:06}, "),
+      time.year, time.month, time.day, time.hour, time.minute, time.second, time.millisecond,
+      Number(platform::SessionId()), Number(platform::ProcessId()), Number(platform::ThreadId()));
   std::wstring line;
   line.reserve(kLineReserve);
-  line = kyd::FormatBounded(
-      kPrefixCapacity, L"%04d/%02d/%02dT%02d:%02d:%02d.%03d, SID:%06d, PID:%06d, TID:%06d, ",
-      time.year, time.month, time.day, time.hour, time.minute, time.second, time.millisecond,
-      platform::SessionId(), platform::ProcessId(), platform::ThreadId());
+  line.append(prefix.data(), end);
   if (text != nullptr) {
     line += text;
   }

@@ -2,6 +2,8 @@
 #include "logtree/log_tree.h"
 
 #include <cstddef>
+#include <initializer_list>
+#include <string_view>
 
 #include "debuglog/format.h"
 #include "platform/text.h"
@@ -12,10 +14,25 @@ namespace {
 
 constexpr std::size_t kNameCapacity = 260;  // characters
 
+// In one piece of memory: there is a path for every account and every file.
+std::wstring Joined(std::initializer_list<std::wstring_view> names) {
+  std::size_t size = 0;
+  for (const std::wstring_view name : names) {
+    size += name.size() + 1;
+  }
+  std::wstring path;
+  path.reserve(size);
+  for (const std::wstring_view name : names) {
+    path.append(name) += platform::kPathSeparator;
+  }
+  path.pop_back();
+  return path;
+}
+
 }  // namespace
 
 std::wstring PathBelow(const std::wstring& folder, const std::wstring& name) {
-  return folder + platform::kPathSeparator + name;
+  return Joined({folder, name});
 }
 
 std::wstring UploadPath(const std::wstring& log_dir) {
@@ -23,15 +40,15 @@ std::wstring UploadPath(const std::wstring& log_dir) {
 }
 
 std::wstring UploadPath(const std::wstring& log_dir, const std::wstring& account) {
-  return PathBelow(UploadPath(log_dir), account);
+  return Joined({log_dir, L"Upload", account});
 }
 
 std::wstring ArchivePath(const std::wstring& log_dir, const std::wstring& account) {
-  return PathBelow(PathBelow(log_dir, L"Archive"), account);
+  return Joined({log_dir, L"Archive", account});
 }
 
 std::wstring CredentialPath(const std::wstring& log_dir, const std::wstring& account) {
-  return PathBelow(PathBelow(PathBelow(log_dir, L"LogWork"), account), L"UserData.dat");
+  return Joined({log_dir, L"LogWork", account, L"UserData.dat"});
 }
 
 std::wstring ResultPath(const std::wstring& log_dir, const platform::LocalTime& day) {

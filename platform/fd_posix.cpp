@@ -6,7 +6,7 @@
 
 namespace platform {
 
-UniqueFd OpenRegularFile(const std::string& path, int flags, mode_t mode) {
+UniqueFd OpenRegularFile(const std::string& path, int flags, mode_t mode, struct stat& status) {
   int raw = -1;
   do {
     raw = open(path.c_str(), flags | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, mode);
@@ -18,7 +18,6 @@ UniqueFd OpenRegularFile(const std::string& path, int flags, mode_t mode) {
     return {};
   }
   UniqueFd fd(raw);
-  struct stat status;
   if (fstat(fd.Get(), &status) != 0) {
     RecordErrno(errno, path);
     return {};
@@ -28,6 +27,11 @@ UniqueFd OpenRegularFile(const std::string& path, int flags, mode_t mode) {
     return {};
   }
   return fd;
+}
+
+UniqueFd OpenRegularFile(const std::string& path, int flags, mode_t mode) {
+  struct stat status;
+  return OpenRegularFile(path, flags, mode, status);
 }
 
 ssize_t ReadOnce(int fd, void* buffer, std::size_t size) noexcept {

@@ -28,7 +28,9 @@ using UniqueFd = UniqueHandle<FdCloser>;
 
 // Opens a regular file, or a link to one, without ever waiting for it (open(2) with O_CLOEXEC,
 // O_NOCTTY and O_NONBLOCK besides `flags`). Invalid, with LastError set, when it cannot be opened;
-// anything that is not a regular file is kErrorAccessDenied.
+// anything that is not a regular file is kErrorAccessDenied. What fstat said goes into `status`.
+[[nodiscard]] UniqueFd OpenRegularFile(const std::string& path, int flags, mode_t mode,
+                                       struct stat& status);
 [[nodiscard]] UniqueFd OpenRegularFile(const std::string& path, int flags, mode_t mode = 0);
 
 // read(2), repeated when interrupted.

@@ -141,9 +141,10 @@ struct Utf8AppendFile::Handle {
 
 Utf8AppendFile::Utf8AppendFile(const std::wstring& path) {
   auto handle = std::make_unique<Handle>();
-  handle->fd = OpenRegularFile(ToNativePath(path), O_WRONLY | O_APPEND | O_CREAT, kNewFileMode);
   struct stat status;
-  if (!handle->fd || fstat(handle->fd.Get(), &status) != 0) {
+  handle->fd =
+      OpenRegularFile(ToNativePath(path), O_WRONLY | O_APPEND | O_CREAT, kNewFileMode, status);
+  if (!handle->fd) {
     return;
   }
   if (status.st_size == 0) {
@@ -159,12 +160,10 @@ void Utf8AppendFile::Write(const std::wstring& text) {
   if (handle_ == nullptr) {
     return;
   }
-  std::string bytes;
-  for (const char character : ToUtf8(text.c_str())) {
-    if (character == '\n') {
-      bytes += '\r';
-    }
-    bytes += character;
+  std::string bytes = ToUtf8(text.c_str());
+  for (std::size_t end = bytes.find('\n'); end != std::string::npos;
+       end = bytes.find('\n', end + 2)) {
+    bytes.insert(end, 1, '\r');
   }
   // In one call, so that the lines of several processes do not mix. A line that cannot be written
   // is lost: whoever logs has nobody to tell.

@@ -14,6 +14,12 @@
 namespace platform {
 namespace {
 
+// Kept to the end: the program is never unloaded, so that nobody needs a reference of his own.
+void* ProgramModule() noexcept {
+  static void* const program = dlopen(nullptr, RTLD_NOW | RTLD_LOCAL);
+  return program;
+}
+
 // The loader has texts for its failures, but no numbers.
 Library Loaded(void* module) noexcept {
   if (module == nullptr) {
@@ -25,7 +31,9 @@ Library Loaded(void* module) noexcept {
 }  // namespace
 
 void ModuleCloser::Close(Value module) noexcept {
-  dlclose(module);
+  if (module != ProgramModule()) {
+    dlclose(module);
+  }
 }
 
 Library LoadLibraryFile(const std::wstring& path) {
@@ -59,15 +67,15 @@ std::wstring ProgramPath() {
 }
 
 Library ModuleOfAddress(const void* address) noexcept {
-  Dl_info info = {};
-  void* extra = nullptr;
-  if (dladdr1(address, &info, &extra, RTLD_DL_LINKMAP) == 0 || extra == nullptr) {
+  // Asked for every line of the log: dladdr would search the symbols as well.
+  dl_find_object found = {};
+  if (_dl_find_object(const_cast<void*>(address), &found) != 0) {
     return Loaded(nullptr);
   }
-  const char* const name = static_cast<const link_map*>(extra)->l_name;
-  // The program itself has an empty name here and cannot be opened by its path.
-  const bool is_program = name == nullptr || *name == '\0';
-  return Loaded(dlopen(is_program ? nullptr : name, RTLD_NOW | RTLD_NOLOAD));
+  if (found.dlfo_link_map == ProgramModule()) {
+    return Library(ProgramModule());
+  }
+  return Loaded(dlopen(found.dlfo_link_map->l_name, RTLD_NOW | RTLD_NOLOAD));
 }
 
 }  // namespace platform

@@ -5,17 +5,21 @@
 
 namespace platform {
 
+// Asked once: they stay what they are, and each would be a system call in every line of the log.
+
 std::uint32_t SessionId() noexcept {
-  const pid_t session = getsid(0);
+  static const pid_t session = getsid(0);
   return session < 0 ? 0 : static_cast<std::uint32_t>(session);
 }
 
 std::uint32_t ProcessId() noexcept {
-  return static_cast<std::uint32_t>(getpid());
+  static const pid_t process = getpid();
+  return static_cast<std::uint32_t>(process);
 }
 
 std::uint32_t ThreadId() noexcept {
-  return static_cast<std::uint32_t>(gettid());
+  static thread_local const pid_t thread = gettid();
+  return static_cast<std::uint32_t>(thread);
 }
 
 bool IsWow64Process() noexcept {

@@ -5,8 +5,10 @@
 
 #include <algorithm>
 #include <clocale>
+#include <cstddef>
 #include <cwctype>
 #include <iterator>
+#include <type_traits>
 
 #include "platform/case_fold_posix.h"
 
@@ -33,27 +35,41 @@ constexpr wchar_t Combined(wchar_t high, wchar_t low) {
   return 0x10000 + ((high - 0xD800) << 10) + (low - 0xDC00);
 }
 
-// Joins the halves of surrogate pairs, and makes what is no character U+FFFD.
-std::wstring Sanitized(std::wstring_view text) {
-  std::wstring characters;
-  characters.reserve(text.size());
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    const wchar_t unit = text[i];
-    if (IsHighSurrogate(unit) && i + 1 < text.size() && IsLowSurrogate(text[i + 1])) {
-      characters += Combined(unit, text[++i]);
-    } else if (IsHighSurrogate(unit) || IsLowSurrogate(unit) || unit < 0 || unit > 0x10FFFF) {
-      characters += kReplacement;
-    } else {
-      characters += unit;
-    }
+// The next character: halves of a surrogate pair are joined, and what is no character is U+FFFD.
+wchar_t TakeCharacter(std::wstring_view& text) {
+  const wchar_t unit = text.front();
+  text.remove_prefix(1);
+  if (IsHighSurrogate(unit) && !text.empty() && IsLowSurrogate(text.front())) {
+    const wchar_t low = text.front();
+    text.remove_prefix(1);
+    return Combined(unit, low);
   }
-  return characters;
+  const bool is_character =
+      unit >= 0 && unit <= 0x10FFFF && !IsHighSurrogate(unit) && !IsLowSurrogate(unit);
+  return is_character ? unit : kReplacement;
+}
+
+// Moves the leading ASCII characters over, which are the same in both encodings. Names and messages
+// hardly have others, and one by one they would cost a line of the log more than its writing.
+template <class From, class To>
+void TakeAscii(std::basic_string_view<From>& from, std::basic_string<To>& to) {
+  const std::size_t start = to.size();
+  to.resize(start + from.size());
+  const From* source = from.data();
+  const From* const end = source + from.size();
+  To* target = to.data() + start;
+  while (source != end && std::make_unsigned_t<From>(*source) < 0x80) {
+    *target++ = static_cast<To>(*source++);
+  }
+  to.resize(static_cast<std::size_t>(target - to.data()));
+  from.remove_prefix(static_cast<std::size_t>(source - from.data()));
 }
 
 void AppendUtf8(std::wstring_view text, std::string& utf8) {
-  const std::wstring characters = Sanitized(text);
-  utf8.reserve(utf8.size() + characters.size());
-  utf8::utf32to8(characters.begin(), characters.end(), std::back_inserter(utf8));
+  TakeAscii(text, utf8);
+  while (!text.empty()) {
+    utf8::append(static_cast<char32_t>(TakeCharacter(text)), utf8);
+  }
 }
 
 void AppendUnit(unsigned unit, std::vector<std::uint8_t>& bytes) {
@@ -65,7 +81,7 @@ void AppendUnit(unsigned unit, std::vector<std::uint8_t>& bytes) {
 
 std::wstring FromUtf8(std::string_view utf8) {
   std::wstring text;
-  text.reserve(utf8.size());
+  TakeAscii(utf8, text);
   if (utf8::find_invalid(utf8.begin(), utf8.end()) == utf8.end()) {
     utf8::utf8to32(utf8.begin(), utf8.end(), std::back_inserter(text));
     return text;
@@ -124,14 +140,13 @@ std::wstring FromNative(const NativeString& text) {
 
 NativeString ToNativePath(std::wstring_view path) {
   std::string native;
-  native.reserve(path.size());
+  TakeAscii(path, native);
   while (!path.empty()) {
-    const auto escaped = std::find_if(path.begin(), path.end(), IsEscapedByte);
-    const auto plain = static_cast<std::size_t>(escaped - path.begin());
-    AppendUtf8(path.substr(0, plain), native);
-    path.remove_prefix(plain);
-    for (; !path.empty() && IsEscapedByte(path.front()); path.remove_prefix(1)) {
+    if (IsEscapedByte(path.front())) {
       native += static_cast<char>(path.front() - kByteBase);
+      path.remove_prefix(1);
+    } else {
+      utf8::append(static_cast<char32_t>(TakeCharacter(path)), native);
     }
   }
   return native;
@@ -139,15 +154,16 @@ NativeString ToNativePath(std::wstring_view path) {
 
 std::wstring FromNativePath(const NativeString& path) {
   std::wstring text;
-  text.reserve(path.size());
-  for (auto rest = path.begin(); rest != path.end();) {
-    const auto invalid = utf8::find_invalid(rest, path.end());
-    utf8::utf8to32(rest, invalid, std::back_inserter(text));
-    rest = invalid;
-    if (rest != path.end()) {
+  std::string_view rest = path;
+  TakeAscii(rest, text);
+  while (!rest.empty()) {
+    const auto invalid = utf8::find_invalid(rest.begin(), rest.end());
+    utf8::utf8to32(rest.begin(), invalid, std::back_inserter(text));
+    rest.remove_prefix(static_cast<std::size_t>(invalid - rest.begin()));
+    if (!rest.empty()) {
       // Byte by byte: what follows may be the start of a character.
-      text += static_cast<wchar_t>(kByteBase + static_cast<unsigned char>(*rest));
-      ++rest;
+      text += static_cast<wchar_t>(kByteBase + static_cast<unsigned char>(rest.front()));
+      rest.remove_prefix(1);
     }
   }
   return text;

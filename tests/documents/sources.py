@@ -140,10 +140,10 @@ def request_failures() -> set[str]:
 
 
 def log_prefix() -> str:
-    """The format of what stands before each message."""
+    """The printf format of what stands before each message."""
     text = without_comments((ROOT / "debuglog/debug_log.cpp").read_text("utf-8"))
     (prefix,) = re.findall(r'L"([^"]*SID:[^"]*)"', text)
-    return prefix
+    return re.sub(r"\{:(\d+)\}", r"%\1d", prefix)  # the same, in the words of the messages
 
 
 def result_texts() -> list[str]:
