@@ -15,6 +15,7 @@
 #include "platform/file_search.h"
 #include "platform/text.h"
 #include "socket/certificate_selection.h"
+#include "socket/library_threads.h"
 #include "upload/log_file_stream.h"
 #include "upload/upload_through.h"
 
@@ -155,6 +156,7 @@ void UploadFile(Account& account, const LogFile& file, const HeaderSet& headers)
 
 // Goes through the folder one entry ahead: the request for its last file closes the connection.
 void UploadFolder(Account& account, platform::FileSearch& search) {
+  CorvidSocket::LimitLibraryThreads();
   bool more = true;
   while (more) {
     const std::wstring name = platform::kPathSeparator + search.Current().name;

@@ -1,0 +1,29 @@
+// The pool of the library's Asio back end.
+#include <pplx/threadpool.h>
+
+#include <cstddef>
+#include <mutex>
+
+#include "socket/library_threads.h"
+
+namespace CorvidSocket {
+
+namespace {
+
+// The library would start 40 threads, which wake each other for every block of a file and each keep
+// a stack and a part of the heap. A run has one file under way. Should a handler wait for another,
+// the library adds a thread.
+constexpr std::size_t kLibraryThreads = 1;
+
+}  // namespace
+
+void LimitLibraryThreads() noexcept {
+  try {
+    static std::once_flag done;
+    std::call_once(done, [] { crossplat::threadpool::initialize_with_threads(kLibraryThreads); });
+  } catch (...) {
+    // There is a pool already, or its first use makes one and fails where failures are handled.
+  }
+}
+
+}  // namespace CorvidSocket
