@@ -1,8 +1,11 @@
 // The system calls of accounts without anything to send, and of a log's lines, without the program
 // around them.
 //
-// usage: bare-calls accounts <log folder>        goes through Upload, opens each credential file
-//        bare-calls append <file> <line> <times>  opens, appends a line, closes
+// usage: bare-calls accounts <log folder> [<file> <line>]
+//        bare-calls append <file> <line> <times>
+//
+// The first goes through Upload and opens each credential file; with a file it appends the line for
+// each. To append is to open, write and close.
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -16,7 +19,13 @@
 
 namespace {
 
-int GoThroughAccounts(const std::string& folder) {
+bool Append(const char* path, const std::string& line) {
+  const int file = open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+  return file >= 0 && write(file, line.data(), line.size()) == static_cast<ssize_t>(line.size()) &&
+         close(file) == 0;
+}
+
+int GoThroughAccounts(const std::string& folder, const char* log, const std::string& line) {
   DIR* const upload = opendir((folder + "/Upload").c_str());
   if (upload == nullptr) {
     return 1;
@@ -30,16 +39,17 @@ int GoThroughAccounts(const std::string& folder) {
     if (file >= 0) {
       close(file);
     }
+    if (log != nullptr && !Append(log, line)) {
+      return 1;
+    }
   }
   closedir(upload);
   return 0;
 }
 
-int Append(const char* path, const std::string& line, long times) {
+int AppendOften(const char* path, const std::string& line, long times) {
   for (long i = 0; i < times; ++i) {
-    const int file = open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
-    if (file < 0 || write(file, line.data(), line.size()) != static_cast<ssize_t>(line.size()) ||
-        close(file) != 0) {
+    if (!Append(path, line)) {
       return 1;
     }
   }
@@ -51,11 +61,15 @@ int Append(const char* path, const std::string& line, long times) {
 int main(int argc, char** argv) {
   const std::vector<std::string> given(argv + 1, argv + argc);
   if (given.size() == 2 && given[0] == "accounts") {
-    return GoThroughAccounts(given[1]);
+    return GoThroughAccounts(given[1], nullptr, {});
+  }
+  if (given.size() == 4 && given[0] == "accounts") {
+    return GoThroughAccounts(given[1], argv[3], given[3] + "\n");
   }
   if (given.size() == 4 && given[0] == "append") {
-    return Append(argv[2], given[2] + "\n", std::atol(argv[4]));
+    return AppendOften(argv[2], given[2] + "\n", std::atol(argv[4]));
   }
-  std::fputs("usage: bare-calls accounts <folder> | append <file> <line> <times>\n", stderr);
+  std::fputs("usage: bare-calls accounts <folder> [<file> <line>] | append <file> <line> <times>\n",
+             stderr);
   return 64;
 }

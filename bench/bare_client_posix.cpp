@@ -2,7 +2,9 @@
 // move, over OpenSSL and sockets alone. It judges nothing but the status and ends at the first
 // failure.
 //
-// usage: bare-client [--resume] <host> <port> <path> <log folder>
+// usage: bare-client [--resume] [--certificate <file>] <host> <port> <path> <log folder>
+//
+// The file holds the client certificate and its key, PEM.
 #include <dirent.h>
 #include <fcntl.h>
 #include <netdb.h>
@@ -121,37 +123,57 @@ std::vector<std::string> NamesIn(const std::string& folder) {
   return names;
 }
 
-Server Open(const std::string& host, const std::string& port, const std::string& path,
-            bool resume) {
-  Server server;
-  server.host = host;
-  server.path = path;
-  server.resume = resume;
+void Open(Server& server, const std::string& port, const char* certificate) {
   addrinfo hints{};
   hints.ai_family = AF_INET;
   hints.ai_socktype = SOCK_STREAM;
   addrinfo* found = nullptr;
-  Require(getaddrinfo(host.c_str(), port.c_str(), &hints, &found) == 0, "getaddrinfo");
+  Require(getaddrinfo(server.host.c_str(), port.c_str(), &hints, &found) == 0, "getaddrinfo");
   server.address.reset(found);
   server.context.reset(SSL_CTX_new(TLS_client_method()));
   Require(server.context != nullptr, "SSL_CTX_new");
   SSL_CTX_set_max_proto_version(server.context.get(), TLS1_2_VERSION);
-  return server;
+  if (certificate != nullptr) {
+    SSL_CTX* const context = server.context.get();
+    Require(SSL_CTX_use_certificate_file(context, certificate, SSL_FILETYPE_PEM) == 1 &&
+                SSL_CTX_use_PrivateKey_file(context, certificate, SSL_FILETYPE_PEM) == 1,
+            "client certificate");
+  }
+}
+
+// Takes the options from the front of the arguments; false when they are none.
+bool TakeOptions(std::vector<std::string>& given, Server& server, std::string& certificate) {
+  while (!given.empty() && given[0].compare(0, 2, "--") == 0) {
+    if (given[0] == "--resume") {
+      server.resume = true;
+    } else if (given[0] == "--certificate" && given.size() > 1) {
+      given.erase(given.begin());
+      certificate = given[0];
+    } else {
+      return false;
+    }
+    given.erase(given.begin());
+  }
+  return given.size() == 4;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) try {
-  const std::vector<std::string> given(argv + 1, argv + argc);
-  const bool resume = !given.empty() && given[0] == "--resume";
-  const std::size_t first = resume ? 1 : 0;
-  if (given.size() != first + 4) {
-    std::fputs("usage: bare-client [--resume] <host> <port> <path> <log folder>\n", stderr);
+  std::vector<std::string> given(argv + 1, argv + argc);
+  Server server;
+  std::string certificate;
+  if (!TakeOptions(given, server, certificate)) {
+    std::fputs(
+        "usage: bare-client [--resume] [--certificate <file>] <host> <port> <path> <folder>\n",
+        stderr);
     return 64;
   }
-  Server server = Open(given[first], given[first + 1], given[first + 2], resume);
-  const std::string upload = given[first + 3] + "/Upload/";
-  const std::string archive = given[first + 3] + "/Archive/";
+  server.host = given[0];
+  server.path = given[2];
+  Open(server, given[1], certificate.empty() ? nullptr : certificate.c_str());
+  const std::string upload = given[3] + "/Upload/";
+  const std::string archive = given[3] + "/Archive/";
   for (const std::string& account : NamesIn(upload)) {
     for (const std::string& name : NamesIn(upload + account)) {
       const std::string file = account + "/" + name;

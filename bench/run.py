@@ -56,6 +56,7 @@ class Bench:
         self.certificates = CertificateFactory(folder / "certificates")
         self.rows = []  # (case, contender, what one unit is, units in a run)
         self.limits = []  # (what, value, "at most" or "at least", limit)
+        self.findings = []  # (what, value): what puts the others in their place
         self.panels = []
         self._machines = 0
         self._stack = contextlib.ExitStack()
@@ -107,6 +108,9 @@ class Bench:
 
     def limit(self, what, value, word, limit):
         self.limits.append((what, value, word, limit))
+
+    def finding(self, what, value):
+        self.findings.append((what, value))
 
 
 def make_files(machine, accounts, files, size=FILE_BYTES, **members):
@@ -166,6 +170,8 @@ def small_files(bench, kind="rsa"):
     make_files(plain, 20, 100)
     own = certified.client_certificate("user", certificates.client)
     make_files(certified, 20, 100, cert=own)
+    own_pem = bench.folder / "client.pem"
+    own_pem.write_bytes(certificates.client.key_pem + certificates.client.certificate_pem)
     authority = certificates.authority.pem
     with bench.service(identity) as service, bench.service(
         identity, client_authority=authority
@@ -176,7 +182,7 @@ def small_files(bench, kind="rsa"):
             "check": all_sent(plain, service, files),
         }
         peers = {"environment": plain.environment, **common}
-        program, with_certificate, curl, full, resuming = bench.measure(
+        program, with_certificate, curl, full, resuming, bare_with_certificate = bench.measure(
             case,
             [
                 bench.program(plain, **common),
@@ -191,6 +197,15 @@ def small_files(bench, kind="rsa"):
                     "bare OpenSSL client, resuming", bare_client(plain, service, "--resume"),
                     **peers,
                 ),
+                Contender(
+                    "bare OpenSSL client, resuming, client certificate",
+                    bare_client(
+                        certified, demanding, "--resume", "--certificate", own_pem
+                    ),
+                    certified.environment,
+                    prepare=functools.partial(swap, certified),
+                    check=all_sent(certified, demanding, files),
+                ),
             ],
             "file", files,
         )  # fmt: skip
@@ -200,9 +215,13 @@ def small_files(bench, kind="rsa"):
         f"{case}: with a client certificate, to without",
         with_certificate.seconds / program.seconds, "at most", 1.25,
     )  # fmt: skip
+    bench.finding(
+        f"{case}: the resuming bare client with a client certificate, to without",
+        bare_with_certificate.seconds / resuming.seconds,
+    )
     bars = [
         (one.name, one.seconds / files * 1000, PROGRAM in one.name)
-        for one in (program, with_certificate, resuming, full, curl)
+        for one in (program, with_certificate, resuming, bare_with_certificate, full, curl)
     ]
     bench.panels.append((case, "ms a file", bars))
 
@@ -320,12 +339,17 @@ def accounts(bench):
     with logging.diagnostic_log.open("rb") as file:
         lines = sum(1 for _ in file)
     target = bench.folder / "appended.log"
-    written, appended = bench.measure(
+    written, appended, calls = bench.measure(
         "100,000 accounts, log on",
         [
             bench.program(logging, prepare=forget),
             Contender(
                 f"append a line, {lines:,} times", [peers, "append", target, LINE, str(lines)],
+                logging.environment, prepare=lambda: target.unlink(missing_ok=True),
+            ),
+            Contender(
+                "bare calls, 100,000, a line for each",
+                [peers, "accounts", logging.log_dir, target, LINE],
                 logging.environment, prepare=lambda: target.unlink(missing_ok=True),
             ),
         ],
@@ -335,6 +359,13 @@ def accounts(bench):
         f"{case}, log on: to as many appended lines", written.seconds / appended.seconds,
         "at most", 1.5,
     )  # fmt: skip
+    bench.finding(
+        f"{case}: what the log adds, to as many appended lines",
+        (written.seconds - large.seconds) / appended.seconds,
+    )
+    bench.finding(f"{case}, log on: to the bare calls for both", written.seconds / calls.seconds)
+    bench.finding(f"{case}: the bare calls for both, to the appended lines alone",
+                  calls.seconds / appended.seconds)
 
 
 def many_files(bench):
@@ -419,6 +450,8 @@ def print_tables(bench):
     for what, value, word, limit in bench.limits:
         verdict = "" if holds(value, word, limit) else "BEYOND"
         print(form.format(what[:73], f"{value:.3f}", f"{word} {limit:g}", verdict))
+    for what, value in bench.findings:
+        print(form.format(what[:73], f"{value:.3f}", "", ""))
 
 
 def as_json(bench):
@@ -431,6 +464,7 @@ def as_json(bench):
             {"what": what, "value": value, "limit": f"{word} {limit}"}
             for what, value, word, limit in bench.limits
         ],
+        "findings": [{"what": what, "value": value} for what, value in bench.findings],
     }
 
 
