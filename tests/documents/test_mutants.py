@@ -1,0 +1,15 @@
+"""The list of mutants follows the sources: a place that has changed is found before its run."""
+
+import subprocess
+import sys
+
+from .markdown import ROOT
+
+
+def test_every_mutant_names_one_place():
+    done = subprocess.run(
+        [sys.executable, ROOT / "tests/mutation/run.py", "--list"],
+        capture_output=True, text=True, check=False,
+    )
+    assert done.returncode == 0, done.stderr
+    assert len(done.stdout.splitlines()) > 150
