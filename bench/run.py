@@ -201,7 +201,7 @@ def small_files(bench, kind="rsa"):
                     **peers,
                 ),
                 Contender(
-                    "bare OpenSSL client, resuming, client certificate",
+                    "bare client, resuming, client certificate",
                     bare_client(
                         certified, demanding, "--resume", "--certificate", own_pem
                     ),
@@ -315,10 +315,18 @@ def accounts(bench):
         made[count, log] = machine
     peers = ROOT / "build/linux/bench/bare-calls"
     quiet = made[many, False]
-    small, large, search = bench.measure(
-        "accounts without credentials, log off",
+    # A few milliseconds each, of which the difference counts.
+    small, idle = bench.measure(
+        "few accounts, log off",
         [
             bench.program(made[few, False], f"{PROGRAM}, 1,000"),
+            bench.program(bench.machine(log=False), f"{PROGRAM}, none"),
+        ],
+        "run", 1, bench.rounds * 5,
+    )  # fmt: skip
+    large, search = bench.measure(
+        "accounts without credentials, log off",
+        [
             bench.program(quiet, f"{PROGRAM}, 100,000"),
             Contender(
                 "bare calls, 100,000", [peers, "accounts", quiet.log_dir], quiet.environment
@@ -326,9 +334,6 @@ def accounts(bench):
         ],
         "run", 1,
     )  # fmt: skip
-    (idle,) = bench.measure(
-        "start and end alone", [bench.program(bench.machine(log=False))], "run", 1
-    )
     cost = (large.seconds - idle.seconds) / many
     cost_of_few = (small.seconds - idle.seconds) / few
     case = "100,000 accounts"

