@@ -137,6 +137,31 @@ TEST(Text, UnpairedSurrogatesSurviveUtf16) {
   }
 }
 
+TEST(Text, OneCharacterOfSeveralBytesMayStandAnywhereAmongLetters) {
+  struct {
+    const wchar_t* wide;
+    const char* utf8;
+  } const characters[] = {
+      {L"\x0080", "\xC2\x80"},
+      {L"\x00FF", "\xC3\xBF"},
+      {L"\x0141", "\xC5\x81"},  // its lower byte is a letter's
+      {L"\x20AC", "\xE2\x82\xAC"},
+  };
+  for (const auto& character : characters) {
+    for (std::size_t before = 0; before <= 40; ++before) {
+      for (const std::size_t after : {std::size_t{0}, std::size_t{1}, 40 - before}) {
+        const std::wstring wide =
+            std::wstring(before, L'a') + character.wide + std::wstring(after, L'z');
+        const std::string utf8 =
+            std::string(before, 'a') + character.utf8 + std::string(after, 'z');
+        ASSERT_EQ(ToUtf8(wide), utf8);
+        ASSERT_EQ(FromUtf8(utf8), wide);
+        ASSERT_EQ(platform::FromNativePath(platform::ToNativePath(wide)), wide);
+      }
+    }
+  }
+}
+
 TEST(Text, NativeTextIsTheSameText) {
   for (const auto& one : kPairs) {
     EXPECT_EQ(platform::FromNative(platform::ToNative(one.wide)), one.wide);
