@@ -8,17 +8,22 @@ _WAIT = 0.05  # seconds
 _WAITS = 100
 
 
-class Service(Nginx):
-    configuration = framed(
-        http="""
+_HTTP = """
   log_format requests '$status';
   # The body is read to its end and dropped, however long that takes.
   lingering_time 600s;
-  lingering_timeout 60s;""",
-        server="""
+  lingering_timeout 60s;"""
+_SERVER = """
     ssl_protocols TLSv1.2;
     access_log {folder}/requests.txt requests;
-    location = {path} {{ return {status}; }}""",
+    location = {path} {{ return {status}; }}"""
+
+
+class Service(Nginx):
+    """Keeps the sessions of TLS as they are: a client's certificate is decoded once, not per request."""
+
+    configuration = framed(
+        _HTTP, _SERVER, sessions="    ssl_session_cache builtin;\n    ssl_session_tickets off;"
     )
 
     def count(self, expected=0):
@@ -33,3 +38,9 @@ class Service(Nginx):
                 break
             time.sleep(_WAIT)
         return good
+
+
+class TicketService(Service):
+    """Gives its clients the sessions as tickets, as nginx does unless told otherwise."""
+
+    configuration = framed(_HTTP, _SERVER)

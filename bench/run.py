@@ -18,11 +18,12 @@ import shutil
 import sys
 import tempfile
 from pathlib import Path
+from types import SimpleNamespace
 
 ROOT = Path(__file__).resolve().parents[1]
 sys.path.insert(0, str(ROOT / "tests"))
 
-from bench_service import Service  # noqa: E402 (the path has to be there first)
+from bench_service import Service, TicketService  # noqa: E402 (the path has to be there first)
 from chart import draw  # noqa: E402
 from e2e.harness import Machine  # noqa: E402
 from e2e.platforms import Linux, Windows  # noqa: E402
@@ -32,6 +33,7 @@ from service.log_service import SERVICE_PATH  # noqa: E402
 
 PROGRAM = "KydLogUploader"
 FILE_BYTES = 4096
+SMALL_FILES = 2000
 MEGABYTE = 1 << 20
 AUTHORITIES = Path("/etc/ssl/certs/ca-certificates.crt")
 LINE = "2026/01/02T03:04:05.678, SID:000000, PID:000000, TID:000000, a line of usual length,"
@@ -89,9 +91,9 @@ class Bench:
             machine.switch_log_on()
         return machine
 
-    def service(self, identity, **more):
+    def service(self, identity, kind=Service, **more):
         self._machines += 1
-        return Service(self.folder / f"nginx{self._machines}", identity, **more)
+        return kind(self.folder / f"nginx{self._machines}", identity, **more)
 
     def program(self, machine, name=PROGRAM, **more):
         platform = machine.platform
@@ -158,74 +160,94 @@ def bare_client(machine, service, *options):
     ]  # fmt: skip
 
 
-def small_files(bench, kind="rsa"):
-    """2,000 files of 4 KB in 20 accounts."""
-    case, files = f"2,000 files of 4 KB, {kind.upper()}", 2000
+@contextlib.contextmanager
+def small_file_contenders(bench, identity, service=Service):
+    """Who sends 2,000 files of 4 KB in 20 accounts, without and with a client certificate."""
     certificates = bench.certificates
-    identity = certificates.server if kind == "rsa" else certificates.elliptic_server
     plain, certified = bench.machine(), bench.machine()
     with (certified.sysroot / "authorities.pem").open("ab") as authorities:
         authorities.write(AUTHORITIES.read_bytes())
     certified.trust(certificates.authority)
-    make_files(plain, 20, 100)
+    make_files(plain, 20, SMALL_FILES // 20)
     own = certified.client_certificate("user", certificates.client)
-    make_files(certified, 20, 100, cert=own)
+    make_files(certified, 20, SMALL_FILES // 20, cert=own)
     own_pem = bench.folder / "client.pem"
     own_pem.write_bytes(certificates.client.key_pem + certificates.client.certificate_pem)
-    authority = certificates.authority.pem
-    with bench.service(identity) as service, bench.service(
-        identity, client_authority=authority
+    with bench.service(identity, service) as open_to_all, bench.service(
+        identity, service, client_authority=certificates.authority.pem
     ) as demanding:
-        plain.tenant, certified.tenant = service.tenant, demanding.tenant
-        common = {
+        plain.tenant, certified.tenant = open_to_all.tenant, demanding.tenant
+        without = {
             "prepare": functools.partial(swap, plain),
-            "check": all_sent(plain, service, files),
+            "check": all_sent(plain, open_to_all, SMALL_FILES),
         }
-        peers = {"environment": plain.environment, **common}
-        with_certificate = {
+        peers = {"environment": plain.environment, **without}
+        with_one = {
             "prepare": functools.partial(swap, certified),
-            "check": all_sent(certified, demanding, files),
+            "check": all_sent(certified, demanding, SMALL_FILES),
         }
-        program, certified_program, curl, full, resuming, certified_client = bench.measure(
-            case,
-            [
-                bench.program(plain, **common),
-                bench.program(
-                    certified, f"{PROGRAM}, client certificate, validating",
-                    **with_certificate,
-                ),
-                Contender("curl for each file", curl_each(plain, service), **peers),
-                Contender("bare OpenSSL client", bare_client(plain, service), **peers),
-                Contender(
-                    "bare OpenSSL client, resuming", bare_client(plain, service, "--resume"),
-                    **peers,
-                ),
-                Contender(
-                    "bare client, resuming, client certificate",
-                    bare_client(
-                        certified, demanding, "--resume", "--certificate", own_pem
-                    ),
-                    certified.environment,
-                    **with_certificate,
-                ),
-            ],
-            "file", files,
+        yield SimpleNamespace(
+            program=bench.program(plain, **without),
+            certified_program=bench.program(
+                certified, f"{PROGRAM}, client certificate, validating", **with_one
+            ),
+            curl=Contender("curl for each file", curl_each(plain, open_to_all), **peers),
+            full=Contender("bare OpenSSL client", bare_client(plain, open_to_all), **peers),
+            resuming=Contender(
+                "bare OpenSSL client, resuming", bare_client(plain, open_to_all, "--resume"),
+                **peers,
+            ),
+            certified_client=Contender(
+                "bare client, resuming, client certificate",
+                bare_client(certified, demanding, "--resume", "--certificate", own_pem),
+                certified.environment,
+                **with_one,
+            ),
         )  # fmt: skip
-    for peer, limit in ((curl, 0.15), (full, 1.0), (resuming, 2.5)):
+
+
+def small_files(bench, kind="rsa"):
+    """2,000 files of 4 KB."""
+    case = f"2,000 files of 4 KB, {kind.upper()}"
+    certificates = bench.certificates
+    identity = certificates.server if kind == "rsa" else certificates.elliptic_server
+    with small_file_contenders(bench, identity) as all_of:
+        bench.measure(case, vars(all_of).values(), "file", SMALL_FILES)
+    program = all_of.program
+    for peer, limit in ((all_of.curl, 0.15), (all_of.full, 1.0), (all_of.resuming, 2.5)):
         bench.limit(f"{case}: to {peer.name}", program.seconds / peer.seconds, "at most", limit)
     bench.limit(
         f"{case}: with a client certificate, to without",
-        certified_program.seconds / program.seconds, "at most", 1.25,
+        all_of.certified_program.seconds / program.seconds, "at most", 1.25,
     )  # fmt: skip
     bench.finding(
         f"{case}: the resuming bare client with a client certificate, to without",
-        certified_client.seconds / resuming.seconds,
+        all_of.certified_client.seconds / all_of.resuming.seconds,
     )
     bars = [
-        (one.name, one.seconds / files * 1000, PROGRAM in one.name)
-        for one in (program, certified_program, resuming, certified_client, full, curl)
-    ]
+        (one.name, one.seconds / SMALL_FILES * 1000, PROGRAM in one.name)
+        for one in (
+            program, all_of.certified_program, all_of.resuming, all_of.certified_client,
+            all_of.full, all_of.curl,
+        )
+    ]  # fmt: skip
     bench.panels.append((case, "ms a file", bars))
+
+
+def session_tickets(bench):
+    """2,000 files of 4 KB to a server that gives its sessions away as tickets."""
+    case = "2,000 files of 4 KB, tickets"
+    with small_file_contenders(bench, bench.certificates.server, TicketService) as all_of:
+        pairs = (
+            (all_of.program, all_of.certified_program),
+            (all_of.resuming, all_of.certified_client),
+        )
+        bench.measure(case, [one for pair in pairs for one in pair], "file", SMALL_FILES)
+    for without, with_one in pairs:
+        bench.finding(
+            f"{case}: {without.name} with a client certificate, to without",
+            with_one.seconds / without.seconds,
+        )
 
 
 def small_files_elliptic(bench):
@@ -417,7 +439,7 @@ def windows(bench):
                     bench.program(machine, **common),
                     Contender("bare WinHTTP client", peer, machine.environment, **common),
                 ],
-                "file", count,
+                "file", count, bench.rounds * (1 if size else 3),
             )  # fmt: skip
         if size:
             bench.limit(
@@ -432,7 +454,8 @@ def windows(bench):
 
 
 CASES = (
-    small_files, small_files_elliptic, long_file, nothing_to_do, accounts, many_files, windows,
+    small_files, small_files_elliptic, session_tickets, long_file, nothing_to_do, accounts,
+    many_files, windows,
 )  # fmt: skip
 
 

@@ -31,7 +31,7 @@ http {{
     server_name localhost;
     ssl_certificate {folder}/server.pem;
     ssl_certificate_key {folder}/server.pem;
-    ssl_session_cache shared:sessions:1m;
+%(sessions)s
 {client}
 %(server)s
   }}
@@ -39,9 +39,9 @@ http {{
 """
 
 
-def framed(http, server):
+def framed(http, server, sessions="    ssl_session_cache shared:sessions:1m;"):
     """The text of a `configuration`, of what stands in its http and its server block."""
-    return _FRAME % {"http": http, "server": server}
+    return _FRAME % {"http": http, "server": server, "sessions": sessions}
 
 
 def find_nginx():
