@@ -245,7 +245,7 @@ def session_tickets(bench):
         bench.measure(case, [one for pair in pairs for one in pair], "file", SMALL_FILES)
     for without, with_one in pairs:
         bench.finding(
-            f"{case}: {without.name} with a client certificate, to without",
+            f"{case}: {without.name}, with a client certificate, to without",
             with_one.seconds / without.seconds,
         )
 

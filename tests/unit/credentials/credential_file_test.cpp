@@ -198,20 +198,15 @@ TEST_F(CredentialFileTest, FailsToDeleteWithoutTheFolder) {
 
 TEST_F(CredentialFileTest, LogsWhateverIsThrownOutsideOfReadingAndParsing) {
   run_.logDir = std::wstring(FailingMemory::kLongText, L'd');
-  const struct {
-    FailingMemory::Throwing what;
-    std::string ending;
-  } cases[] = {{FailingMemory::Throwing::kBadAlloc, ""},
-               {FailingMemory::Throwing::kNumber, " etc"}};
-  for (const auto& one : cases) {
+  for (const auto& one : FailingMemory::kBoth) {
     const kyd_test::LogCapture log;
     {
       const FailingMemory failing(one.what, FailingMemory::kBeyondTheLog);
       EXPECT_EQ(kyd::ReadUploadAuthData(run_, L"alice", record_), -1);
       EXPECT_EQ(kyd::DeleteAuthFile(run_, L"alice"), 1);
     }
-    EXPECT_EQ(log.Messages(), (Lines{"<ReadUploadAuthData> exception" + one.ending,
-                                     "<DeleteAuthFile> exception" + one.ending}));
+    EXPECT_EQ(log.Messages(), (Lines{std::string("<ReadUploadAuthData> exception") + one.ending,
+                                     std::string("<DeleteAuthFile> exception") + one.ending}));
   }
 }
 
@@ -425,19 +420,14 @@ TEST(ParseUpldAuthJson, EmptiesTheRecordAndKeepsWhatCameBeforeTheFault) {
 TEST(ParseUpldAuthJson, LogsWhateverIsThrown) {
   const std::wstring text =
       LR"({"idp_session":"s","apikey":")" + std::wstring(FailingMemory::kLongText, L'k') + L"\"}";
-  const struct {
-    FailingMemory::Throwing what;
-    std::string message;
-  } cases[] = {{FailingMemory::Throwing::kBadAlloc, "<ParseUpldAuthJson> exception"},
-               {FailingMemory::Throwing::kNumber, "<ParseUpldAuthJson> exception etc"}};
-  for (const auto& one : cases) {
+  for (const auto& one : FailingMemory::kBoth) {
     const kyd_test::LogCapture log;
     UploadAuthData record;
     {
       const FailingMemory failing(one.what, FailingMemory::kBeyondTheLog);
       EXPECT_EQ(kyd::ParseUpldAuthJson(text, record), -1);
     }
-    EXPECT_EQ(log.Messages(), Lines{one.message});
+    EXPECT_EQ(log.Messages(), Lines{std::string("<ParseUpldAuthJson> exception") + one.ending});
   }
 }
 

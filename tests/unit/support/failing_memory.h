@@ -20,6 +20,12 @@ class FailingMemory {
     kBadAlloc,  // as the standard has it
     kNumber,    // an exception that is no standard one
   };
+  // Both, with what the program then puts behind the word "exception".
+  struct Thrown {
+    Throwing what;
+    const char* ending;
+  };
+  static constexpr Thrown kBoth[] = {{Throwing::kBadAlloc, ""}, {Throwing::kNumber, " etc"}};
 
   FailingMemory(Throwing what, std::size_t size,
                 unsigned times = std::numeric_limits<unsigned>::max());

@@ -162,21 +162,16 @@ TEST_F(FlushLogDirTest, LogsWhateverIsThrownSkipsTheReportAndFlushesAllTheSame) 
   // Whatever builds a path below this folder fails, the report too, were it written.
   run_.logDir = std::wstring(FailingMemory::kLongText, L'd');
   run_.fileOkCount = 1;
-  const struct {
-    FailingMemory::Throwing what;
-    std::string ending;
-  } cases[] = {{FailingMemory::Throwing::kBadAlloc, ""},
-               {FailingMemory::Throwing::kNumber, " etc"}};
-  for (const auto& one : cases) {
+  for (const auto& one : FailingMemory::kBoth) {
     const kyd_test::LogCapture log;
     {
       const FailingMemory failing(one.what, FailingMemory::kBeyondTheLog);
       kyd::FlushLogDir(run_, /*force=*/true);
     }
-    EXPECT_EQ(
-        log.Messages(),
-        (Lines{kRuler, "<FlushLogDir> exception" + one.ending, "<< SearchUploadDir >> start",
-               "<SearchUploadDir> exception" + one.ending, "<< Upload >> EXCEPTION", kRuler}));
+    EXPECT_EQ(log.Messages(), (Lines{kRuler, std::string("<FlushLogDir> exception") + one.ending,
+                                     "<< SearchUploadDir >> start",
+                                     std::string("<SearchUploadDir> exception") + one.ending,
+                                     "<< Upload >> EXCEPTION", kRuler}));
   }
 }
 
