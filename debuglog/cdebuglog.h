@@ -15,9 +15,10 @@
 namespace kyd {
 
 // The two entry points take printf-style formats, in which %s means text of the format's own kind,
-// and a message that is longer than its buffer is cut. They can be called from any thread, always
-// return 1, never fail and never throw. They read none of the object's fields: those are legacy
-// settings, read once at program start, kept, and used by no writer.
+// and a message that is longer than its buffer is cut. With the log off nothing is expanded. They
+// can be called from any thread, always return 1, never fail and never throw. They read none of the
+// object's fields: those are legacy settings, read once at program start, kept, and used by no
+// writer.
 class CDebugLog {
  public:
   static constexpr std::size_t kNameCapacity = 64;     // characters, the terminator included
@@ -32,6 +33,9 @@ class CDebugLog {
   template <class... Arguments>
   int WriteLogA(const char* format, const Arguments&... arguments) noexcept {
     try {
+      if (!corvid::IsModuleLogEnabled()) {
+        return 1;
+      }
       corvid::WriteModuleLogA(FormatBounded(kNarrowMessageCapacity, format, arguments...).c_str());
     } catch (const std::exception&) {
       // The message is lost.
@@ -43,6 +47,9 @@ class CDebugLog {
   template <class... Arguments>
   int WriteLogW(const wchar_t* format, const Arguments&... arguments) noexcept {
     try {
+      if (!corvid::IsModuleLogEnabled()) {
+        return 1;
+      }
       corvid::WriteModuleLog(FormatBounded(kWideMessageCapacity, format, arguments...).c_str());
     } catch (const std::exception&) {
       // The message is lost.

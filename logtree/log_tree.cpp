@@ -12,6 +12,8 @@ namespace kyd {
 
 namespace {
 
+using namespace std::string_view_literals;
+
 constexpr std::size_t kNameCapacity = 260;  // characters
 
 // In one piece of memory: there is a path for every account and every file.
@@ -58,7 +60,8 @@ std::wstring ResultPath(const std::wstring& log_dir, const platform::LocalTime& 
 }
 
 bool IsAccount(const platform::FoundEntry& entry) {
-  return entry.name != L"." && entry.name != L".." && entry.name != L"NoSent_LogFiles" &&
+  // Texts of known length, which hardly ever is the name's.
+  return entry.name != L"."sv && entry.name != L".."sv && entry.name != L"NoSent_LogFiles"sv &&
          entry.is_folder;
 }
 

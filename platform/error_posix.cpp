@@ -3,7 +3,10 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
+#include <climits>
 
 #include "platform/errno_posix.h"
 
@@ -22,9 +25,14 @@ bool FolderIsMissing(const std::string& path) {
   if (separator == std::string::npos || separator == 0) {
     return false;
   }
-  struct stat status;
+  std::array<char, PATH_MAX> folder;
+  if (separator + 1 >= folder.size()) {
+    return true;  // longer than any path that could be there
+  }
   // With its separator, so that a link is followed and a file in place of the folder is refused.
-  return stat(std::string(path, 0, separator + 1).c_str(), &status) != 0;
+  *std::copy_n(path.begin(), separator + 1, folder.begin()) = '\0';
+  struct stat status;
+  return stat(folder.data(), &status) != 0;
 }
 
 }  // namespace

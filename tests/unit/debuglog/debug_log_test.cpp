@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <limits>
 #include <memory>
 #include <new>
 #include <stdexcept>
@@ -92,6 +93,18 @@ TEST(LogLine, HasPrefixMessageAndTrailingComma) {
       256, L"2024/05/01T09:03:07.042, SID:%06d, PID:%06d, TID:%06d, <DeleteAuthFile> failed.,",
       platform::SessionId(), platform::ProcessId(), platform::ThreadId());
   EXPECT_EQ(corvid::LogLine(time, L"<DeleteAuthFile> failed."), expected);
+}
+
+TEST(LogLine, FillsNumbersWithZerosAndCutsNone) {
+  constexpr int kLeast = std::numeric_limits<int>::min();
+  const auto start = [](const platform::LocalTime& time) {
+    const std::wstring line = corvid::LogLine(time, nullptr);
+    return line.substr(0, line.find(L','));
+  };
+  EXPECT_EQ(start({1, 2, 3, 4, 5, 6, 7}), L"0001/02/03T04:05:06.007");
+  EXPECT_EQ(start({9999, 12, 31, 23, 59, 60, 999}), L"9999/12/31T23:59:60.999");
+  EXPECT_EQ(start({12345, 100, 0, -1, -22, kLeast, -1}), L"12345/100/00T-1:-22:-2147483648.-01");
+  EXPECT_EQ(start({-1, -1, -1, -1, -1, -1, kLeast}), L"-001/-1/-1T-1:-1:-1.-2147483648");
 }
 
 TEST(LogLine, HasNoMessageForNull) {
