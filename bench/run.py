@@ -337,24 +337,18 @@ def accounts(bench):
         made[count, log] = machine
     peers = ROOT / "build/linux/bench/bare-calls"
     quiet = made[many, False]
-    # A few milliseconds each, of which the difference counts.
-    small, idle = bench.measure(
-        "few accounts, log off",
+    # Few and none take some milliseconds each, of which the difference counts.
+    small, idle, large, search = bench.measure(
+        "accounts without credentials, log off",
         [
             bench.program(made[few, False], f"{PROGRAM}, 1,000"),
             bench.program(bench.machine(log=False), f"{PROGRAM}, none"),
-        ],
-        "run", 1, bench.rounds * 5,
-    )  # fmt: skip
-    large, search = bench.measure(
-        "accounts without credentials, log off",
-        [
             bench.program(quiet, f"{PROGRAM}, 100,000"),
             Contender(
                 "bare calls, 100,000", [peers, "accounts", quiet.log_dir], quiet.environment
             ),
         ],
-        "run", 1,
+        "run", 1, bench.rounds * 3,
     )  # fmt: skip
     cost = (large.seconds - idle.seconds) / many
     cost_of_few = (small.seconds - idle.seconds) / few
