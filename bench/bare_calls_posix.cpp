@@ -14,6 +14,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <iostream>
 #include <string>
 #include <vector>
 
@@ -31,7 +32,8 @@ int GoThroughAccounts(const std::string& folder, const char* log, const std::str
     return 1;
   }
   const std::string work = folder + "/LogWork/";
-  while (const dirent* entry = readdir(upload)) {
+  // One thread.
+  while (const dirent* entry = readdir(upload)) {  // NOLINT(concurrency-mt-unsafe)
     if (entry->d_name[0] == '.' || entry->d_type != DT_DIR) {
       continue;
     }
@@ -67,9 +69,9 @@ int main(int argc, char** argv) {
     return GoThroughAccounts(given[1], argv[3], given[3] + "\n");
   }
   if (given.size() == 4 && given[0] == "append") {
-    return AppendOften(argv[2], given[2] + "\n", std::atol(argv[4]));
+    return AppendOften(argv[2], given[2] + "\n", std::stol(given[3]));
   }
-  std::fputs("usage: bare-calls accounts <folder> [<file> <line>] | append <file> <line> <times>\n",
-             stderr);
+  std::cerr
+      << "usage: bare-calls accounts <folder> [<file> <line>] | append <file> <line> <times>\n";
   return 64;
 }

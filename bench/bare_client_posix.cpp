@@ -17,6 +17,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <iostream>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -115,7 +116,8 @@ std::vector<std::string> NamesIn(const std::string& folder) {
   const Owned<DIR> open_folder(opendir(folder.c_str()));
   Require(open_folder != nullptr, "opendir");
   std::vector<std::string> names;
-  while (const dirent* entry = readdir(open_folder.get())) {
+  // One thread.
+  while (const dirent* entry = readdir(open_folder.get())) {  // NOLINT(concurrency-mt-unsafe)
     if (entry->d_name[0] != '.') {
       names.emplace_back(entry->d_name);
     }
@@ -164,9 +166,8 @@ int main(int argc, char** argv) try {
   Server server;
   std::string certificate;
   if (!TakeOptions(given, server, certificate)) {
-    std::fputs(
-        "usage: bare-client [--resume] [--certificate <file>] <host> <port> <path> <folder>\n",
-        stderr);
+    std::cerr
+        << "usage: bare-client [--resume] [--certificate <file>] <host> <port> <path> <folder>\n";
     return 64;
   }
   server.host = given[0];
@@ -176,13 +177,14 @@ int main(int argc, char** argv) try {
   const std::string archive = given[3] + "/Archive/";
   for (const std::string& account : NamesIn(upload)) {
     for (const std::string& name : NamesIn(upload + account)) {
-      const std::string file = account + "/" + name;
+      std::string file = account;
+      file.append("/").append(name);
       Post(server, ReadFile(upload + file));
       Require(rename((upload + file).c_str(), (archive + file).c_str()) == 0, "rename");
     }
   }
   return 0;
 } catch (const std::exception& failure) {
-  std::fprintf(stderr, "bare-client: %s\n", failure.what());
+  std::cerr << "bare-client: " << failure.what() << "\n";
   return 1;
 }

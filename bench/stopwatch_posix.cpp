@@ -9,6 +9,7 @@
 
 #include <chrono>
 #include <cstdio>
+#include <iostream>
 #include <memory>
 
 namespace {
@@ -21,7 +22,7 @@ double Seconds(const timeval& time) {
 
 int main(int argc, char** argv) {
   if (argc < 3) {
-    std::fputs("usage: stopwatch <file> <command> [argument ...]\n", stderr);
+    std::cerr << "usage: stopwatch <file> <command> [argument ...]\n";
     return 64;
   }
   const auto started = std::chrono::steady_clock::now();

@@ -21,7 +21,7 @@ namespace kyd {
 
 namespace {
 
-constexpr std::size_t kJsonPoolChunk = 64 * 1024;  // bytes
+constexpr std::size_t kJsonPoolChunk = std::size_t{64} * 1024;  // bytes
 
 class OpenedFile : public CredentialSource {
  public:

@@ -16,8 +16,8 @@ constexpr wchar_t kProgramLogName[] = L"KydLogUploader.log";
 
 // Made in this order at static initialisation, destroyed in the opposite order at process exit: the
 // program's logger goes with the registry, the default logger last.
-DebugLog default_log{std::wstring(),
-                     kDefaultLogMask};  // NOLINT(cert-err58-cpp): out of memory only
+// NOLINTNEXTLINE(cert-err58-cpp): out of memory only
+DebugLog default_log{std::wstring(), kDefaultLogMask};
 ModuleLogs module_logs{default_log};
 
 // Any address inside this module.

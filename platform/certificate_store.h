@@ -20,7 +20,7 @@ inline constexpr unsigned kErrorInvalidPassword = 86;              // ERROR_INVA
 // HCERTSTORE (CertCloseStore with flags 0).
 struct CertificateStoreCloser {
   using Value = void*;
-  static constexpr Value kInvalid = nullptr;
+  static constexpr std::nullptr_t kInvalid = nullptr;
   static void Close(Value store) noexcept;
 };
 using CertificateStore = UniqueHandle<CertificateStoreCloser>;

@@ -4,6 +4,7 @@
 #include <boost/exception/all.hpp>
 #include <exception>
 #include <string>
+#include <utility>
 
 namespace CorvidSocket {
 
@@ -16,7 +17,7 @@ using ErrorNumber = boost::error_info<tag_errno, unsigned int>;
 class Exception : public boost::exception, public std::exception {
  public:
   // what() gives the message.
-  explicit Exception(const std::string& message) : message_(message) {}
+  explicit Exception(std::string message) : message_(std::move(message)) {}
 
   // Takes over another exception's error items and throw location; what() gives the standard
   // library's default text.

@@ -16,7 +16,7 @@ namespace kyd {
 
 namespace {
 
-constexpr std::size_t kReadSize = 64 * 1024;  // bytes
+constexpr std::size_t kReadSize = std::size_t{64} * 1024;  // bytes
 
 bool EndsWith(std::wstring_view name, std::wstring_view ending) {
   return name.size() >= ending.size() &&

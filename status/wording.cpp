@@ -1,6 +1,9 @@
 // Numbers and names as people read them.
 #include "status/wording.h"
 
+#include <cstdint>
+#include <type_traits>
+
 #include "debuglog/format.h"
 #include "platform/error.h"
 
@@ -16,7 +19,7 @@ constexpr std::int64_t kHour = 60 * kMinute;
 constexpr std::int64_t kDay = 24 * kHour;
 
 bool Steers(wchar_t character) {
-  const auto value = static_cast<std::uint32_t>(character);
+  const auto value = static_cast<std::uint32_t>(std::make_unsigned_t<wchar_t>(character));
   const bool controls = value < 0x20 || (value >= 0x7F && value < 0xA0);
   const bool directs = value == 0x061C || value == 0x200E || value == 0x200F ||
                        (value >= 0x2028 && value <= 0x202E) || (value >= 0x2066 && value <= 0x2069);

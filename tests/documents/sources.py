@@ -142,8 +142,11 @@ def request_failures() -> set[str]:
 def log_prefix() -> str:
     """The printf format of what stands before each message."""
     text = without_comments((ROOT / "debuglog/debug_log.cpp").read_text("utf-8"))
-    (prefix,) = re.findall(r'L"([^"]*SID:[^"]*)"', text)
-    return re.sub(r"\{:(\d+)\}", r"%\1d", prefix)  # the same, in the words of the messages
+    # A number at a time: the text before it, its width, and what follows.
+    numbers = re.findall(
+        r'PutNumber\((?:PutText\(end, L"([^"]*)"\)|end), [^;]+, (\d), L\'(.)\'\);', text)
+    assert len(numbers) == 10, numbers
+    return "".join(f"{before}%0{width}d{after}" for before, width, after in numbers) + " "
 
 
 def result_texts() -> list[str]:

@@ -53,16 +53,20 @@ utility::string_t Wide(const std::string& text) {
 }
 
 bool Has(const Arguments& arguments, const std::string& word) {
-  for (const auto& argument : arguments)
-    if (argument == word)
+  for (const auto& argument : arguments) {
+    if (argument == word) {
       return true;
+    }
+  }
   return false;
 }
 
 long Number(const Arguments& arguments, const std::string& name, long otherwise) {
-  for (const auto& argument : arguments)
-    if (argument.rfind(name + "=", 0) == 0)
-      return std::atol(argument.c_str() + name.size() + 1);
+  for (const auto& argument : arguments) {
+    if (argument.rfind(name + "=", 0) == 0) {
+      return std::stol(argument.substr(name.size() + 1));
+    }
+  }
   return otherwise;
 }
 
@@ -126,9 +130,10 @@ http_request Post(const concurrency::streams::istream& body, const Arguments& ar
   http_request result(web::http::methods::POST);
   for (const auto& argument : arguments) {
     const auto colon = argument.find(':');
-    if (colon != std::string::npos)
+    if (colon != std::string::npos) {
       result.headers().add(Wide(argument.substr(0, colon)),
                            Wide(Unescape(argument.substr(colon + 1))));
+    }
   }
   result.set_body(body, _XPLATSTR("application/octet-stream"));
   return result;
@@ -137,15 +142,18 @@ http_request Post(const concurrency::streams::istream& body, const Arguments& ar
 void PostFile(const std::string& url, const std::string& file, const Arguments& arguments) {
   auto configuration = Configuration(arguments);
 #ifndef _WIN32
-  if (Has(arguments, "share"))
+  if (Has(arguments, "share")) {
     configuration.set_connection_cache(std::make_shared<web::http::client::connection_cache>());
+  }
 #endif
   std::unique_ptr<http_client> client;
   for (long left = Number(arguments, "count", 1); left > 0; --left) {
-    if (Has(arguments, "alternate"))
+    if (Has(arguments, "alternate")) {
       configuration.set_validate_certificates(left % 2 == 0);
-    if (!client || Has(arguments, "clients"))
+    }
+    if (!client || Has(arguments, "clients")) {
       client = std::make_unique<http_client>(web::uri(Wide(url)), configuration);
+    }
     const auto body = Open(file);
     Report([&] {
       auto response = client->request(Post(body, arguments)).get();
@@ -169,10 +177,11 @@ void ReadBlocks(const std::string& name, const Arguments& sizes) {
   std::ofstream copy(name + ".blocks", std::ios::binary);
   for (std::size_t turn = 0;; ++turn) {
     concurrency::streams::container_buffer<std::string> block;
-    const auto size = static_cast<std::size_t>(std::atol(sizes[turn % sizes.size()].c_str()));
+    const auto size = static_cast<std::size_t>(std::stol(sizes[turn % sizes.size()]));
     const auto count = stream.read(block, size).get();
-    if (count == 0)
+    if (count == 0) {
       break;
+    }
     copy << block.collection().substr(0, count);
   }
   stream.close().wait();
@@ -184,10 +193,13 @@ void ListDescriptors(const std::string& url, const std::string& file) {
   const auto inherited = [] {
     std::vector<int> result;
     const std::unique_ptr<DIR, int (*)(DIR*)> folder(opendir("/proc/self/fd"), closedir);
-    while (const auto* entry = readdir(folder.get())) {
-      const int flags = fcntl(std::atoi(entry->d_name), F_GETFD);
-      if (entry->d_name[0] != '.' && flags != -1 && (flags & FD_CLOEXEC) == 0)
-        result.push_back(std::atoi(entry->d_name));
+    // Nobody else reads this stream.
+    while (const auto* entry = readdir(folder.get())) {  // NOLINT(concurrency-mt-unsafe)
+      const int number = static_cast<int>(std::strtol(entry->d_name, nullptr, 10));
+      const int flags = fcntl(number, F_GETFD);
+      if (entry->d_name[0] != '.' && flags != -1 && (flags & FD_CLOEXEC) == 0) {
+        result.push_back(number);
+      }
     }
     return result;
   };
@@ -217,10 +229,10 @@ class ThrowingSink : public concurrency::streams::details::streambuf_state_manag
   size_t buffer_size(std::ios_base::openmode) const override { return 0; }
   void set_buffer_size(size_t, std::ios_base::openmode) override {}
   size_t in_avail() const override { return 0; }
-  pos_type getpos(std::ios_base::openmode) const override { return pos_type(-1); }
-  pos_type seekpos(pos_type, std::ios_base::openmode) override { return pos_type(-1); }
+  pos_type getpos(std::ios_base::openmode) const override { return {-1}; }
+  pos_type seekpos(pos_type, std::ios_base::openmode) override { return {-1}; }
   pos_type seekoff(off_type, std::ios_base::seekdir, std::ios_base::openmode) override {
-    return pos_type(-1);
+    return {-1};
   }
   bool acquire(uint8_t*&, size_t&) override { return false; }
   void release(uint8_t*, size_t) override {}
@@ -228,10 +240,10 @@ class ThrowingSink : public concurrency::streams::details::streambuf_state_manag
   void _commit(size_t) override {}
   pplx::task<int_type> _putc(uint8_t) override { throw std::runtime_error("the sink is full"); }
   pplx::task<size_t> _putn(const uint8_t*, size_t) override {
-    const std::runtime_error full("the sink is full");
-    if (late_)
-      return pplx::task_from_exception<size_t>(full);
-    throw full;
+    if (late_) {
+      return pplx::task_from_exception<size_t>(std::runtime_error("the sink is full"));
+    }
+    throw std::runtime_error("the sink is full");
   }
   pplx::task<bool> _sync() override { return pplx::task_from_result(true); }
   pplx::task<int_type> _bumpc() override { return End(); }
@@ -270,6 +282,7 @@ void Leave(const std::string& url, const std::string& file, const Arguments& arg
     const auto now = std::chrono::steady_clock::now().time_since_epoch().count();
     std::this_thread::sleep_for(std::chrono::microseconds(now / 1000 % 8000));
     // An exception that nobody fetches would end the process.
+    // NOLINTNEXTLINE(performance-unnecessary-value-param): the type makes it see exceptions
     answer.then([](pplx::task<http_response> late) {
       try {
         late.wait();
@@ -279,10 +292,12 @@ void Leave(const std::string& url, const std::string& file, const Arguments& arg
   } else {
     Report([&] { answer.get(); });
   }
-  if (!Has(arguments, "open"))
+  if (!Has(arguments, "open")) {
     body.close().wait();
-  if (Has(arguments, "static"))
+  }
+  if (Has(arguments, "static")) {
     kept = std::move(client);
+  }
 }
 
 // Handles are numbered in fours, and the next one takes the first free place (Wine does not count).
@@ -299,17 +314,21 @@ std::uintptr_t Handles() {
 void WaitForTasks(int count) {
   std::vector<pplx::task_completion_event<int>> events(static_cast<std::size_t>(count));
   std::vector<pplx::task<int>> tasks;
+  tasks.reserve(events.size());
   const std::uintptr_t before = Handles();
-  for (const auto& event : events)
+  for (const auto& event : events) {
     tasks.push_back(pplx::create_task(event));
+  }
   std::cout << "handles=" << Handles() - before << "\n";
   std::thread setter([&events] {
-    for (const auto& event : events)
+    for (const auto& event : events) {
       event.set(1);
+    }
   });
   int sum = 0;
-  for (const auto& task : tasks)
+  for (const auto& task : tasks) {
     sum += task.get();
+  }
   setter.join();
   std::cout << "sum=" << sum << "\n";
 
@@ -325,8 +344,9 @@ void WaitForTasks(int count) {
 void LeaveQueued(int count) {
   pplx::create_task([count] {
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    for (int i = 0; i < count; ++i)
+    for (int i = 0; i < count; ++i) {
       pplx::create_task([] { pplx::create_task([] {}).wait(); });
+    }
   });
 }
 
@@ -334,33 +354,44 @@ void LeaveQueued(int count) {
 
 int main(int argc, char** argv) {
   const Arguments arguments(argv + 1, argv + argc);
-  if (arguments.size() < 2)
+  if (arguments.size() < 2) {
     return 2;
+  }
   const Arguments options(arguments.begin() + (arguments.size() > 2 ? 3 : 2), arguments.end());
   const auto& command = arguments[0];
   Report([&] {
 #ifndef _WIN32
-    if (const long threads = Number(arguments, "threads", 0))
+    if (const long threads = Number(arguments, "threads", 0)) {
       crossplat::threadpool::initialize_with_threads(static_cast<size_t>(threads));
+    }
 #endif
-    if (command == "open")
+    if (command == "open") {
       return OpenFile(arguments[1]);
-    if (command == "blocks")
+    }
+    if (command == "blocks") {
       return ReadBlocks(arguments[1], Arguments(arguments.begin() + 2, arguments.end()));
-    if (command == "throw")
+    }
+    if (command == "throw") {
       return ReadIntoThrowingSink(arguments[1], Has(arguments, "late"));
-    if (command == "queue")
+    }
+    if (command == "queue") {
       return LeaveQueued(std::stoi(arguments[1]));
-    if (command == "tasks")
+    }
+    if (command == "tasks") {
       return WaitForTasks(std::stoi(arguments[1]));
-    if (arguments.size() < 3)
+    }
+    if (arguments.size() < 3) {
       throw std::runtime_error("arguments are missing");
-    if (command == "post")
+    }
+    if (command == "post") {
       return PostFile(arguments[1], arguments[2], options);
-    if (command == "descriptors")
+    }
+    if (command == "descriptors") {
       return ListDescriptors(arguments[1], arguments[2]);
-    if (command == "leave")
+    }
+    if (command == "leave") {
       return Leave(arguments[1], arguments[2], options);
+    }
     throw std::runtime_error("unknown command");
   });
   std::cout << "end" << std::endl;

@@ -17,9 +17,11 @@
 
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <fstream>
 #include <string>
+#include <thread>
 
 namespace {
 
@@ -28,10 +30,19 @@ Call Next(Call /*type*/, const char* name) {
   return reinterpret_cast<Call>(dlsym(RTLD_NEXT, name));
 }
 
+// What the test asks of this library; the probe leaves its environment alone.
+const char* Setting(const char* name) {
+  return std::getenv(name);  // NOLINT(concurrency-mt-unsafe)
+}
+
+long Number(const char* text) {
+  return std::strtol(text, nullptr, 10);
+}
+
 ssize_t Read(int file, void* buffer, size_t count, off_t offset) {
   static std::atomic<int> calls{0};
-  const char* const failing = std::getenv("FAILING_READ");
-  if (failing != nullptr && ++calls == std::atoi(failing)) {
+  const char* const failing = Setting("FAILING_READ");
+  if (failing != nullptr && ++calls == Number(failing)) {
     errno = EIO;
     return -1;
   }
@@ -43,7 +54,7 @@ thread_local bool just_sent = false;
 class Sends {
  public:
   ~Sends() {
-    if (const char* const file = std::getenv("SENDS_FILE")) {
+    if (const char* const file = Setting("SENDS_FILE")) {
       std::ofstream(file) << all << " " << in_a_row << "\n";
     }
   }
@@ -65,8 +76,8 @@ extern "C" ssize_t send(int file, const void* data, size_t size, int flags) {
 
 extern "C" int socket(int domain, int type, int protocol) {
   const int result = Next(&socket, "socket")(domain, type, protocol);
-  if (const char* const text = std::getenv("SEND_BUFFER")) {
-    const int bytes = std::atoi(text);
+  if (const char* const text = Setting("SEND_BUFFER")) {
+    const int bytes = static_cast<int>(Number(text));
     setsockopt(result, SOL_SOCKET, SO_SNDBUF, &bytes, sizeof(bytes));
   }
   return result;
@@ -79,11 +90,11 @@ extern "C" int epoll_wait(int epoll, epoll_event* events, int most, int millisec
 
 extern "C" int getaddrinfo(const char* name, const char* service, const addrinfo* hints,
                            addrinfo** result) {
-  if (const char* const seconds = std::getenv("RESOLVER_SECONDS")) {
-    sleep(static_cast<unsigned>(std::atoi(seconds)));
+  if (const char* const seconds = Setting("RESOLVER_SECONDS")) {
+    std::this_thread::sleep_for(std::chrono::seconds(Number(seconds)));
   }
   const auto next = Next(&getaddrinfo, "getaddrinfo");
-  const char* const file = std::getenv("RESOLVER_FILE");
+  const char* const file = Setting("RESOLVER_FILE");
   if (file == nullptr) {
     return next(name, service, hints, result);
   }

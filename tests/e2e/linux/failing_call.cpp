@@ -29,8 +29,13 @@ bool IsOfTheProgram(const void* caller) {
          (info.dli_fbase == program || std::strstr(info.dli_fname, "/KydLogUploader") != nullptr);
 }
 
+// What the test asks of this library; the program leaves its environment alone.
+const char* Setting(const char* name) {
+  return std::getenv(name);  // NOLINT(concurrency-mt-unsafe)
+}
+
 void Note(const char* name) {
-  static const char* const path = std::getenv("KYD_CALLS");
+  static const char* const path = Setting("KYD_CALLS");
   if (path == nullptr) {
     return;
   }
@@ -48,12 +53,12 @@ bool Fails(const char* name, const void* caller) {
   const int kept = errno;
   Note(name);
   errno = kept;
-  static const char* const chosen = std::getenv("KYD_FAILING_CALL");
+  static const char* const chosen = Setting("KYD_FAILING_CALL");
   if (chosen == nullptr) {
     return false;
   }
   static const std::string function(chosen, std::strcspn(chosen, ":"));
-  static const int number = std::atoi(chosen + function.size() + 1);
+  static const long number = std::strtol(chosen + function.size() + 1, nullptr, 10);
   static std::atomic<int> calls{0};
   if (function != name || ++calls != number) {
     return false;

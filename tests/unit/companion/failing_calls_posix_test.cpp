@@ -93,12 +93,13 @@ ToolResult RunSealWithout(const std::vector<FailingCall>& calls, const ModuleFol
 }
 
 // No random numbers from the kernel, and none from the devices, which are opened without any flag.
-const std::vector<FailingCall> kNoRandom = {{SYS_getrandom, EIO, std::nullopt},
-                                            {SYS_openat, EACCES, CallArgument{2, O_RDONLY}}};
+std::vector<FailingCall> NoRandom() {
+  return {{SYS_getrandom, EIO, std::nullopt}, {SYS_openat, EACCES, CallArgument{2, O_RDONLY}}};
+}
 
 TEST(KeywardSealWithout, RandomNumbersMakesNoKey) {
   const ModuleFolder folder;
-  const ToolResult result = RunSealWithout(kNoRandom, folder);
+  const ToolResult result = RunSealWithout(NoRandom(), folder);
   EXPECT_EQ(result.exit_code, 78);
   EXPECT_THAT(result.errors, HasSubstr("no random numbers"));
   EXPECT_FALSE(fs::exists(folder / "Corvid.key"));
@@ -107,7 +108,7 @@ TEST(KeywardSealWithout, RandomNumbersMakesNoKey) {
 TEST(KeywardSealWithout, RandomNumbersSealsNothing) {
   const ModuleFolder folder;
   WriteFile(folder / "Corvid.key", std::string(64, '0'));
-  const ToolResult result = RunSealWithout(kNoRandom, folder);
+  const ToolResult result = RunSealWithout(NoRandom(), folder);
   EXPECT_EQ(result.exit_code, 70);
   EXPECT_THAT(result.errors, HasSubstr("the cryptographic library failed"));
 }

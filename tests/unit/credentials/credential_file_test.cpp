@@ -92,8 +92,10 @@ TEST_F(CredentialFileTest, LeavesNoDecryptedTextInReleasedMemory) {
   // The second file is longer, so that every buffer of the first one is given back.
   for (const std::size_t length : {0, 5000}) {
     const std::string value = secret + std::string(length, 'x');
-    Write(R"({"apikey":")" + value + R"(","idp_session":")" + value + R"(","cert":{"hash":")" +
-          value + R"("}})");
+    std::string json = R"({"apikey":")";
+    json.append(value).append(R"(","idp_session":")").append(value);
+    json.append(R"(","cert":{"hash":")").append(value).append(R"("}})");
+    Write(json);
     ASSERT_EQ(kyd::ReadUploadAuthData(run_, L"alice", record_), 0);
     EXPECT_EQ(record_.cert_hash.size(), value.size());
   }

@@ -285,6 +285,7 @@ TEST_F(DebugLogTest, WritesWholeLinesFromManyThreads) {
   constexpr int kThreads = 4;
   constexpr int kLines = 25;
   std::vector<std::thread> threads;
+  threads.reserve(kThreads);
   for (int i = 0; i < kThreads; ++i) {
     threads.emplace_back([this, i] {
       for (int line = 0; line < kLines; ++line) {

@@ -12,7 +12,7 @@ namespace kyd_test {
 // the lines that the program logs meanwhile. One object at a time.
 class FailingMemory {
  public:
-  static constexpr std::size_t kBeyondTheLog = 16 * 1024;  // bytes
+  static constexpr std::size_t kBeyondTheLog = std::size_t{16} * 1024;  // bytes
   // A text of so many characters is beyond the log's lines on every platform.
   static constexpr std::size_t kLongText = kBeyondTheLog;
 
