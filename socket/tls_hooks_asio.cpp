@@ -19,10 +19,7 @@ namespace {
 
 [[noreturn]] void ThrowRefusal(const char* message) {
   ERR_clear_error();
-  // Boost's way to give an exception its items.
-  // NOLINTBEGIN(cert-err09-cpp,cert-err60-cpp,cert-err61-cpp,misc-throw-by-value-catch-by-reference)
   throw Exception(message) << ErrorNumber(platform::kErrorGeneralFailure);
-  // NOLINTEND(cert-err09-cpp,cert-err60-cpp,cert-err61-cpp,misc-throw-by-value-catch-by-reference)
 }
 
 // TLS 1.3 stays off on purpose, although the message names it.

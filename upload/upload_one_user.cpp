@@ -75,6 +75,7 @@ CorvidSocket::ConnectionCache ConnectionsOf(AccountRun& run,
 HeaderSet MakeHeaders(const AccountRun& run, const UploadAuthData& credentials,
                       const wchar_t* connection) {
   // The session is taken up to its first NUL, the key whole.
+  // NOLINTNEXTLINE(readability-redundant-string-cstr)
   const std::wstring session = credentials.idp_session.c_str();
   return {{L"Connection", connection},
           {L"Cookie", L"idp.session=" + session},

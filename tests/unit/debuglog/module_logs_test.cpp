@@ -27,6 +27,7 @@ std::optional<std::wstring> NoBase() {
 }
 
 platform::ModuleHandle Handle(std::uintptr_t value) {
+  // NOLINTNEXTLINE(performance-no-int-to-ptr): a number that stands for a module
   return reinterpret_cast<platform::ModuleHandle>(value);
 }
 

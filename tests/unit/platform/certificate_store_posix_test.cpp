@@ -42,7 +42,7 @@ Bytes BytesOf(PKCS12* pkcs12) {
   const Owned<BIO> bio(BIO_new(BIO_s_mem()));
   i2d_PKCS12_bio(bio.get(), pkcs12);
   const std::string text = TextOf(bio.get());
-  return Bytes(text.begin(), text.end());
+  return {text.begin(), text.end()};
 }
 
 platform::X509Pointer CertificateIn(const std::string& pem) {

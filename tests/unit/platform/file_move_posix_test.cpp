@@ -215,8 +215,9 @@ TEST(SyncFolderOf, GivesAFailureUnlessFoldersCannotBeSyncedAtAll) {
   const std::string path = Native(folder / L"file");
   const std::vector<std::pair<int, int>> answers = {{EIO, EIO}, {EINVAL, 0}, {ENOTSUP, 0}};
   for (const auto& [failure, answer] : answers) {
-    EXPECT_TRUE(RunWithout({{SYS_fsync, failure, std::nullopt}},
-                           [&] { return platform::SyncFolderOf(path) == answer; }));
+    EXPECT_TRUE(RunWithout({{SYS_fsync, failure, std::nullopt}}, [&path, expected = answer] {
+      return platform::SyncFolderOf(path) == expected;
+    }));
   }
   EXPECT_EQ(platform::SyncFolderOf("a name without a folder"), 0);
 }

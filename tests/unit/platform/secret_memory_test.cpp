@@ -27,8 +27,8 @@ TEST(Wipe, EmptiesATextAndItsBuffer) {
     const wchar_t* const buffer = text.data();
     platform::Wipe(text);
     EXPECT_TRUE(text.empty());
-    ASSERT_EQ(text.data(), buffer);
-    EXPECT_EQ(std::wstring(text.capacity(), L'\0'), std::wstring(buffer, text.capacity()));
+    ASSERT_TRUE(text.data() == buffer);
+    EXPECT_EQ(std::wstring(text.capacity(), L'\0'), std::wstring(text.data(), text.capacity()));
   }
 }
 

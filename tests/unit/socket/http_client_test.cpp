@@ -26,6 +26,7 @@ using web::http::client::http_client_config;
 
 struct OtherBoostException : boost::exception, std::exception {};
 struct BoostTransportException : boost::exception, web::http::http_exception {
+  // NOLINTNEXTLINE(bugprone-throw-keyword-missing): the base's constructor
   BoostTransportException() : web::http::http_exception("text that is not kept") {}
 };
 
@@ -82,7 +83,7 @@ std::string MessageOfFailure(Sender& sender, int retry_count) {
 }
 
 web::http::http_exception TransportFailure(int attempt) {
-  return web::http::http_exception(platform::ToNative(L"failure " + std::to_wstring(attempt)));
+  return {platform::ToNative(L"failure " + std::to_wstring(attempt))};
 }
 
 TEST(SendRequest, GivesTheAnswerWhateverItsStatus) {

@@ -21,7 +21,7 @@ Survey Example() {
   survey.now = 1'709'647'629;
   survey.accounts.resize(3);
   survey.accounts[0].name = L"alice";
-  survey.accounts[0].waiting = {12, 3 * 1024 * 1024, survey.now - 3660};
+  survey.accounts[0].waiting = {12, std::uint64_t{3} * 1024 * 1024, survey.now - 3660};
   survey.accounts[0].archived = {true, 240, 2};
   survey.accounts[0].has_credentials = true;
   survey.accounts[1].name = L"b\x1B<script>alert(1)</script>&\"'";
@@ -43,11 +43,13 @@ Survey Example() {
   return survey;
 }
 
-const Verdict kWarning{State::kWarning, {L"something <is> late"}};
+Verdict Warning() {
+  return {State::kWarning, {L"something <is> late"}};
+}
 
 TEST(TextReport, BeginsWithTheVerdictAndHasAllInColumns) {
   EXPECT_EQ(
-      kyd::TextReport(Example(), kWarning),
+      kyd::TextReport(Example(), Warning()),
       L"WARNING: something <is> late; 12 files wait, the oldest for 1 h 1 min; 40 sent and 3 "
       L"failed "
       L"in 2 days\n"
@@ -74,7 +76,7 @@ TEST(TextReport, SaysThatThereIsNothing) {
 }
 
 TEST(JsonReport, HoldsEveryNumber) {
-  const std::string text = kyd::JsonReport(Example(), kWarning);
+  const std::string text = kyd::JsonReport(Example(), Warning());
   rapidjson::Document report;
   ASSERT_FALSE(report.Parse(text.c_str()).HasParseError());
   EXPECT_STREQ(report["state"].GetString(), "warning");
@@ -103,7 +105,7 @@ TEST(JsonReport, HoldsEveryNumber) {
 }
 
 TEST(HtmlReport, EscapesWhatComesFromOutside) {
-  const std::string page = kyd::HtmlReport(Example(), kWarning);
+  const std::string page = kyd::HtmlReport(Example(), Warning());
   EXPECT_THAT(page,
               HasSubstr("b\xEF\xBF\xBD&lt;script&gt;alert(1)&lt;/script&gt;&amp;&quot;&#39;"));
   EXPECT_THAT(page, HasSubstr("C:\\Kyd&lt;Log&gt;"));

@@ -57,7 +57,7 @@ class UploadOneUser : public testing::Test {
   }
 
   // Answers the requests by their number, from 1.
-  int Upload(std::function<http_response(int)> answer) {
+  int Upload(const std::function<http_response(int)>& answer) {
     return kyd::UploadOneUserThrough(
         [this, answer](const web::uri& address, const web::http::client::http_client_config& config,
                        const http_request& request) {
