@@ -20,7 +20,7 @@ _SERVER = """
 
 
 class Service(Nginx):
-    """Keeps the sessions of TLS as they are: a client's certificate is decoded once, not per request."""
+    """Keeps the sessions of TLS as they are, so that it decodes a client's certificate but once."""
 
     configuration = framed(
         _HTTP, _SERVER, sessions="    ssl_session_cache builtin;\n    ssl_session_tickets off;"

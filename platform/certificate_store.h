@@ -5,6 +5,7 @@
 // /etc/keyward/certs/MY ("comp").
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <vector>
 
