@@ -12,6 +12,7 @@ inline constexpr unsigned kErrorGeneralFailure = 31;
 inline constexpr unsigned kErrorSharingViolation = 32;
 inline constexpr unsigned kErrorDiskFull = 112;
 inline constexpr unsigned kErrorAlreadyExists = 183;
+inline constexpr unsigned kErrorBadFormat = 193;
 inline constexpr unsigned kErrorFileNameTooLong = 206;
 
 // What GetLastError gives: every operation of this folder that fails sets it, one that succeeds may

@@ -36,6 +36,9 @@ using UniqueFd = UniqueHandle<FdCloser>;
 // read(2), repeated when interrupted.
 [[nodiscard]] ssize_t ReadOnce(int fd, void* buffer, std::size_t size) noexcept;
 
+// pread(2), repeated when interrupted.
+[[nodiscard]] ssize_t ReadOnceAt(int fd, void* buffer, std::size_t size, off_t offset) noexcept;
+
 // write(2), repeated when interrupted.
 [[nodiscard]] ssize_t WriteOnce(int fd, const void* bytes, std::size_t size) noexcept;
 

@@ -47,6 +47,11 @@ class File {
   // (ReadFile, synchronous).
   [[nodiscard]] std::optional<std::size_t> Read(void* buffer, std::size_t size);
 
+  // The same from a place in the file, counted from its beginning (ReadFile with an offset, pread).
+  // 0 for a place behind the end. Where Read goes on afterwards is left open.
+  [[nodiscard]] std::optional<std::size_t> ReadAt(std::uint64_t offset, void* buffer,
+                                                  std::size_t size);
+
   // Moves the file pointer to the end (SetFilePointer, FILE_END).
   bool SeekToEnd();
 

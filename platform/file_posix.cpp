@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <limits>
 #include <utility>
 
 #include "platform/errno_posix.h"
@@ -98,6 +99,29 @@ std::optional<std::size_t> File::Read(void* buffer, std::size_t size) {
   while (total < size) {
     const ssize_t count = ReadOnce(handle_->fd.Get(), static_cast<char*>(buffer) + total,
                                    std::min(size - total, kLargestTransfer));
+    if (count < 0) {
+      SetLastError(NumberOfErrno(errno));
+      return std::nullopt;
+    }
+    if (count == 0) {
+      break;
+    }
+    total += static_cast<std::size_t>(count);
+  }
+  return total;
+}
+
+std::optional<std::size_t> File::ReadAt(std::uint64_t offset, void* buffer, std::size_t size) {
+  if (handle_ == nullptr) {
+    SetLastError(kErrorGeneralFailure);
+    return std::nullopt;
+  }
+  constexpr auto kLastPlace = static_cast<std::uint64_t>(std::numeric_limits<off_t>::max());
+  std::size_t total = 0;
+  while (total < size && offset + total >= offset && offset + total < kLastPlace) {
+    const ssize_t count =
+        ReadOnceAt(handle_->fd.Get(), static_cast<char*>(buffer) + total,
+                   std::min(size - total, kLargestTransfer), static_cast<off_t>(offset + total));
     if (count < 0) {
       SetLastError(NumberOfErrno(errno));
       return std::nullopt;

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <limits>
 #include <string_view>
 #include <utility>
 
@@ -132,6 +133,34 @@ std::optional<std::size_t> File::Read(void* buffer, std::size_t size) {
     DWORD count = 0;
     if (!ReadFile(handle_->file.Get(), static_cast<char*>(buffer) + total, wanted, &count,
                   nullptr)) {
+      return std::nullopt;
+    }
+    if (count == 0) {
+      break;
+    }
+    total += count;
+  }
+  return total;
+}
+
+std::optional<std::size_t> File::ReadAt(std::uint64_t offset, void* buffer, std::size_t size) {
+  if (handle_ == nullptr) {
+    ::SetLastError(kErrorGeneralFailure);
+    return std::nullopt;
+  }
+  constexpr auto kLastPlace = static_cast<std::uint64_t>(std::numeric_limits<LONGLONG>::max());
+  std::size_t total = 0;
+  while (total < size && offset + total >= offset && offset + total < kLastPlace) {
+    const auto wanted = static_cast<DWORD>(std::min(size - total, kLargestTransfer));
+    OVERLAPPED place = {};
+    place.Offset = static_cast<DWORD>(offset + total);
+    place.OffsetHigh = static_cast<DWORD>((offset + total) >> 32);
+    DWORD count = 0;
+    if (!ReadFile(handle_->file.Get(), static_cast<char*>(buffer) + total, wanted, &count,
+                  &place)) {
+      if (LastError() == ERROR_HANDLE_EOF) {
+        break;
+      }
       return std::nullopt;
     }
     if (count == 0) {

@@ -31,6 +31,7 @@ const Target kTargets[] = {
     {"credential_json", &kyd_fuzz::FuzzCredentialJson},
     {"format", &kyd_fuzz::FuzzFormat},
     {"json_path", &kyd_fuzz::FuzzJsonPath},
+    {"library_tables", &kyd_fuzz::FuzzLibraryTables},
     {"pfx", &kyd_fuzz::FuzzPfx},
 #ifndef _WIN32
     {"registry_text", &kyd_fuzz::FuzzRegistryText},

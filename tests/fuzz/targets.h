@@ -12,6 +12,7 @@ int FuzzBase64(const std::uint8_t* bytes, std::size_t size);
 int FuzzCredentialJson(const std::uint8_t* bytes, std::size_t size);
 int FuzzFormat(const std::uint8_t* bytes, std::size_t size);
 int FuzzJsonPath(const std::uint8_t* bytes, std::size_t size);
+int FuzzLibraryTables(const std::uint8_t* bytes, std::size_t size);
 int FuzzPfx(const std::uint8_t* bytes, std::size_t size);
 int FuzzRegistryText(const std::uint8_t* bytes, std::size_t size);  // Linux only
 int FuzzSealedText(const std::uint8_t* bytes, std::size_t size);

@@ -60,6 +60,22 @@ TEST_F(FileTest, ReadsALargeFileInOneCall) {
   EXPECT_TRUE(read == content);
 }
 
+TEST_F(FileTest, ReadsFromAnyPlace) {
+  WriteFileBytes(path_, "0123456789");
+  File file = File::OpenUnobtrusive(path_);
+  std::array<char, 4> buffer = {};
+  EXPECT_EQ(file.ReadAt(7, buffer.data(), 2), 2U);
+  EXPECT_EQ(std::string(buffer.data()), "78");
+  EXPECT_EQ(file.ReadAt(0, buffer.data(), 3), 3U);
+  EXPECT_EQ(std::string(buffer.data()), "012");
+  EXPECT_EQ(file.ReadAt(8, buffer.data(), buffer.size()), 2U);
+  EXPECT_EQ(std::string(buffer.data(), 2), "89");
+  for (const std::uint64_t place : {10ULL, 1ULL << 40, ~0ULL >> 1, ~0ULL}) {
+    EXPECT_EQ(file.ReadAt(place, buffer.data(), buffer.size()), 0U) << place;
+  }
+  EXPECT_FALSE(File().ReadAt(0, buffer.data(), 1));
+}
+
 TEST_F(FileTest, WritingStartsAtTheBeginningAndKeepsTheRest) {
   WriteFileBytes(path_, "12345");
   File file = OpenForWriting();

@@ -1,0 +1,76 @@
+// What the file of a library says of itself, read without loading it: nothing in it runs.
+//
+// Reads PE32+ (Microsoft's PE format specification) and 64-bit little-endian ELF (System V ABI with
+// the GNU hash table) on every platform.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace platform {
+
+struct LibraryTables {
+  enum class Format { kPe, kElf };
+  enum class Machine { kX64, kX86, kArm64, kOther };
+
+  Format format = Format::kPe;
+  Machine machine = Machine::kOther;
+  bool is_library = false;  // false for a program or an object file
+
+  // Both are empty unless the machine is kX64.
+  std::vector<std::string> imports;  // libraries that it needs, by name, in the file's order
+  std::vector<std::string> exports;  // of the names that were asked for, those that it exports
+};
+
+// The format of the libraries that this program can load.
+#ifdef _WIN32
+inline constexpr LibraryTables::Format kLibraryFormat = LibraryTables::Format::kPe;
+#else
+inline constexpr LibraryTables::Format kLibraryFormat = LibraryTables::Format::kElf;
+#endif
+
+// Reads the tables of a file and looks for the given exports, as the loader does. Nothing when the
+// file cannot be read, and kErrorBadFormat when it is no library, cut off or damaged. Delayed
+// imports and exports without a name are not looked at.
+[[nodiscard]] std::optional<LibraryTables> ReadLibraryTables(
+    const std::wstring& path, const std::vector<std::string>& exports = {});
+
+// Copies up to `size` bytes from a place in the file and returns their number, which is less only
+// at the end of the file.
+using ReadFileBytes =
+    std::function<std::size_t(std::uint64_t offset, void* buffer, std::size_t size)>;
+
+// The same for bytes from anywhere; nothing when they are not a whole library. A file of any size
+// and content takes at most a few thousand calls for each name and no more memory than the names.
+[[nodiscard]] std::optional<LibraryTables> ReadLibraryTables(
+    const ReadFileBytes& read, const std::vector<std::string>& exports);
+
+// C and C++ run-times that a module can be built for. Modules that pass each other strings and
+// memory need the same one.
+enum class RunTime {
+  kMsvcrt,        // msvcrt.dll: MinGW
+  kUniversal,     // ucrtbase.dll, api-ms-win-crt-*, vcruntime140*.dll, msvcp140*.dll: Visual C++
+  kOlderOrDebug,  // Visual C++ before 2015, or its debug run-times
+  kLibstdcxx,     // libstdc++.so.6
+  kLibcxx,        // libc++.so.1
+};
+
+// The run-time of this program.
+#if !defined(_WIN32)
+inline constexpr RunTime kProgramRunTime = RunTime::kLibstdcxx;
+#elif defined(_MSC_VER) || defined(_UCRT)
+inline constexpr RunTime kProgramRunTime = RunTime::kUniversal;
+#else
+inline constexpr RunTime kProgramRunTime = RunTime::kMsvcrt;
+#endif
+
+// The imported run-time that shows that a module was built for another one than `wanted`; empty
+// when it imports that one, or none by name because it is linked in.
+[[nodiscard]] std::string ForeignRunTime(const std::vector<std::string>& imports,
+                                         RunTime wanted = kProgramRunTime);
+
+}  // namespace platform
