@@ -1,16 +1,39 @@
 // Owned file descriptors, and the calls on them that a signal may interrupt.
 #include "platform/fd_posix.h"
 
+#include <sys/file.h>
+
 #include "platform/errno_posix.h"
 #include "platform/error.h"
 
 namespace platform {
 
+namespace {
+
+// Opens a file whose lease or delegation another holder has to give up first; the kernel bounds how
+// long that takes. The file is pinned meanwhile, because a FIFO that took its name would be waited
+// for without end.
+int OpenBehindLease(const std::string& path, int flags) {
+  const UniqueFd pinned(
+      Uninterrupted([&] { return open(path.c_str(), O_PATH | O_CLOEXEC | (flags & O_NOFOLLOW)); }));
+  struct stat status;
+  if (!pinned || fstat(pinned.Get(), &status) != 0 || !S_ISREG(status.st_mode)) {
+    errno = EAGAIN;
+    return -1;
+  }
+  const std::string name = "/proc/self/fd/" + std::to_string(pinned.Get());
+  const int waiting = (flags & ~(O_CREAT | O_EXCL | O_NOFOLLOW)) | O_CLOEXEC | O_NOCTTY;
+  return Uninterrupted([&] { return open(name.c_str(), waiting); });
+}
+
+}  // namespace
+
 UniqueFd OpenRegularFile(const std::string& path, int flags, mode_t mode, struct stat& status) {
-  int raw = -1;
-  do {
-    raw = open(path.c_str(), flags | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, mode);
-  } while (raw < 0 && errno == EINTR);
+  int raw = Uninterrupted(
+      [&] { return open(path.c_str(), flags | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, mode); });
+  if (raw < 0 && errno == EAGAIN) {
+    raw = OpenBehindLease(path, flags);
+  }
   if (raw < 0) {
     // A FIFO without a reader and a socket say ENXIO.
     const int error_number = errno == ENXIO ? EACCES : errno;
@@ -34,12 +57,12 @@ UniqueFd OpenRegularFile(const std::string& path, int flags, mode_t mode) {
   return OpenRegularFile(path, flags, mode, status);
 }
 
+bool TryLock(int fd, int operation) noexcept {
+  return Uninterrupted([=] { return flock(fd, operation | LOCK_NB); }) == 0;
+}
+
 ssize_t ReadOnce(int fd, void* buffer, std::size_t size) noexcept {
-  ssize_t count = 0;
-  do {
-    count = read(fd, buffer, size);
-  } while (count < 0 && errno == EINTR);
-  return count;
+  return Uninterrupted([=] { return read(fd, buffer, size); });
 }
 
 ssize_t ReadOnceAt(int fd, void* buffer, std::size_t size, off_t offset) noexcept {
@@ -51,11 +74,7 @@ ssize_t ReadOnceAt(int fd, void* buffer, std::size_t size, off_t offset) noexcep
 }
 
 ssize_t WriteOnce(int fd, const void* bytes, std::size_t size) noexcept {
-  ssize_t count = 0;
-  do {
-    count = write(fd, bytes, size);
-  } while (count < 0 && errno == EINTR);
-  return count;
+  return Uninterrupted([=] { return write(fd, bytes, size); });
 }
 
 bool WriteAll(int fd, const char* bytes, std::size_t size) noexcept {

@@ -26,12 +26,40 @@ struct FdCloser {
 };
 using UniqueFd = UniqueHandle<FdCloser>;
 
-// Opens a regular file, or a link to one, without ever waiting for it (open(2) with O_CLOEXEC,
-// O_NOCTTY and O_NONBLOCK besides `flags`). Invalid, with LastError set, when it cannot be opened;
-// anything that is not a regular file is kErrorAccessDenied. What fstat said goes into `status`.
+// Repeats a call that a signal interrupted; gives its last result. Not for ever: what is
+// interrupted every time is broken.
+template <class Call>
+auto Uninterrupted(const Call& call) noexcept(noexcept(call())) {
+  constexpr int kMostAttempts = 1000;
+  auto result = call();
+  for (int attempt = 1; result < 0 && errno == EINTR && attempt < kMostAttempts; ++attempt) {
+    result = call();
+  }
+  return result;
+}
+
+// Whether an error number says that the file system has no such call, or not for this kind of file.
+[[nodiscard]] constexpr bool IsUnsupported(int error_number) noexcept {
+  return error_number == EINVAL || error_number == ENOSYS || error_number == EOPNOTSUPP ||
+         error_number == EBADF;
+}
+
+// Opens a regular file, or a link to one, and waits for nothing but the end of another's lease
+// (open(2) with O_CLOEXEC, O_NOCTTY and O_NONBLOCK besides `flags`). Invalid, with LastError set,
+// when it cannot be opened; anything that is not a regular file is kErrorAccessDenied. What fstat
+// said goes into `status`.
 [[nodiscard]] UniqueFd OpenRegularFile(const std::string& path, int flags, mode_t mode,
                                        struct stat& status);
 [[nodiscard]] UniqueFd OpenRegularFile(const std::string& path, int flags, mode_t mode = 0);
+
+// flock(2) without waiting, repeated when interrupted. False with errno set: EWOULDBLOCK for a lock
+// that another holds; IsMissingLock for one that cannot be had here.
+[[nodiscard]] bool TryLock(int fd, int operation) noexcept;
+
+// Whether an error number of flock says that there are no locks on this file system.
+[[nodiscard]] constexpr bool IsMissingLock(int error_number) noexcept {
+  return IsUnsupported(error_number) || error_number == ENOLCK;
+}
 
 // read(2), repeated when interrupted.
 [[nodiscard]] ssize_t ReadOnce(int fd, void* buffer, std::size_t size) noexcept;

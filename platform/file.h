@@ -14,8 +14,9 @@ namespace platform {
 class File {
  public:
   // For reading, nobody else may have it open (GENERIC_READ, share mode 0, OPEN_EXISTING,
-  // FILE_ATTRIBUTE_ARCHIVE); on Linux with a non-blocking exclusive flock, where a failure is a
-  // sharing violation. Only a regular file can be opened.
+  // FILE_ATTRIBUTE_ARCHIVE); on Linux with a non-blocking exclusive flock, where another's lock is a
+  // sharing violation and a file system without locks opens the file all the same. Only a regular
+  // file can be opened.
   [[nodiscard]] static File OpenExclusive(const std::wstring& path);
 
   // For reading beside other readers (GENERIC_READ, FILE_SHARE_READ, OPEN_EXISTING).
@@ -88,7 +89,9 @@ class Utf8AppendFile {
 };
 
 // Moves a file without ever replacing one: an existing target is kErrorAlreadyExists, a missing
-// folder kErrorPathNotFound (MoveFileW). There is no moment in which the content exists nowhere.
+// folder kErrorPathNotFound (MoveFileW). There is no moment in which the content exists nowhere. A
+// move that was done counts as done, whatever the system reports; when that is unknown, nothing is
+// removed.
 [[nodiscard]] bool MoveWithoutReplacing(const std::wstring& source, const std::wstring& target);
 
 // Moves a file over an older one (MoveFileExW with MOVEFILE_REPLACE_EXISTING and

@@ -22,11 +22,14 @@
 namespace {
 
 using kyd_test::CallArgument;
+using kyd_test::DoneButFailing;
+using kyd_test::Failing;
 using kyd_test::FailingCall;
 using kyd_test::PathExists;
 using kyd_test::ReadFileBytes;
 using kyd_test::RunWithInstead;
 using kyd_test::RunWithout;
+using kyd_test::SystemCall;
 using kyd_test::WriteFileBytes;
 using platform::MoveWithoutReplacing;
 
@@ -128,6 +131,200 @@ TEST(MoveOnSameFileSystem, AFolderCannotMoveIntoItself) {
   EXPECT_EQ(EntryCount(source), 0U);
 }
 
+// ---- Calls that are done and report failure, or are interrupted
+
+// A way to move, one of its calls, and what that call reports although it was done.
+struct DoubtfulCall {
+  const char* name;
+  Way move;
+  unsigned number;
+  int error_number;
+};
+
+const std::vector<DoubtfulCall>& DoubtfulCalls() {
+  static const std::vector<DoubtfulCall> calls = [] {
+    std::vector<DoubtfulCall> all;
+    for (const int error_number : {ENOENT, EEXIST, EIO, ESTALE, EINTR}) {
+      all.push_back({"Rename", &platform::MoveByRename, SYS_renameat2, error_number});
+      all.push_back({"Link", &platform::MoveByLink, SYS_link, error_number});
+      all.push_back({"Unlink", &platform::MoveByLink, SYS_unlink, error_number});
+      all.push_back({"RenameOver", &platform::MoveByReservation, SYS_rename, error_number});
+      all.push_back({"Best", &platform::MoveOnSameFileSystem, SYS_renameat2, error_number});
+    }
+    for (const int error_number : {EINVAL, ENOSYS, EOPNOTSUPP}) {
+      all.push_back({"Best", &platform::MoveOnSameFileSystem, SYS_renameat2, error_number});
+    }
+    for (const int error_number : {EPERM, EMLINK}) {
+      all.push_back({"Link", &platform::MoveByLink, SYS_link, error_number});
+    }
+    for (const int error_number : {EIO, ESTALE}) {
+      all.push_back({"Reserve", &platform::MoveByReservation, SYS_openat, error_number});
+    }
+    return all;
+  }();
+  return calls;
+}
+
+class DoneAllTheSame : public testing::TestWithParam<DoubtfulCall> {
+ protected:
+  kyd_test::TempFolder folder_;
+  std::string source_ = Native(folder_ / L"source");
+  std::string target_ = Native(folder_ / L"target");
+};
+
+TEST_P(DoneAllTheSame, CountsAsMoved) {
+  WriteFileBytes(folder_ / L"source", "content");
+  int result = -1;
+  RunWithInstead({GetParam().number}, DoneButFailing(GetParam().error_number), [&] {
+    result = GetParam().move(source_, target_);
+    return true;
+  });
+  EXPECT_EQ(result, 0);
+  EXPECT_EQ(ReadFileBytes(folder_ / L"target"), "content");
+  EXPECT_EQ(EntryCount(folder_.Path()), 1U);
+}
+
+INSTANTIATE_TEST_SUITE_P(SameFileSystem, DoneAllTheSame, testing::ValuesIn(DoubtfulCalls()),
+                         [](const auto& call) {
+                           return call.param.name + std::to_string(call.param.error_number) + "At" +
+                                  std::to_string(call.index);
+                         });
+
+class Interrupted : public testing::TestWithParam<DoubtfulCall> {};
+
+TEST_P(Interrupted, IsRepeated) {
+  const kyd_test::TempFolder folder;
+  WriteFileBytes(folder / L"source", "content");
+  int result = -1;
+  RunWithInstead({GetParam().number}, Failing(EINTR), [&] {
+    result = GetParam().move(Native(folder / L"source"), Native(folder / L"target"));
+    return true;
+  });
+  EXPECT_EQ(result, 0);
+  EXPECT_EQ(ReadFileBytes(folder / L"target"), "content");
+  EXPECT_EQ(EntryCount(folder.Path()), 1U);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    SameFileSystem, Interrupted,
+    testing::Values(DoubtfulCall{"Look", &platform::MoveByRename, SYS_statx, EINTR},
+                    DoubtfulCall{"Rename", &platform::MoveByRename, SYS_renameat2, EINTR},
+                    DoubtfulCall{"Link", &platform::MoveByLink, SYS_link, EINTR},
+                    DoubtfulCall{"Unlink", &platform::MoveByLink, SYS_unlink, EINTR},
+                    DoubtfulCall{"Reserve", &platform::MoveByReservation, SYS_openat, EINTR},
+                    DoubtfulCall{"RenameOver", &platform::MoveByReservation, SYS_rename, EINTR}),
+    [](const auto& call) { return call.param.name; });
+
+TEST(MoveByRename, AFileThatIsThereAlreadyIsNotTakenForTheMovedOne) {
+  const kyd_test::TempFolder folder;
+  WriteFileBytes(folder / L"source", "new");
+  WriteFileBytes(folder / L"target", "old");
+  // Somebody else removes the source at the same moment.
+  const auto instead = [&](const SystemCall& /*call*/) -> long {
+    std::filesystem::remove(Native(folder / L"source"));
+    return -EEXIST;
+  };
+  EXPECT_TRUE(RunWithInstead({SYS_renameat2}, instead, [&] {
+    return platform::MoveByRename(Native(folder / L"source"), Native(folder / L"target")) == EEXIST;
+  }));
+  EXPECT_EQ(ReadFileBytes(folder / L"target"), "old");
+}
+
+TEST(MoveByLink, TwoNamesOfOneFileAreNotMovedOntoEachOther) {
+  const kyd_test::TempFolder folder;
+  WriteFileBytes(folder / L"source", "content");
+  const std::string source = Native(folder / L"source");
+  std::filesystem::create_directory_symlink(".", Native(folder / L"same"));
+  EXPECT_EQ(platform::MoveByLink(source, Native(folder / L"same/source")), EEXIST);
+  EXPECT_EQ(ReadFileBytes(folder / L"source"), "content");
+}
+
+// From the first failure of the given call on, nothing can be looked at any more.
+kyd_test::Instead FailingBlindly(unsigned number) {
+  return [number, blind = false](const SystemCall& call) mutable -> long {
+    if (call.number == number) {
+      blind = true;
+      return -EIO;
+    }
+    return blind ? -EIO : call.Perform();
+  };
+}
+
+TEST(MoveByLink, BothNamesStayWhenItCannotBeToldWhatHappened) {
+  const kyd_test::TempFolder folder;
+  WriteFileBytes(folder / L"source", "content");
+  EXPECT_TRUE(RunWithInstead({SYS_unlink, SYS_statx}, FailingBlindly(SYS_unlink), [&] {
+    return platform::MoveByLink(Native(folder / L"source"), Native(folder / L"target")) == EIO;
+  }));
+  EXPECT_EQ(ReadFileBytes(folder / L"source"), "content");
+  EXPECT_EQ(ReadFileBytes(folder / L"target"), "content");
+}
+
+// A server may know of one name only, while the client still shows both.
+TEST(MoveByLink, TheNewNameStaysUnlessBothAreCounted) {
+  const kyd_test::TempFolder folder;
+  WriteFileBytes(folder / L"source", "content");
+  const auto instead = [](const SystemCall& call) -> long {
+    if (call.number == SYS_unlink) {
+      return -EIO;
+    }
+    const long result = call.Perform();
+    if (result == 0) {
+      reinterpret_cast<struct statx*>(call.arguments[4])->stx_nlink = 1;
+    }
+    return result;
+  };
+  EXPECT_TRUE(RunWithInstead({SYS_unlink, SYS_statx}, instead, [&] {
+    return platform::MoveByLink(Native(folder / L"source"), Native(folder / L"target")) == EIO;
+  }));
+  EXPECT_EQ(ReadFileBytes(folder / L"target"), "content");
+}
+
+TEST(MoveByReservation, NothingIsRemovedWhenItCannotBeToldWhatHappened) {
+  const kyd_test::TempFolder folder;
+  WriteFileBytes(folder / L"source", "content");
+  EXPECT_TRUE(RunWithInstead({SYS_rename, SYS_statx}, FailingBlindly(SYS_rename), [&] {
+    return platform::MoveByReservation(Native(folder / L"source"), Native(folder / L"target")) ==
+           EIO;
+  }));
+  EXPECT_EQ(ReadFileBytes(folder / L"source"), "content");
+  EXPECT_TRUE(PathExists(folder / L"target"));
+}
+
+TEST(MoveByReservation, AnEmptyFileIsNotTakenForItsReservation) {
+  const kyd_test::TempFolder folder;
+  WriteFileBytes(folder / L"source", "");
+  EXPECT_TRUE(RunWithInstead({SYS_rename}, DoneButFailing(EIO), [&] {
+    return platform::MoveByReservation(Native(folder / L"source"), Native(folder / L"target")) == 0;
+  }));
+  EXPECT_TRUE(PathExists(folder / L"target"));
+}
+
+TEST(MoveByReservation, AFolderCountsAsMovedWhenItWas) {
+  for (const unsigned number : {SYS_mkdir, SYS_rename}) {
+    const kyd_test::TempFolder folder;
+    WriteFileBytes(folder.MakeFolder(L"source") + L"/inside", "content");
+    EXPECT_TRUE(RunWithInstead({number}, DoneButFailing(EIO), [&] {
+      return platform::MoveByReservation(Native(folder / L"source"), Native(folder / L"target")) ==
+             0;
+    }));
+    EXPECT_EQ(ReadFileBytes(folder / L"target/inside"), "content");
+    EXPECT_EQ(EntryCount(folder.Path()), 1U);
+  }
+}
+
+TEST(MoveReplacing, CountsAsMovedWhenItWas) {
+  for (const int error_number : {ENOENT, EIO, ESTALE, EINTR}) {
+    const kyd_test::TempFolder folder;
+    WriteFileBytes(folder / L"source", "new");
+    WriteFileBytes(folder / L"target", "old");
+    EXPECT_TRUE(RunWithInstead({SYS_rename}, DoneButFailing(error_number), [&] {
+      return platform::MoveReplacing(folder / L"source", folder / L"target");
+    })) << error_number;
+    EXPECT_EQ(ReadFileBytes(folder / L"target"), "new");
+  }
+}
+
 // ---- File systems that lack a call
 
 class MoveWithoutCalls : public testing::TestWithParam<std::vector<FailingCall>> {};
@@ -155,8 +352,11 @@ INSTANTIATE_TEST_SUITE_P(
     FileSystems, MoveWithoutCalls,
     testing::Values(std::vector<FailingCall>{{SYS_renameat2, EINVAL, std::nullopt}},
                     std::vector<FailingCall>{{SYS_renameat2, ENOSYS, std::nullopt}},
+                    std::vector<FailingCall>{{SYS_renameat2, EOPNOTSUPP, std::nullopt}},
                     std::vector<FailingCall>{{SYS_renameat2, EINVAL, std::nullopt},
                                              {SYS_link, EPERM, std::nullopt}},
+                    std::vector<FailingCall>{{SYS_renameat2, EINVAL, std::nullopt},
+                                             {SYS_link, EINVAL, std::nullopt}},
                     std::vector<FailingCall>{{SYS_renameat2, EINVAL, std::nullopt},
                                              {SYS_link, ENOTSUP, std::nullopt}},
                     std::vector<FailingCall>{{SYS_renameat2, EINVAL, std::nullopt},
@@ -213,7 +413,8 @@ TEST(MoveOnSameFileSystem, GivesTheFailureOfTheLinkWhenThatIsNotForWantOfLinks) 
 TEST(SyncFolderOf, GivesAFailureUnlessFoldersCannotBeSyncedAtAll) {
   const kyd_test::TempFolder folder;
   const std::string path = Native(folder / L"file");
-  const std::vector<std::pair<int, int>> answers = {{EIO, EIO}, {EINVAL, 0}, {ENOTSUP, 0}};
+  const std::vector<std::pair<int, int>> answers = {{EIO, EIO},  {EINVAL, 0}, {ENOTSUP, 0},
+                                                    {ENOSYS, 0}, {EBADF, 0},  {EINTR, EINTR}};
   for (const auto& [failure, answer] : answers) {
     EXPECT_TRUE(RunWithout({{SYS_fsync, failure, std::nullopt}}, [&path, expected = answer] {
       return platform::SyncFolderOf(path) == expected;
@@ -350,11 +551,9 @@ INSTANTIATE_TEST_SUITE_P(
     Calls, FailingCopy,
     testing::Values(FailedCopy{"SourceCannotBeRead", {{SYS_read, EIO, std::nullopt}}, 31},
                     FailedCopy{"SourceHasNoStatus", kyd_test::WithoutFstat(EIO), 31},
-                    FailedCopy{"SourceCannotBeFoundAgain", kyd_test::WithoutLstat(EACCES), 32},
+                    FailedCopy{"SourceCannotBeLookedAt", kyd_test::WithoutLstat(EACCES), 5},
                     FailedCopy{"DiskIsFull", {{SYS_write, ENOSPC, std::nullopt}}, 112},
                     FailedCopy{"NothingIsWritten", {{SYS_write, 0, std::nullopt}}, 112},
-                    FailedCopy{"ModeCannotBeSet", {{SYS_fchmod, EPERM, std::nullopt}}, 5},
-                    FailedCopy{"TimesCannotBeSet", {{SYS_utimensat, EPERM, std::nullopt}}, 5},
                     FailedCopy{"CopyCannotBeSynced", {{SYS_fsync, EDQUOT, std::nullopt}}, 112},
                     FailedCopy{"CopyCannotBeClosed", {{SYS_close, EDQUOT, std::nullopt}}, 112},
                     FailedCopy{"CopyCannotBePublished", {{SYS_renameat2, EXDEV, std::nullopt}}, 31},
@@ -376,7 +575,7 @@ TEST_F(MoveAcross, AFolderThatCannotBeReadIsNoFailure) {
 bool MoveWhile(const std::wstring& source, const std::wstring& target,
                const std::function<void()>& meanwhile) {
   int calls = 0;
-  const auto renameat2_instead = [&]() -> long {
+  const auto renameat2_instead = [&](const SystemCall& /*call*/) -> long {
     if (++calls == 1) {
       return -EXDEV;
     }
@@ -387,7 +586,7 @@ bool MoveWhile(const std::wstring& source, const std::wstring& target,
     }
     return 0;
   };
-  return RunWithInstead(SYS_renameat2, renameat2_instead,
+  return RunWithInstead({SYS_renameat2}, renameat2_instead,
                         [&] { return MoveWithoutReplacing(source, target); });
 }
 
@@ -411,13 +610,121 @@ TEST_F(MoveAcross, WhatIsWrittenOverInTheLastMomentStays) {
   ExpectNothingMoved("CONTENT");
 }
 
-TEST_F(MoveAcross, AFileThatTakesThePlaceInTheLastMomentStays) {
+TEST_F(MoveAcross, AFileThatTakesThePlaceInTheLastMomentStaysBesideTheCopy) {
   WriteFileBytes(source_, "content");
-  EXPECT_FALSE(MoveWhile(source_, target_, [this] {
-    std::filesystem::remove(Native(source_));
-    WriteFileBytes(source_, "another");
+  EXPECT_TRUE(MoveWhile(source_, target_, [this] {
+    WriteFileBytes(folder_ / L"new", "another");
+    std::filesystem::rename(Native(folder_ / L"new"), Native(source_));
   }));
-  ExpectNothingMoved("another");
+  EXPECT_EQ(ReadFileBytes(source_), "another");
+  EXPECT_EQ(ReadFileBytes(target_), "content");
+}
+
+TEST_F(MoveAcross, NeedsNoAttributes) {
+  for (const unsigned number : {SYS_fchown, SYS_fchmod, SYS_utimensat}) {
+    WriteFileBytes(source_, "content");
+    EXPECT_TRUE(RunWithout({{number, EPERM, std::nullopt}},
+                           [this] { return MoveWithoutReplacing(source_, target_); }));
+    EXPECT_EQ(ReadFileBytes(target_), "content");
+    EXPECT_FALSE(PathExists(source_));
+    std::filesystem::remove(Native(target_));
+  }
+}
+
+TEST_F(MoveAcross, NeedsNoSync) {
+  for (const int error_number : {EINVAL, ENOSYS, EOPNOTSUPP, EBADF}) {
+    WriteFileBytes(source_, "content");
+    EXPECT_TRUE(RunWithout({{SYS_fsync, error_number, std::nullopt}},
+                           [this] { return MoveWithoutReplacing(source_, target_); }));
+    EXPECT_EQ(ReadFileBytes(target_), "content");
+    std::filesystem::remove(Native(target_));
+  }
+}
+
+// Each call that a copying move makes is done and reports failure, or is interrupted: the content
+// is whole in at least one place, nothing else is left, and what is reported as moved was.
+class CallOfACopy : public MoveAcross, public testing::WithParamInterface<long> {
+ protected:
+  // How often the move makes the call.
+  int Calls() {
+    int count = 0;
+    WriteFileBytes(source_, "content");
+    EXPECT_TRUE(Move([&count](const SystemCall& call) {
+      ++count;
+      return call.Perform();
+    }));
+    std::filesystem::remove(Native(target_));
+    return count;
+  }
+
+  bool Move(const kyd_test::Instead& instead) {
+    return RunWithInstead({static_cast<unsigned>(GetParam())}, instead,
+                          [this] { return MoveWithoutReplacing(source_, target_); });
+  }
+
+  // A look that fails leaves both, which is never wrong; other failures leave one.
+  void ExpectWhole(bool moved, int error_number, int which) const {
+    const std::string where = std::to_string(error_number) + " at " + std::to_string(which);
+    EXPECT_EQ(ReadFileBytes(moved ? target_ : source_), "content") << where;
+    EXPECT_EQ(EntryCount(other_->Path()), PathExists(target_) ? 1U : 0U) << where;
+    if (GetParam() == SYS_statx) {
+      EXPECT_TRUE(!PathExists(target_) || ReadFileBytes(target_) == "content") << where;
+    } else {
+      EXPECT_NE(PathExists(source_), PathExists(target_)) << where;
+    }
+  }
+};
+
+TEST_P(CallOfACopy, DoneButFailingLosesNothing) {
+  const int calls = Calls();
+  EXPECT_GT(calls, 0);
+  for (const int error_number : {ENOENT, EEXIST, EIO, ESTALE, EINTR}) {
+    for (int which = 1; which <= calls; ++which) {
+      WriteFileBytes(source_, "content");
+      const bool moved = Move(DoneButFailing(error_number, which));
+      ExpectWhole(moved, error_number, which);
+      std::filesystem::remove(Native(target_));
+    }
+  }
+}
+
+TEST_P(CallOfACopy, FailingLosesNothing) {
+  const int calls = Calls();
+  for (const int error_number : {ENOENT, EEXIST, EIO, ESTALE, EACCES}) {
+    for (int which = 1; which <= calls; ++which) {
+      WriteFileBytes(source_, "content");
+      const bool moved = Move(Failing(error_number, which));
+      ExpectWhole(moved, error_number, which);
+      std::filesystem::remove(Native(target_));
+    }
+  }
+}
+
+TEST_P(CallOfACopy, InterruptedIsRepeated) {
+  const int calls = Calls();
+  for (int which = 1; which <= calls; ++which) {
+    WriteFileBytes(source_, "content");
+    EXPECT_TRUE(Move(Failing(EINTR, which))) << which;
+    EXPECT_FALSE(PathExists(source_));
+    EXPECT_EQ(ReadFileBytes(target_), "content");
+    EXPECT_EQ(EntryCount(other_->Path()), 1U);
+    std::filesystem::remove(Native(target_));
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Calls, CallOfACopy,
+                         testing::Values(SYS_openat, SYS_renameat2, SYS_statx, SYS_unlink,
+                                         SYS_fsync, SYS_read, SYS_write),
+                         [](const auto& call) { return "Call" + std::to_string(call.param); });
+
+TEST_F(MoveAcross, BothStayWhenItCannotBeToldWhetherTheSourceIsThere) {
+  WriteFileBytes(source_, "content");
+  EXPECT_TRUE(RunWithInstead({SYS_unlink, SYS_statx}, FailingBlindly(SYS_unlink), [this] {
+    return !MoveWithoutReplacing(source_, target_) &&
+           platform::LastError() == platform::kErrorGeneralFailure;
+  }));
+  EXPECT_EQ(ReadFileBytes(source_), "content");
+  EXPECT_EQ(ReadFileBytes(target_), "content");
 }
 
 TEST_F(MoveAcross, ASourceThatGrowsMeanwhileStays) {

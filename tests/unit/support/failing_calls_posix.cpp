@@ -52,14 +52,30 @@ bool RunBehind(Filter filter, const std::function<bool()>& function) {
   return result;
 }
 
-thread_local const std::function<long()>* replacement = nullptr;
+// The sixth argument of a call that the kernel is to do: calls with fewer arguments ignore it.
+constexpr long kPerform = 0x6B796421;
+
+thread_local const Instead* replacement = nullptr;
 
 // The kernel delivers a filtered call as this signal; what the handler leaves in the register of
 // results is what the call gives.
-void TakeCall(int /*signal*/, siginfo_t* /*info*/, void* context) {
+void TakeCall(int /*signal*/, siginfo_t* info, void* context) {
   const int error_number = errno;
-  static_cast<ucontext_t*>(context)->uc_mcontext.gregs[REG_RAX] = (*replacement)();
+  auto& registers = static_cast<ucontext_t*>(context)->uc_mcontext.gregs;
+  const SystemCall call{
+      static_cast<unsigned>(info->si_syscall),
+      {static_cast<long>(registers[REG_RDI]), static_cast<long>(registers[REG_RSI]),
+       static_cast<long>(registers[REG_RDX]), static_cast<long>(registers[REG_R10]),
+       static_cast<long>(registers[REG_R8])}};
+  registers[REG_RAX] = (*replacement)(call);
   errno = error_number;
+}
+
+// The `which`-th call gets a result of its own, all others the kernel's.
+Instead Nth(int which, std::function<long(const SystemCall&)> result) {
+  return [which, result = std::move(result), count = 0](const SystemCall& call) mutable {
+    return ++count == which ? result(call) : call.Perform();
+  };
 }
 
 }  // namespace
@@ -77,7 +93,13 @@ bool RunWithout(const std::vector<FailingCall>& calls, const std::function<bool(
   return RunBehind(std::move(filter), function);
 }
 
-bool RunWithInstead(unsigned number, const std::function<long()>& instead,
+long SystemCall::Perform() const noexcept {
+  const long result = syscall(static_cast<long>(number), arguments[0], arguments[1], arguments[2],
+                              arguments[3], arguments[4], kPerform);
+  return result < 0 ? -errno : result;
+}
+
+bool RunWithInstead(const std::vector<unsigned>& numbers, const Instead& instead,
                     const std::function<bool()>& function) {
   struct sigaction taking = {};
   struct sigaction earlier = {};
@@ -85,13 +107,30 @@ bool RunWithInstead(unsigned number, const std::function<long()>& instead,
   taking.sa_flags = SA_SIGINFO;
   EXPECT_EQ(sigaction(SIGSYS, &taking, &earlier), 0);
   Filter filter;
-  Append(filter, number, std::nullopt, SECCOMP_RET_TRAP);
+  for (const unsigned number : numbers) {
+    Append(filter, number, CallArgument{5, static_cast<std::uint32_t>(kPerform)},
+           SECCOMP_RET_ALLOW);
+    Append(filter, number, std::nullopt, SECCOMP_RET_TRAP);
+  }
   const bool result = RunBehind(std::move(filter), [&] {
     replacement = &instead;
     return function();
   });
   sigaction(SIGSYS, &earlier, nullptr);
   return result;
+}
+
+Instead DoneButFailing(int error_number, int which) {
+  return Nth(which, [error_number](const SystemCall& call) {
+    static_cast<void>(call.Perform());
+    return -static_cast<long>(error_number);
+  });
+}
+
+Instead Failing(int error_number, int which) {
+  return Nth(which, [error_number](const SystemCall& /*call*/) {
+    return -static_cast<long>(error_number);
+  });
 }
 
 std::vector<FailingCall> WithoutFstat(int error_number) {
@@ -101,6 +140,7 @@ std::vector<FailingCall> WithoutFstat(int error_number) {
 
 std::vector<FailingCall> WithoutLstat(int error_number) {
   return {{SYS_lstat, error_number, std::nullopt},
+          {SYS_statx, error_number, std::nullopt},
           {SYS_newfstatat, error_number, CallArgument{3, AT_SYMLINK_NOFOLLOW}}};
 }
 

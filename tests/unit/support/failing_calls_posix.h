@@ -1,6 +1,7 @@
 // System calls that fail, or during which something happens, as often as a test needs it.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <functional>
 #include <optional>
@@ -29,15 +30,33 @@ struct FailingCall {
 // gives its result. LastError and errno are the thread's: look at them inside.
 bool RunWithout(const std::vector<FailingCall>& calls, const std::function<bool()>& function);
 
-// Runs a function in a thread in which `instead` takes the place of a system call: its result is
-// the call's, a negative one an error number. `instead` must not use that call itself.
-bool RunWithInstead(unsigned number, const std::function<long()>& instead,
+// A system call on its way to the kernel.
+struct SystemCall {
+  unsigned number;                // SYS_...
+  std::array<long, 5> arguments;  // calls with more cannot be taken
+
+  // Has the kernel do it: its result, a negative one an error number.
+  [[nodiscard]] long Perform() const noexcept;
+};
+
+// Gives the result of a call; a negative one is an error number.
+using Instead = std::function<long(const SystemCall&)>;
+
+// Runs a function in a thread in which `instead` takes the place of some system calls. `instead`
+// must not use those calls itself, other than through Perform.
+bool RunWithInstead(const std::vector<unsigned>& numbers, const Instead& instead,
                     const std::function<bool()>& function);
+
+// The `which`-th call, from 1 on, is done, but fails with an error number.
+[[nodiscard]] Instead DoneButFailing(int error_number, int which = 1);
+
+// The `which`-th call fails with an error number without being done.
+[[nodiscard]] Instead Failing(int error_number, int which = 1);
 
 // fstat of any file fails, stat and lstat do not.
 [[nodiscard]] std::vector<FailingCall> WithoutFstat(int error_number);
 
-// lstat of any path fails, stat and fstat do not.
+// lstat of any path fails, also through statx; stat and fstat do not.
 [[nodiscard]] std::vector<FailingCall> WithoutLstat(int error_number);
 
 }  // namespace kyd_test

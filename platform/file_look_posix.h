@@ -1,0 +1,40 @@
+// What really lies under a name, asked after a call whose answer alone cannot be relied on.
+//
+// A call that reports failure may have done its work: a network file system repeats a request whose
+// answer was lost, and the repeated one finds the work done.
+#pragma once
+
+#include <sys/stat.h>
+#include <sys/types.h>
+
+#include <cerrno>
+#include <string>
+
+namespace platform {
+
+struct Entry {
+  int error_number = 0;  // 0: there is an entry. ENOENT: there is none. Others: unknown
+  // The rest is valid for an entry that is there.
+  dev_t device = 0;
+  ino_t inode = 0;
+  mode_t mode = 0;
+  nlink_t links = 0;
+  off_t size = 0;
+
+  [[nodiscard]] bool IsPresent() const noexcept { return error_number == 0; }
+  [[nodiscard]] bool IsAbsent() const noexcept { return error_number == ENOENT; }
+};
+
+// Looks at the entry itself, a link is not followed. A network file system asks its server (statx
+// with AT_STATX_FORCE_SYNC).
+[[nodiscard]] Entry LookAt(const std::string& path) noexcept;
+
+[[nodiscard]] Entry EntryOf(const struct stat& status) noexcept;
+
+// Whether both are there and are the same file (device and inode). Unknown is not the same.
+[[nodiscard]] bool IsSame(const Entry& a, const Entry& b) noexcept;
+
+// Whether the name verifiably stands for the file no longer: there is nothing, or another file.
+[[nodiscard]] bool HasLost(const Entry& name, const Entry& file) noexcept;
+
+}  // namespace platform
