@@ -11,6 +11,7 @@
 #include "platform/errno_posix.h"
 #include "platform/error.h"
 #include "platform/fd_posix.h"
+#include "platform/file_look_posix.h"
 #include "platform/file_move_posix.h"
 #include "platform/text.h"
 
@@ -24,12 +25,23 @@ constexpr mode_t kNewFolderMode = 0755;
 constexpr std::size_t kLargestTransfer = std::size_t{1} << 30;
 
 // Opens a regular file and locks it (flock). A lock stands for the share mode: exclusive for a file
-// that nobody else may have open or write to, shared beside other readers.
+// that nobody else may have open or write to, shared beside other readers. Where the file system
+// has no locks, the file is opened without one.
 UniqueFd OpenLocked(const std::wstring& path, int flags, int lock) {
-  UniqueFd fd = OpenRegularFile(ToNativePath(path), flags, kNewFileMode);
-  if (fd && flock(fd.Get(), lock | LOCK_NB) != 0) {
+  const std::string native = ToNativePath(path);
+  UniqueFd fd = OpenRegularFile(native, flags, kNewFileMode);
+  if (!fd || TryLock(fd.Get(), lock)) {
+    return fd;
+  }
+  int error_number = errno;
+  // A network file system locks exclusively only what is open for writing. A shared lock is refused
+  // as well while a writer holds his.
+  if (error_number == EBADF && lock == LOCK_EX) {
+    error_number = TryLock(fd.Get(), LOCK_SH) ? 0 : errno;
+  }
+  if (error_number != 0 && !IsMissingLock(error_number)) {
     fd.Reset();
-    SetLastError(kErrorSharingViolation);
+    RecordErrno(error_number, native);
   }
   return fd;
 }
@@ -204,19 +216,14 @@ bool MoveWithoutReplacing(const std::wstring& source, const std::wstring& target
   if (error_number == 0) {
     return true;
   }
-  struct stat status;
-  const bool source_is_there = lstat(from.c_str(), &status) == 0;
-  return Failed(error_number, source_is_there ? to : from);
+  return Failed(error_number, LookAt(from).IsPresent() ? to : from);
 }
 
 bool MoveReplacing(const std::wstring& source, const std::wstring& target) {
   const std::string from = ToNativePath(source);
   const std::string to = ToNativePath(target);
-  if (rename(from.c_str(), to.c_str()) != 0) {
-    const int error_number = errno;
-    struct stat status;
-    const bool source_is_there = lstat(from.c_str(), &status) == 0;
-    return Failed(error_number, source_is_there ? to : from);
+  if (const int error_number = MoveOver(from, to)) {
+    return Failed(error_number, LookAt(from).IsPresent() ? to : from);
   }
   if (const int error_number = SyncFolderOf(to)) {
     return Failed(error_number, to);
@@ -226,7 +233,12 @@ bool MoveReplacing(const std::wstring& source, const std::wstring& target) {
 
 bool RemoveFile(const std::wstring& path) {
   const std::string native = ToNativePath(path);
-  return unlink(native.c_str()) == 0 || Failed(errno, native);
+  if (Uninterrupted([&] { return unlink(native.c_str()); }) == 0) {
+    return true;
+  }
+  const int error_number = errno;
+  // Whatever the failure: what has gone is removed. ENOENT, however, is an answer of its own.
+  return (error_number != ENOENT && LookAt(native).IsAbsent()) || Failed(error_number, native);
 }
 
 bool IsFolder(const std::wstring& path) {

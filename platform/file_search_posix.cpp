@@ -11,6 +11,7 @@
 
 #include "platform/errno_posix.h"
 #include "platform/error.h"
+#include "platform/fd_posix.h"
 #include "platform/text.h"
 #include "platform/unique_handle.h"
 
@@ -27,13 +28,38 @@ struct DirectoryCloser {
   }
 };
 
+// Calls that give a pointer, repeated when interrupted.
+
+DIR* OpenFolder(const std::string& folder) {
+  DIR* directory = nullptr;
+  static_cast<void>(Uninterrupted([&] { return (directory = opendir(folder.c_str())) ? 0 : -1; }));
+  return directory;
+}
+
+// Null with errno 0 at the end.
+const dirent* NextEntry(DIR* directory) {
+  const dirent* entry = nullptr;
+  static_cast<void>(Uninterrupted([&] {
+    errno = 0;
+    // Nobody else reads this stream.
+    entry = readdir(directory);  // NOLINT(concurrency-mt-unsafe)
+    return entry != nullptr ? 0 : -1;
+  }));
+  return entry;
+}
+
+// fstatat(2) that follows links, repeated when interrupted.
+bool StatusOf(DIR* directory, const char* name, struct stat& status) {
+  return Uninterrupted([&] { return fstatat(dirfd(directory), name, &status, 0); }) == 0;
+}
+
 bool IsFolderEntry(DIR* directory, const dirent& entry) {
   if (entry.d_type != DT_LNK && entry.d_type != DT_UNKNOWN) {
     return entry.d_type == DT_DIR;
   }
   struct stat status;
   // A link to nothing, or an entry that has vanished by now, is no folder.
-  return fstatat(dirfd(directory), entry.d_name, &status, 0) == 0 && S_ISDIR(status.st_mode);
+  return StatusOf(directory, entry.d_name, status) && S_ISDIR(status.st_mode);
 }
 
 }  // namespace
@@ -68,7 +94,7 @@ bool FileSearch::First(const std::wstring& pattern) {
   if (handle->ending == L".*") {
     handle->ending.clear();
   }
-  handle->directory.Reset(opendir(handle->folder.c_str()));
+  handle->directory.Reset(OpenFolder(handle->folder));
   if (!handle->directory) {
     const int error_number = errno;
     SetLastError(error_number == ENOENT ? kErrorPathNotFound : NumberOfErrno(error_number));
@@ -92,9 +118,7 @@ bool FileSearch::Next() {
   }
   DIR* const directory = handle_->directory.Get();
   for (;;) {
-    errno = 0;
-    // Nobody else reads this stream.
-    const dirent* const entry = readdir(directory);  // NOLINT(concurrency-mt-unsafe)
+    const dirent* const entry = NextEntry(directory);
     if (entry == nullptr) {
       SetLastError(errno == 0 ? kErrorNoMoreFiles : NumberOfErrno(errno));
       return false;
@@ -114,7 +138,7 @@ std::optional<EntryDetails> FileSearch::Details() const {
     SetLastError(kErrorFileNotFound);
     return std::nullopt;
   }
-  if (fstatat(dirfd(handle_->directory.Get()), handle_->entry.c_str(), &status, 0) != 0) {
+  if (!StatusOf(handle_->directory.Get(), handle_->entry.c_str(), status)) {
     SetLastError(NumberOfErrno(errno));
     return std::nullopt;
   }

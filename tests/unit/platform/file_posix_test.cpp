@@ -1,5 +1,6 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -7,6 +8,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstring>
 #include <optional>
 
@@ -90,6 +92,174 @@ TEST_F(FilePosixTest, AFileWhoseKindCannotBeToldIsNotOpened) {
     return !File::OpenExclusive(path_).IsOpen() &&
            platform::LastError() == platform::kErrorGeneralFailure;
   }));
+}
+
+// The ways to open a file with a lock.
+bool OpensInEveryWay(const std::wstring& path) {
+  const platform::CFileAccessSecurity security(0);
+  bool open = File::OpenExclusive(path).IsOpen();
+  open = File::OpenShared(path).IsOpen() && open;
+  return File::OpenForWriting(path, security).IsOpen() && open;
+}
+
+TEST_F(FilePosixTest, NeedsNoLocksWhereThereAreNone) {
+  kyd_test::WriteFileBytes(path_, "content");
+  for (const int error_number : {EBADF, ENOLCK, ENOSYS, EOPNOTSUPP, EINVAL}) {
+    EXPECT_TRUE(kyd_test::RunWithout({{SYS_flock, error_number, std::nullopt}}, [this] {
+      return OpensInEveryWay(path_);
+    })) << error_number;
+  }
+}
+
+TEST_F(FilePosixTest, ALockThatAnotherHoldsIsASharingViolation) {
+  kyd_test::WriteFileBytes(path_, "content");
+  EXPECT_TRUE(kyd_test::RunWithout({{SYS_flock, EWOULDBLOCK, std::nullopt}}, [this] {
+    return !File::OpenExclusive(path_).IsOpen() &&
+           platform::LastError() == platform::kErrorSharingViolation;
+  }));
+}
+
+TEST_F(FilePosixTest, ALockThatFailsIsNoSharingViolation) {
+  kyd_test::WriteFileBytes(path_, "content");
+  EXPECT_TRUE(kyd_test::RunWithout({{SYS_flock, EIO, std::nullopt}}, [this] {
+    return !File::OpenExclusive(path_).IsOpen() &&
+           platform::LastError() == platform::kErrorGeneralFailure;
+  }));
+}
+
+// As a network file system has it: exclusive locks for writers only.
+TEST_F(FilePosixTest, WithoutAnExclusiveLockASharedOneNoticesAWriter) {
+  kyd_test::WriteFileBytes(path_, "content");
+  const kyd_test::CallArgument exclusive{1, LOCK_EX | LOCK_NB};
+  const auto open_exclusive = [&] {
+    return kyd_test::RunWithout({{SYS_flock, EBADF, exclusive}},
+                                [this] { return File::OpenExclusive(path_).IsOpen(); });
+  };
+  EXPECT_TRUE(open_exclusive());
+  const platform::CFileAccessSecurity security(0);
+  const File writer = File::OpenForWriting(path_, security);
+  ASSERT_TRUE(writer.IsOpen());
+  EXPECT_FALSE(open_exclusive());
+}
+
+TEST_F(FilePosixTest, RepeatsWhatIsInterrupted) {
+  kyd_test::WriteFileBytes(folder_ / L"a.log", "content");
+  for (const unsigned number :
+       {SYS_openat, SYS_flock, SYS_read, SYS_write, SYS_unlink, SYS_getdents64}) {
+    kyd_test::WriteFileBytes(path_, "content");
+    EXPECT_TRUE(kyd_test::RunWithInstead({number}, kyd_test::Failing(EINTR), [this] {
+      char bytes[8];
+      platform::FileSearch search;
+      bool done = search.First(folder_ / L"*.log");
+      done = File::OpenExclusive(path_).Read(bytes, 8) == 7U && done;
+      const platform::CFileAccessSecurity security(0);
+      done = File::OpenForWriting(path_, security).Write("x", 1) == 1U && done;
+      return platform::RemoveFile(path_) && done;
+    })) << number;
+  }
+}
+
+TEST_F(FilePosixTest, WhatIsAlwaysInterruptedFails) {
+  kyd_test::WriteFileBytes(path_, "content");
+  EXPECT_FALSE(kyd_test::RunWithout({{SYS_read, EINTR, std::nullopt}}, [this] {
+    char byte = 0;
+    return File::OpenShared(path_).Read(&byte, 1).has_value();
+  }));
+}
+
+TEST_F(FilePosixTest, ReadsOnAfterAShortRead) {
+  kyd_test::WriteFileBytes(path_, "content");
+  const auto one_byte = [](const kyd_test::SystemCall& call) {
+    kyd_test::SystemCall shorter = call;
+    shorter.arguments[2] = call.arguments[2] > 0 ? 1 : 0;
+    return shorter.Perform();
+  };
+  EXPECT_TRUE(kyd_test::RunWithInstead({SYS_read}, one_byte, [this] {
+    char bytes[8] = {};
+    return File::OpenShared(path_).Read(bytes, sizeof bytes) == 7U &&
+           std::strcmp(bytes, "content") == 0;
+  }));
+}
+
+TEST_F(FilePosixTest, ALineOfTheLogIsWrittenWholeInShortWrites) {
+  const auto one_byte = [](const kyd_test::SystemCall& call) {
+    kyd_test::SystemCall shorter = call;
+    shorter.arguments[2] = 1;
+    return shorter.Perform();
+  };
+  EXPECT_TRUE(kyd_test::RunWithInstead({SYS_write}, one_byte, [this] {
+    platform::Utf8AppendFile(path_).Write(L"line\n");
+    return true;
+  }));
+  EXPECT_EQ(kyd_test::ReadFileBytes(path_), "\xEF\xBB\xBFline\r\n");
+}
+
+// ---- Leases
+
+// As the kernel answers an open that would have to wait for another's lease.
+long RefuseWithoutWaiting(const kyd_test::SystemCall& call) {
+  return (call.arguments[2] & O_NONBLOCK) != 0 ? -EAGAIN : call.Perform();
+}
+
+TEST_F(FilePosixTest, WaitsForTheEndOfALease) {
+  kyd_test::WriteFileBytes(path_, "content");
+  EXPECT_TRUE(kyd_test::RunWithInstead({SYS_openat}, &RefuseWithoutWaiting,
+                                       [this] { return OpensInEveryWay(path_); }));
+  ASSERT_EQ(symlink("entry", Native(folder_ / L"link").c_str()), 0);
+  EXPECT_TRUE(kyd_test::RunWithInstead({SYS_openat}, &RefuseWithoutWaiting, [this] {
+    platform::Utf8AppendFile(path_).Write(L"\n");
+    return File::OpenExclusive(folder_ / L"link").IsOpen();
+  }));
+  EXPECT_EQ(kyd_test::ReadFileBytes(path_), "content\r\n");
+}
+
+TEST_F(FilePosixTest, WaitsForNothingButRegularFiles) {
+  ASSERT_EQ(mkfifo(Native(path_).c_str(), 0600), 0);
+  EXPECT_TRUE(kyd_test::RunWithInstead({SYS_openat}, &RefuseWithoutWaiting, [this] {
+    return !File::OpenExclusive(path_).IsOpen() &&
+           platform::LastError() == platform::kErrorSharingViolation;
+  }));
+}
+
+int lease = -1;
+
+void GiveUpLease(int /*signal*/) {
+  fcntl(lease, F_SETLEASE, F_UNLCK);
+}
+
+TEST_F(FilePosixTest, OpensAFileThatAnotherProgramHasLeased) {
+  kyd_test::WriteFileBytes(path_, "content");
+  lease = open(Native(path_).c_str(), O_RDONLY | O_CLOEXEC);
+  struct sigaction giving_up = {};
+  struct sigaction earlier = {};
+  giving_up.sa_handler = &GiveUpLease;
+  sigaction(SIGIO, &giving_up, &earlier);
+  const bool leased = fcntl(lease, F_SETLEASE, F_RDLCK) == 0;
+  if (leased) {
+    // A reader's lease has to go before anybody writes.
+    const platform::CFileAccessSecurity security(0);
+    EXPECT_TRUE(File::OpenForWriting(path_, security).IsOpen());
+  }
+  sigaction(SIGIO, &earlier, nullptr);
+  close(lease);
+  if (!leased) {
+    GTEST_SKIP() << "this file system has no leases";
+  }
+}
+
+// ---- Removing
+
+TEST_F(FilePosixTest, WhatHasGoneIsRemovedWhateverTheSystemSays) {
+  for (const int error_number : {EIO, ESTALE, EINTR}) {
+    kyd_test::WriteFileBytes(path_, "content");
+    const auto remove = [&] {
+      return platform::RemoveFile(path_) || platform::LastError() == platform::kErrorFileNotFound;
+    };
+    EXPECT_TRUE(
+        kyd_test::RunWithInstead({SYS_unlink}, kyd_test::DoneButFailing(error_number), remove))
+        << error_number;
+    EXPECT_FALSE(kyd_test::PathExists(path_));
+  }
 }
 
 TEST_F(FilePosixTest, AReadThatFailsSaysWhy) {
