@@ -7,8 +7,8 @@
 namespace platform {
 
 // Windows: a named mutex "Global\" + name, created and held, never waited on (CreateMutexW). Linux:
-// /run/lock/<name>, held with a non-blocking exclusive flock. A process that ends, however, gives
-// the name back.
+// /run/lock/<name>, held with a non-blocking exclusive flock; where that file system has no locks, a
+// name of Unix sockets that stands for the file. A process that ends, however, gives the name back.
 class SingleInstance {
  public:
   explicit SingleInstance(const std::wstring& name);

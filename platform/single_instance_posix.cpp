@@ -1,7 +1,11 @@
-// One owner per machine through a locked file.
+// One owner per machine through a locked file, or a name of sockets where files have no locks.
 #include "platform/single_instance.h"
 
 #include <sys/file.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#include <cstddef>
 
 #include "platform/errno_posix.h"
 #include "platform/error.h"
@@ -36,10 +40,34 @@ UniqueFd OpenLockFile(const std::string& path) {
   return {};
 }
 
+// Holds the place where files cannot be locked: by a name of Unix sockets that is in no file system
+// (unix(7), abstract) and that the kernel, too, gives back when the process ends. The lock file's
+// numbers are the name, so that only runs that share the file shut each other out.
+UniqueFd BindInPlaceOfLock(const UniqueFd& lock_file) {
+  struct stat status;
+  UniqueFd place(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  if (!place || fstat(lock_file.Get(), &status) != 0) {
+    SetLastError(NumberOfErrno(errno));
+    return {};
+  }
+  const std::string name =
+      "kyd-instance-" + std::to_string(status.st_dev) + "-" + std::to_string(status.st_ino);
+  sockaddr_un address = {};
+  address.sun_family = AF_UNIX;
+  name.copy(address.sun_path + 1, sizeof address.sun_path - 1);  // behind the NUL of such names
+  const auto size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + name.size());
+  if (bind(place.Get(), reinterpret_cast<const sockaddr*>(&address), size) != 0) {
+    SetLastError(errno == EADDRINUSE ? kErrorAlreadyExists : NumberOfErrno(errno));
+    return {};
+  }
+  return place;
+}
+
 }  // namespace
 
 struct SingleInstance::Handle {
-  UniqueFd lock;
+  UniqueFd file;
+  UniqueFd place;  // only where the file cannot be locked
 };
 
 SingleInstance::SingleInstance(const std::wstring& name) {
@@ -48,18 +76,24 @@ SingleInstance::SingleInstance(const std::wstring& name) {
     return;
   }
   auto handle = std::make_unique<Handle>();
-  handle->lock = OpenLockFile(UnderSysroot("/run/lock/" + ToNativePath(name)));
-  if (!handle->lock) {
+  handle->file = OpenLockFile(UnderSysroot("/run/lock/" + ToNativePath(name)));
+  if (!handle->file) {
     return;
   }
-  if (flock(handle->lock.Get(), LOCK_EX | LOCK_NB) != 0) {
-    SetLastError(kErrorAlreadyExists);
-    return;
+  if (!TryLock(handle->file.Get(), LOCK_EX)) {
+    if (!IsMissingLock(errno)) {
+      SetLastError(errno == EWOULDBLOCK ? kErrorAlreadyExists : NumberOfErrno(errno));
+      return;
+    }
+    handle->place = BindInPlaceOfLock(handle->file);
+    if (!handle->place) {
+      return;
+    }
   }
   handle_ = std::move(handle);
 }
 
-// The file stays: whoever removed it could take it away from under a new owner's lock.
+// The file stays: removing it could take it away from under a new owner's lock.
 SingleInstance::~SingleInstance() = default;
 
 }  // namespace platform

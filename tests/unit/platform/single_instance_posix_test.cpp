@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <csignal>
 #include <filesystem>
+#include <functional>
 
 #include "platform/error.h"
 #include "platform/single_instance.h"
@@ -82,6 +83,59 @@ TEST(SingleInstanceFile, IsNobodysWhenItCannotBeMade) {
                                                                  : platform::kErrorAlreadyExists);
         }));
   }
+}
+
+// ---- Where files have no locks
+
+class WithoutLocks : public testing::TestWithParam<int> {
+ protected:
+  bool Run(const std::function<bool()>& function) const {
+    return kyd_test::RunWithout({{SYS_flock, GetParam(), std::nullopt}}, function);
+  }
+};
+
+TEST_P(WithoutLocks, ThereIsStillOneOwnerAtATime) {
+  const kyd_test::TestSysroot sysroot;
+  EXPECT_TRUE(Run([] {
+    const platform::SingleInstance first(kName);
+    const platform::SingleInstance second(kName);
+    return first.IsOwner() && !second.IsOwner() &&
+           platform::LastError() == platform::kErrorAlreadyExists;
+  }));
+  EXPECT_TRUE(Run([] { return platform::SingleInstance(kName).IsOwner(); }));
+}
+
+TEST_P(WithoutLocks, OtherFilesHaveTheirOwnOwners) {
+  EXPECT_TRUE(Run([] {
+    const kyd_test::TestSysroot sysroot;
+    const platform::SingleInstance first(kName);
+    const platform::SingleInstance other(L"KydPlatformTestsOtherString");
+    return first.IsOwner() && other.IsOwner();
+  }));
+}
+
+INSTANTIATE_TEST_SUITE_P(FileSystems, WithoutLocks,
+                         testing::Values(EBADF, ENOLCK, ENOSYS, EOPNOTSUPP));
+
+TEST(SingleInstanceFile, IsNobodysWhenNeitherLockNorNameCanBeHad) {
+  const kyd_test::TestSysroot sysroot;
+  EXPECT_TRUE(kyd_test::RunWithout(
+      {{SYS_flock, ENOLCK, std::nullopt}, {SYS_socket, EAFNOSUPPORT, std::nullopt}},
+      [] { return !platform::SingleInstance(kName).IsOwner(); }));
+}
+
+TEST(SingleInstanceFile, IsNobodysWhenLockingFails) {
+  const kyd_test::TestSysroot sysroot;
+  EXPECT_TRUE(kyd_test::RunWithout({{SYS_flock, EIO, std::nullopt}}, [] {
+    return !platform::SingleInstance(kName).IsOwner() &&
+           platform::LastError() == platform::kErrorGeneralFailure;
+  }));
+}
+
+TEST(SingleInstanceFile, IsLockedAlsoWhenInterrupted) {
+  const kyd_test::TestSysroot sysroot;
+  EXPECT_TRUE(kyd_test::RunWithInstead({SYS_flock}, kyd_test::Failing(EINTR),
+                                       [] { return platform::SingleInstance(kName).IsOwner(); }));
 }
 
 TEST(SingleInstanceFile, IsNeverALinkOrAFolder) {
