@@ -45,9 +45,13 @@ def build(dist: Path, time: int) -> dict[str, list[linked.Component]]:
     components = linked.components(BUILD, PROGRAMS)
     inside = [component for component in components if component.linkage == "static"]
     linked.write_licences(inside, source / "texts/licenses")
-    for part in ("linux", "diagnostic-log"):
+    for part in ("linux/system-user", "diagnostic-log"):
         for file in project.files_below(ROOT / "deploy" / part):
             project.copy(ROOT / "deploy" / part / file, source / "examples" / file)
+    for kind in ("service", "timer", "default"):
+        project.copy(ROOT / f"deploy/linux/{PACKAGE}.{kind}", source / f"debian/{PACKAGE}.{kind}")
+    project.copy(ROOT / "deploy/linux/check-settings", source / "bin/check-settings")
+    (source / "bin/check-settings").chmod(0o755)
     shutil.copytree(ROOT / "packaging/man", source / "man")
 
     project.settle(source, time)

@@ -43,8 +43,8 @@ LICENCES = {
     "rapidjson-dev": "MIT",
 }
 REST_SOURCES = ROOT / "cmake/cpprestsdk"
-# The linker's or the compiler's name for what the build itself brings.
-_BUILD_HEADERS = "./deps/include/"
+# The compiler's name for headers that the build links to; a compiler cache leaves out the "./".
+_BUILD_HEADERS = re.compile(r"^(?:\./)?deps/include/")
 
 
 @dataclass(frozen=True)
@@ -197,7 +197,7 @@ def components(build: Path, targets: Iterable[str]) -> list[Component]:
         rest = rest or any(path.endswith("/libcpprest.a") for path in objects)
         used |= {path for path in objects if not path.endswith("/libcpprest.a")}
         for source in _sources(program, objdump):
-            source = source.replace(_BUILD_HEADERS, "/usr/include/", 1)
+            source = _BUILD_HEADERS.sub("/usr/include/", source)
             # Files that packages were built from do not exist here; their objects are known from the map.
             if source.startswith("/") and os.path.exists(source):
                 used.add(source)

@@ -28,6 +28,16 @@ SHOWN_ONLY = {
     "reg import on.reg": "of Windows; tests/e2e/test_deploy.py imports the file",
     "reg import off.reg": "of Windows; tests/e2e/test_deploy.py imports the file",
     "dpkg -i kydloguploader_1.0.0-1_amd64.deb": "changes the machine; tests/package/test_debian.py installs it",
+    **dict.fromkeys((
+        "systemctl enable --now kydloguploader.timer",
+        "journalctl -u kydloguploader",
+        "cd /usr/share/doc/kydloguploader/examples",
+        "install -D -m 644 kydloguploader.sysusers.conf /etc/sysusers.d/kydloguploader.conf",
+        "systemd-sysusers",
+        "install -D -m 644 user.conf /etc/systemd/system/kydloguploader.service.d/user.conf",
+        "systemctl daemon-reload",
+        "install -d -o kydloguploader -m 750 /var/log/DebugSSO",
+    ), "changes the machine; tests/package/test_debian_machine.py runs it"),
     "KydLogUploader-1.0.0-windows-x64-setup.exe /S": "of Windows; tests/package/test_installer.py runs it",
     "vcpkg install cpprestsdk boost-exception rapidjson fmt utfcpp cli11":
         "of Visual Studio's preset, which the tests do not exercise",

@@ -20,6 +20,8 @@ POLICY_TEXTS = DEPLOY / "windows/PolicyDefinitions/en-US/KydLogUploader.adml"
 TASK = DEPLOY / "windows/KydLogUploader.task.xml"
 SERVICE = DEPLOY / "linux/kydloguploader.service"
 TIMER = DEPLOY / "linux/kydloguploader.timer"
+CHECK = DEPLOY / "linux/check-settings"
+DEFAULTS = DEPLOY / "linux/kydloguploader.default"
 
 POLICY_SPACE = {"p": "http://schemas.microsoft.com/GroupPolicy/2006/07/PolicyDefinitions"}
 TASK_SPACE = {"t": "http://schemas.microsoft.com/windows/2004/02/mit/task"}
@@ -301,10 +303,32 @@ def unit(path):
 
 def test_arguments_of_the_service_upload(machine, service):
     section = unit(SERVICE)["Service"]
-    variables = dict(one.split("=", 1) for one in section["Environment"].split("\n"))
+    # What the settings name is what the unit passes on.
+    settings = [line.removesuffix("=") for line in DEFAULTS.read_text("ascii").splitlines()
+                if line and line[0] != "#"]
     program, *arguments = shlex.split(section["ExecStart"])
     assert program.endswith("/KydLogUploader")
-    run_with(machine, [variables[one.strip("${}")] for one in arguments])
+    assert [one.strip("${}") for one in arguments] == settings == ["TENANT", "LOG_DIR"]
+    run_with(machine, ["tenant.example.com", "/srv/kydlog"])
+
+
+@pytest.mark.parametrize("tenant, ok", [
+    ("tenant.example.com", True), ("tenant.example.com:8443", True), ("[::1]:8443", True),
+    ("", False), ("https://tenant.example.com", False), ("a b", False), ("a/../b", False), ('"a"', False),
+    ("a\nb", False), ("größe.example.com", False),
+])
+def test_settings_are_checked_before_the_program_starts(tmp_path, tenant, ok):
+    log_dir = tmp_path / "kyd 'log' $HOME größe"
+    log_dir.mkdir()
+    finished = subprocess.run(
+        [CHECK], env={**os.environ, "TENANT": tenant, "LOG_DIR": os.fspath(log_dir)}, check=False,
+        capture_output=True, text=True, timeout=60,
+    )
+    if ok:
+        assert (finished.returncode, finished.stdout, finished.stderr) == (0, "", "")
+    else:
+        assert (finished.returncode, finished.stdout) == (78, "")
+        assert finished.stderr.startswith("TENANT ")
 
 
 def test_service_runs_once_and_not_for_ever():
@@ -324,11 +348,13 @@ def test_units_are_valid(platform, tmp_path):
     analyze = shutil.which("systemd-analyze")
     if analyze is None:
         pytest.skip("there is no systemd-analyze")
-    program = os.fspath(platform.bin_folder / platform.program_name)
     text = SERVICE.read_text("ascii")
-    assert "/opt/kydloguploader/KydLogUploader" in text
+    for installed, here in (("/usr/sbin/KydLogUploader", platform.bin_folder / platform.program_name),
+                            ("/usr/lib/kydloguploader/check-settings", CHECK)):
+        assert f"={installed}" in text
+        text = text.replace(installed, os.fspath(here))
     units = [tmp_path / SERVICE.name, tmp_path / TIMER.name]
-    units[0].write_text(text.replace("/opt/kydloguploader/KydLogUploader", program), "ascii")
+    units[0].write_text(text, "ascii")
     shutil.copy2(TIMER, units[1])
     finished = subprocess.run(
         [analyze, "verify", "--man=no", *units], capture_output=True, text=True, timeout=60, check=False

@@ -97,7 +97,9 @@ def test_debian_package_has_programs_documents_and_examples(debian_files):
         "usr/share/man/man8/KydLogUploader.8", "usr/share/man/man1/KydUploadStatus.1",
         "usr/share/lintian/overrides/kydloguploader",
         f"{documentation}changelog.Debian", f"{documentation}copyright",
-        f"{documentation}examples/kydloguploader.service", f"{documentation}examples/kydloguploader.timer",
+        "lib/systemd/system/kydloguploader.service", "lib/systemd/system/kydloguploader.timer",
+        "etc/default/kydloguploader", "usr/lib/kydloguploader/check-settings",
+        f"{documentation}examples/kydloguploader.sysusers.conf", f"{documentation}examples/user.conf",
         f"{documentation}examples/on.reg", f"{documentation}examples/off.reg",
         f"{documentation}examples/default.reg",
     }
