@@ -45,7 +45,7 @@ def build(dist: Path, time: int) -> dict[str, list[linked.Component]]:
     components = linked.components(BUILD, PROGRAMS)
     inside = [component for component in components if component.linkage == "static"]
     linked.write_licences(inside, source / "texts/licenses")
-    for part in ("linux/system-user", "diagnostic-log"):
+    for part in ("linux/system-user", "diagnostic-log", "monitoring"):
         for file in project.files_below(ROOT / "deploy" / part):
             project.copy(ROOT / "deploy" / part / file, source / "examples" / file)
     for kind in ("service", "timer", "default"):

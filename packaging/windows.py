@@ -131,7 +131,7 @@ def build(
         _split_symbols(name, product / name, symbols / f"{name}.debug", time)
     for document in project.documents():
         _text(ROOT / document, product / document)
-    for part in ("diagnostic-log", "windows"):
+    for part in ("diagnostic-log", "monitoring", "windows"):
         for file in project.files_below(ROOT / "deploy" / part):
             project.copy(ROOT / "deploy" / part / file, product / "deploy" / part / file)
     _text(ROOT / "LICENSE", product / "LICENSE.txt")

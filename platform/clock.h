@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 
 namespace platform {
 
@@ -15,6 +16,11 @@ struct LocalTime {
   int second = 0;
   int millisecond = 0;
 };
+
+// Seconds since 1970 of a moment in local time, by the machine's time zone
+// (TzSpecificLocalTimeToSystemTime). Of an hour that is there twice, either. Nothing when there is
+// no such moment.
+[[nodiscard]] std::optional<std::int64_t> SecondsOf(const LocalTime& local);
 
 class Clock {
  public:

@@ -38,6 +38,27 @@ class RealClock final : public Clock {
 
 }  // namespace
 
+std::optional<std::int64_t> SecondsOf(const LocalTime& local) {
+  tm parts = {};
+  parts.tm_year = local.year - 1900;
+  parts.tm_mon = local.month - 1;
+  parts.tm_mday = local.day;
+  parts.tm_hour = local.hour;
+  parts.tm_min = local.minute;
+  parts.tm_sec = local.second;
+  parts.tm_isdst = -1;
+  const tm wanted = parts;
+  const std::int64_t seconds = mktime(&parts);
+  // The 31st of April would be the 1st of May; an hour that is skipped may move.
+  const bool same_day = parts.tm_year == wanted.tm_year && parts.tm_mon == wanted.tm_mon &&
+                        parts.tm_mday == wanted.tm_mday && parts.tm_min == wanted.tm_min &&
+                        parts.tm_sec == wanted.tm_sec;
+  if (!same_day || seconds < 0) {
+    return std::nullopt;
+  }
+  return seconds;
+}
+
 const Clock& SystemClock() noexcept {
   // Never destroyed: the last lines of the log are written while other objects go.
   alignas(RealClock) static unsigned char storage[sizeof(RealClock)];

@@ -30,6 +30,29 @@ class RealClock final : public Clock {
 
 }  // namespace
 
+std::optional<std::int64_t> SecondsOf(const LocalTime& local) {
+  SYSTEMTIME parts = {};
+  parts.wYear = static_cast<WORD>(local.year);
+  parts.wMonth = static_cast<WORD>(local.month);
+  parts.wDay = static_cast<WORD>(local.day);
+  parts.wHour = static_cast<WORD>(local.hour);
+  parts.wMinute = static_cast<WORD>(local.minute);
+  parts.wSecond = static_cast<WORD>(local.second);
+  SYSTEMTIME utc = {};
+  if (TzSpecificLocalTimeToSystemTime(nullptr, &parts, &utc) == FALSE) {
+    return std::nullopt;
+  }
+  tm moment = {};
+  moment.tm_year = utc.wYear - 1900;
+  moment.tm_mon = utc.wMonth - 1;
+  moment.tm_mday = utc.wDay;
+  moment.tm_hour = utc.wHour;
+  moment.tm_min = utc.wMinute;
+  moment.tm_sec = utc.wSecond;
+  const std::int64_t seconds = _mkgmtime64(&moment);
+  return seconds < 0 ? std::nullopt : std::optional<std::int64_t>(seconds);
+}
+
 const Clock& SystemClock() noexcept {
   // Never destroyed: the last lines of the log are written while other objects go.
   alignas(RealClock) static unsigned char storage[sizeof(RealClock)];

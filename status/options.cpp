@@ -23,13 +23,14 @@ constexpr char kFooter[] =
     "  0  ok\n"
     "  1  warning: over a limit\n"
     "  2  critical: over twice a limit (with a limit of 0: over it)\n"
-    "  3  cannot tell: something could not be read, or the page not be written\n"
+    "  3  cannot tell: something could not be read, or a file not be written\n"
     "  64 wrong usage";
 
 // What the library takes from the arguments, as it takes it.
 struct Taken {
   std::string log_dir;
   std::string html_file;
+  std::string metrics_file;
   std::uint32_t max_age = 0;
   std::uint32_t max_errors = 0;
 };
@@ -71,6 +72,10 @@ CommandLine ReadCommandLine(const std::vector<std::string>& arguments, const Pat
       ->type_name("N");
   app.add_flag("--json", options.json, "Print JSON");
   app.add_option("--html", taken.html_file, "Write a page to this file as well")->type_name("FILE");
+  CLI::Option* const metrics = app.add_option("--openmetrics", taken.metrics_file,
+                                              "Write metrics for Prometheus to this file as well")
+                                   ->type_name("FILE");
+  app.add_flag("--per-account", options.per_account, "Metrics of each account as well");
   const CLI::Option* const age =
       app.add_option("--max-age", taken.max_age, "Limit for the age of a waiting file, in hours")
           ->check(Between(0U, kLongestAge))
@@ -89,12 +94,19 @@ CommandLine ReadCommandLine(const std::vector<std::string>& arguments, const Pat
     if (app.count("--html") != 0 && taken.html_file.empty()) {
       throw CLI::ValidationError("--html", "is empty");
     }
+    if (metrics->count() != 0 && taken.metrics_file.empty()) {
+      throw CLI::ValidationError("--openmetrics", "is empty");
+    }
+    if (options.per_account && metrics->count() == 0) {
+      throw CLI::RequiresError("--per-account", "--openmetrics");
+    }
   } catch (const CLI::ParseError& error) {
     line.answer = AnswerOf(app, error);
     return line;
   }
   options.log_dir = path_of(taken.log_dir);
   options.html_file = path_of(taken.html_file);
+  options.metrics_file = path_of(taken.metrics_file);
   if (age->count() != 0) {
     options.limits.max_age_hours = taken.max_age;
   }

@@ -14,7 +14,9 @@ struct Options {
   std::wstring log_dir;
   unsigned days = 7;
   bool json = false;
-  std::wstring html_file;  // empty: no page
+  std::wstring html_file;     // empty: no page
+  std::wstring metrics_file;  // empty: no metrics
+  bool per_account = false;   // metrics of each account as well
   Limits limits;
 };
 

@@ -1,4 +1,4 @@
-// The three forms of a report.
+// The forms of a report.
 #pragma once
 
 #include <string>
@@ -19,5 +19,8 @@ namespace kyd {
 
 // For people: a page that needs nothing but itself, UTF-8, well-formed as XML too.
 [[nodiscard]] std::string HtmlReport(const Survey& survey, const Verdict& verdict);
+
+// For Prometheus: gauges in a text that is valid both in its own format and in OpenMetrics, UTF-8.
+[[nodiscard]] std::string MetricsReport(const Survey& survey, bool per_account);
 
 }  // namespace kyd

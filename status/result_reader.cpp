@@ -130,8 +130,10 @@ void ResultReader::CountRun() {
   }
   ++day_.runs;
   day_.folders = std::max(day_.folders, Counter(numbers_[kTotal]));
-  day_.sent += Counter(numbers_[kSent]);
-  day_.errors += Counter(numbers_[kErrors]);
+  day_.last_run_sent = Counter(numbers_[kSent]);
+  day_.last_run_errors = Counter(numbers_[kErrors]);
+  day_.sent += day_.last_run_sent;
+  day_.errors += day_.last_run_errors;
   day_.last_run =
       FormatBounded(64, L"%02d:%02d:%02d", numbers_[kHour], numbers_[kMinute], numbers_[kSecond]);
 }

@@ -25,6 +25,8 @@ struct DayResult {
   std::uint64_t unfinished_blocks = 0;  // their end is missing
   std::uint64_t strange_lines = 0;      // outside of all blocks, and not empty
   std::wstring last_run;                // time of day, "14:07:09"; empty without a run
+  std::uint64_t last_run_sent = 0;
+  std::uint64_t last_run_errors = 0;
 };
 
 // Takes the bytes of a result file in pieces of any size, and needs little memory whatever they

@@ -3,11 +3,12 @@
 
 #include <chrono>
 #include <exception>
+#include <functional>
 
 #include "platform/console.h"
 #include "platform/error.h"
-#include "platform/file.h"
 #include "platform/text.h"
+#include "status/replaced_file.h"
 #include "status/reports.h"
 #include "status/version.h"
 #include "status/wording.h"
@@ -41,32 +42,13 @@ Survey LookAroundInSight(const Options& options) {
   return LookAround(options.log_dir, options.days, clock, progress);
 }
 
-bool WriteBytes(const std::wstring& path, const std::string& bytes) {
-  platform::CFileAccessSecurity security(platform::CFileAccessSecurity::kDefault);
-  security.Build();
-  platform::File file = platform::File::OpenForWriting(path, security);
-  std::size_t done = 0;
-  while (file.IsOpen() && done < bytes.size()) {
-    const std::optional<std::size_t> count = file.Write(bytes.data() + done, bytes.size() - done);
-    if (!count || *count == 0) {
-      return false;
-    }
-    done += *count;
-  }
-  return file.IsOpen();
-}
-
-// Whoever looks at the page sees the old one or the new one, never half of one.
-bool WritePage(const std::wstring& path, const std::string& page) {
-  const std::wstring draft = path + L".new";
-  // One that was left behind by a run that was ended.
-  static_cast<void>(platform::RemoveFile(draft));
-  if (WriteBytes(draft, page) && platform::MoveReplacing(draft, path)) {
+// True without a path, too: the file was not asked for.
+bool WriteFileOf(const std::wstring& path, const std::function<std::string()>& content) {
+  if (path.empty() || ReplaceFile(path, content())) {
     return true;
   }
   const unsigned error = platform::LastError();
-  static_cast<void>(platform::RemoveFile(draft));
-  platform::SetLastError(error);
+  Complain(L"cannot write " + Printable(path) + L" (" + ErrorText(error) + L")");
   return false;
 }
 
@@ -74,9 +56,11 @@ int Report(const Options& options) {
   const Survey survey = LookAroundInSight(options);
   const Verdict verdict = Judge(survey, options.limits);
   int exit_code = static_cast<int>(verdict.state);
-  if (!options.html_file.empty() && !WritePage(options.html_file, HtmlReport(survey, verdict))) {
-    const unsigned error = platform::LastError();
-    Complain(L"cannot write " + Printable(options.html_file) + L" (" + ErrorText(error) + L")");
+  if (!WriteFileOf(options.html_file, [&] { return HtmlReport(survey, verdict); })) {
+    exit_code = kCannotTell;
+  }
+  if (!WriteFileOf(options.metrics_file,
+                   [&] { return MetricsReport(survey, options.per_account); })) {
     exit_code = kCannotTell;
   }
   const std::wstring report =

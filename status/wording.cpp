@@ -28,6 +28,16 @@ bool Steers(wchar_t character) {
   return controls || directs || is_none;
 }
 
+bool IsSurrogate(wchar_t character, std::uint32_t first) {
+  return (static_cast<std::uint32_t>(character) & 0xFFFFFC00U) == first;
+}
+
+// Where wide text is UTF-16.
+bool BeginsPair(std::wstring_view text) {
+  return sizeof(wchar_t) == 2 && text.size() >= 2 && IsSurrogate(text[0], 0xD800) &&
+         IsSurrogate(text[1], 0xDC00);
+}
+
 std::wstring TwoParts(std::int64_t first, const wchar_t* first_unit, std::int64_t second,
                       const wchar_t* second_unit) {
   std::wstring text = std::to_wstring(first) + first_unit;
@@ -44,6 +54,26 @@ std::wstring Printable(std::wstring_view text) {
   for (wchar_t& character : printable) {
     if (Steers(character)) {
       character = kReplacement;
+    }
+  }
+  return printable;
+}
+
+std::wstring PrintableAndDistinct(std::wstring_view text) {
+  std::wstring printable;
+  for (; !text.empty(); text.remove_prefix(1)) {
+    const wchar_t character = text.front();
+    if (BeginsPair(text)) {
+      printable += character;
+      printable += text[1];
+      text.remove_prefix(1);
+    } else if (character != L'\n' &&
+               (Steers(character) || character == kReplacement || IsSurrogate(character, 0xD800) ||
+                IsSurrogate(character, 0xDC00))) {
+      printable += kReplacement;
+      printable += FormatBounded(kTextCapacity, L"%06X", static_cast<unsigned>(character));
+    } else {
+      printable += character;
     }
   }
   return printable;

@@ -13,6 +13,10 @@ namespace kyd {
 // characters become U+FFFD.
 [[nodiscard]] std::wstring Printable(std::wstring_view text);
 
+// Like Printable, but different texts stay different, also in UTF-8: what is replaced, U+FFFD
+// itself and an unpaired surrogate become U+FFFD and six hexadecimal digits. A line feed stays.
+[[nodiscard]] std::wstring PrintableAndDistinct(std::wstring_view text);
+
 // "1 file", "2 files".
 [[nodiscard]] std::wstring Counted(std::uint64_t count, std::wstring_view one,
                                    std::wstring_view more);

@@ -21,7 +21,7 @@ from pathlib import Path
 from .markdown import ROOT, documents, tracked_files
 
 COMMAND_LANGUAGES = ("indented", "sh", "bat", "powershell")
-OTHER_LANGUAGES = ("text", "json", "cpp", "cmake", "mermaid", "ini", "markdown")
+OTHER_LANGUAGES = ("text", "json", "cpp", "cmake", "mermaid", "ini", "markdown", "xml")
 
 # Whole lines that are shown and not tried, each with its reason.
 SHOWN_ONLY = {
@@ -241,6 +241,9 @@ def judge_status(arguments, place):
     if "--html" in arguments:
         page = place.folder / arguments[arguments.index("--html") + 1]
         _need(page.read_bytes().startswith(b"<!DOCTYPE html>"), "no page was written")
+    if "--openmetrics" in arguments:
+        metrics = place.folder / arguments[arguments.index("--openmetrics") + 1]
+        _need(metrics.read_bytes().endswith(b"\n# EOF\n"), "no metrics were written")
 
 
 def _run_uploader(place, arguments):

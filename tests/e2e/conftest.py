@@ -1,5 +1,9 @@
 """Options and fixtures of the end-to-end tests."""
 
+import os
+import shutil
+import subprocess
+import tempfile
 from pathlib import Path
 
 import pytest
@@ -10,6 +14,7 @@ from service.log_service import LogService
 from .harness import Machine
 from .outcome import Plan, load
 from .platforms import ROOT, Linux, Windows
+from .status_tool import MANY, SECONDS, Finished
 
 
 def pytest_addoption(parser):
@@ -99,3 +104,51 @@ def plan(machine):
     """A machine with accounts and files, and what is expected of the run over them."""
     load(machine)
     return Plan(machine)
+
+
+@pytest.fixture
+def ordinary(machine):
+    """Runs the tool over a tree as a user who is nobody special."""
+    if machine.platform.name == "windows":
+        pytest.skip("Wine knows the rights of the one user only who runs it")
+    folder = Path(tempfile.mkdtemp())
+    folder.chmod(0o755)
+    tree = folder / "logs"
+    for path in ("Upload/alice", "Upload/bob", "Archive/alice", "Archive/bob", "LogWork/alice",
+                 "UploadResult"):
+        (tree / path).mkdir(parents=True)
+    program = folder / "KydUploadStatus"
+    shutil.copy2(machine.program_folder / machine.platform.status_name, program)
+
+    def run(*arguments):
+        switch = {"user": 65534, "group": 65534, "extra_groups": []} if os.getuid() == 0 else {}
+        finished = subprocess.run(
+            [program, tree, *arguments], cwd="/", stdin=subprocess.DEVNULL, capture_output=True,
+            timeout=SECONDS, check=False, env=machine.environment, **switch,
+        )
+        return Finished(finished.returncode, finished.stdout, finished.stderr)
+
+    run.tree = tree
+    try:
+        yield run
+    finally:
+        for path in (tree, *tree.rglob("*")):
+            if path.is_dir():
+                path.chmod(0o755)
+        shutil.rmtree(folder)
+
+
+@pytest.fixture(scope="session")
+def many_files(tmp_path_factory):
+    """A log directory in which many files wait."""
+    folder = tmp_path_factory.mktemp("many")
+    account = folder / "Upload" / "alice"
+    account.mkdir(parents=True)
+    (folder / "Archive" / "alice").mkdir(parents=True)
+    for number in range(MANY):
+        path = account / f"{number}.log"
+        descriptor = os.open(path, os.O_WRONLY | os.O_CREAT)
+        os.ftruncate(descriptor, 4096)  # without a block on the disk
+        os.close(descriptor)
+    yield folder
+    shutil.rmtree(folder)

@@ -7,103 +7,37 @@ import os
 import pty
 import re
 import select
-import shutil
 import signal
-import struct
 import subprocess
 import tempfile
 import time
-import xml.etree.ElementTree
-import zlib
-from pathlib import Path
 
 import pytest
 
 from service.log_service import Answer
 
 from .platforms import wait_until
-from .result_text import block
+from .status_tool import (
+    CRITICAL,
+    HOUR,
+    MANY,
+    OK,
+    SECONDS,
+    UNKNOWN,
+    USAGE,
+    WARNING,
+    command,
+    day_before,
+    make_older,
+    of_account,
+    of_day,
+    result,
+    result_path,
+    run_bare,
+    status,
+    write_result,
+)
 from .test_binary import project_version
-
-OK, WARNING, CRITICAL, UNKNOWN, USAGE = 0, 1, 2, 3, 64
-HOUR = 3600
-SECONDS = 60
-
-
-class Finished:
-    """What a run of the tool has said."""
-
-    def __init__(self, code, output, errors):
-        self.code = code
-        self.output = output.decode("utf-8")
-        self.errors = errors.decode("utf-8")
-
-    def json(self):
-        return json.loads(self.output)
-
-
-def command(machine, *arguments):
-    program = machine.program_folder / machine.platform.status_name
-    return machine.platform.command(program, arguments)
-
-
-def status(machine, *arguments, log_dir=None):
-    """A run of the tool, which never writes below the log directory."""
-    log_dir = machine.log_dir if log_dir is None else log_dir
-    before = stamps(machine)
-    finished = subprocess.run(
-        command(machine, machine.platform.native_path(log_dir), *arguments),
-        env=machine.environment,
-        cwd=machine.working_folder,
-        stdin=subprocess.DEVNULL,
-        capture_output=True,
-        timeout=SECONDS,
-        check=False,
-    )
-    assert stamps(machine) == before
-    errors = machine.platform.own_output(finished.stderr)
-    return Finished(finished.returncode, finished.stdout, errors)
-
-
-def stamps(machine):
-    """Everything that a change would show in."""
-    found = machine.snapshot()
-    for name in found:
-        status_of = (machine.log_dir / name).lstat()
-        found[name] = (found[name], status_of.st_mtime_ns, status_of.st_mode, status_of.st_size)
-    return found
-
-
-def day_before(days):
-    return datetime.date.today() - datetime.timedelta(days=days)
-
-
-def result_path(machine, day):
-    return machine.log_dir / "UploadResult" / f"UploadResult{day:%Y%m%d}.log"
-
-
-def result(day, sent, failed, errors=()):
-    return block(
-        f"{day:%Y:%m:%d} 08:00:00", total=3, target=2, not_subject=1, success=sent, error=failed,
-        log_dir="x", errors=errors,
-    )
-
-
-def write_result(machine, day, *blocks):
-    result_path(machine, day).write_bytes("".join(blocks).encode("utf-16-le"))
-
-
-def of_day(report, day):
-    return next(one for one in report["days"] if one["date"] == f"{day:%Y-%m-%d}")
-
-
-def of_account(report, name):
-    return next(one for one in report["accounts"] if one["name"] == name)
-
-
-def make_older(machine, account, name, seconds):
-    then = time.time() - seconds
-    os.utime(machine.upload(account, name), (then, then))
 
 
 # Beside the uploader.
@@ -300,38 +234,6 @@ def test_terminal_is_not_steered_by_names(machine):
 # As an ordinary user: rights do not bind the superuser.
 
 
-@pytest.fixture
-def ordinary(machine):
-    """Runs the tool over a tree as a user who is nobody special."""
-    if machine.platform.name == "windows":
-        pytest.skip("Wine knows the rights of the one user only who runs it")
-    folder = Path(tempfile.mkdtemp())
-    folder.chmod(0o755)
-    tree = folder / "logs"
-    for path in ("Upload/alice", "Upload/bob", "Archive/alice", "Archive/bob", "LogWork/alice",
-                 "UploadResult"):
-        (tree / path).mkdir(parents=True)
-    program = folder / "KydUploadStatus"
-    shutil.copy2(machine.program_folder / machine.platform.status_name, program)
-
-    def run(*arguments):
-        switch = {"user": 65534, "group": 65534, "extra_groups": []} if os.getuid() == 0 else {}
-        finished = subprocess.run(
-            [program, tree, *arguments], cwd="/", stdin=subprocess.DEVNULL, capture_output=True,
-            timeout=SECONDS, check=False, env=machine.environment, **switch,
-        )
-        return Finished(finished.returncode, finished.stdout, finished.stderr)
-
-    run.tree = tree
-    try:
-        yield run
-    finally:
-        for path in (tree, *tree.rglob("*")):
-            if path.is_dir():
-                path.chmod(0o755)
-        shutil.rmtree(folder)
-
-
 def test_credential_file_without_any_rights_is_seen(ordinary):
     credential = ordinary.tree / "LogWork/alice/UserData.dat"
     credential.write_bytes(b"sealed")
@@ -413,21 +315,12 @@ def test_empty_tree(machine):
     assert "No accounts" in finished.output
 
 
-def run_bare(machine, *arguments):
-    finished = subprocess.run(
-        command(machine, *arguments), env=machine.environment, cwd=machine.working_folder,
-        stdin=subprocess.DEVNULL, capture_output=True, timeout=SECONDS, check=False,
-    )
-    return Finished(
-        finished.returncode, finished.stdout, machine.platform.own_output(finished.stderr)
-    )
-
-
 def test_help_and_version(machine):
     for option in ("--help", "-h"):
         finished = run_bare(machine, option)
         assert (finished.code, finished.errors) == (0, "")
-        for word in ("LogDir", "--days", "--json", "--html", "--max-age", "--max-errors"):
+        for word in ("LogDir", "--days", "--json", "--html", "--max-age", "--max-errors",
+                     "--openmetrics", "--per-account"):
             assert word in finished.output
     finished = run_bare(machine, "--version")
     assert (finished.code, finished.errors) == (0, "")
@@ -443,90 +336,6 @@ def test_wrong_usage(machine, arguments):
     assert finished.errors.startswith("KydUploadStatus: ") and "--help" in finished.errors
 
 
-# The page.
-
-
-def page_of(machine, *arguments):
-    path = machine.folder / "p\u00e4ge.html"
-    finished = status(machine, "--html", machine.platform.native_path(path), *arguments)
-    assert not path.with_name(path.name + ".new").exists()
-    return finished, path
-
-
-def texts_of(element):
-    return " ".join("".join(element.itertext()).split())
-
-
-def test_page_tells_the_same(machine):
-    account = "carol & dave" if machine.platform.name == "windows" else "<b>&\"'\x01;"
-    shown = account.replace("\x01", "\ufffd")
-    machine.account(account)
-    machine.log(account, "a.log", b"x" * 2048)
-    make_older(machine, account, "a.log", 30 * HOUR)
-    write_result(machine, day_before(1), result(day_before(1), 5, 3, [(account, 3)]))
-    finished, path = page_of(machine, "--max-age", "20")
-    assert finished.code == WARNING
-    # It is well-formed: nothing that comes from outside is markup.
-    page = xml.etree.ElementTree.fromstring(path.read_text("utf-8"))
-    assert page.get("lang") == "en"
-    assert texts_of(page.find("head/title")) == "WARNING: log upload status"
-    assert texts_of(page.find(".//span[@class='state warning']")) == "WARNING"
-    accounts, days = page.iter("table")
-    rows = [[texts_of(cell) for cell in row] for row in accounts.iter("tr")]
-    assert rows[0] == ["Account", "Waiting", "Size", "Oldest", "Archived", "Not sent",
-                       "Credentials", "Failed"]
-    assert rows[1] == [shown, "1", "2.0 KiB", "1 d 6 h", "0", "0", "yes", "3"]
-    rows = [[texts_of(cell) for cell in row] for row in days.iter("tr")]
-    assert rows[2] == [f"{day_before(1):%Y-%m-%d}", "1", "3", "5", "3", "1"]
-    assert len(rows) == 8
-    svg = "{http://www.w3.org/2000/svg}"
-    (chart,) = page.iter(f"{svg}svg")
-    assert chart.get("role") == "img" and chart.get("aria-label")
-    bars = [bar.get("class") for bar in chart.iter(f"{svg}rect") if bar.get("class")]
-    assert bars == ["sent", "failed"]
-
-
-def test_page_needs_nothing_but_itself(machine):
-    _, path = page_of(machine)
-    page = xml.etree.ElementTree.fromstring(path.read_text("utf-8"))
-    for element in page.iter():
-        assert element.tag.split("}")[-1] not in {"script", "link", "img", "iframe", "object"}
-        assert not {"src", "href", "onclick", "onload", "style"} & set(element.attrib)
-    (policy,) = page.iterfind(".//meta[@http-equiv='Content-Security-Policy']")
-    assert policy.get("content").startswith("default-src 'none'")
-    style = page.find("head/style").text
-    assert "url(" not in style and "@import" not in style
-    assert "prefers-color-scheme: dark" in style
-
-
-def test_page_replaces_an_older_one_in_one_step(machine):
-    _, path = page_of(machine)
-    path.write_bytes(b"x" * 1_000_000)
-    older = path.stat().st_ino
-    path.with_name(path.name + ".new").write_bytes(b"y" * 1_000_000)
-    page_of(machine)
-    assert path.read_text("utf-8").endswith("</html>\n")
-    assert path.stat().st_ino != older
-
-
-def test_page_that_cannot_be_written(machine):
-    path = machine.folder / "nowhere" / "page.html"
-    finished = status(machine, "--html", machine.platform.native_path(path))
-    assert finished.code == UNKNOWN
-    assert finished.errors.startswith("KydUploadStatus: cannot write ")
-    assert finished.errors.rstrip().endswith("(missing)")
-    assert "files wait" in finished.output  # the report is there all the same
-
-
-def test_page_does_not_take_the_place_of_a_folder(machine):
-    path = machine.folder / "page.html"
-    path.mkdir()
-    finished = status(machine, "--html", machine.platform.native_path(path))
-    assert finished.code == UNKNOWN and finished.errors.startswith("KydUploadStatus: cannot write ")
-    assert path.is_dir()
-    assert not path.with_name(path.name + ".new").exists()
-
-
 def test_report_that_nobody_takes(machine):
     if machine.platform.name == "windows":
         pytest.skip("Windows has no device that is always full")
@@ -539,61 +348,7 @@ def test_report_that_nobody_takes(machine):
     assert finished.stderr == b"KydUploadStatus: cannot print the report (error 112)\n"
 
 
-def first_pixel(path):
-    """The colour in the upper left corner of a PNG picture (RFC 2083): no filter changes it."""
-    content = path.read_bytes()
-    assert content[:8] == b"\x89PNG\r\n\x1a\n"
-    data, at = b"", 8
-    while at < len(content):
-        length, kind = struct.unpack_from(">I4s", content, at)
-        if kind == b"IDAT":
-            data += content[at + 8 : at + 8 + length]
-        at += 12 + length
-    return tuple(zlib.decompress(data)[1:4])
-
-
-@pytest.mark.parametrize("scheme", ["light", "dark"])
-def test_browser_shows_the_page_in_both_schemes(machine, scheme):
-    browser = shutil.which("chromium")
-    if browser is None:
-        pytest.skip("no chromium is installed: ./dev setup --browser")
-    machine.account("alice")
-    machine.log("alice", "a.log")
-    write_result(machine, day_before(1), result(day_before(1), 5, 3, [("alice", 3)]))
-    _, path = page_of(machine)
-    picture = machine.folder / "page.png"
-    chosen = {"light": 1, "dark": 0}[scheme]
-    subprocess.run(
-        [
-            browser, "--headless", "--no-sandbox", "--disable-gpu", "--hide-scrollbars",
-            f"--user-data-dir={machine.folder / 'browser'}", "--window-size=1100,1500",
-            f"--blink-settings=preferredColorScheme={chosen}", f"--screenshot={picture}",
-            path.as_uri(),
-        ],
-        check=True, timeout=SECONDS, capture_output=True, stdin=subprocess.DEVNULL,
-    )
-    assert first_pixel(picture) == {"light": (0xF6, 0xF7, 0xF9), "dark": (0x0F, 0x13, 0x19)}[scheme]
-
-
 # Large trees.
-
-MANY = 100_000
-
-
-@pytest.fixture(scope="module")
-def many_files(tmp_path_factory):
-    folder = tmp_path_factory.mktemp("many")
-    account = folder / "Upload" / "alice"
-    account.mkdir(parents=True)
-    (folder / "Archive" / "alice").mkdir(parents=True)
-    for number in range(MANY):
-        path = account / f"{number}.log"
-        descriptor = os.open(path, os.O_WRONLY | os.O_CREAT)
-        os.ftruncate(descriptor, 4096)  # without a block on the disk
-        os.close(descriptor)
-    yield folder
-    shutil.rmtree(folder)
-
 
 def test_many_files_take_little_time_and_no_memory(machine, many_files):
     if machine.platform.name == "windows":

@@ -51,7 +51,8 @@ def test_product_has_programs_documents_and_settings(archives):
         "KydLogUploader.exe", "KydUploadStatus.exe", "LICENSE.txt",
         "deploy/diagnostic-log/default.reg", "deploy/diagnostic-log/off.reg",
         "deploy/diagnostic-log/on.reg", "deploy/windows/KydLogUploader.task.xml",
-        "deploy/windows/PolicyDefinitions/KydLogUploader.admx",
+        "deploy/monitoring/kydloguploader.dashboard.json", "deploy/monitoring/kydloguploader.rules.yml",
+        "deploy/monitoring/metrics.conf", "deploy/windows/PolicyDefinitions/KydLogUploader.admx",
         "deploy/windows/PolicyDefinitions/en-US/KydLogUploader.adml",
     }
 
@@ -101,7 +102,9 @@ def test_debian_package_has_programs_documents_and_examples(debian_files):
         "etc/default/kydloguploader", "usr/lib/kydloguploader/check-settings",
         f"{documentation}examples/kydloguploader.sysusers.conf", f"{documentation}examples/user.conf",
         f"{documentation}examples/on.reg", f"{documentation}examples/off.reg",
-        f"{documentation}examples/default.reg",
+        f"{documentation}examples/default.reg", f"{documentation}examples/metrics.conf",
+        f"{documentation}examples/kydloguploader.rules.yml",
+        f"{documentation}examples/kydloguploader.dashboard.json",
     }
     # The common ones are on every such machine.
     prefix = f"{documentation}licenses/"

@@ -35,6 +35,25 @@ TEST(Clock, LocalTimeIsTheSameMomentInCalendarForm) {
   EXPECT_LE(local.millisecond, 999);
 }
 
+TEST(Clock, SecondsOfALocalTimeLeadBackToIt) {
+  const platform::Clock& clock = platform::SystemClock();
+  const std::int64_t before = clock.Seconds();
+  const std::optional<std::int64_t> seconds = platform::SecondsOf(clock.Local());
+  const std::int64_t after = clock.Seconds();
+  ASSERT_TRUE(seconds);
+  EXPECT_LE(before, *seconds);
+  EXPECT_LE(*seconds, after);
+}
+
+TEST(Clock, NoMomentHasADateThatIsInNoCalendar) {
+  EXPECT_TRUE(platform::SecondsOf({2024, 2, 29, 12, 0, 0, 0}));
+  EXPECT_FALSE(platform::SecondsOf({2023, 2, 29, 12, 0, 0, 0}));
+  EXPECT_FALSE(platform::SecondsOf({2024, 4, 31, 12, 0, 0, 0}));
+  EXPECT_FALSE(platform::SecondsOf({2024, 13, 1, 12, 0, 0, 0}));
+  EXPECT_FALSE(platform::SecondsOf({2024, 4, 30, 24, 0, 0, 0}));
+  EXPECT_FALSE(platform::SecondsOf({2024, 4, 30, 12, 60, 0, 0}));
+}
+
 TEST(Clock, IsOneObject) {
   EXPECT_EQ(&platform::SystemClock(), &platform::SystemClock());
 }

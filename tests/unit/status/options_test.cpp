@@ -22,6 +22,8 @@ TEST(ReadCommandLine, NeedsTheLogDirectoryOnly) {
   EXPECT_EQ(line.options.days, 7U);
   EXPECT_FALSE(line.options.json);
   EXPECT_EQ(line.options.html_file, L"");
+  EXPECT_EQ(line.options.metrics_file, L"");
+  EXPECT_FALSE(line.options.per_account);
   EXPECT_FALSE(line.options.limits.max_age_hours);
   EXPECT_FALSE(line.options.limits.max_errors);
 }
@@ -63,6 +65,9 @@ TEST(ReadCommandLine, RefusesWhatIsWrong) {
       {"a", "--max-errors", "5000000000"},
       {"a", "--html"},
       {"a", "--html="},
+      {"a", "--openmetrics"},
+      {"a", "--openmetrics="},
+      {"a", "--per-account"},
       {"a", "--JSON"},
       {"a", "--unknown"},
   };
@@ -74,12 +79,20 @@ TEST(ReadCommandLine, RefusesWhatIsWrong) {
   }
 }
 
+TEST(ReadCommandLine, TakesTheFileOfMetrics) {
+  const CommandLine line = Read({"logs", "--openmetrics", "m\xC3\xA4.prom", "--per-account"});
+  ASSERT_FALSE(line.answer);
+  EXPECT_EQ(line.options.metrics_file, L"m\x00E4.prom");
+  EXPECT_TRUE(line.options.per_account);
+}
+
 TEST(ReadCommandLine, ExplainsItself) {
   const CommandLine help = Read({"--help"});
   ASSERT_TRUE(help.answer);
   EXPECT_EQ(help.answer->exit_code, 0);
-  for (const wchar_t* const word : {L"LogDir", L"--days", L"--json", L"--html", L"--max-age",
-                                    L"--max-errors", L"--version", L"critical"}) {
+  for (const wchar_t* const word :
+       {L"LogDir", L"--days", L"--json", L"--html", L"--max-age", L"--max-errors", L"--openmetrics",
+        L"--per-account", L"--version", L"critical"}) {
     EXPECT_THAT(help.answer->text, HasSubstr(word));
   }
   const CommandLine version = Read({"--version"});

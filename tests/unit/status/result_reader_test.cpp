@@ -46,6 +46,8 @@ TEST(ResultReader, AddsTheRunsOfADay) {
   EXPECT_EQ(day.unfinished_blocks, 0U);
   EXPECT_EQ(day.strange_lines, 0U);
   EXPECT_EQ(day.last_run, L"14:07:09");
+  EXPECT_EQ(day.last_run_sent, 0U);
+  EXPECT_EQ(day.last_run_errors, 4U);
 }
 
 TEST(ResultReader, TakesBytesOneByOne) {

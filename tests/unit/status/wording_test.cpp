@@ -15,6 +15,36 @@ TEST(Printable, LeavesNothingThatSteersTheTerminal) {
   EXPECT_EQ(kyd::Printable(L"\x00E4 \x20AC <&>"), L"\x00E4 \x20AC <&>");
 }
 
+TEST(PrintableAndDistinct, LeavesWhatIsHarmless) {
+  EXPECT_EQ(kyd::PrintableAndDistinct(L"a\\b \"\x00E4\x20AC\U0001F600\"\n"),
+            L"a\\b \"\x00E4\x20AC\U0001F600\"\n");
+}
+
+TEST(PrintableAndDistinct, NumbersWhatItReplaces) {
+  EXPECT_EQ(kyd::PrintableAndDistinct(L"\x1B[2J\r\x202E"),
+            L"\xFFFD"
+            L"00001B[2J\xFFFD"
+            L"00000D\xFFFD"
+            L"00202E");
+  // Otherwise a name with this text in it would be the same as one with a replaced character.
+  EXPECT_EQ(kyd::PrintableAndDistinct(L"\xFFFD"),
+            L"\xFFFD"
+            L"00FFFD");
+}
+
+TEST(PrintableAndDistinct, NumbersHalvesOfPairs) {
+  // As they stand for a byte of a Linux name that is not UTF-8, and in a Windows name.
+  const std::wstring low(1, static_cast<wchar_t>(0xDCFF));
+  const std::wstring high(1, static_cast<wchar_t>(0xD83D));
+  EXPECT_EQ(kyd::PrintableAndDistinct(low + L"a"),
+            L"\xFFFD"
+            L"00DCFFa");
+  EXPECT_EQ(kyd::PrintableAndDistinct(high + L"a" + high),
+            L"\xFFFD"
+            L"00D83Da\xFFFD"
+            L"00D83D");
+}
+
 TEST(Counted, KnowsOneFromMany) {
   EXPECT_EQ(kyd::Counted(0, L"file", L"files"), L"0 files");
   EXPECT_EQ(kyd::Counted(1, L"file", L"files"), L"1 file");

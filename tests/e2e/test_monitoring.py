@@ -1,0 +1,320 @@
+"""deploy/monitoring with the programs it is made for: Prometheus, node_exporter, promtool."""
+
+import contextlib
+import datetime
+import http.server
+import json
+import re
+import shlex
+import shutil
+import socket
+import subprocess
+import threading
+import time
+import urllib.error
+import urllib.parse
+import urllib.request
+import xml.etree.ElementTree
+
+import pytest
+
+from . import metrics_text
+from .platforms import ROOT, wait_until
+from .status_tool import HOUR, OK, SECONDS, make_older, result, run_bare, status, write_result
+
+MONITORING = ROOT / "deploy/monitoring"
+RULES = MONITORING / "kydloguploader.rules.yml"
+DASHBOARD = json.loads((MONITORING / "kydloguploader.dashboard.json").read_text("utf-8"))
+# As a browser puts them in: of everything.
+CHOSEN = {"$job": ".*", "$instance": ".*", "$log_dir": ".*"}
+
+
+def tool(name):
+    found = shutil.which(name)
+    if found is None:
+        pytest.skip(f"no {name} is installed: ./dev setup --monitoring")
+    return found
+
+
+def expressions():
+    return [(panel["title"], target["expr"])
+            for panel in DASHBOARD["panels"] for target in panel["targets"]]
+
+
+# What needs no server.
+
+
+def test_rules_are_valid():
+    finished = subprocess.run([tool("promtool"), "check", "rules", "--lint=all", "--lint-fatal", RULES],
+                              capture_output=True, text=True, timeout=SECONDS, check=False)
+    assert finished.returncode == 0 and "7 rules found" in finished.stdout, finished
+
+
+def test_alerts_are_raised_when_they_should_be():
+    file = ROOT / "tests/e2e/alerts_test.yml"
+    finished = subprocess.run([tool("promtool"), "test", "rules", file],
+                              capture_output=True, text=True, timeout=SECONDS, check=False)
+    assert finished.returncode == 0, finished.stdout + finished.stderr
+    # Each alert is raised somewhere in there.
+    raised = set(re.findall(r"alertname: (\w+)\n +exp_alerts:\n", file.read_text("utf-8")))
+    assert raised == set(re.findall(r"alert: (\w+)", RULES.read_text("utf-8")))
+
+
+def test_dashboard_is_in_order():
+    panels = DASHBOARD["panels"]
+    assert len({panel["id"] for panel in panels}) == len(panels)
+    taken = set()
+    for panel in panels:
+        place = panel["gridPos"]
+        cells = {(x, y) for x in range(place["x"], place["x"] + place["w"])
+                 for y in range(place["y"], place["y"] + place["h"])}
+        assert not cells & taken and place["x"] + place["w"] <= 24, panel["title"]
+        taken |= cells
+        assert panel["title"] and panel["description"].endswith(".")
+        names = [target["refId"] for target in panel["targets"]]
+        assert len(set(names)) == len(names)
+        # What is renamed and formatted in a table is there.
+        shown = {f"Value #{name}" for name in names} | {"job", "instance", "log_dir", "account"}
+        for step in panel.get("transformations", []):
+            assert step["options"].get("renameByName", {}).keys() <= shown
+    variables = {variable["name"] for variable in DASHBOARD["templating"]["list"]}
+    used = re.findall(r"\$\{?(\w+)", json.dumps(DASHBOARD))
+    assert set(used) - {"__all"} == variables
+
+
+# The examples that refresh the metrics after every run.
+
+
+def writes_metrics(machine, arguments, target):
+    """Those arguments, with the log directory and the file of the example replaced by the test's."""
+    path = machine.folder / target.replace("\\", "/").rsplit("/", 1)[-1]
+    assert path.suffix == ".prom"
+    places = {"${LOG_DIR}": machine.native(), "C:\\KydLog": machine.native(),
+              target: machine.platform.native_path(path)}
+    finished = run_bare(machine, *(places.get(argument, argument) for argument in arguments))
+    assert (finished.code, finished.errors) == (OK, "")
+    assert metrics_text.read(path.read_bytes()).value("accounts") == 1
+
+
+def test_service_writes_metrics_after_every_run(machine):
+    machine.account("alice")
+    lines = (MONITORING / "metrics.conf").read_text("ascii").splitlines()
+    (call,) = (line.partition("=")[2] for line in lines if line.startswith("ExecStopPost="))
+    program, *arguments = shlex.split(call)
+    # With the sign a full disk or a file that cannot be read does not make a failed run of it.
+    assert program.startswith("-/") and program.endswith("/KydUploadStatus")
+    folder = arguments[-1].rpartition("/")[0]
+    assert f"ReadWritePaths=-{folder}" in lines
+    writes_metrics(machine, arguments, arguments[-1])
+
+
+def test_task_writes_metrics_after_every_run(machine):
+    machine.account("alice")
+    text = (ROOT / "deploy/README.md").read_text("utf-8")
+    (shown,) = re.findall(r"```xml\n(<Exec>.*?</Exec>)\n```", text, re.DOTALL)
+    action = xml.etree.ElementTree.fromstring(shown)
+    assert [child.tag for child in action] == ["Command", "Arguments"]
+    assert action.find("Command").text.endswith('\\KydUploadStatus.exe"')
+    # As Windows takes them apart: a backslash is nothing special.
+    arguments = [one.strip('"') for one in shlex.split(action.find("Arguments").text, posix=False)]
+    writes_metrics(machine, arguments, arguments[-1])
+
+
+# With servers.
+
+
+def free_port():
+    with socket.socket() as probe:
+        probe.bind(("127.0.0.1", 0))
+        return probe.getsockname()[1]
+
+
+def fetch(url):
+    with contextlib.suppress(urllib.error.HTTPError):
+        with urllib.request.urlopen(url, timeout=SECONDS) as answer:
+            return answer.read().decode("utf-8")
+    return None
+
+
+def answers(url):
+    try:
+        return fetch(url) is not None
+    except OSError:
+        return False
+
+
+@contextlib.contextmanager
+def started(url, *arguments, folder):
+    """A server that answers at that address."""
+    with open(folder / f"{arguments[0].rsplit('/', 1)[-1]}.log", "wb") as log:
+        process = subprocess.Popen([*map(str, arguments)], cwd=folder, stdin=subprocess.DEVNULL,
+                                   stdout=log, stderr=log)
+    try:
+        assert wait_until(lambda: answers(url), SECONDS), log.name
+        yield
+    finally:
+        process.terminate()
+        process.wait(SECONDS)
+
+
+@contextlib.contextmanager
+def served_as_openmetrics(path):
+    """The file itself, under the name of its format."""
+
+    class Handler(http.server.BaseHTTPRequestHandler):
+        def do_GET(self):
+            content = path.read_bytes()
+            self.send_response(200)
+            self.send_header("Content-Type", "application/openmetrics-text; version=1.0.0; charset=utf-8")
+            self.send_header("Content-Length", str(len(content)))
+            self.end_headers()
+            self.wfile.write(content)
+
+        def log_message(self, *_):
+            pass
+
+    server = http.server.ThreadingHTTPServer(("127.0.0.1", 0), Handler)
+    thread = threading.Thread(target=server.serve_forever)
+    thread.start()
+    try:
+        yield server.server_address[1]
+    finally:
+        server.shutdown()
+        thread.join()
+        server.server_close()
+
+
+class Prometheus:
+    def __init__(self, port):
+        self.address = f"http://127.0.0.1:{port}"
+
+    def get(self, path, **query):
+        answer = fetch(f"{self.address}/api/v1/{path}?{urllib.parse.urlencode(query)}")
+        assert answer is not None, query
+        answer = json.loads(answer)
+        assert answer["status"] == "success" and not answer.get("warnings"), answer
+        return answer["data"]
+
+    def values(self, expression):
+        """By the labels without the exporter's own."""
+        return {
+            frozenset((name, value) for name, value in one["metric"].items()
+                      if name not in ("job", "instance")): float(one["value"][1])
+            for one in self.get("query", query=expression)["result"]
+        }
+
+    def targets_are_up(self):
+        targets = self.get("targets")["activeTargets"]
+        assert not [one["lastError"] for one in targets if one["lastError"]], targets
+        return len(targets) == 2 and all(one["health"] == "up" for one in targets)
+
+
+@contextlib.contextmanager
+def scraped(folder, directly):
+    """A Prometheus with our rules that scrapes node_exporter over the folder, and a file itself."""
+    prometheus, exporter = tool("prometheus"), tool("prometheus-node-exporter")
+    ports = free_port(), free_port()
+    node = f"127.0.0.1:{ports[0]}"
+    with contextlib.ExitStack() as stack:
+        own = stack.enter_context(served_as_openmetrics(directly))
+        stack.enter_context(started(
+            f"http://{node}/metrics", exporter, "--collector.disable-defaults", "--collector.textfile",
+            f"--collector.textfile.directory={folder}", f"--web.listen-address={node}",
+            folder=folder,
+        ))
+        configuration = folder / "prometheus.yml"
+        configuration.write_text(json.dumps({  # JSON is YAML
+            "global": {"scrape_interval": "1s", "evaluation_interval": "1s"},
+            "rule_files": [str(RULES)],
+            "scrape_configs": [
+                {"job_name": "node", "static_configs": [{"targets": [node]}]},
+                {"job_name": "file", "static_configs": [{"targets": [f"127.0.0.1:{own}"]}]},
+            ],
+        }), "utf-8")
+        stack.enter_context(started(
+            f"http://127.0.0.1:{ports[1]}/-/ready", prometheus, f"--config.file={configuration}",
+            f"--storage.tsdb.path={folder / 'data'}", f"--web.listen-address=127.0.0.1:{ports[1]}",
+            folder=folder,
+        ))
+        server = Prometheus(ports[1])
+        assert wait_until(server.targets_are_up, SECONDS)
+        yield server
+
+
+def trees(machine):
+    """Two log directories with some of everything; the first is the machine's own."""
+    names = ["alice", "b o b"]
+    if machine.platform.name == "linux":
+        names += ['"q"', "back\\slash", "line\nfeed", "\udcff", "\udcfe"]
+    for name in names:
+        machine.account(name, seal=False)
+        machine.log(name, "a.log", b"12345")
+    make_older(machine, "alice", "a.log", 30 * HOUR)
+    today = datetime.date.today()
+    write_result(machine, today, result(today, 5, 3, [("alice", 3)]), result(today, 1, 1)[:-2])
+    other = machine.folder / "other logs"
+    (other / "Upload" / "alice").mkdir(parents=True)
+    return {"first.prom": machine.log_dir, "second.prom": other}
+
+
+def test_prometheus_takes_the_metrics_and_the_dashboard_finds_them(machine):
+    tool("prometheus")
+    folder = machine.folder / "textfile"
+    folder.mkdir()
+    written = {}
+    for name, log_dir in trees(machine).items():
+        path = folder / name
+        finished = status(machine, "--openmetrics", machine.platform.native_path(path), "--per-account",
+                          log_dir=log_dir)
+        assert (finished.code, finished.errors) == (OK, "")
+        written[name] = metrics_text.read(path.read_bytes())
+    with scraped(folder, folder / "first.prom") as server:
+        assert list(server.values("node_textfile_scrape_error").values()) == [0]
+        assert len(server.values("node_textfile_mtime_seconds")) == 2
+        # Every sample has arrived with its labels, and no others.
+        for job, files in {"node": ("first.prom", "second.prom"), "file": ("first.prom",)}.items():
+            wanted = {frozenset({("__name__", name), *labels}): value for file in files
+                      for (name, labels), value in written[file].samples.items()}
+            assert server.values(f'{{job="{job}", __name__=~"kydloguploader_.+"}}') == wanted
+        said = server.get("metadata")
+        for name, texts in written["first.prom"].said.items():
+            kinds = {(one["type"], one["help"]) for one in said[name]}
+            assert kinds == {("gauge", texts["HELP"])}
+        ask_as_the_dashboard_does(server)
+        rules = server.get("rules")["groups"][0]["rules"]
+        assert wait_until(lambda: all(
+            one["health"] == "ok" for one in server.get("rules")["groups"][0]["rules"]), SECONDS), rules
+        states = {one["name"]: one["state"] for one in server.get("rules")["groups"][0]["rules"]}
+        assert states["KydLogUploaderFilesWaitTooLong"] == "pending"
+        assert states["KydLogUploaderCredentialsMissing"] == "pending"
+        assert states["KydLogUploaderMetricsStale"] == "inactive"
+
+
+def ask_as_the_dashboard_does(server):
+    now = time.time()
+    for title, expression in expressions():
+        for name, value in CHOSEN.items():
+            expression = expression.replace(name, value)
+        assert "$" not in expression, expression
+        # increase() wants more than one sample.
+        assert wait_until(lambda: server.get("query", query=expression)["result"], SECONDS), (
+            f"{title}: {expression} finds nothing")
+        assert server.get("query_range", query=expression, start=now - 60, end=now, step=15)
+    for variable in DASHBOARD["templating"]["list"]:
+        if variable["type"] != "query":
+            continue
+        selector, label = re.fullmatch(
+            r"label_values\((.+), (\w+)\)", variable["query"]["query"]).groups()
+        for name, value in CHOSEN.items():
+            selector = selector.replace(name, value)
+        assert server.get(f"label/{label}/values", **{"match[]": selector})
+
+
+def test_names_in_rules_and_dashboard_are_those_that_are_written(machine):
+    path = machine.folder / "x.prom"
+    assert status(machine, "--openmetrics", machine.platform.native_path(path), "--per-account").code == OK
+    written = metrics_text.read(path.read_bytes()).said.keys()
+    for file in MONITORING.iterdir():
+        if file.suffix in (".json", ".yml"):
+            used = set(re.findall(r"kydloguploader_\w+", file.read_text("utf-8")))
+            assert used and used <= written, used - written
