@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import os
+import platform
 import shutil
 from email.utils import formatdate
 from pathlib import Path
@@ -13,7 +14,8 @@ from project import ROOT, WORK
 
 BUILD = ROOT / "build/release-linux"
 PACKAGE = "kydloguploader"
-VERSION = f"{project.version()}-1"
+# The libraries that it needs differ between the releases, and a newer release's package has to be the newer one.
+VERSION = f"{project.version()}-1+deb{platform.freedesktop_os_release()['VERSION_ID']}"
 MAINTAINER = f"{project.PUBLISHER} <kydloguploader@example.invalid>"
 PROGRAMS = ("KydLogUploader", "KydUploadStatus")
 

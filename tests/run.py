@@ -10,6 +10,7 @@ import concurrent.futures
 import json
 import os
 import pathlib
+import shutil
 import subprocess
 import sys
 import tempfile
@@ -109,15 +110,21 @@ def read_unit_report(report, tally):
 
 
 def check_formatting():
-    """The formatter would leave every source as it is: one test per file."""
+    """The formatter would leave every source as it is: one test per file. Another version has other rules."""
     tally = Tally("formatting")
     started = time.monotonic()
+    formatter = shutil.which("clang-format-14")
+    if formatter is None:
+        tell("formatting: skipped, this release has no clang-format-14")
     listed = subprocess.run(
         ["git", "ls-files", "*.h", "*.cpp"], cwd=ROOT, stdout=subprocess.PIPE, check=True
     )
     for name in listed.stdout.decode("utf-8").split():
+        if formatter is None:
+            tally.skipped += 1
+            continue
         checked = subprocess.run(
-            ["clang-format", "--dry-run", "--Werror", name], cwd=ROOT, capture_output=True, check=False
+            [formatter, "--dry-run", "--Werror", name], cwd=ROOT, capture_output=True, check=False
         )
         if checked.returncode == 0:
             tally.passed += 1
@@ -214,7 +221,11 @@ def main():
 
     tallies = []
     if not (options.e2e or options.unit):
-        tallies += [check_formatting(), run_document_tests(options.linux_build)]
+        tallies += [
+            check_formatting(),
+            run_document_tests(options.linux_build),
+            run_pytest("build files", "tests/build", []),
+        ]
     platforms = [options.platform] if options.platform else PLATFORMS
     with concurrent.futures.ThreadPoolExecutor(len(platforms)) as both:
         for of_one in both.map(lambda platform: run_platform(platform, options), platforms):

@@ -27,7 +27,7 @@ OTHER_LANGUAGES = ("text", "json", "cpp", "cmake", "mermaid", "ini", "markdown",
 SHOWN_ONLY = {
     "reg import on.reg": "of Windows; tests/e2e/test_deploy.py imports the file",
     "reg import off.reg": "of Windows; tests/e2e/test_deploy.py imports the file",
-    "dpkg -i kydloguploader_1.0.0-1_amd64.deb": "changes the machine; tests/package/test_debian.py installs it",
+    "dpkg -i kydloguploader_1.0.0-1+deb12_amd64.deb": "changes the machine; tests/package/test_debian.py installs it",
     **dict.fromkeys((
         "systemctl enable --now kydloguploader.timer",
         "journalctl -u kydloguploader",

@@ -46,7 +46,6 @@ class Platform:
         """The first thing that the build lacks, or None."""
         needed = [
             Path(bin_folder) / cls.program_name,
-            Path(bin_folder) / cls.status_name,
             Path(bin_folder) / cls.companion_name,
             Path(bin_folder) / cls.configuration_name,
             Path(native_bin_folder) / "keyward-seal",
@@ -61,10 +60,11 @@ class Platform:
     def start(self):
         """Copies the program and makes the key that its companion and the sealing tool share."""
         self.program_folder.mkdir(parents=True)
-        for name in (
-            self.program_name, self.status_name, self.companion_name, self.configuration_name,
-        ):
+        for name in (self.program_name, self.companion_name, self.configuration_name):
             shutil.copy2(self.bin_folder / name, self.program_folder / name)
+        # The demo builds and shows the uploader alone.
+        if (self.bin_folder / self.status_name).exists():
+            shutil.copy2(self.bin_folder / self.status_name, self.program_folder)
         sealing = self.folder / "sealing"
         sealing.mkdir()
         shutil.copy2(self.native_bin_folder / "keyward-seal", sealing)

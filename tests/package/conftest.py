@@ -1,5 +1,6 @@
 """The packages in dist/, as those who get them see them."""
 
+import platform
 import re
 import subprocess
 import sys
@@ -15,6 +16,7 @@ import wine  # noqa: E402  of tests/
 
 from .windows_machine import WindowsMachine  # noqa: E402
 
+RELEASE = platform.freedesktop_os_release()["VERSION_ID"]
 WINDOWS_BUILD = ROOT / "build/release-windows"
 
 
@@ -77,9 +79,14 @@ def archives(dist, version, tmp_path_factory):
     return Archives(dist, version, tmp_path_factory.mktemp("archives"))
 
 
+def debian_version(version):
+    """The Debian package's: made for this machine's release."""
+    return f"{version}-1+deb{RELEASE}"
+
+
 @pytest.fixture(scope="session")
 def debian_package(dist, version):
-    return dist / f"kydloguploader_{version}-1_amd64.deb"
+    return dist / f"kydloguploader_{debian_version(version)}_amd64.deb"
 
 
 @pytest.fixture(scope="session")

@@ -8,7 +8,7 @@ from pathlib import Path
 
 import pytest
 
-from .conftest import ROOT, files_below, tool
+from .conftest import ROOT, debian_version, files_below, tool
 
 COMMON_LICENCES = {path.name for path in Path("/usr/share/common-licenses").iterdir()}
 STAND_INS = ("corvid.dll", "corvid.so", "pelham.dll", "libpelham.so", "keyward-seal", "corvid.key")
@@ -31,12 +31,13 @@ def licences(names):
 
 def test_there_is_each_package_and_nothing_else(dist, version):
     windows = f"KydLogUploader-{version}-windows-x64"
+    debian = f"kydloguploader_{debian_version(version)}_amd64"
     companion = f"KydLogUploader-{version}-companion-development-windows-x64"
     assert files_below(dist) == {
         f"{windows}.zip", f"{windows}-setup.exe", f"{windows}-symbols.zip", f"{windows}.cdx.json",
         f"{companion}.zip", f"{companion}.cdx.json",
-        f"kydloguploader_{version}-1_amd64.deb", f"kydloguploader_{version}-1_amd64.cdx.json",
-        f"kydloguploader-dbgsym_{version}-1_amd64.deb", "SHA256SUMS",
+        f"{debian}.deb", f"{debian}.cdx.json",
+        f"kydloguploader-dbgsym_{debian_version(version)}_amd64.deb", "SHA256SUMS",
     }
 
 
@@ -81,7 +82,7 @@ def test_companion_has_the_stand_ins_and_their_licences(archives):
 def test_no_stand_in_is_where_the_closed_libraries_belong(archives, debian_files, dist, version):
     symbols = files_below(archives.symbols)
     debian_symbols = tool(
-        "dpkg-deb", "--contents", dist / f"kydloguploader-dbgsym_{version}-1_amd64.deb"
+        "dpkg-deb", "--contents", dist / f"kydloguploader-dbgsym_{debian_version(version)}_amd64.deb"
     )
     for names in (files_below(archives.product), symbols, files_below(debian_files), debian_symbols.split()):
         assert not [name for name in names if Path(name).name.lower().startswith(STAND_INS)]
@@ -169,7 +170,7 @@ def test_addresses_lead_to_lines_of_the_sources(archives):
 
 
 def test_linux_programs_and_symbols_belong_together(debian_files, dist, version, tmp_path):
-    tool("dpkg-deb", "--extract", dist / f"kydloguploader-dbgsym_{version}-1_amd64.deb", tmp_path)
+    tool("dpkg-deb", "--extract", dist / f"kydloguploader-dbgsym_{debian_version(version)}_amd64.deb", tmp_path)
     for name in ("usr/lib/kydloguploader/KydLogUploader", "usr/bin/KydUploadStatus"):
         notes = tool("readelf", "--notes", debian_files / name)
         build_id = re.search(r"Build ID: ([0-9a-f]{40})", notes)[1]

@@ -6,7 +6,7 @@ import subprocess
 
 import pytest
 
-from .conftest import ROOT, files_below, tool
+from .conftest import ROOT, debian_version, files_below, tool
 
 NATIVE_BUILD = ROOT / "build/release-linux/bin"
 PROGRAM = "usr/sbin/KydLogUploader"
@@ -68,7 +68,7 @@ def add_closed_libraries(system):
 
 
 def test_lintian_finds_nothing(dist, version, debian_package):
-    packages = [debian_package, dist / f"kydloguploader-dbgsym_{version}-1_amd64.deb"]
+    packages = [debian_package, dist / f"kydloguploader-dbgsym_{debian_version(version)}_amd64.deb"]
     done = subprocess.run(
         ["lintian", "--allow-root", "--fail-on=error,warning", "--display-info", *packages],
         check=False, capture_output=True, text=True,
@@ -86,7 +86,7 @@ def test_package_says_what_it_is(debian_package, version):
     assert depends == {"libc6", "libgcc-s1", "libssl3", "libstdc++6"}
     assert fields == {
         "Package": "kydloguploader",
-        "Version": f"{version}-1",
+        "Version": debian_version(version),
         "Architecture": "amd64",
         "Maintainer": "The KydLogUploader authors <kydloguploader@example.invalid>",
     }
