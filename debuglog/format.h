@@ -24,14 +24,6 @@ const Char* Argument(const std::basic_string<Char>& text) {
   return text.c_str();
 }
 
-template <class Char, class... Arguments>
-std::basic_string<Char> Expand(const Char* format, const Arguments&... arguments) {
-  using Context = fmt::basic_printf_context_t<Char>;
-  return fmt::vsprintf(
-      fmt::basic_string_view<Char>(format),
-      fmt::basic_format_args<Context>(fmt::make_format_args<Context>(arguments...)));
-}
-
 }  // namespace format_detail
 
 // Expands a printf-style format (%d, %u, %s, %c, widths, zero fill) as wsprintf does: %s takes text
@@ -41,7 +33,7 @@ template <class Char, class... Arguments>
 std::basic_string<Char> FormatBounded(std::size_t capacity, const Char* format,
                                       const Arguments&... arguments) {
   std::basic_string<Char> text =
-      format_detail::Expand(format, format_detail::Argument(arguments)...);
+      fmt::sprintf(fmt::basic_string_view<Char>(format), format_detail::Argument(arguments)...);
   if (text.size() >= capacity) {
     text.resize(capacity - 1);
   }

@@ -150,23 +150,19 @@ def debian_package(name: str, linkage: str) -> Component:
 
 
 def rest_library(build: Path) -> Component:
-    """The patched library: Debian's source package, the version as its own header has it."""
+    """The patched library: the tarball of Debian's source package, the version as its own header has it."""
     cache = (build / "CMakeCache.txt").read_text("utf-8")
     flavour = re.search(r"^KYD_CPPREST_FLAVOUR:\w+=(\w+)$", cache, re.M)
-    script = REST_SOURCES / "build"
-    package = re.search(r"source_package=(\S+) source_version=(\S+)", script.read_text("utf-8"))
-    if flavour is None or package is None:
+    if flavour is None:
         raise Failure("the build does not say where the REST library is from")
-    prefix = Path(run(script, flavour[1]).splitlines()[-1])
+    prefix = Path(run(REST_SOURCES / "build", flavour[1]).splitlines()[-1])
     header = (prefix / "include/cpprest/version.h").read_text("utf-8")
     numbers = [
         re.search(rf"define CPPREST_VERSION_{part} (\d+)", header) for part in ("MAJOR", "MINOR", "REVISION")
     ]
     version = ".".join(number[1] for number in numbers if number)
-    if version != package[2].rpartition("-")[0]:
-        raise Failure(f"the REST library calls itself {version}, its source is {package[2]}")
     return Component(
-        package[1], version, f"pkg:deb/debian/{package[1]}@{quote(package[2])}?arch=source", "static",
+        "cpprest", version, f"pkg:deb/debian/cpprest@{version}?arch=source", "static",
         prefix / "share/cpprestsdk/license.txt", "https://github.com/microsoft/cpprestsdk",
         tuple(path.name for path in sorted(REST_SOURCES.glob("[0-9]*.patch"))),
     )
