@@ -289,10 +289,17 @@ int MoveByLink(const std::string& source, const std::string& target) noexcept {
   return error_number;
 }
 
-int MoveByReservation(const std::string& source, const std::string& target) noexcept {
+int MoveByReservation(const std::string& source, const std::string& target) {
   const Entry original = LookAt(source);
   if (!original.IsPresent()) {
     return original.error_number;
+  }
+  // Nothing is reserved in vain: removing the reservation could fail. Folders are compared because
+  // layers of an overlay show in their files.
+  const Entry from = LookAt(FolderOf(source));
+  const Entry to = LookAt(FolderOf(target));
+  if (from.IsPresent() && to.IsPresent() && from.device != to.device) {
+    return EXDEV;
   }
   const bool is_folder = S_ISDIR(original.mode);
   UniqueFd held;
@@ -316,7 +323,7 @@ int MoveByReservation(const std::string& source, const std::string& target) noex
   return error_number;
 }
 
-int MoveOnSameFileSystem(const std::string& source, const std::string& target) noexcept {
+int MoveOnSameFileSystem(const std::string& source, const std::string& target) {
   int error_number = MoveByRename(source, target);
   if (!IsUnsupported(error_number)) {
     return error_number;

@@ -21,11 +21,10 @@ namespace platform {
 
 // An empty entry of our own reserves the target's name, and the plain rename replaces it. A process
 // that dies in between leaves the empty entry behind and the source where it is.
-[[nodiscard]] int MoveByReservation(const std::string& source, const std::string& target) noexcept;
+[[nodiscard]] int MoveByReservation(const std::string& source, const std::string& target);
 
 // The first of the three that the file system offers.
-[[nodiscard]] int MoveOnSameFileSystem(const std::string& source,
-                                       const std::string& target) noexcept;
+[[nodiscard]] int MoveOnSameFileSystem(const std::string& source, const std::string& target);
 
 // A regular file's copy under a temporary name beside the target, if possible with owner, mode and
 // times; written to the disk, only then given the target's name, and only then is the source

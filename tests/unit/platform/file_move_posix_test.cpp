@@ -480,6 +480,14 @@ TEST_F(MoveAcross, KeepsContentModeAndTimes) {
   EXPECT_EQ(status.st_mtim.tv_nsec, 7);
 }
 
+TEST_F(MoveAcross, ReservesNothing) {
+  WriteFileBytes(source_, "content");
+  EXPECT_TRUE(RunWithout({{SYS_unlink, EIO, std::nullopt}}, [&] {
+    return platform::MoveByReservation(Native(source_), Native(target_)) == EXDEV;
+  }));
+  ExpectNothingMoved("content");
+}
+
 TEST_F(MoveAcross, MovesAnEmptyFile) {
   WriteFileBytes(source_, "");
   EXPECT_TRUE(MoveWithoutReplacing(source_, target_));
