@@ -12,12 +12,7 @@ namespace kyd {
 
 namespace {
 
-constexpr wchar_t kCompanionName[] = L"Corvid";
 constexpr wchar_t kFallbackUserAgent[] = L"VeltraneKeyward/1.15.0";
-
-std::wstring CompanionFileName() {
-  return std::wstring(kCompanionName) + platform::kLibraryEnding;
-}
 
 // Binds one export; false when the library has none of that name.
 template <class Entry>
@@ -28,9 +23,9 @@ bool Bind(const platform::Library& library, const char* name, Entry& entry) noex
 
 // All three are needed, the last one too, although it is never called.
 bool BindEntries(CompanionRun& run) noexcept {
-  const bool decrypt = Bind(run.companionModule, "Corvid_CmpCphr_Decrypt", run.decryptEntry);
-  const bool base64 = Bind(run.companionModule, "Corvid_Base64_Decode", run.base64DecodeEntry);
-  const bool event_log = Bind(run.companionModule, "Corvid_Write_EventLog", run.eventLogEntry);
+  const bool decrypt = Bind(run.companionModule, kDecryptExport, run.decryptEntry);
+  const bool base64 = Bind(run.companionModule, kBase64DecodeExport, run.base64DecodeEntry);
+  const bool event_log = Bind(run.companionModule, kEventLogExport, run.eventLogEntry);
   return decrypt && base64 && event_log;
 }
 

@@ -5,8 +5,19 @@
 #include <string>
 
 #include "credentials/companion_run.h"
+#include "platform/module.h"
 
 namespace kyd {
+
+// The exports that the companion library has to have.
+inline constexpr char kDecryptExport[] = "Corvid_CmpCphr_Decrypt";
+inline constexpr char kBase64DecodeExport[] = "Corvid_Base64_Decode";
+inline constexpr char kEventLogExport[] = "Corvid_Write_EventLog";
+
+// The name of its file, which is in the program's folder.
+[[nodiscard]] inline std::wstring CompanionFileName() {
+  return std::wstring(L"Corvid") + platform::kLibraryEnding;
+}
 
 // Starts the upload run, with or without force flush.
 using StartUploadRun = std::function<void(bool forceFlush)>;

@@ -9,7 +9,6 @@ namespace corvid {
 
 namespace {
 
-constexpr wchar_t kSettingsKey[] = L"SOFTWARE\\Veltrane\\Veltrane Keyward\\Corvid";
 constexpr wchar_t kLogFolderName[] = L"DebugSSO";
 
 std::optional<std::uint32_t> QueryDword(const platform::RegistryKey& key, const wchar_t* name) {
@@ -60,8 +59,8 @@ bool OutputLogEnables(std::uint32_t output_log, std::uint32_t mask) noexcept {
   return mask == 1 ? output_log != 0 : (output_log & mask) != 0;
 }
 
-void ReadLogSettings(std::uint32_t mask, std::uint32_t registry_access, DefaultBase default_base,
-                     LogSettings& settings) {
+void QueryLogSettings(std::uint32_t mask, std::uint32_t registry_access, DefaultBase default_base,
+                      LogSettings& settings) {
   settings = LogSettings();
   const std::optional<platform::RegistryKey> key =
       platform::RegistryKey::OpenLocalMachine(kSettingsKey, registry_access);
@@ -79,13 +78,20 @@ void ReadLogSettings(std::uint32_t mask, std::uint32_t registry_access, DefaultB
     return;
   }
   settings.folder = *base + kLogFolderName;
-  if (!platform::IsFolder(settings.folder) && !platform::CreateFolders(settings.folder)) {
-    settings.enabled = false;
-    return;
-  }
   const std::optional<std::uint32_t> size = QueryDword(*key, L"OutputLogSize");
   if (size && *size != 0) {
     settings.size_limit = *size;
+  }
+}
+
+void ReadLogSettings(std::uint32_t mask, std::uint32_t registry_access, DefaultBase default_base,
+                     LogSettings& settings) {
+  QueryLogSettings(mask, registry_access, default_base, settings);
+  const bool needs_folder = settings.enabled && !settings.folder.empty();
+  if (needs_folder && !platform::IsFolder(settings.folder) &&
+      !platform::CreateFolders(settings.folder)) {
+    settings.enabled = false;
+    settings.size_limit = kDefaultLogSizeLimit;
   }
 }
 

@@ -7,6 +7,12 @@
 
 namespace corvid {
 
+inline constexpr wchar_t kSettingsKey[] = L"SOFTWARE\\Veltrane\\Veltrane Keyward\\Corvid";
+
+// The program's own logger: its bit of "OutputLog", and its file in the log folder.
+inline constexpr std::uint32_t kProgramLogMask = 16;
+inline constexpr wchar_t kProgramLogName[] = L"KydLogUploader.log";
+
 inline constexpr std::uint64_t kDefaultLogSizeLimit = 10485760;  // bytes, 10 MiB
 
 // Seconds that pass at least between two reads of the settings.
@@ -42,9 +48,12 @@ using DefaultBase = std::optional<std::wstring> (*)();
 // True when the value of "OutputLog" switches a logger with this mask on.
 [[nodiscard]] bool OutputLogEnables(std::uint32_t output_log, std::uint32_t mask) noexcept;
 
-// Reads the settings from HKEY_LOCAL_MACHINE\SOFTWARE\Veltrane\Veltrane Keyward\Corvid into
-// `settings`, which is reset first, and creates the log folder. Every failure leaves the logger
-// disabled or at its defaults.
+// Reads the settings from kSettingsKey below HKEY_LOCAL_MACHINE into `settings`, which is reset
+// first. Every failure leaves the logger disabled or at its defaults. Creates nothing.
+void QueryLogSettings(std::uint32_t mask, std::uint32_t registry_access, DefaultBase default_base,
+                      LogSettings& settings);
+
+// The same, and creates the log folder; without it the logger is disabled.
 void ReadLogSettings(std::uint32_t mask, std::uint32_t registry_access, DefaultBase default_base,
                      LogSettings& settings);
 

@@ -4,15 +4,14 @@
 #include <exception>
 #include <utility>
 
+#include "debuglog/log_settings.h"
 #include "platform/text.h"
 
 namespace corvid {
 
 namespace {
 
-constexpr std::uint32_t kProgramLogMask = 16;
 constexpr std::uint32_t kDefaultLogMask = 1;
-constexpr wchar_t kProgramLogName[] = L"KydLogUploader.log";
 
 // Made in this order at static initialisation, destroyed in the opposite order at process exit: the
 // program's logger goes with the registry, the default logger last.

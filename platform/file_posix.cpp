@@ -46,6 +46,26 @@ UniqueFd OpenLocked(const std::wstring& path, int flags, int lock) {
   return fd;
 }
 
+// Reads on after a short read, until `size` bytes are there or the file ends. `read_some` gets
+// where they go, how many there are already, and how many are wanted.
+template <class ReadSome>
+std::optional<std::size_t> ReadUpTo(void* buffer, std::size_t size, const ReadSome& read_some) {
+  std::size_t total = 0;
+  while (total < size) {
+    const ssize_t count = read_some(static_cast<char*>(buffer) + total, total,
+                                    std::min(size - total, kLargestTransfer));
+    if (count < 0) {
+      SetLastError(NumberOfErrno(errno));
+      return std::nullopt;
+    }
+    if (count == 0) {
+      break;
+    }
+    total += static_cast<std::size_t>(count);
+  }
+  return total;
+}
+
 bool IsExistingFolder(const std::string& path) {
   struct stat status;
   return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
@@ -107,20 +127,9 @@ std::optional<std::size_t> File::Read(void* buffer, std::size_t size) {
     SetLastError(kErrorGeneralFailure);
     return std::nullopt;
   }
-  std::size_t total = 0;
-  while (total < size) {
-    const ssize_t count = ReadOnce(handle_->fd.Get(), static_cast<char*>(buffer) + total,
-                                   std::min(size - total, kLargestTransfer));
-    if (count < 0) {
-      SetLastError(NumberOfErrno(errno));
-      return std::nullopt;
-    }
-    if (count == 0) {
-      break;
-    }
-    total += static_cast<std::size_t>(count);
-  }
-  return total;
+  return ReadUpTo(buffer, size, [this](char* place, std::size_t /*done*/, std::size_t wanted) {
+    return ReadOnce(handle_->fd.Get(), place, wanted);
+  });
 }
 
 std::optional<std::size_t> File::ReadAt(std::uint64_t offset, void* buffer, std::size_t size) {
@@ -129,21 +138,13 @@ std::optional<std::size_t> File::ReadAt(std::uint64_t offset, void* buffer, std:
     return std::nullopt;
   }
   constexpr auto kLastPlace = static_cast<std::uint64_t>(std::numeric_limits<off_t>::max());
-  std::size_t total = 0;
-  while (total < size && offset + total >= offset && offset + total < kLastPlace) {
-    const ssize_t count =
-        ReadOnceAt(handle_->fd.Get(), static_cast<char*>(buffer) + total,
-                   std::min(size - total, kLargestTransfer), static_cast<off_t>(offset + total));
-    if (count < 0) {
-      SetLastError(NumberOfErrno(errno));
-      return std::nullopt;
-    }
-    if (count == 0) {
-      break;
-    }
-    total += static_cast<std::size_t>(count);
+  if (offset >= kLastPlace) {
+    return 0;
   }
-  return total;
+  const auto most = static_cast<std::size_t>(std::min<std::uint64_t>(size, kLastPlace - offset));
+  return ReadUpTo(buffer, most, [&](char* place, std::size_t done, std::size_t wanted) {
+    return ReadOnceAt(handle_->fd.Get(), place, wanted, static_cast<off_t>(offset + done));
+  });
 }
 
 bool File::SeekToEnd() {

@@ -14,6 +14,13 @@ inline constexpr wchar_t kLibraryEnding[] = L".dll";
 inline constexpr wchar_t kLibraryEnding[] = L".so";
 #endif
 
+// File name ending of a program.
+#ifdef _WIN32
+inline constexpr wchar_t kProgramEnding[] = L".exe";
+#else
+inline constexpr wchar_t kProgramEnding[] = L"";
+#endif
+
 // The handle of a loaded module, and what closes it (FreeLibrary, dlclose).
 using ModuleHandle = void*;
 struct ModuleCloser {

@@ -3,13 +3,21 @@
 
 #include <sys/file.h>
 #include <sys/socket.h>
+#include <sys/sysmacros.h>
 #include <sys/un.h>
 
+#include <algorithm>
+#include <array>
+#include <cinttypes>
 #include <cstddef>
+#include <cstdio>
+#include <optional>
+#include <sstream>
 
 #include "platform/errno_posix.h"
 #include "platform/error.h"
 #include "platform/fd_posix.h"
+#include "platform/single_instance_posix.h"
 #include "platform/sysroot_posix.h"
 #include "platform/text.h"
 
@@ -40,6 +48,16 @@ UniqueFd OpenLockFile(const std::string& path) {
   return {};
 }
 
+std::string LockPath(const std::wstring& name) {
+  return UnderSysroot("/run/lock/" + ToNativePath(name));
+}
+
+// Stands for a lock file that cannot be locked.
+std::string PlaceName(const struct stat& lock_file) {
+  return "kyd-instance-" + std::to_string(lock_file.st_dev) + "-" +
+         std::to_string(lock_file.st_ino);
+}
+
 // Holds the place where files cannot be locked: by a name of Unix sockets that is in no file system
 // (unix(7), abstract) and that the kernel, too, gives back when the process ends. The lock file's
 // numbers are the name, so that only runs that share the file shut each other out.
@@ -50,8 +68,7 @@ UniqueFd BindInPlaceOfLock(const UniqueFd& lock_file) {
     SetLastError(NumberOfErrno(errno));
     return {};
   }
-  const std::string name =
-      "kyd-instance-" + std::to_string(status.st_dev) + "-" + std::to_string(status.st_ino);
+  const std::string name = PlaceName(status);
   sockaddr_un address = {};
   address.sun_family = AF_UNIX;
   name.copy(address.sun_path + 1, sizeof address.sun_path - 1);  // behind the NUL of such names
@@ -63,7 +80,76 @@ UniqueFd BindInPlaceOfLock(const UniqueFd& lock_file) {
   return place;
 }
 
+bool MayMakeLockFile() {
+  const std::string folder = UnderSysroot("/run/lock");
+  if (faccessat(AT_FDCWD, folder.c_str(), W_OK | X_OK, AT_EACCESS) != 0) {
+    RecordErrno(errno, folder);
+    return false;
+  }
+  return true;
+}
+
+// A table of the kernel. Nothing, with LastError set, when it cannot be read.
+std::optional<std::string> ReadTable(const char* path) {
+  const UniqueFd file(open(path, O_RDONLY | O_CLOEXEC));
+  std::string text;
+  std::array<char, 4096> buffer;
+  ssize_t count = file ? 1 : -1;
+  while (count > 0) {
+    count = ReadOnce(file.Get(), buffer.data(), buffer.size());
+    text.append(buffer.data(), static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+  }
+  if (count < 0) {
+    RecordErrno(errno, path);
+    return std::nullopt;
+  }
+  return text;
+}
+
 }  // namespace
+
+bool HoldsExclusiveFlock(std::string_view locks, unsigned major_number, unsigned minor_number,
+                         std::uint64_t inode) {
+  // Such as "3: FLOCK  ADVISORY  WRITE 4711 fd:01:1234 0 EOF"; one that waits has "->" before
+  // FLOCK.
+  std::istringstream lines{std::string(locks)};
+  for (std::string line; std::getline(lines, line);) {
+    std::istringstream words(line);
+    std::string number, kind, how, mode, process, file;
+    words >> number >> kind >> how >> mode >> process >> file;
+    unsigned major_found = 0;
+    unsigned minor_found = 0;
+    std::uint64_t inode_found = 0;
+    if (kind == "FLOCK" && mode == "WRITE" &&
+        std::sscanf(file.c_str(), "%x:%x:%" SCNu64, &major_found, &minor_found, &inode_found) ==
+            3 &&
+        major_found == major_number && minor_found == minor_number && inode_found == inode) {
+      return true;
+    }
+  }
+  return false;
+}
+
+InstanceOwner OwnerOfInstance(const std::wstring& name) {
+  // Opened as the owner would, but never locked: a lock, however short, would end a program that
+  // starts meanwhile.
+  struct stat status;
+  const UniqueFd file = OpenRegularFile(LockPath(name), O_RDONLY | O_NOFOLLOW, 0, status);
+  if (!file) {
+    const bool is_free = LastError() == kErrorFileNotFound && MayMakeLockFile();
+    return is_free ? InstanceOwner::kNone : InstanceOwner::kUnavailable;
+  }
+  const std::optional<std::string> locks = ReadTable("/proc/locks");
+  if (!locks) {
+    return InstanceOwner::kUnknown;
+  }
+  if (HoldsExclusiveFlock(*locks, major(status.st_dev), minor(status.st_dev), status.st_ino)) {
+    return InstanceOwner::kSomebody;
+  }
+  const std::string sockets = ReadTable("/proc/net/unix").value_or("");
+  const bool is_bound = sockets.find("@" + PlaceName(status) + "\n") != std::string::npos;
+  return is_bound ? InstanceOwner::kSomebody : InstanceOwner::kNone;
+}
 
 struct SingleInstance::Handle {
   UniqueFd file;
@@ -76,7 +162,7 @@ SingleInstance::SingleInstance(const std::wstring& name) {
     return;
   }
   auto handle = std::make_unique<Handle>();
-  handle->file = OpenLockFile(UnderSysroot("/run/lock/" + ToNativePath(name)));
+  handle->file = OpenLockFile(LockPath(name));
   if (!handle->file) {
     return;
   }

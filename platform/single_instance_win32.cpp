@@ -34,4 +34,25 @@ SingleInstance::SingleInstance(const std::wstring& name) {
 
 SingleInstance::~SingleInstance() = default;
 
+InstanceOwner OwnerOfInstance(const std::wstring& name) {
+  // Not a right of mutexes: refused, after the name was looked up. A handle, however short its
+  // life, could be the one that keeps the mutex of a run that ends from going before the next run
+  // starts.
+  constexpr DWORD kNoSuchRight = 0x8000;
+  const std::wstring global_name = L"Global\\" + name;
+  const HANDLE mutex = OpenMutexW(kNoSuchRight, /*bInheritHandle=*/FALSE, global_name.c_str());
+  if (mutex != nullptr) {
+    CloseHandle(mutex);  // by Wine, which grants every right
+    return InstanceOwner::kSomebody;
+  }
+  switch (GetLastError()) {
+    case ERROR_FILE_NOT_FOUND:
+      return InstanceOwner::kNone;
+    case ERROR_ACCESS_DENIED:
+      return InstanceOwner::kSomebody;
+    default:
+      return InstanceOwner::kUnknown;
+  }
+}
+
 }  // namespace platform

@@ -16,6 +16,11 @@ constexpr std::size_t kTextCapacity = 64;  // characters
 constexpr std::int64_t kSecondsPerDay = 86'400;
 constexpr std::int64_t kLastSecond = 253'402'300'799;  // of the year 9999
 
+date DateOf(const platform::LocalTime& day) {
+  return date(static_cast<unsigned short>(day.year), static_cast<unsigned short>(day.month),
+              static_cast<unsigned short>(day.day));
+}
+
 platform::LocalTime DayOf(const date& day) {
   platform::LocalTime parts;
   parts.year = day.year();
@@ -28,12 +33,15 @@ platform::LocalTime DayOf(const date& day) {
 
 std::vector<platform::LocalTime> LatestDays(const platform::LocalTime& today, unsigned count) {
   std::vector<platform::LocalTime> latest;
-  date day(static_cast<unsigned short>(today.year), static_cast<unsigned short>(today.month),
-           static_cast<unsigned short>(today.day));
+  date day = DateOf(today);
   for (unsigned i = 0; i < count; ++i, day -= days(1)) {
     latest.push_back(DayOf(day));
   }
   return latest;
+}
+
+platform::LocalTime DayAfter(const platform::LocalTime& day) {
+  return DayOf(DateOf(day) + days(1));
 }
 
 std::wstring DateText(const platform::LocalTime& day) {

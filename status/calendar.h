@@ -13,6 +13,9 @@ namespace kyd {
 [[nodiscard]] std::vector<platform::LocalTime> LatestDays(const platform::LocalTime& today,
                                                           unsigned count);
 
+// The day after.
+[[nodiscard]] platform::LocalTime DayAfter(const platform::LocalTime& day);
+
 // "2024-03-05" (ISO 8601).
 [[nodiscard]] std::wstring DateText(const platform::LocalTime& day);
 

@@ -18,24 +18,6 @@ State StateOf(std::uint64_t value, std::uint64_t limit) {
   return value > 2 * limit ? State::kCritical : State::kWarning;
 }
 
-// Of two findings, the one that has to be acted upon first.
-State Worse(State left, State right) {
-  const auto urgency = [](State state) {
-    switch (state) {
-      case State::kOk:
-        return 0;
-      case State::kWarning:
-        return 1;
-      case State::kUnknown:
-        return 2;
-      case State::kCritical:
-        break;
-    }
-    return 3;
-  };
-  return urgency(left) < urgency(right) ? right : left;
-}
-
 void JudgeAge(const Survey& survey, std::uint32_t max_age_hours, Verdict& verdict) {
   const auto limit = static_cast<std::int64_t>(max_age_hours) * kSecondsPerHour;
   std::uint64_t late = 0;
@@ -72,6 +54,23 @@ void JudgeErrors(const Survey& survey, std::uint32_t max_errors, Verdict& verdic
 }
 
 }  // namespace
+
+State Worse(State left, State right) noexcept {
+  const auto urgency = [](State state) {
+    switch (state) {
+      case State::kOk:
+        return 0;
+      case State::kWarning:
+        return 1;
+      case State::kUnknown:
+        return 2;
+      case State::kCritical:
+        break;
+    }
+    return 3;
+  };
+  return urgency(left) < urgency(right) ? right : left;
+}
 
 Verdict Judge(const Survey& survey, const Limits& limits) {
   Verdict verdict;

@@ -25,6 +25,9 @@ struct Limits {
 // The numbers are exit codes, those that monitoring systems know.
 enum class State : int { kOk = 0, kWarning = 1, kCritical = 2, kUnknown = 3 };
 
+// Of two findings, the one that has to be acted upon first.
+[[nodiscard]] State Worse(State left, State right) noexcept;
+
 struct Verdict {
   State state = State::kOk;
   std::vector<std::wstring> reasons;  // a sentence without a full stop each; empty when all is well

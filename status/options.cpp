@@ -42,6 +42,16 @@ CLI::Validator Between(std::uint32_t least, std::uint32_t most) {
   return range;
 }
 
+// The other options belong to the report about the last days.
+void RefuseMoreThanJson(const CLI::App& app) {
+  for (const CLI::Option* const option : app.get_options()) {
+    const std::string name = option->get_name();
+    if (option->count() != 0 && name != "LogDir" && name != "--check" && name != "--json") {
+      throw CLI::ExcludesError("--check", name);
+    }
+  }
+}
+
 Answer AnswerOf(const CLI::App& app, const CLI::ParseError& error) {
   if (error.get_name() == "CallForHelp") {
     return {0, platform::FromUtf8(app.help())};
@@ -71,6 +81,8 @@ CommandLine ReadCommandLine(const std::vector<std::string>& arguments, const Pat
       ->check(Between(1U, kMostDays))
       ->type_name("N");
   app.add_flag("--json", options.json, "Print JSON");
+  const CLI::Option* const check = app.add_flag(
+      "--check", options.check, "Tell what would keep the next run from working; nothing is sent");
   app.add_option("--html", taken.html_file, "Write a page to this file as well")->type_name("FILE");
   CLI::Option* const metrics = app.add_option("--openmetrics", taken.metrics_file,
                                               "Write metrics for Prometheus to this file as well")
@@ -99,6 +111,9 @@ CommandLine ReadCommandLine(const std::vector<std::string>& arguments, const Pat
     }
     if (options.per_account && metrics->count() == 0) {
       throw CLI::RequiresError("--per-account", "--openmetrics");
+    }
+    if (check->count() != 0) {
+      RefuseMoreThanJson(app);
     }
   } catch (const CLI::ParseError& error) {
     line.answer = AnswerOf(app, error);

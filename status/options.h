@@ -14,6 +14,7 @@ struct Options {
   std::wstring log_dir;
   unsigned days = 7;
   bool json = false;
+  bool check = false;         // look at what the next run needs instead
   std::wstring html_file;     // empty: no page
   std::wstring metrics_file;  // empty: no metrics
   bool per_account = false;   // metrics of each account as well

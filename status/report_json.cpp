@@ -1,11 +1,6 @@
-// The report as JSON, through RapidJSON.
-#include <rapidjson/prettywriter.h>
-#include <rapidjson/stringbuffer.h>
-
-#include <string_view>
-
-#include "platform/text.h"
+// The report as JSON.
 #include "status/calendar.h"
+#include "status/json_writer.h"
 #include "status/reports.h"
 #include "status/version.h"
 #include "status/wording.h"
@@ -13,72 +8,6 @@
 namespace kyd {
 
 namespace {
-
-using Writer = rapidjson::PrettyWriter<rapidjson::StringBuffer>;
-
-class JsonWriter {
- public:
-  explicit JsonWriter(rapidjson::StringBuffer& buffer) : writer_(buffer) {
-    writer_.SetIndent(' ', 2);
-  }
-
-  template <class Function>
-  void Object(const Function& members) {
-    writer_.StartObject();
-    members();
-    writer_.EndObject();
-  }
-  template <class Function>
-  void ObjectIn(const char* name, const Function& members) {
-    writer_.Key(name);
-    Object(members);
-  }
-  template <class Items, class Function>
-  void ArrayIn(const char* name, const Items& items, const Function& write) {
-    writer_.Key(name);
-    writer_.StartArray();
-    for (const auto& item : items) {
-      write(item);
-    }
-    writer_.EndArray();
-  }
-  void Text(std::wstring_view text) {
-    const std::string utf8 = platform::ToUtf8(text);
-    writer_.String(utf8.data(), static_cast<rapidjson::SizeType>(utf8.size()));
-  }
-  void TextIn(const char* name, std::wstring_view text) {
-    writer_.Key(name);
-    Text(text);
-  }
-  // Null for an empty text.
-  void TextOrNullIn(const char* name, std::wstring_view text) {
-    writer_.Key(name);
-    if (text.empty()) {
-      writer_.Null();
-    } else {
-      Text(text);
-    }
-  }
-  void NumberIn(const char* name, std::uint64_t number) {
-    writer_.Key(name);
-    writer_.Uint64(number);
-  }
-  void BoolIn(const char* name, std::optional<bool> value) {
-    writer_.Key(name);
-    if (value) {
-      writer_.Bool(*value);
-    } else {
-      writer_.Null();
-    }
-  }
-  void NullIn(const char* name) {
-    writer_.Key(name);
-    writer_.Null();
-  }
-
- private:
-  Writer writer_;
-};
 
 void WriteWaiting(JsonWriter& json, const WaitingFiles& waiting, std::int64_t now) {
   json.ObjectIn("waiting", [&] {
@@ -143,26 +72,23 @@ void WriteTotals(JsonWriter& json, const Survey& survey) {
   });
 }
 
-std::wstring Lower(std::wstring text) {
-  for (wchar_t& character : text) {
-    if (character >= L'A' && character <= L'Z') {
-      character = static_cast<wchar_t>(character - L'A' + L'a');
-    }
-  }
-  return text;
-}
-
 }  // namespace
 
+std::wstring StateWord(State state) {
+  std::wstring word = StateName(state);
+  for (wchar_t& character : word) {
+    character = static_cast<wchar_t>(character - L'A' + L'a');
+  }
+  return word;
+}
+
 std::string JsonReport(const Survey& survey, const Verdict& verdict) {
-  rapidjson::StringBuffer buffer;
-  JsonWriter json(buffer);
-  json.Object([&] {
+  return JsonText([&](JsonWriter& json) {
     json.TextIn("program", kStatusName);
     json.TextIn("version", kStatusVersion);
     json.TextIn("time", TimeText(survey.time));
     json.TextIn("logDir", survey.log_dir);
-    json.TextIn("state", Lower(StateName(verdict.state)));
+    json.TextIn("state", StateWord(verdict.state));
     json.ArrayIn("reasons", verdict.reasons,
                  [&](const std::wstring& reason) { json.Text(reason); });
     WriteTotals(json, survey);
@@ -176,7 +102,6 @@ std::string JsonReport(const Survey& survey, const Verdict& verdict) {
       });
     });
   });
-  return std::string(buffer.GetString(), buffer.GetSize()) + "\n";
 }
 
 }  // namespace kyd

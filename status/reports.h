@@ -11,6 +11,9 @@ namespace kyd {
 // "OK", "WARNING", "CRITICAL", "UNKNOWN".
 [[nodiscard]] const wchar_t* StateName(State state) noexcept;
 
+// The same for JSON: "ok" and so on.
+[[nodiscard]] std::wstring StateWord(State state);
+
 // For a terminal and for a monitoring system, which shows the first line.
 [[nodiscard]] std::wstring TextReport(const Survey& survey, const Verdict& verdict);
 

@@ -7,7 +7,9 @@
 
 #include "platform/console.h"
 #include "platform/error.h"
+#include "platform/module.h"
 #include "platform/text.h"
+#include "status/check.h"
 #include "status/replaced_file.h"
 #include "status/reports.h"
 #include "status/version.h"
@@ -30,16 +32,17 @@ std::int64_t SteadyMilliseconds() {
   return std::chrono::duration_cast<milliseconds>(now).count();
 }
 
-Survey LookAroundInSight(const Options& options) {
-  const platform::Clock& clock = platform::SystemClock();
+// Calls a function with a progress line for a terminal, if there is one.
+template <class Function>
+auto InSight(const Function& function) {
   if (!platform::ErrorsAreSeen()) {
     Progress unseen;
-    return LookAround(options.log_dir, options.days, clock, unseen);
+    return function(unseen);
   }
   Progress progress(&SteadyMilliseconds, [](const std::wstring& text) {
     static_cast<void>(platform::WriteErrors(text));
   });
-  return LookAround(options.log_dir, options.days, clock, progress);
+  return function(progress);
 }
 
 // True without a path, too: the file was not asked for.
@@ -52,8 +55,19 @@ bool WriteFileOf(const std::wstring& path, const std::function<std::string()>& c
   return false;
 }
 
+bool Print(const std::wstring& report) {
+  const bool printed = platform::WriteOutput(report);
+  if (!printed) {
+    const unsigned error = platform::LastError();
+    Complain(L"cannot print the report (" + ErrorText(error) + L")");
+  }
+  return printed;
+}
+
 int Report(const Options& options) {
-  const Survey survey = LookAroundInSight(options);
+  const Survey survey = InSight([&](Progress& progress) {
+    return LookAround(options.log_dir, options.days, platform::SystemClock(), progress);
+  });
   const Verdict verdict = Judge(survey, options.limits);
   int exit_code = static_cast<int>(verdict.state);
   if (!WriteFileOf(options.html_file, [&] { return HtmlReport(survey, verdict); })) {
@@ -65,13 +79,18 @@ int Report(const Options& options) {
   }
   const std::wstring report =
       options.json ? platform::FromUtf8(JsonReport(survey, verdict)) : TextReport(survey, verdict);
-  const bool printed = platform::WriteOutput(report);
-  if (!printed) {
-    const unsigned error = platform::LastError();
-    Complain(L"cannot print the report (" + ErrorText(error) + L")");
-    exit_code = kCannotTell;
-  }
-  return exit_code;
+  return Print(report) ? exit_code : kCannotTell;
+}
+
+int ReportCheck(const Options& options) {
+  const std::wstring program = platform::ProgramPath();
+  const std::wstring folder = program.substr(0, program.find_last_of(platform::kPathSeparator));
+  const Check check = InSight([&](Progress& progress) {
+    return CheckNextRun(options.log_dir, folder, platform::SystemClock(), progress);
+  });
+  const std::wstring report =
+      options.json ? platform::FromUtf8(CheckJson(check)) : CheckText(check);
+  return Print(report) ? static_cast<int>(StateOf(check)) : kCannotTell;
 }
 
 int Answered(const Answer& answer) {
@@ -87,7 +106,10 @@ int Answered(const Answer& answer) {
 int RunStatus(const std::vector<std::string>& arguments, const PathDecoder& path_of) {
   try {
     const CommandLine line = ReadCommandLine(arguments, path_of);
-    return line.answer ? Answered(*line.answer) : Report(line.options);
+    if (line.answer) {
+      return Answered(*line.answer);
+    }
+    return line.options.check ? ReportCheck(line.options) : Report(line.options);
   } catch (const std::exception& unexpected) {
     Complain(platform::FromUtf8(unexpected.what()));
     return kCannotTell;

@@ -5,13 +5,13 @@
 #include "debuglog/cdebuglog.h"
 #include "platform/single_instance.h"
 #include "uploader/flush_log_dir.h"
+#include "uploader/instance_name.h"
 #include "uploader/upload_run.h"
 
 namespace kyd {
 
 namespace {
 
-constexpr wchar_t kInstanceName[] = L"VeltraneKydLogUploaderMutexString";
 constexpr wchar_t kForceFlush[] = L"Param_Force_Flush";
 constexpr std::size_t kNameBufferCapacity = 256;
 

@@ -95,7 +95,8 @@ def test_debian_package_has_programs_documents_and_examples(debian_files):
     # Debian has a name of its own for the list of changes.
     assert own == {f"{documentation}{name}" for name in documents() - {"CHANGELOG.md"}} | {
         f"{documentation}changelog",
-        "usr/lib/kydloguploader/KydLogUploader", "usr/sbin/KydLogUploader", "usr/bin/KydUploadStatus",
+        "usr/lib/kydloguploader/KydLogUploader", "usr/sbin/KydLogUploader",
+        "usr/lib/kydloguploader/KydUploadStatus", "usr/bin/KydUploadStatus",
         "usr/share/man/man8/KydLogUploader.8", "usr/share/man/man1/KydUploadStatus.1",
         "usr/share/lintian/overrides/kydloguploader",
         f"{documentation}changelog.Debian", f"{documentation}copyright",

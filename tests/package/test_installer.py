@@ -79,7 +79,7 @@ def test_entry_is_in_add_remove_programs(installed, version):
 
 
 def test_name_that_is_held_is_the_programs():
-    source = (ROOT / "uploader/run.cpp").read_text("utf-8")
+    source = (ROOT / "uploader/instance_name.h").read_text("utf-8")
     name = re.search(r'kInstanceName\[\] = L"(\w+)"', source)[1]
     assert MUTEX == f"Global\\{name}"
 

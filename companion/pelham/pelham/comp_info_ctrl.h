@@ -17,6 +17,25 @@
 
 namespace pelham {
 
+/// The library's file name without its ending.
+#if defined(_WIN32)
+inline constexpr wchar_t kLibraryName[] = L"pelham";
+#else
+inline constexpr wchar_t kLibraryName[] = L"libpelham";
+#endif
+
+/// The name under which the library exports the function, as g++ and Visual C++ decorate it.
+inline constexpr char kItaniumUserAgentExport[] =
+    "_ZN6pelham12CompInfoCtrl21CreateWebAPIUserAgentB5cxx11Ev";
+inline constexpr char kMsvcUserAgentExport[] =
+    "?CreateWebAPIUserAgent@CompInfoCtrl@pelham@@SA"
+    "?AV?$basic_string@_WU?$char_traits@_W@std@@V?$allocator@_W@2@@std@@XZ";
+#if defined(_MSC_VER)
+inline constexpr const char* kUserAgentExport = kMsvcUserAgentExport;
+#else
+inline constexpr const char* kUserAgentExport = kItaniumUserAgentExport;
+#endif
+
 class CompInfoCtrl {
  public:
   /// The HTTP user agent of the installed product.

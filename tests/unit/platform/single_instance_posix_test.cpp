@@ -12,6 +12,7 @@
 
 #include "platform/error.h"
 #include "platform/single_instance.h"
+#include "platform/single_instance_posix.h"
 #include "platform/text.h"
 #include "tests/unit/support/failing_calls_posix.h"
 #include "tests/unit/support/test_sysroot.h"
@@ -147,6 +148,45 @@ TEST(SingleInstanceFile, IsNeverALinkOrAFolder) {
   ASSERT_EQ(unlink(LockFile(sysroot).c_str()), 0);
   ASSERT_EQ(mkdir(LockFile(sysroot).c_str(), 0755), 0);
   EXPECT_FALSE(platform::SingleInstance(kName).IsOwner());
+}
+
+TEST(OwnerOfInstance, IsSeenWhereFilesCannotBeLocked) {
+  using platform::InstanceOwner;
+  const kyd_test::TestSysroot sysroot;
+  EXPECT_TRUE(kyd_test::RunWithout({{SYS_flock, ENOLCK, {}}}, [] {
+    const platform::SingleInstance owner(kName);
+    return owner.IsOwner() && platform::OwnerOfInstance(kName) == InstanceOwner::kSomebody;
+  }));
+  EXPECT_EQ(platform::OwnerOfInstance(kName), InstanceOwner::kNone);
+}
+
+TEST(OwnerOfInstance, MakesNoFileAndTellsOfAPlaceThatNobodyCanHave) {
+  using platform::InstanceOwner;
+  const kyd_test::TestSysroot sysroot;
+  EXPECT_EQ(platform::OwnerOfInstance(kName), InstanceOwner::kNone);
+  EXPECT_FALSE(std::filesystem::exists(LockFile(sysroot)));
+  ASSERT_EQ(mkdir(LockFile(sysroot).c_str(), 0755), 0);
+  EXPECT_EQ(platform::OwnerOfInstance(kName), InstanceOwner::kUnavailable);
+  std::filesystem::remove_all(std::filesystem::path(LockFile(sysroot)).parent_path());
+  EXPECT_EQ(platform::OwnerOfInstance(kName), InstanceOwner::kUnavailable);
+}
+
+TEST(HoldsExclusiveFlock, KnowsTheFileAndTheKindOfLock) {
+  const char* const locks =
+      "1: FLOCK  ADVISORY  WRITE 4711 fd:01:1234 0 EOF\n"
+      "2: -> FLOCK  ADVISORY  WRITE 4712 fd:01:55 0 EOF\n"
+      "3: FLOCK  ADVISORY  READ 4713 fd:01:66 0 EOF\n"
+      "4: POSIX  ADVISORY  WRITE 4714 fd:01:77 0 EOF\n"
+      "5: FLOCK\n"
+      "6: FLOCK  ADVISORY  WRITE -1 00:2b:18446744073709551615 0 EOF";
+  EXPECT_TRUE(platform::HoldsExclusiveFlock(locks, 0xFD, 1, 1234));
+  EXPECT_TRUE(platform::HoldsExclusiveFlock(locks, 0, 0x2B, ~std::uint64_t{0}));
+  EXPECT_FALSE(platform::HoldsExclusiveFlock(locks, 0xFD, 2, 1234));
+  EXPECT_FALSE(platform::HoldsExclusiveFlock(locks, 0xFC, 1, 1234));
+  for (const std::uint64_t inode : {123U, 55U, 66U, 77U}) {
+    EXPECT_FALSE(platform::HoldsExclusiveFlock(locks, 0xFD, 1, inode)) << inode;
+  }
+  EXPECT_FALSE(platform::HoldsExclusiveFlock("", 0xFD, 1, 1234));
 }
 
 }  // namespace

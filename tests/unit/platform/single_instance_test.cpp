@@ -47,4 +47,18 @@ TEST(SingleInstance, IsNobodysUnderANameThatCannotBeHad) {
   EXPECT_FALSE(instance.IsOwner());
 }
 
+TEST(OwnerOfInstance, TellsWhetherThereIsOneWithoutBecomingIt) {
+  using platform::InstanceOwner;
+  const kyd_test::TestSysroot sysroot;
+  EXPECT_EQ(platform::OwnerOfInstance(kName), InstanceOwner::kNone);
+  {
+    const platform::SingleInstance owner(kName);
+    ASSERT_TRUE(owner.IsOwner());
+    EXPECT_EQ(platform::OwnerOfInstance(kName), InstanceOwner::kSomebody);
+    EXPECT_EQ(platform::OwnerOfInstance(L"KydPlatformTestsOtherString"), InstanceOwner::kNone);
+  }
+  EXPECT_EQ(platform::OwnerOfInstance(kName), InstanceOwner::kNone);
+  EXPECT_TRUE(platform::SingleInstance(kName).IsOwner());
+}
+
 }  // namespace

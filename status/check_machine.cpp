@@ -1,0 +1,201 @@
+// What a run needs of the machine.
+#include <algorithm>
+#include <optional>
+
+#include "debuglog/log_settings.h"
+#include "logtree/log_tree.h"
+#include "platform/access.h"
+#include "platform/error.h"
+#include "platform/file.h"
+#include "platform/file_search.h"
+#include "platform/folders.h"
+#include "platform/process.h"
+#include "platform/registry.h"
+#include "platform/single_instance.h"
+#include "platform/text.h"
+#include "status/calendar.h"
+#include "status/check_parts.h"
+#include "status/wording.h"
+#include "uploader/instance_name.h"
+
+namespace kyd {
+
+namespace {
+
+constexpr std::uint64_t kLeastRoom = std::uint64_t{1} << 20;  // bytes; a run writes some kilobytes
+constexpr std::int64_t kDay = 24 * 60 * 60;                   // seconds
+
+void CheckInstance(Check& check) {
+  const std::wstring name = kInstanceName;
+  switch (platform::OwnerOfInstance(name)) {
+    case platform::InstanceOwner::kNone:
+      return;
+    case platform::InstanceOwner::kSomebody:
+      check.findings.push_back({State::kWarning, UploaderPath(check),
+                                L"is running; a copy that is started now ends at once",
+                                L"wait for its end; if it never comes, end that process"});
+      return;
+    case platform::InstanceOwner::kUnknown:
+      check.findings.push_back({State::kUnknown, UploaderPath(check),
+                                L"may be running or not: the system does not tell (" +
+                                    ErrorText(platform::LastError()) + L")",
+                                L"look at the list of processes"});
+      return;
+    case platform::InstanceOwner::kUnavailable:
+      check.findings.push_back(
+          {State::kCritical, UploaderPath(check),
+           L"cannot make sure that only one copy runs, and would end at once (" +
+               ErrorText(platform::LastError()) + L")",
+           L"let the user who runs the uploader add files to /run/lock and read " + name +
+               L" there"});
+      return;
+  }
+}
+
+// The last write of a file; nothing when there is none.
+std::optional<std::int64_t> TimeOfFile(const std::wstring& folder, const std::wstring& name) {
+  platform::FileSearch search;
+  for (bool found = search.First(PathBelow(folder, kEveryEntry)); found; found = search.Next()) {
+    if (search.Current().name == name) {
+      const std::optional<platform::EntryDetails> details = search.Details();
+      return details ? std::optional<std::int64_t>(details->modified) : std::nullopt;
+    }
+  }
+  return std::nullopt;
+}
+
+// The latest day that a result file is named for, as the name of that file.
+std::wstring LatestResult(const std::wstring& folder, std::size_t name_size) {
+  std::wstring latest;
+  platform::FileSearch search;
+  for (bool found = search.First(PathBelow(folder, kLogFiles)); found; found = search.Next()) {
+    const std::wstring& name = search.Current().name;
+    // Names of the same form and length sort by their days.
+    if (!search.Current().is_folder && name.size() == name_size &&
+        name.compare(0, 12, L"UploadResult") == 0) {
+      latest = std::max(latest, name);
+    }
+  }
+  return latest;
+}
+
+std::wstring ClockSays(const Check& check, const std::wstring& what) {
+  return what + L", but the clock says " + TimeText(check.time) + L": one of the two is wrong";
+}
+
+// Without asking anybody, only a clock that contradicts what has already been written can be told
+// from a good one.
+void CheckClock(Check& check, std::int64_t now) {
+  constexpr wchar_t kSetClock[] = L"set the clock, or remove the file if the clock is right";
+  const std::wstring program = UploaderPath(check);
+  const std::optional<std::int64_t> built =
+      TimeOfFile(check.program_folder, program.substr(check.program_folder.size() + 1));
+  if (built && *built > now + kDay) {
+    check.findings.push_back(
+        {State::kWarning, program, ClockSays(check, L"is of " + UtcText(*built)),
+         L"set the clock, or install the uploader again if the clock is right"});
+  }
+  const std::wstring today = ResultPath(check.log_dir, check.time);
+  const std::size_t separator = today.find_last_of(platform::kPathSeparator);
+  const std::wstring folder = today.substr(0, separator);
+  const std::wstring latest = LatestResult(folder, today.size() - separator - 1);
+  // A day ahead may be another time zone.
+  const std::wstring tomorrow = ResultPath(check.log_dir, DayAfter(check.time));
+  if (!latest.empty() && latest > tomorrow.substr(separator + 1)) {
+    check.findings.push_back({State::kWarning, PathBelow(folder, latest),
+                              ClockSays(check, L"is of a day to come"), kSetClock});
+  }
+}
+
+std::wstring PathInRegistry(const wchar_t* name) {
+  return std::wstring(L"HKEY_LOCAL_MACHINE\\") + corvid::kSettingsKey + L"\\" + name;
+}
+
+// A value of another type counts as absent, which hardly anybody wants.
+void CheckType(Check& check, const platform::RegistryKey& key, const wchar_t* name,
+               std::uint32_t type, const wchar_t* type_name) {
+  const std::optional<platform::RegistryValue> value = key.Query(name);
+  if (value && value->type != type) {
+    check.findings.push_back({State::kWarning, PathInRegistry(name),
+                              std::wstring(L"is not a ") + type_name + L" and counts as absent",
+                              std::wstring(L"set it as a ") + type_name});
+  }
+}
+
+// The folder itself or the nearest one above it that is there, or a file that is in its place;
+// empty when there is none.
+std::wstring NearestFolder(std::wstring folder) {
+  while (!platform::IsFolder(folder) && !platform::FileExists(folder).value_or(false)) {
+    const std::size_t end = folder.find_last_not_of(platform::kPathSeparator);
+    if (end == std::wstring::npos) {
+      return {};
+    }
+    const std::size_t separator = folder.find_last_of(platform::kPathSeparator, end);
+    folder.resize(separator == std::wstring::npos ? 0 : separator + 1);
+  }
+  return folder;
+}
+
+void CheckLogFolder(Check& check, const std::wstring& folder) {
+  const std::wstring file = PathBelow(folder, corvid::kProgramLogName);
+  const bool has_file = platform::FileExists(file).value_or(false);
+  const std::wstring nearest = NearestFolder(folder);
+  const bool is_writable = has_file ? platform::MayAccess(file, platform::Access::kAppendFile)
+                                    : platform::MayAccess(nearest, platform::Access::kAddFile);
+  if (is_writable) {
+    CheckRoom(check, nearest);
+    return;
+  }
+  const unsigned error = platform::LastError();
+  const std::wstring reason = platform::FileExists(nearest).value_or(false)
+                                  ? L"there is a file in its place"
+                                  : ErrorText(error);
+  check.findings.push_back(
+      {State::kWarning, has_file ? file : folder,
+       L"cannot be written, so there will be no diagnostic log (" + reason + L")",
+       L"let the user who runs the uploader write there, or change OutputLogDir"});
+}
+
+}  // namespace
+
+void CheckRoom(Check& check, const std::wstring& folder) {
+  const std::optional<std::uint64_t> bytes = platform::FreeBytes(folder);
+  if (bytes && *bytes < kLeastRoom) {
+    check.findings.push_back(
+        {State::kWarning, folder,
+         L"has room for " + SizeText(*bytes) + L" only, so what a run writes may be lost",
+         L"make room on this disk"});
+  }
+}
+
+void CheckMachine(Check& check, std::int64_t now) {
+  CheckInstance(check);
+  CheckClock(check, now);
+}
+
+void CheckDiagnosticLog(Check& check) {
+  const std::uint32_t access =
+      platform::IsWow64Process() ? platform::kRegistryRead64 : platform::kRegistryRead;
+  const std::optional<platform::RegistryKey> key =
+      platform::RegistryKey::OpenLocalMachine(corvid::kSettingsKey, access);
+  if (!key) {
+    const unsigned error = platform::LastError();
+    if (error != platform::kErrorFileNotFound && error != platform::kErrorPathNotFound) {
+      check.findings.push_back(
+          {State::kWarning, PathInRegistry(L"OutputLog"),
+           L"cannot be read, so there will be no diagnostic log (" + ErrorText(error) + L")",
+           L"let the user who runs the uploader read it"});
+    }
+    return;
+  }
+  CheckType(check, *key, L"OutputLog", platform::kRegistryDword, L"DWORD");
+  CheckType(check, *key, L"OutputLogSize", platform::kRegistryDword, L"DWORD");
+  CheckType(check, *key, L"OutputLogDir", platform::kRegistryText, L"SZ");
+  corvid::LogSettings settings;
+  corvid::QueryLogSettings(corvid::kProgramLogMask, access, &platform::DefaultLogBase, settings);
+  if (settings.enabled && !settings.folder.empty()) {
+    CheckLogFolder(check, settings.folder);
+  }
+}
+
+}  // namespace kyd

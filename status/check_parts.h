@@ -1,0 +1,29 @@
+// The parts of a check; each adds what it finds.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "status/check.h"
+
+namespace kyd {
+
+// The uploader's libraries, as files.
+void CheckLibraries(Check& check);
+
+// The folders below the log directory and the files that wait in them.
+void CheckTree(Check& check, Progress& progress);
+
+// Another copy, the clock, room for what a run writes.
+void CheckMachine(Check& check, std::int64_t now);
+
+// Settings and folder of the diagnostic log.
+void CheckDiagnosticLog(Check& check);
+
+// A finding when there is too little room in a folder for what a run writes there.
+void CheckRoom(Check& check, const std::wstring& folder);
+
+// The full path of the uploader in its folder.
+[[nodiscard]] std::wstring UploaderPath(const Check& check);
+
+}  // namespace kyd

@@ -1,0 +1,222 @@
+// The folders of the product and the rights that the uploader needs in them. What many accounts
+// have in common is one finding.
+#include <array>
+#include <cstddef>
+
+#include "logtree/log_tree.h"
+#include "platform/access.h"
+#include "platform/error.h"
+#include "platform/file.h"
+#include "platform/file_search.h"
+#include "platform/text.h"
+#include "status/check_parts.h"
+#include "status/wording.h"
+
+namespace kyd {
+
+namespace {
+
+using platform::Access;
+
+// Asking for the rights of a file takes far longer than finding it; files of one folder mostly have
+// the same.
+constexpr std::size_t kMostFilesTried = 1000;
+
+enum Trouble : std::size_t {
+  kClosedAccount,
+  kOddEntry,
+  kClosedFile,
+  kStuckFile,
+  kNoArchive,
+  kClosedArchive,
+  kNoCredentials,
+  kClosedCredentials,
+  kStuckCredentials,
+  kTroubles,
+};
+
+struct TroubleText {
+  State state;
+  const wchar_t* problem;
+  const wchar_t* remedy;
+};
+
+constexpr TroubleText kTroubleTexts[kTroubles] = {
+    {State::kWarning, L"cannot be listed, so nothing of the account is sent",
+     L"let the user who runs the uploader list it"},
+    {State::kCritical, L"is a folder; a run ends there", L"move it out of the upload folder"},
+    {State::kCritical, L"cannot be read; a run ends there",
+     L"let the user who runs the uploader read it, or move it away"},
+    {State::kWarning, L"cannot be moved away and would be sent by every run",
+     L"let the user who runs the uploader remove it"},
+    {State::kWarning, L"is missing, so accepted files stay and are sent by every run",
+     L"create it, or let the product do so"},
+    {State::kWarning, L"takes no new files, so accepted files stay and are sent by every run",
+     L"let the user who runs the uploader add files"},
+    {State::kWarning, L"is missing, so nothing of the account is sent",
+     L"let the product write new credentials"},
+    {State::kWarning, L"cannot be read, so nothing of the account is sent",
+     L"let the user who runs the uploader read it"},
+    {State::kWarning, L"cannot be removed when the service refuses it",
+     L"let the user who runs the uploader remove it"},
+};
+
+bool IsMissing(unsigned error) {
+  return error == platform::kErrorFileNotFound || error == platform::kErrorPathNotFound;
+}
+
+class TreeCheck {
+ public:
+  TreeCheck(Check& check, Progress& progress) : check_(check), progress_(progress) {}
+
+  void Run() {
+    const std::wstring upload = UploadPath(check_.log_dir);
+    if (!platform::MayAccess(upload, Access::kListFolder)) {
+      const unsigned error = platform::LastError();
+      check_.findings.push_back({State::kCritical, upload, ErrorProblem(error, L"listed"),
+                                 IsMissing(error)
+                                     ? L"check the log directory, or let the product create it"
+                                     : L"let the user who runs the uploader list it"});
+    } else {
+      platform::FileSearch search;
+      for (bool found = search.First(PathBelow(upload, kEveryEntry)); found;
+           found = search.Next()) {
+        progress_.Count();
+        if (IsAccount(search.Current())) {
+          CheckAccount(search.Current().name);
+        }
+      }
+    }
+    Report();
+    CheckResults();
+  }
+
+ private:
+  struct Seen {
+    std::size_t count = 0;
+    std::wstring first;
+    unsigned error = 0;
+  };
+
+  static std::wstring ErrorProblem(unsigned error, const wchar_t* what) {
+    return IsMissing(error) ? std::wstring(L"is missing")
+                            : std::wstring(L"cannot be ") + what + L" (" + ErrorText(error) + L")";
+  }
+
+  void Note(Trouble trouble, const std::wstring& path) {
+    Seen& seen = seen_[trouble];
+    if (++seen.count == 1) {
+      seen.first = path;
+    }
+  }
+
+  void Report() {
+    for (std::size_t i = 0; i < kTroubles; ++i) {
+      if (seen_[i].count == 0) {
+        continue;
+      }
+      std::wstring problem = kTroubleTexts[i].problem;
+      if (seen_[i].count > 1) {
+        problem += L" (and " + std::to_wstring(seen_[i].count - 1) + L" more like it)";
+      }
+      check_.findings.push_back(
+          {kTroubleTexts[i].state, seen_[i].first, problem, kTroubleTexts[i].remedy});
+    }
+  }
+
+  void CheckAccount(const std::wstring& name) {
+    const std::wstring folder = UploadPath(check_.log_dir, name);
+    if (!platform::MayAccess(folder, Access::kListFolder)) {
+      Note(kClosedAccount, folder);
+      return;
+    }
+    bool has_files = false;
+    platform::FileSearch search;
+    for (bool found = search.First(PathBelow(folder, kLogFiles)); found; found = search.Next()) {
+      progress_.Count();
+      has_files = true;
+      CheckWaiting(folder, search.Current());
+    }
+    const std::wstring archive = ArchivePath(check_.log_dir, name);
+    if (!platform::MayAccess(archive, Access::kAddFile)) {
+      Note(IsMissing(platform::LastError()) ? kNoArchive : kClosedArchive, archive);
+    }
+    if (has_files) {
+      CheckCredentials(name);
+    }
+  }
+
+  void CheckWaiting(const std::wstring& folder, const platform::FoundEntry& entry) {
+    if (entry.is_folder) {
+      Note(kOddEntry, PathBelow(folder, entry.name));
+      return;
+    }
+    if (tried_ == kMostFilesTried) {
+      return;
+    }
+    ++tried_;
+    const std::wstring path = PathBelow(folder, entry.name);
+    if (!platform::MayAccess(path, Access::kReadFile)) {
+      // One that has been sent meanwhile is no trouble.
+      if (!IsMissing(platform::LastError())) {
+        Note(kClosedFile, path);
+      }
+      return;
+    }
+    if (!platform::MayRemove(folder, entry.name) && !IsMissing(platform::LastError())) {
+      Note(kStuckFile, path);
+    }
+  }
+
+  void CheckCredentials(const std::wstring& account) {
+    const std::wstring path = CredentialPath(check_.log_dir, account);
+    const std::optional<bool> exists = platform::FileExists(path);
+    if (exists && !*exists) {
+      Note(kNoCredentials, path);
+      return;
+    }
+    // No credential file is opened, be it only for its rights.
+    if (platform::kAccessOpensFiles) {
+      return;
+    }
+    if (!platform::MayAccess(path, Access::kReadFile)) {
+      Note(kClosedCredentials, path);
+      return;
+    }
+    const std::size_t separator = path.find_last_of(platform::kPathSeparator);
+    if (!platform::MayRemove(path.substr(0, separator), path.substr(separator + 1))) {
+      Note(kStuckCredentials, path);
+    }
+  }
+
+  void CheckResults() {
+    const std::wstring today = ResultPath(check_.log_dir, check_.time);
+    const std::wstring folder = today.substr(0, today.find_last_of(platform::kPathSeparator));
+    const std::optional<bool> exists = platform::FileExists(today);
+    const bool is_there = exists && *exists;
+    if (is_there ? platform::MayAccess(today, Access::kAppendFile)
+                 : platform::MayAccess(folder, Access::kAddFile)) {
+      CheckRoom(check_, folder);
+      return;
+    }
+    const unsigned error = platform::LastError();
+    check_.findings.push_back({State::kWarning, is_there ? today : folder,
+                               ErrorProblem(error, L"written to") + L", so runs leave no results",
+                               IsMissing(error)
+                                   ? L"create it, or let the product do so"
+                                   : L"let the user who runs the uploader write to it"});
+  }
+
+  Check& check_;
+  Progress& progress_;
+  std::array<Seen, kTroubles> seen_;
+  std::size_t tried_ = 0;
+};
+
+}  // namespace
+
+void CheckTree(Check& check, Progress& progress) {
+  TreeCheck(check, progress).Run();
+}
+
+}  // namespace kyd

@@ -1,0 +1,468 @@
+"""KydUploadStatus --check: what would keep the next run from working, told without a run."""
+
+import datetime
+import os
+import shutil
+import subprocess
+import tempfile
+import time
+from pathlib import Path
+
+import pytest
+
+from service.log_service import Answer, Hold
+
+from .platforms import wait_until
+from .status_tool import (
+    CRITICAL, MANY, OK, SECONDS, UNKNOWN, USAGE, WARNING, Finished, command, status,
+)
+from .test_status import OpenWatch
+
+
+def check(machine, *arguments, **more):
+    return status(machine, "--check", *arguments, **more)
+
+
+def findings(machine, code):
+    """What a check finds, as (state, name of the path, problem); its exit code has to fit."""
+    finished = check(machine, "--json")
+    assert finished.code == code, finished.output
+    assert finished.errors == ""
+    report = finished.json()
+    assert report["state"] == ["ok", "warning", "critical", "unknown"][code]
+    assert all(one["remedy"] for one in report["findings"])
+    separator = machine.platform.separator
+    return [(one["state"], one["path"].split(separator)[-1], one["problem"])
+            for one in report["findings"]]
+
+
+@pytest.fixture
+def good(machine):
+    """A machine with nothing to find, whose program folder may be changed."""
+    machine.use_own_program_folder()
+    machine.account("alice")
+    machine.log("alice", "a.log")
+    return machine
+
+
+def test_says_that_nothing_was_found(good):
+    finished = check(good)
+    assert finished.code == OK
+    assert finished.output.splitlines() == [
+        "OK: nothing found that would keep the next run from working; "
+        "checked with the rights of this user"
+    ]
+    assert findings(good, OK) == []
+
+
+def test_changes_nothing_and_makes_nothing(good):
+    good.switch_log_on()
+    before = sorted(good.folder.rglob("*"))
+    assert findings(good, OK) == []
+    assert sorted(good.folder.rglob("*")) == before
+
+
+# The libraries.
+
+
+def libraries(machine):
+    return machine.platform.companion_name, machine.platform.configuration_name
+
+
+@pytest.mark.parametrize("which", [0, 1], ids=["companion", "configuration"])
+@pytest.mark.parametrize(
+    ("content", "problem"),
+    [
+        (None, "is missing"),
+        (b"", "is not a library or is damaged"),
+        (b"text, and no library\n" * 100, "is not a library or is damaged"),
+        (b"MZ" + b"\xff" * 5000, "is not a library or is damaged"),
+        (b"\x7fELF\x02\x01" + b"\xff" * 12 + b"\x3e\0" + b"\xff" * 5000,
+         "is not a library or is damaged"),
+        ("cut", "is not a library or is damaged"),
+        ("other system", "is for another operating system"),
+        ("program", "is a program, not a library"),
+    ],
+    ids=["missing", "empty", "text", "damaged-pe", "damaged-elf", "cut", "other-system", "program"],
+)
+def test_library_of_the_wrong_kind(good, which, content, problem):
+    name = libraries(good)[which]
+    path = good.program_folder / name
+    if content == "cut":
+        content = path.read_bytes()[:8192]  # headers and tables, but not all that is loaded
+    elif content == "other system":
+        corpus = Path(__file__).parents[1] / "fuzz/corpus/library_tables"
+        other = "elf-gnu" if good.platform.name == "windows" else "pe-mingw"
+        content = (corpus / other).read_bytes()
+    elif content == "program":
+        content = (good.program_folder / good.platform.status_name).read_bytes()
+    path.unlink()
+    if content is not None:
+        path.write_bytes(content)
+    assert findings(good, CRITICAL) == [("critical", name, problem)]
+
+
+def test_library_for_another_processor(good):
+    name = libraries(good)[0]
+    path = good.program_folder / name
+    content = bytearray(path.read_bytes())
+    if good.platform.name == "windows":
+        header = int.from_bytes(content[0x3C:0x40], "little")
+        content[header + 4 : header + 6] = b"\x4c\x01"
+    else:
+        content[18:20] = b"\xb7\0"
+    path.write_bytes(content)
+    processor = "32-bit x86" if good.platform.name == "windows" else "ARM64"
+    assert findings(good, CRITICAL) == [
+        ("critical", name, f"is for {processor}, not for x86-64")
+    ]
+
+
+@pytest.mark.parametrize(
+    ("variant", "export"),
+    [
+        ("no-decrypt", "Corvid_CmpCphr_Decrypt"),
+        ("no-base64", "Corvid_Base64_Decode"),
+        ("no-event-log", "Corvid_Write_EventLog"),
+    ],
+)
+def test_library_without_an_export(good, variant, export):
+    name = libraries(good)[0]
+    shutil.copy2(good.platform.variant(variant), good.program_folder / name)
+    assert findings(good, CRITICAL) == [("critical", name, f"does not export {export}")]
+
+
+def test_library_without_the_user_agent(good):
+    companion, configuration = libraries(good)
+    shutil.copy2(good.program_folder / companion, good.program_folder / configuration)
+    [(state, name, problem)] = findings(good, CRITICAL)
+    assert (state, name) == ("critical", configuration)
+    assert problem.startswith("does not export ") and "CreateWebAPIUserAgent" in problem
+
+
+def test_library_of_another_run_time(good):
+    # Names in the table of imports, changed for others of no more letters.
+    own, other = {
+        "windows": (b"msvcrt.dll\0", b"MSVCR7.dll\0"),
+        "linux": (b"libstdc++.so.6\0", b"libc++.so.1\0\0\0\0"),
+    }[good.platform.name]
+    for name in libraries(good):
+        path = good.program_folder / name
+        content = path.read_bytes()
+        assert own in content
+        path.write_bytes(content.replace(own, other))
+    text = other.rstrip(b"\0").decode()
+    assert findings(good, CRITICAL) == [
+        ("critical", name, f"was built for another C or C++ run-time ({text})")
+        for name in libraries(good)
+    ]
+
+
+def test_tool_without_the_uploader_beside_it(good):
+    for name in (good.platform.program_name, *libraries(good)):
+        (good.program_folder / name).unlink()
+    assert findings(good, UNKNOWN) == [
+        ("unknown", good.platform.program_name,
+         "is missing, so the libraries beside it cannot be checked")
+    ]
+
+
+# Another copy.
+
+
+def test_sees_a_run_and_leaves_it_alone(good, service):
+    hold = Hold()
+    service.decide = lambda request: Answer(hold=hold)
+    good.log("alice", "b.log")
+    with good.start() as running:
+        assert hold.reached.wait(SECONDS)
+        assert findings(good, WARNING) == [
+            ("warning", good.platform.program_name,
+             "is running; a copy that is started now ends at once")
+        ]
+        hold.release.set()
+        running.wait_for_good_end()
+    assert good.is_archived("alice", "a.log") and good.is_archived("alice", "b.log")
+    assert findings(good, OK) == []
+
+
+def test_a_run_starts_while_checks_are_made(good, service):
+    """A check that held the name of the one copy, however briefly, would end some of these."""
+    checking = subprocess.Popen(
+        ["sh", "-c", 'while [ -e "$0" ]; do "$@" >/dev/null; done', good.sysroot / "run",
+         *command(good, good.native(), "--check")],
+        env=good.environment, cwd=good.working_folder, stdin=subprocess.DEVNULL,
+    )
+    try:
+        for number in range(5):
+            good.log("alice", f"{number}.log")
+            with good.start() as running:
+                running.wait_for_good_end()
+            assert good.is_archived("alice", f"{number}.log")
+    finally:
+        checking.kill()
+        checking.wait()
+
+
+# The tree.
+
+
+def test_missing_upload_folder(machine):
+    shutil.rmtree(machine.upload())
+    assert findings(machine, CRITICAL) == [("critical", "Upload", "is missing")]
+
+
+def test_missing_log_directory(machine):
+    finished = check(machine, "--json", log_dir=machine.folder / "nowhere")
+    assert finished.code == CRITICAL
+    assert [one["problem"] for one in finished.json()["findings"]] == [
+        "is missing", "is missing, so runs leave no results"
+    ]
+
+
+def test_missing_result_folder(good):
+    shutil.rmtree(good.log_dir / "UploadResult")
+    assert findings(good, WARNING) == [
+        ("warning", "UploadResult", "is missing, so runs leave no results")
+    ]
+
+
+def test_missing_archive_folders_are_one_finding(machine):
+    for name in ("alice", "bob", "carol"):
+        machine.account(name, archive=False)
+    [(state, _, problem)] = findings(machine, WARNING)
+    assert state == "warning"
+    assert problem == (
+        "is missing, so accepted files stay and are sent by every run (and 2 more like it)"
+    )
+
+
+def test_missing_credentials_matter_when_files_wait(machine):
+    machine.account("alice", seal=False)
+    assert findings(machine, OK) == []
+    machine.log("alice", "a.log")
+    assert findings(machine, WARNING) == [
+        ("warning", "UserData.dat", "is missing, so nothing of the account is sent")
+    ]
+
+
+def test_folder_in_place_of_a_log_file_ends_a_run(good):
+    good.upload("alice", "odd.log").mkdir()
+    assert findings(good, CRITICAL) == [("critical", "odd.log", "is a folder; a run ends there")]
+
+
+def test_names_of_all_kinds(machine):
+    names = ["with blank", "\u00e4\u00f6\u00fc", "\u6c34"]
+    if machine.platform.name == "linux":
+        names += [os.fsdecode(b"\xff\xfe"), "two\nlines", "\x1b[31mred"]
+    for name in names:
+        machine.account(name, archive=False)
+    finished = check(machine)
+    assert finished.code == WARNING
+    assert len(finished.output.splitlines()) == 2 and "\x1b" not in finished.output
+    assert f"(and {len(names) - 1} more like it)" in finished.output
+
+
+def test_never_opens_a_credential_file(good, service):
+    with OpenWatch(good.credential("alice")) as watch:
+        finished = subprocess.run(
+            command(good, good.native(), "--check"), env=good.environment,
+            stdin=subprocess.DEVNULL, capture_output=True, timeout=SECONDS, check=False,
+        )
+        assert finished.returncode == OK
+        assert not watch.was_opened()
+        with good.start() as running:
+            running.wait_for_good_end()
+        assert watch.was_opened()
+
+
+# As an ordinary user: rights do not bind the superuser.
+
+
+@pytest.fixture
+def ordinary(machine):
+    """Runs a check over a tree as a user who is nobody special."""
+    if machine.platform.name == "windows":
+        pytest.skip("Wine knows the rights of the one user only who runs it")
+    folder = Path(tempfile.mkdtemp())
+    folder.chmod(0o755)
+    tree = folder / "logs"
+    for path in ("Upload/alice", "Archive/alice", "LogWork/alice", "UploadResult"):
+        (tree / path).mkdir(parents=True)
+    (tree / "Upload/alice/a.log").write_bytes(b"a")
+    (tree / "LogWork/alice/UserData.dat").write_bytes(b"sealed")
+    shutil.copytree(machine.platform.program_folder, folder / "program")
+    (folder / "sysroot/run/lock").mkdir(parents=True)
+    (folder / "sysroot/var/log").mkdir(parents=True)
+    (folder / "sysroot/etc/keyward").mkdir(parents=True)
+    subprocess.run(["chown", "-R", "nobody", folder], check=os.getuid() == 0)
+
+    def run():
+        switch = {"user": "nobody", "group": "nogroup", "extra_groups": []}
+        finished = subprocess.run(
+            [folder / "program/KydUploadStatus", tree, "--check", "--json"],
+            cwd="/", stdin=subprocess.DEVNULL, capture_output=True, timeout=SECONDS, check=False,
+            env={**machine.environment, "KEYWARD_SYSROOT": str(folder / "sysroot")},
+            **(switch if os.getuid() == 0 else {}),
+        )
+        report = Finished(finished.returncode, finished.stdout, finished.stderr).json()
+        return finished.returncode, [
+            (one["state"], one["path"].removeprefix(f"{folder}/"), one["problem"])
+            for one in report["findings"]
+        ]
+
+    run.folder = folder
+    run.tree = tree
+    try:
+        yield run
+    finally:
+        for path in (folder, *folder.rglob("*")):
+            if path.is_dir():
+                path.chmod(0o755)
+        shutil.rmtree(folder)
+
+
+def test_ordinary_user_with_all_rights(ordinary):
+    assert ordinary() == (OK, [])
+
+
+@pytest.mark.parametrize(
+    ("path", "mode", "code", "problem"),
+    [
+        ("logs/Upload", 0o300, CRITICAL, "cannot be listed (access denied)"),
+        ("logs/Upload/alice", 0o300, WARNING,
+         "cannot be listed, so nothing of the account is sent"),
+        ("logs/Upload/alice", 0o500, WARNING,
+         "cannot be moved away and would be sent by every run"),
+        ("logs/Upload/alice/a.log", 0o000, CRITICAL, "cannot be read; a run ends there"),
+        ("logs/Archive/alice", 0o500, WARNING,
+         "takes no new files, so accepted files stay and are sent by every run"),
+        ("logs/LogWork/alice/UserData.dat", 0o000, WARNING,
+         "cannot be read, so nothing of the account is sent"),
+        ("logs/LogWork/alice", 0o500, WARNING, "cannot be removed when the service refuses it"),
+        ("logs/UploadResult", 0o500, WARNING,
+         "cannot be written to (access denied), so runs leave no results"),
+        ("program/Corvid.so", 0o000, CRITICAL, "cannot be read (access denied)"),
+        ("sysroot/run/lock", 0o500, CRITICAL,
+         "cannot make sure that only one copy runs, and would end at once (access denied)"),
+    ],
+)
+def test_missing_right(ordinary, path, mode, code, problem):
+    (ordinary.folder / path).chmod(mode)
+    found = ordinary()
+    assert (found[0], [one[2] for one in found[1]]) == (code, [problem])
+    if not path.startswith("sysroot"):
+        named = {"logs/Upload/alice/a.log", path, f"{path}/a.log", f"{path}/UserData.dat"}
+        assert found[1][0][1] in named
+
+
+def test_settings_that_cannot_be_read(ordinary):
+    settings = ordinary.folder / "sysroot/etc/keyward/registry.reg"
+    settings.write_bytes(b"Windows Registry Editor Version 5.00\n")
+    assert ordinary() == (OK, [])
+    settings.chmod(0)
+    code, [(state, _, problem)] = ordinary()
+    assert (code, state) == (WARNING, "warning")
+    assert problem == "cannot be read, so there will be no diagnostic log (access denied)"
+
+
+def test_result_file_of_the_day_that_cannot_be_written(ordinary):
+    today = datetime.date.today()
+    for day in (today, today + datetime.timedelta(days=1)):  # around midnight
+        path = ordinary.tree / f"UploadResult/UploadResult{day:%Y%m%d}.log"
+        path.touch()
+        path.chmod(0o444)
+        shutil.chown(path, "nobody")
+    code, [(_, path, problem)] = ordinary()
+    assert code == WARNING and path.startswith("logs/UploadResult/UploadResult")
+    assert problem == "cannot be written to (access denied), so runs leave no results"
+
+
+# The diagnostic log.
+
+
+def test_log_settings_of_the_wrong_type(good):
+    good.settings({"OutputLog": "16", "OutputLogDir": 1})
+    assert findings(good, WARNING) == [
+        ("warning", name.split("\\")[-1] if good.platform.separator == "\\" else name, problem)
+        for name, problem in (
+            (r"HKEY_LOCAL_MACHINE\SOFTWARE\Veltrane\Veltrane Keyward\Corvid\OutputLog",
+             "is not a DWORD and counts as absent"),
+            (r"HKEY_LOCAL_MACHINE\SOFTWARE\Veltrane\Veltrane Keyward\Corvid\OutputLogDir",
+             "is not a SZ and counts as absent"),
+        )
+    ]
+
+
+def test_log_folder_that_cannot_be_made(good):
+    (good.diagnostic_base / "DebugSSO").write_bytes(b"a file in its place")
+    good.switch_log_on()
+    [(state, name, problem)] = findings(good, WARNING)
+    assert (state, name) == ("warning", "DebugSSO")
+    assert problem == (
+        "cannot be written, so there will be no diagnostic log (there is a file in its place)"
+    )
+
+
+def test_log_folder_that_will_be_made(good):
+    base = good.diagnostic_base / "not" / "there"
+    good.switch_log_on(OutputLogDir=good.platform.native_path(base))
+    assert findings(good, OK) == []
+    assert not base.parent.exists()
+
+
+# The clock.
+
+
+def test_result_file_of_a_day_to_come(good):
+    for days in (0, 1):
+        day = datetime.date.today() + datetime.timedelta(days=days)
+        (good.log_dir / f"UploadResult/UploadResult{day:%Y%m%d}.log").write_bytes(b"")
+    (good.log_dir / "UploadResult/UploadResult-of-nothing.log").write_bytes(b"")
+    assert findings(good, OK) == []
+    late = f"UploadResult{datetime.date.today() + datetime.timedelta(days=30):%Y%m%d}.log"
+    (good.log_dir / "UploadResult" / late).write_bytes(b"")
+    [(state, name, problem)] = findings(good, WARNING)
+    assert (state, name) == ("warning", late)
+    assert problem.startswith("is of a day to come, but the clock says ")
+
+
+def test_program_from_the_future(good):
+    path = good.program_folder / good.platform.program_name
+    copy = path.with_suffix(".copy")
+    shutil.copy2(path, copy)
+    copy.replace(path)
+    then = time.time() + 3 * 24 * 3600
+    os.utime(path, (then, then))
+    [(state, name, problem)] = findings(good, WARNING)
+    assert (state, name) == ("warning", good.platform.program_name)
+    assert problem.endswith("one of the two is wrong")
+
+
+# The command line and large trees.
+
+
+@pytest.mark.parametrize("more", [["--days", "1"], ["--html", "x.html"], ["--max-age", "1"]])
+def test_takes_no_options_of_the_report(machine, more):
+    finished = check(machine, *more)
+    assert finished.code == USAGE and more[0] in finished.errors
+
+
+def test_many_waiting_files(machine):
+    if machine.platform.name == "windows":
+        pytest.skip("Wine's own folder search would be measured")
+    if machine.platform.is_built_with("asan", "tsan"):
+        pytest.skip("this build needs memory of its own")
+    machine.account("alice")
+    for number in range(MANY):
+        os.close(os.open(machine.upload("alice", f"{number}.log"), os.O_WRONLY | os.O_CREAT))
+    start = time.monotonic()
+    finished = subprocess.run(
+        ["prlimit", "--data=2000000", *command(machine, machine.native(), "--check")],
+        env=machine.environment, stdin=subprocess.DEVNULL, capture_output=True, timeout=SECONDS,
+        check=False,
+    )
+    seconds = time.monotonic() - start
+    print(f"\n{MANY} waiting files: {seconds:.2f} s in 2 MB")
+    assert finished.returncode == OK, finished.stdout
+    assert seconds < 30

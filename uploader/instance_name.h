@@ -1,0 +1,9 @@
+// The name of the one copy.
+#pragma once
+
+namespace kyd {
+
+// Known to the installer and to other components of the product.
+inline constexpr wchar_t kInstanceName[] = L"VeltraneKydLogUploaderMutexString";
+
+}  // namespace kyd
