@@ -1,5 +1,5 @@
-// The report as a page: figures, a chart, two tables. Everything that comes from outside is
-// escaped.
+// The report as a page: figures, a chart, two tables, of which a script can sort and filter one.
+// Everything that comes from outside is escaped.
 #include <string_view>
 
 #include "platform/text.h"
@@ -55,10 +55,23 @@ th, td { padding: .4rem .6rem; text-align: right; white-space: nowrap;
 th:first-child, td:first-child { text-align: left; padding-left: 0; }
 td:last-child, th:last-child { padding-right: 0; }
 tbody tr:last-child > * { border-bottom: 0; }
+caption { text-align: left; color: var(--soft); font-size: .875rem; padding-bottom: .5rem; }
 thead th { color: var(--soft); font-size: .875rem; font-weight: 600; vertical-align: bottom; }
 tbody th { font-weight: 600; white-space: normal; overflow-wrap: anywhere; min-width: 8rem; }
 tbody th small { display: block; font-weight: 400; color: var(--soft); }
 .bad { color: var(--failed); font-weight: 600; }
+th button { font: inherit; color: inherit; background: none; border: 0; padding: .2rem 0; cursor: pointer;
+  text-align: inherit; text-decoration: underline dotted; text-underline-offset: .25em; }
+th button:hover, th[aria-sort] button { color: var(--text); }
+th button:focus-visible, .controls :focus-visible { outline: 3px solid var(--sent); outline-offset: 2px; }
+th[aria-sort] button::after { display: inline-block; width: 1.1em; content: "\25B2" / ""; }
+th[aria-sort="descending"] button::after { content: "\25BC" / ""; }
+.controls { display: flex; flex-wrap: wrap; align-items: center; gap: .5rem 1.25rem; margin-bottom: .75rem; }
+.controls[hidden] { display: none; }
+.controls label { display: flex; flex-wrap: wrap; align-items: center; gap: .25rem .5rem; }
+.controls input, .controls select { font: inherit; color: var(--text); background: var(--ground);
+  border: 1px solid var(--soft); border-radius: .4rem; padding: .25rem .5rem; max-width: 100%; }
+.controls p { margin: 0; color: var(--soft); }
 .legend { display: flex; gap: 1.25rem; margin: 0 0 .5rem; padding: 0; list-style: none;
   color: var(--soft); font-size: .875rem; }
 .legend span { display: inline-block; width: .8rem; height: .8rem; margin-right: .4rem;
@@ -69,8 +82,83 @@ svg text { fill: var(--soft); font-size: 12px; }
 svg line { stroke: var(--line); }
 svg .sent { fill: var(--sent); } svg .failed { fill: var(--failed); }
 footer { margin-top: 1.5rem; color: var(--soft); font-size: .875rem; }
-@media print { body { background: none; } section, .figures div { break-inside: avoid; } }
+@media print { body { background: none; } .controls { display: none; } section, .figures div { break-inside: avoid; } }
 )";
+
+// Without it the page is the same, but for what it adds: the controls and the buttons in the heads
+// of the columns. It takes names from the table as text and never makes markup of them. The page is
+// XML as well, so there is no character in it that XML would not leave alone.
+constexpr wchar_t kScript[] =
+    LR"("use strict";
+(() => {
+  const table = document.getElementById("accounts-table");
+  const body = table.tBodies[0];
+  const rows = Array.from(body.rows).filter(row => row.cells.length > 1);
+  if (rows.length === 0) {
+    return;
+  }
+  const controls = document.getElementById("accounts-controls");
+  const [name, show] = controls.querySelectorAll("input, select");
+  const count = controls.querySelector("p");
+  const headers = Array.from(table.tHead.rows[0].cells);
+  const textOf = (row, column) => row.cells[column].firstChild.data;
+  const numberOf = (row, column) => Number(row.cells[column].dataset.value ?? textOf(row, column));
+  const collator = new Intl.Collator(undefined, { numeric: true });
+
+  const sortBy = (header, column) => {
+    const isText = header.dataset.kind === "text";
+    const before = header.getAttribute("aria-sort");
+    // At first names from A to Z and the largest numbers, which are the trouble.
+    const ascending = before === null ? isText : before === "descending";
+    for (const other of headers) {
+      other.removeAttribute("aria-sort");
+    }
+    header.setAttribute("aria-sort", ascending ? "ascending" : "descending");
+    const compare = isText
+      ? (left, right) => collator.compare(textOf(left, column), textOf(right, column))
+      : (left, right) => numberOf(left, column) - numberOf(right, column);
+    rows.sort(ascending ? compare : (left, right) => compare(right, left));
+    for (const row of rows) {
+      body.append(row);
+    }
+  };
+
+  const isChosen = row => {
+    switch (show.value) {
+      case "waiting": return numberOf(row, 1) > 0;
+      case "not-sent": return numberOf(row, 5) > 0;
+      case "credentials": return textOf(row, 6) === "no";
+      case "failed": return numberOf(row, 7) > 0;
+      default: return true;
+    }
+  };
+
+  const filter = () => {
+    const wanted = name.value.trim().toLowerCase();
+    let shown = 0;
+    for (const row of rows) {
+      row.hidden = !(isChosen(row) ? textOf(row, 0).toLowerCase().includes(wanted) : false);
+      shown += row.hidden ? 0 : 1;
+    }
+    count.textContent = `${shown} of ${rows.length} accounts`;
+  };
+
+  headers.forEach((header, column) => {
+    const button = document.createElement("button");
+    button.type = "button";
+    button.append(...header.childNodes);
+    button.addEventListener("click", () => sortBy(header, column));
+    header.append(button);
+  });
+  name.addEventListener("input", filter);
+  show.addEventListener("change", filter);
+  controls.hidden = false;
+  filter();
+})();
+)";
+
+// Of the script, for the policy: SHA-256 in Base64. test_status_page.py computes it.
+constexpr wchar_t kScriptHash[] = L"sha256-T4tS41iauxvP2vAgsQjkHM6stVZG5L7J5W3a22kSVFE=";
 
 std::wstring Number(std::uint64_t number) {
   return std::to_wstring(number);
@@ -131,6 +219,16 @@ std::wstring Header(const Survey& survey, const Verdict& verdict) {
   return header;
 }
 
+// A text that stands for a number.
+std::wstring SortableCell(std::uint64_t value, const std::wstring& text) {
+  return L"<td data-value=\"" + Number(value) + L"\">" + text + L"</td>";
+}
+
+// Accounts in which nothing waits come before a file of this second.
+std::uint64_t AgeForOrder(const WaitingFiles& waiting, std::int64_t now) {
+  return waiting.oldest ? static_cast<std::uint64_t>(AgeOf(*waiting.oldest, now)) + 1 : 0;
+}
+
 std::wstring AccountRow(const AccountStatus& account, std::int64_t now) {
   std::wstring note;
   if (!account.has_folder) {
@@ -139,22 +237,46 @@ std::wstring AccountRow(const AccountStatus& account, std::int64_t now) {
     note = L"<small>no archive folder: what is sent stays and is sent again</small>";
   }
   return L"<tr><th scope=\"row\">" + Escaped(account.name) + note + L"</th><td>" +
-         Number(account.waiting.files) + L"</td><td>" + SizeText(account.waiting.bytes) +
-         L"</td><td>" + OldestText(account.waiting, now) + L"</td><td>" +
-         Number(account.archived.files) + L"</td><td>" + Number(account.archived.not_sent) +
-         L"</td><td>" + CredentialsText(account) + L"</td>" + BadNumber(account.errors) +
-         L"</tr>\n";
+         Number(account.waiting.files) + L"</td>" +
+         SortableCell(account.waiting.bytes, SizeText(account.waiting.bytes)) +
+         SortableCell(AgeForOrder(account.waiting, now), OldestText(account.waiting, now)) +
+         L"<td>" + Number(account.archived.files) + L"</td><td>" +
+         Number(account.archived.not_sent) + L"</td><td>" + CredentialsText(account) + L"</td>" +
+         BadNumber(account.errors) + L"</tr>\n";
 }
 
+struct Table {
+  std::wstring id;
+  std::wstring title;
+  std::wstring controls;  // between title and table
+  std::wstring caption;
+  std::wstring columns;
+  std::wstring rows;
+};
+
 // Wide tables scroll in a box of their own, which the keyboard reaches.
-std::wstring TableIn(const wchar_t* id, const wchar_t* title, const wchar_t* columns,
-                     const std::wstring& rows) {
-  const std::wstring name = id;
-  return L"<section aria-labelledby=\"" + name + L"\">\n<h2 id=\"" + name + L"\">" + title +
-         L"</h2>\n<div class=\"scroll\" role=\"region\" tabindex=\"0\" aria-labelledby=\"" + name +
-         L"\">\n<table>\n<thead><tr>" + columns + L"</tr></thead>\n<tbody>\n" + rows +
+std::wstring Html(const Table& table) {
+  return L"<section>\n<h2 id=\"" + table.id + L"\">" + table.title + L"</h2>\n" + table.controls +
+         L"<div class=\"scroll\" role=\"region\" tabindex=\"0\" aria-labelledby=\"" + table.id +
+         L"\">\n<table id=\"" + table.id + L"-table\">\n<caption>" + table.caption +
+         L"</caption>\n<thead><tr>" + table.columns + L"</tr></thead>\n<tbody>\n" + table.rows +
          L"</tbody>\n</table>\n</div>\n</section>\n";
 }
+
+// Shown by the script.
+constexpr wchar_t kControls[] =
+    L"<div class=\"controls\" id=\"accounts-controls\" role=\"search\" "
+    L"aria-labelledby=\"accounts\" "
+    L"hidden=\"hidden\">\n"
+    L"<label>Name contains <input type=\"search\" autocomplete=\"off\"/></label>\n"
+    L"<label>Show <select>"
+    L"<option value=\"\">all accounts</option>"
+    L"<option value=\"waiting\">with waiting files</option>"
+    L"<option value=\"failed\">with failed uploads</option>"
+    L"<option value=\"credentials\">without credentials</option>"
+    L"<option value=\"not-sent\">with files not sent</option>"
+    L"</select></label>\n"
+    L"<p role=\"status\"></p>\n</div>\n";
 
 std::wstring Accounts(const Survey& survey) {
   std::wstring rows;
@@ -164,12 +286,15 @@ std::wstring Accounts(const Survey& survey) {
   if (rows.empty()) {
     rows = L"<tr><td colspan=\"8\">There are no accounts.</td></tr>\n";
   }
-  return TableIn(L"accounts", L"Accounts",
-                 L"<th scope=\"col\">Account</th><th scope=\"col\">Waiting</th>"
-                 L"<th scope=\"col\">Size</th><th scope=\"col\">Oldest</th>"
-                 L"<th scope=\"col\">Archived</th><th scope=\"col\">Not sent</th>"
-                 L"<th scope=\"col\">Credentials</th><th scope=\"col\">Failed</th>",
-                 rows);
+  return Html(
+      {L"accounts", L"Accounts", kControls,
+       L"What waits and what is archived of each account, and its failed uploads in " +
+           Counted(survey.days.size(), L"day", L"days"),
+       L"<th scope=\"col\" data-kind=\"text\">Account</th><th scope=\"col\">Waiting</th>"
+       L"<th scope=\"col\">Size</th><th scope=\"col\">Oldest</th>"
+       L"<th scope=\"col\">Archived</th><th scope=\"col\">Not sent</th>"
+       L"<th scope=\"col\" data-kind=\"text\">Credentials</th><th scope=\"col\">Failed</th>",
+       rows});
 }
 
 std::wstring Days(const Survey& survey) {
@@ -187,16 +312,17 @@ std::wstring Days(const Survey& survey) {
             Number(result.sent) + L"</td>" + BadNumber(result.errors) +
             BadNumber(result.errors_by_account.size()) + L"</tr>\n";
   }
-  return TableIn(L"days", L"Days",
-                 L"<th scope=\"col\">Day</th><th scope=\"col\">Runs</th>"
-                 L"<th scope=\"col\">Folders</th><th scope=\"col\">Sent</th>"
-                 L"<th scope=\"col\">Failed</th><th scope=\"col\">Accounts with errors</th>",
-                 rows);
+  return Html({L"days", L"Days", L"",
+               L"What the result file of each day says, the latest day first",
+               L"<th scope=\"col\">Day</th><th scope=\"col\">Runs</th>"
+               L"<th scope=\"col\">Folders</th><th scope=\"col\">Sent</th>"
+               L"<th scope=\"col\">Failed</th><th scope=\"col\">Accounts with errors</th>",
+               rows});
 }
 
 // What does not fit on a narrow screen is the oldest days: the box begins at its right end.
 std::wstring Chart(const Survey& survey) {
-  return L"<section aria-labelledby=\"chart\">\n<h2 id=\"chart\">Sent and failed per day</h2>\n"
+  return L"<section>\n<h2 id=\"chart\">Sent and failed per day</h2>\n"
          L"<ul class=\"legend\"><li><span class=\"sent\"></span>sent</li>"
          L"<li><span class=\"failed\"></span>failed</li></ul>\n"
          L"<div class=\"scroll latest\" role=\"region\" tabindex=\"0\" "
@@ -209,7 +335,7 @@ std::wstring UnreadableList(const Survey& survey) {
     return {};
   }
   std::wstring list =
-      L"<section aria-labelledby=\"unreadable\">\n"
+      L"<section>\n"
       L"<h2 id=\"unreadable\">Could not be read</h2>\n<ul>\n";
   for (const Unreadable& unreadable : survey.unreadable) {
     list += L"<li>" + Escaped(unreadable.path) + L" (" + ErrorText(unreadable.error) + L")</li>\n";
@@ -223,7 +349,10 @@ std::string HtmlReport(const Survey& survey, const Verdict& verdict) {
   std::wstring page =
       L"<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\"/>\n"
       L"<meta http-equiv=\"Content-Security-Policy\" content=\"default-src 'none'; "
-      L"style-src 'unsafe-inline'\"/>\n"
+      L"style-src 'unsafe-inline'; script-src '";
+  page += kScriptHash;
+  page +=
+      L"'; base-uri 'none'; form-action 'none'\"/>\n"
       L"<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\"/>\n"
       L"<meta name=\"color-scheme\" content=\"light dark\"/>\n<title>";
   page += StateName(verdict.state);
@@ -231,7 +360,8 @@ std::string HtmlReport(const Survey& survey, const Verdict& verdict) {
   page += kStyle;
   page += L"</style>\n</head>\n<body>\n<main>\n" + Header(survey, verdict) + Figures(survey) +
           Chart(survey) + Accounts(survey) + Days(survey) + UnreadableList(survey) + L"<footer>" +
-          kStatusName + L" " + kStatusVersion + L"</footer>\n</main>\n</body>\n</html>\n";
+          kStatusName + L" " + kStatusVersion + L"</footer>\n</main>\n<script>" + kScript +
+          L"</script>\n</body>\n</html>\n";
   return platform::ToUtf8(page);
 }
 
