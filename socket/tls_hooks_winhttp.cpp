@@ -1,7 +1,10 @@
 // TLS settings through WinHTTP's session and request options.
-#include "socket/tls_hooks.h"
 
+// First: the REST library defines the macro C_ASSERT where it does not exist yet, and the headers
+// of MinGW-w64 12 do not compile behind that.
 #include <windows.h>
+
+#include "socket/tls_hooks.h"
 
 #include <wincrypt.h>
 #include <winhttp.h>

@@ -15,6 +15,10 @@
 //
 // Backslash escapes \r, \n and \0 in VALUE become those characters.
 
+#ifdef _WIN32
+#include <windows.h>  // first, see socket/tls_hooks_winhttp.cpp
+#endif
+
 #include <cpprest/filestream.h>
 #include <cpprest/http_client.h>
 
@@ -30,7 +34,6 @@
 #include <vector>
 
 #ifdef _WIN32
-#include <windows.h>
 #include <winhttp.h>
 #else
 #include <dirent.h>
