@@ -13,20 +13,33 @@ struct tag_errno;
 // The Windows error number of the platform call that failed.
 using ErrorNumber = boost::error_info<tag_errno, unsigned int>;
 
-// Copyable; a copy keeps the error items (Boost.Exception).
+// Copyable; a copy keeps the error items (Boost.Exception) and shares nothing with its original.
+// Boost would let both own the same items and count the owners in a plain int, but the original may
+// belong to a task of the library, whose threads release it at any time.
 class Exception : public boost::exception, public std::exception {
  public:
   // what() gives the message.
   explicit Exception(std::string message) : message_(std::move(message)) {}
 
-  // Takes over another exception's error items and throw location; what() gives the standard
-  // library's default text.
-  explicit Exception(const boost::exception& items)
-      : boost::exception(items), message_(std::exception().what()) {}
+  // Copies another exception's error items and throw location; what() gives the standard library's
+  // default text.
+  explicit Exception(const boost::exception& items) : message_(std::exception().what()) {
+    CopyItems(items);
+  }
+
+  Exception(const Exception& other)
+      : boost::exception(), std::exception(other), message_(other.message_) {
+    CopyItems(other);
+  }
+  Exception& operator=(const Exception&) = delete;
 
   [[nodiscard]] const char* what() const noexcept override { return message_.c_str(); }
 
  private:
+  void CopyItems(const boost::exception& items) {
+    boost::exception_detail::copy_boost_exception(this, &items);
+  }
+
   std::string message_;
 };
 

@@ -2,8 +2,9 @@
 #include "socket/http_client.h"
 
 #include <cstdint>
+#include <exception>
 #include <memory>
-#include <optional>
+#include <string>
 #include <utility>
 
 #include "platform/text.h"
@@ -15,6 +16,46 @@ using web::http::http_request;
 using web::http::http_response;
 using web::http::client::http_client;
 using web::http::client::http_client_config;
+
+namespace {
+
+// Remembers where a body stands, to send it from there again.
+class BodyStart {
+ public:
+  explicit BodyStart(concurrency::streams::istream body) : body_(std::move(body)) {
+    if (CanSeek()) {
+      start_ = body_.tell();
+    }
+  }
+
+  // False when that is not possible. There is nothing to do without a body.
+  [[nodiscard]] bool Rewind() const {
+    try {
+      return !body_.is_valid() || (CanSeek() && start_ != kNowhere && body_.seek(start_) == start_);
+    } catch (const std::exception&) {
+      return false;  // A read of the failed attempt has ended in an error.
+    }
+  }
+
+ private:
+  using Position = concurrency::streams::istream::pos_type;
+
+  // A failed read closes the stream.
+  [[nodiscard]] bool CanSeek() const { return body_.is_open() && body_.can_seek(); }
+
+  static inline const Position kNowhere{-1};
+
+  concurrency::streams::istream body_;
+  Position start_ = kNowhere;
+};
+
+}  // namespace
+
+// What became of an attempt: the answer, unless there is a failure.
+struct HttpClient::Outcome {
+  http_response answer;
+  std::shared_ptr<const Exception> failure;
+};
 
 Transport LibraryTransport() {
   return
@@ -37,27 +78,23 @@ HttpClient::~HttpClient() = default;
 http_response HttpClient::SendRequest(const web::uri& base, HttpRequestBase& request,
                                       const std::wstring& path, const std::wstring& query,
                                       int retryCount) {
-  std::optional<Exception> failure;  // of the latest attempt
+  const BodyStart body(request.request.body());
+  auto failure = std::make_shared<const Exception>("http request failure.");
   for (std::int64_t attempt = 0; attempt <= retryCount; ++attempt) {
-    try {
-      return Attempt(base, request, path, query);
-    } catch (const Exception& failed) {
-      failure.emplace(failed);
-    } catch (const boost::exception& failed) {
-      failure.emplace(failed);
-    } catch (const web::http::http_exception& failed) {
-      // The library's error code is dropped, its text says what happened.
-      failure.emplace(std::string(failed.what()));
+    if (attempt > 0 && !body.Rewind()) {
+      break;
     }
+    Outcome outcome = Attempt(base, request, path, query);
+    if (!outcome.failure) {
+      return outcome.answer;
+    }
+    failure = std::move(outcome.failure);
   }
-  if (failure) {
-    throw Exception(*failure);
-  }
-  throw Exception("http request failure.");
+  throw Exception(*failure);
 }
 
-http_response HttpClient::Attempt(const web::uri& base, HttpRequestBase& request,
-                                  const std::wstring& path, const std::wstring& query) {
+HttpClient::Outcome HttpClient::Attempt(const web::uri& base, HttpRequestBase& request,
+                                        const std::wstring& path, const std::wstring& query) {
   return pplx::create_task([&]() {
            web::uri_builder address(base);
            if (!path.empty()) {
@@ -70,6 +107,21 @@ http_response HttpClient::Attempt(const web::uri& base, HttpRequestBase& request
            request.request.set_response_stream(request.answer_body.Stream());
            return transport_(address.to_uri(), get_http_config(), request.request);
          })
+      .then([](const pplx::task<http_response>& answered) {
+        // A copy leaves the task: the library's threads may hold the exception for longer.
+        Outcome outcome;
+        try {
+          outcome.answer = answered.get();
+        } catch (const Exception& failed) {
+          outcome.failure = std::make_shared<const Exception>(failed);
+        } catch (const boost::exception& failed) {
+          outcome.failure = std::make_shared<const Exception>(failed);
+        } catch (const web::http::http_exception& failed) {
+          // The library's error code is dropped, its text says what happened.
+          outcome.failure = std::make_shared<const Exception>(std::string(failed.what()));
+        }
+        return outcome;
+      })
       .get();
 }
 
@@ -96,9 +148,9 @@ std::wstring ReadAnswerText(http_response answer, const HttpRequestBase& request
   return platform::FromNative(answer.extract_string(/*ignore_content_type=*/true).get());
 }
 
-void FinishAnswer(const http_response& answer) noexcept {
+AnswerGuard::~AnswerGuard() {
   try {
-    answer.content_ready().wait();
+    answer_.content_ready().wait();
   } catch (...) {
     // The answer has been judged by its status; what became of its body changes nothing.
   }

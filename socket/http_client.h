@@ -36,16 +36,19 @@ class HttpClient {
   // Sends the request to `base` with `path` (not encoded again) and `query` appended, at most
   // `retryCount` + 1 times without a pause, until it is answered. Gives the answer whatever its
   // status. Throws CorvidSocket::Exception for every failure of the HTTP layer; a cancelled task
-  // (task_canceled) and any other exception pass through.
+  // (task_canceled) and any other exception pass through. Each attempt sends the body from where it
+  // stood at the call. A body that cannot be rewound is sent once: the failure of that attempt is
+  // thrown.
   [[nodiscard]] web::http::http_response SendRequest(const web::uri& base, HttpRequestBase& request,
                                                      const std::wstring& path,
                                                      const std::wstring& query, int retryCount);
 
  private:
   [[nodiscard]] web::http::client::http_client_config get_http_config();
-  [[nodiscard]] web::http::http_response Attempt(const web::uri& base, HttpRequestBase& request,
-                                                 const std::wstring& path,
-                                                 const std::wstring& query);
+
+  struct Outcome;
+  [[nodiscard]] Outcome Attempt(const web::uri& base, HttpRequestBase& request,
+                                const std::wstring& path, const std::wstring& query);
 
   void* native_request_ = nullptr;  // HINTERNET of the latest attempt; nothing reads it
   CertificateContext certificate_;  // borrowed
@@ -59,8 +62,17 @@ class HttpClient {
 [[nodiscard]] std::wstring ReadAnswerText(web::http::http_response answer,
                                           const HttpRequestBase& request);
 
-// Waits until the body of an answer has ended, however it ended, so that nothing of the request is
-// left running.
-void FinishAnswer(const web::http::http_response& answer) noexcept;
+// Waits at its end until the body of an answer has ended, however it ended, so that nothing of the
+// request is left running.
+class AnswerGuard {
+ public:
+  explicit AnswerGuard(const web::http::http_response& answer) : answer_(answer) {}
+  ~AnswerGuard();
+  AnswerGuard(const AnswerGuard&) = delete;
+  AnswerGuard& operator=(const AnswerGuard&) = delete;
+
+ private:
+  web::http::http_response answer_;
+};
 
 }  // namespace CorvidSocket

@@ -142,6 +142,7 @@ void UploadFile(Account& account, const LogFile& file, const HeaderSet& headers)
                                   account.transport, account.connections);
   const web::uri address(platform::ToNative(account.address));
   const http_response answer = client.SendRequest(address, request, L"", L"", /*retryCount=*/0);
+  const CorvidSocket::AnswerGuard guard(answer);
   const bool accepted = IsAccepted(answer.status_code());
   if (accepted) {
     CountAccepted(account, answer.status_code());
@@ -152,7 +153,6 @@ void UploadFile(Account& account, const LogFile& file, const HeaderSet& headers)
   if (accepted) {
     MoveToArchive(file);
   }
-  CorvidSocket::FinishAnswer(answer);
 }
 
 // Goes through the folder one entry ahead: the request for its last file closes the connection.

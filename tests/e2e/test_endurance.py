@@ -346,6 +346,29 @@ def test_body_without_end_is_cut_off_and_takes_no_memory(request, machine, servi
     assert machine.messages()[-3:] == say.summary(accounts=1, send=1, ok=1, error=1)
 
 
+def test_silence_in_the_text_of_a_refusal_ends_the_run(request, machine, service):
+    only_at_length(request)
+    machine.switch_log_on()
+    for account in ACCOUNTS:
+        machine.account(account)
+        machine.log(account, "a.log")
+    first = machine.account_order()[0]
+    done = threading.Event()
+
+    def text():
+        yield b"the beginning"
+        done.wait(120)
+
+    service.answer_with(Answer(500, text(), (("Content-Type", "text/plain"),)))
+    started = time.monotonic()
+    machine.run(seconds=120)
+    done.set()
+    assert 29 < time.monotonic() - started < 60
+    assert len(service.requests) == 1
+    assert all(machine.is_waiting(account, "a.log") for account in ACCOUNTS)
+    assert f"<UploadOneUser> exception [{first}]" in machine.messages()
+
+
 def test_silence_of_the_service_ends_the_account_and_not_the_run(request, machine, service):
     only_at_length(request)
     machine.switch_log_on()

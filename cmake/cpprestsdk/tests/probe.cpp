@@ -5,12 +5,14 @@
 //                                    cache, and validate the server every other time
 //   probe blocks FILE SIZE ...       reads in blocks of these sizes, in turn, into FILE.blocks
 //   probe open FILE                  opens a file stream and reads from it
+//   probe rewind FILE                reads to the end, twice, in blocks of 64 KiB
 //   probe descriptors URL FILE       lists descriptors that a started program would inherit
 //   probe throw URL [late]           reads an answer into a stream that throws, or whose tasks do
 //   probe leave URL FILE [open] [abandon] [static]   returns from main right after a request
 //   probe queue COUNT                returns from main while tasks are queued that wait for others
 //   probe tasks COUNT                waits for so many tasks, and counts the handles that they take
 //
+// The environment's SHORT_READS lets ReadFile give so many bytes at most (Windows).
 // With threads=N the library's pool has so many threads (POSIX).
 //
 // Backslash escapes \r, \n and \0 in VALUE become those characters.
@@ -22,6 +24,7 @@
 #include <cpprest/filestream.h>
 #include <cpprest/http_client.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdint>
 #include <cstdlib>
@@ -172,6 +175,22 @@ void OpenFile(const std::string& name) {
   const auto stream = Open(name);
   concurrency::streams::container_buffer<std::string> content;
   std::cout << "read=" << stream.read(content, 10).get() << "\n";
+  stream.close().wait();
+}
+
+void ReadTwice(const std::string& name) {
+  const auto stream = Open(name);
+  for (int turn = 0; turn < 2; ++turn) {
+    std::size_t all = 0;
+    std::size_t count = 1;
+    while (count != 0) {
+      concurrency::streams::container_buffer<std::string> block;
+      count = stream.read(block, 65536).get();
+      all += count;
+    }
+    std::cout << "read=" << all << "\n";
+    stream.seek(0);
+  }
   stream.close().wait();
 }
 
@@ -353,7 +372,25 @@ void LeaveQueued(int count) {
   });
 }
 
+#ifdef _WIN32
+// Instead of the system's, for everything that is linked into this program.
+BOOL WINAPI ReadShort(HANDLE file, void* buffer, DWORD size, DWORD* read, OVERLAPPED* overlapped) {
+  static const auto real = reinterpret_cast<decltype(&ReadShort)>(
+      reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"kernel32.dll"), "ReadFile")));
+  static const char* const most = std::getenv("SHORT_READS");
+  if (most != nullptr) {
+    size = std::min(size, static_cast<DWORD>(std::strtoul(most, nullptr, 10)));
+  }
+  return real(file, buffer, size, read, overlapped);
+}
+#endif
+
 }  // namespace
+
+#ifdef _WIN32
+extern "C" decltype(&ReadShort) __imp_ReadFile;
+decltype(&ReadShort) __imp_ReadFile = &ReadShort;
+#endif
 
 int main(int argc, char** argv) {
   const Arguments arguments(argv + 1, argv + argc);
@@ -370,6 +407,9 @@ int main(int argc, char** argv) {
 #endif
     if (command == "open") {
       return OpenFile(arguments[1]);
+    }
+    if (command == "rewind") {
+      return ReadTwice(arguments[1]);
     }
     if (command == "blocks") {
       return ReadBlocks(arguments[1], Arguments(arguments.begin() + 2, arguments.end()));

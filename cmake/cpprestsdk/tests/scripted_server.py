@@ -155,10 +155,9 @@ class ScriptedServer:
             self.answers.pop(0)
         if callable(answer):
             answer = answer()
-        if self._stalls("answer"):
-            return False
         if isinstance(answer, Stall):
-            connection.sendall(b"HTTP/1.1 200 OK\r\nContent-Length: 20\r\n\r\nok")
+            if answer.stage == "middle":
+                connection.sendall(b"HTTP/1.1 200 OK\r\nContent-Length: 20\r\n\r\nok")
             self._ended.wait()
             return False
         if answer is RESET:

@@ -2,23 +2,34 @@
 // says what happens:
 //
 //   RESOLVER_SECONDS   getaddrinfo takes so long
-//   RESOLVER_FILE      getaddrinfo gives the address in this file, and adds a line to the file
+//   RESOLVER_FILE      getaddrinfo gives the addresses in this file, and adds a line to the file
 //                      <this file>.asked
 //   FAILING_READ       number of the pread that fails with EIO
-//   SEND_BUFFER        bytes of each socket's send buffer
-//   SENDS_FILE         gets the number of sends, and of those that came right after another one of
+//   INTERRUPTED_READS  every so many preads one fails with EINTR
+//   SHORT_READS        a pread gives so many bytes at most
+//   SHORT_READ         ... only the one with this number
+//   BUSY_FILE          an open of this file fails with EAGAIN, unless it may block
+//   INTERRUPTED_OPENS  so many opens of regular files fail with EINTR first
+//   SLOW_CONNECTS      so many connects take MILLISECONDS (another setting) and fail with
+//   ECONNREFUSED SEND_BUFFER        bytes of each socket's send buffer SENDS_FILE         gets the
+//   number of sends, and of those that came right after another one of
 //                      their thread, with no wait in between
 #undef _FORTIFY_SOURCE  // its pread would be inline
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <netdb.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <cstdarg>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <string>
 #include <thread>
@@ -39,14 +50,42 @@ long Number(const char* text) {
   return std::strtol(text, nullptr, 10);
 }
 
+// 0 if the test does not say.
+long NumberOf(const char* name) {
+  const char* const text = Setting(name);
+  return text == nullptr ? 0 : Number(text);
+}
+
 ssize_t Read(int file, void* buffer, size_t count, off_t offset) {
   static std::atomic<int> calls{0};
-  const char* const failing = Setting("FAILING_READ");
-  if (failing != nullptr && ++calls == Number(failing)) {
-    errno = EIO;
+  const int call = ++calls;
+  const long interrupted = NumberOf("INTERRUPTED_READS");
+  if (call == NumberOf("FAILING_READ") || (interrupted != 0 && call % interrupted == 0)) {
+    errno = call == NumberOf("FAILING_READ") ? EIO : EINTR;
     return -1;
   }
+  const long most = NumberOf("SHORT_READS");
+  const long only = NumberOf("SHORT_READ");
+  if (most != 0 && (only == 0 || call == only)) {
+    count = std::min(count, static_cast<size_t>(most));
+  }
   return Next(&pread, "pread64")(file, buffer, count, offset);
+}
+
+int Open(const char* name, int flags, mode_t mode) {
+  static std::atomic<int> opened{0};
+  struct stat status {};
+  const bool regular = stat(name, &status) == 0 && S_ISREG(status.st_mode);
+  if (regular && (flags & O_NONBLOCK) != 0 && opened++ < NumberOf("INTERRUPTED_OPENS")) {
+    errno = EINTR;
+    return -1;
+  }
+  const char* const busy = Setting("BUSY_FILE");
+  if (busy != nullptr && std::strcmp(busy, name) == 0 && (flags & O_NONBLOCK) != 0) {
+    errno = EAGAIN;
+    return -1;
+  }
+  return Next(&open, "open")(name, flags, mode);
 }
 
 thread_local bool just_sent = false;
@@ -83,6 +122,24 @@ extern "C" int socket(int domain, int type, int protocol) {
   return result;
 }
 
+extern "C" int open(const char* name, int flags, ...) {
+  va_list rest;
+  va_start(rest, flags);
+  const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(rest, mode_t) : 0;
+  va_end(rest);
+  return Open(name, flags, mode);
+}
+
+extern "C" int connect(int file, const sockaddr* address, socklen_t size) {
+  static std::atomic<int> calls{0};
+  if (calls++ < NumberOf("SLOW_CONNECTS")) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(NumberOf("MILLISECONDS")));
+    errno = ECONNREFUSED;
+    return -1;
+  }
+  return Next(&connect, "connect")(file, address, size);
+}
+
 extern "C" int epoll_wait(int epoll, epoll_event* events, int most, int milliseconds) {
   just_sent = false;
   return Next(&epoll_wait, "epoll_wait")(epoll, events, most, milliseconds);
@@ -98,10 +155,17 @@ extern "C" int getaddrinfo(const char* name, const char* service, const addrinfo
   if (file == nullptr) {
     return next(name, service, hints, result);
   }
-  std::string address;
-  std::ifstream(file) >> address;
   std::ofstream(std::string(file) + ".asked", std::ios::app) << name << "\n";
-  return next(address.c_str(), service, hints, result);
+  std::ifstream addresses(file);
+  addrinfo** end = result;  // the answers are a list, whose items are freed one by one
+  int failure = 0;
+  for (std::string address; failure == 0 && addresses >> address;) {
+    failure = next(address.c_str(), service, hints, end);
+    while (failure == 0 && *end != nullptr) {
+      end = &(*end)->ai_next;
+    }
+  }
+  return failure;
 }
 
 extern "C" ssize_t pread(int file, void* buffer, size_t count, off_t offset) {

@@ -1,9 +1,11 @@
 """Each test shows one defect of the unpatched library mended; README.md names the patch."""
 
+import fcntl
 import hashlib
 import os
 import random
 import re
+import signal
 import socket
 import subprocess
 import threading
@@ -180,6 +182,33 @@ def test_server_that_moves_is_found_in_the_same_request(probe, serve, small, tmp
     )  # fmt: skip
     assert lines == ["status=200", "body=2"] * 3
     assert (len(servers[0].requests), len(servers[1].requests)) == (1, 2)
+    assert (tmp_path / "address.asked").read_text() == "localhost\n" * 2
+
+
+@pytest.mark.usefixtures("posix")
+@pytest.mark.parametrize("threads", [1, 4])
+@pytest.mark.parametrize(
+    "left_behind", [Stall("handshake"), HANG_UP, Stall("answer"), RESET],
+    ids=["silence", "broken handshake", "silence after the body", "reset"],
+)  # fmt: skip
+def test_server_that_moves_and_is_still_listening_is_found_by_the_next_request(
+    probe, serve, small, tmp_path, left_behind, threads
+):
+    address = tmp_path / "address"
+    address.write_text("127.0.0.1")
+
+    def move():
+        servers.append(serve(OK, address=("127.0.0.2", servers[0].port)))
+        address.write_text("127.0.0.2")
+        return OK
+
+    servers = [serve(move, left_behind, OK)]
+    lines = probe(
+        "post", servers[0].url, small, "clients", "share", "count=4", "timeout=1500",
+        f"threads={threads}", **preloaded(probe), RESOLVER_FILE=str(address),
+    )  # fmt: skip
+    assert lines[:3] == ["status=200", "body=2", "error=http_exception"]
+    assert lines[5:] == ["status=200", "body=2"] * 2
     assert (tmp_path / "address.asked").read_text() == "localhost\n" * 2
 
 
@@ -419,6 +448,28 @@ def test_connection_that_nobody_accepts_times_out(probe, small):
 
 
 @pytest.mark.usefixtures("posix")
+@pytest.mark.parametrize("threads", [1, 4])
+def test_no_further_address_is_tried_after_the_time_out(probe, small, tmp_path, threads):
+    address = tmp_path / "address"
+    address.write_text("127.0.0.1 127.0.0.2 127.0.0.3 127.0.0.4")
+    with socket.socket() as listener:
+        listener.bind(("127.0.0.4", 0))
+        listener.listen(0)
+        waiting = [socket.socket() for _ in range(4)]
+        for one in waiting:
+            one.setblocking(False)
+            one.connect_ex(listener.getsockname())
+        lines = probe(
+            "post", f"https://localhost:{listener.getsockname()[1]}/log", small, "timeout=500",
+            f"threads={threads}", limit=20, **preloaded(probe), RESOLVER_FILE=str(address),
+            SLOW_CONNECTS="3", MILLISECONDS="700",
+        )  # fmt: skip
+        assert lines[:2] == ["error=http_exception", "code=110"]
+        for one in waiting:
+            one.close()
+
+
+@pytest.mark.usefixtures("posix")
 def test_name_that_takes_long_to_resolve_times_out(probe, serve, small):
     process = subprocess.Popen(
         [probe.path, "post", serve(OK).url, small, "timeout=1500"],
@@ -493,11 +544,72 @@ def test_records_of_a_chunk_are_sent_in_a_row(probe, serve, tmp_path):
 def test_read_error_fails_the_request(probe, serve, tmp_path, failing):
     file = tmp_path / "file.log"
     file.write_bytes(b"x" * (8 * 65536))
+    server = serve(OK)
     lines = probe(
-        "post", serve(OK).url, file, "count=2", **preloaded(probe), FAILING_READ=str(failing)
+        "post", server.url, file, "count=2", **preloaded(probe), FAILING_READ=str(failing)
     )
     assert lines[:2] == ["error=system_error", "code=5"]
     assert lines[-2:] == ["status=200", "body=2"]
+    # The server has seen the end of the second body alone.
+    assert [request.body for request in server.requests] == [8 * 65536]
+
+
+def short_reads(probe, **settings):
+    """The environment in which reads of a file behave like this; on Windows the probe sees to it."""
+    settings = {name: str(value) for name, value in settings.items()}
+    return settings if probe.windows else {**preloaded(probe), **settings}
+
+
+@pytest.mark.parametrize("size, most", [(400, 1), (70_000, 1), (300_000, 100), (300_000, 65523)])
+def test_body_of_short_reads_arrives_whole(probe, serve, tmp_path, size, most):
+    file = tmp_path / "file.log"
+    file.write_bytes(random.Random(size).randbytes(size))
+    server = serve(OK)
+    lines = probe("post", server.url, file, **short_reads(probe, SHORT_READS=most))
+    assert lines == ["status=200", "body=2"]
+    assert server.requests[0].digest == hashlib.sha256(file.read_bytes()).hexdigest()
+
+
+@pytest.mark.usefixtures("posix")
+@pytest.mark.parametrize("number", [1, 2, 5])
+def test_body_with_one_short_read_arrives_whole(probe, serve, tmp_path, number):
+    file = tmp_path / "file.log"
+    file.write_bytes(random.Random(1).randbytes(300_000))
+    server = serve(OK)
+    lines = probe(
+        "post", server.url, file, **short_reads(probe, SHORT_READS=1000, SHORT_READ=number)
+    )
+    assert lines == ["status=200", "body=2"]
+    assert server.requests[0].digest == hashlib.sha256(file.read_bytes()).hexdigest()
+
+
+@pytest.mark.usefixtures("posix")
+def test_interrupted_reads_are_repeated(probe, serve, tmp_path):
+    file = tmp_path / "file.log"
+    file.write_bytes(random.Random(1).randbytes(300_000))
+    server = serve(OK)
+    lines = probe("post", server.url, file, **short_reads(probe, INTERRUPTED_READS=2))
+    assert lines == ["status=200", "body=2"]
+    assert server.requests[0].digest == hashlib.sha256(file.read_bytes()).hexdigest()
+
+
+@pytest.mark.usefixtures("posix")
+def test_read_error_after_a_short_read_fails_the_request(probe, serve, tmp_path):
+    file = tmp_path / "file.log"
+    file.write_bytes(b"x" * 300_000)
+    server = serve(OK)
+    lines = probe(
+        "post", server.url, file, **short_reads(probe, SHORT_READS=1000, FAILING_READ=100)
+    )
+    assert lines[:2] == ["error=system_error", "code=5"]
+    assert not server.requests
+
+
+@pytest.mark.parametrize("size", [0, 10, 600, 200_000])
+def test_file_that_was_read_to_its_end_can_be_read_again(probe, tmp_path, size):
+    file = tmp_path / "file.log"
+    file.write_bytes(b"x" * size)
+    assert probe("rewind", file) == [f"read={size}"] * 2
 
 
 @pytest.mark.parametrize("sizes", [[512], [70000], [10], [70000, 10, 600, 3, 5000], [3, 70000]])
@@ -603,6 +715,35 @@ def test_regular_file_opens(probe, small, tmp_path, linked):
         path = tmp_path / "link"
         path.symlink_to(small)
     assert probe("open", path) == ["read=10"]
+
+
+@pytest.mark.usefixtures("posix")
+def test_file_whose_lease_has_to_be_given_back_opens(probe, small):
+    with small.open("rb+") as file:
+        try:
+            fcntl.fcntl(file, fcntl.F_SETLEASE, fcntl.F_WRLCK)
+        except OSError as error:
+            pytest.skip(f"no leases on this file system: {error}")
+        given_back = []
+
+        def give_back(*_):
+            given_back.append(fcntl.fcntl(file, fcntl.F_SETLEASE, fcntl.F_UNLCK))
+
+        before = signal.signal(signal.SIGIO, give_back)
+        try:
+            assert probe("open", small, limit=20) == ["read=10"]
+        finally:
+            signal.signal(signal.SIGIO, before)
+        assert given_back
+
+
+@pytest.mark.usefixtures("posix")
+@pytest.mark.parametrize(
+    "settings", [{"BUSY_FILE": "{}"}, {"INTERRUPTED_OPENS": "2"}], ids=["busy", "interrupted"]
+)
+def test_open_is_repeated(probe, small, settings):
+    settings = {name: value.format(small) for name, value in settings.items()}
+    assert probe("open", small, **preloaded(probe), **settings) == ["read=10"]
 
 
 # Refusals

@@ -1,18 +1,25 @@
 // Sending with retries, and what becomes of each kind of failure.
 #include "socket/http_client.h"
 
+#include <cpprest/containerstream.h>
+#include <cpprest/filestream.h>
+#include <cpprest/producerconsumerstream.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
+#include <cstdint>
 #include <exception>
 #include <functional>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <type_traits>
 #include <utility>
 #include <vector>
 
 #include "platform/text.h"
+#include "tests/unit/support/temp_folder.h"
 
 namespace {
 
@@ -260,6 +267,102 @@ TEST(SendRequest, LetsWhatIsNoStandardExceptionPass) {
   EXPECT_EQ(sender.attempts, 1);
 }
 
+TEST(SendRequest, RaisesAnExceptionThatSharesNothingWithTheLibrarys) {
+  const auto number_after_change = [](const auto& original) {
+    const pplx::task<http_response> failed = pplx::task_from_exception<http_response>(original);
+    HttpClient client(nullptr, /*has_certificate=*/false,
+                      [&failed](const web::uri&, const http_client_config&, const http_request&) {
+                        return failed;
+                      });
+    HttpPostRequest request({});
+    try {
+      static_cast<void>(
+          client.SendRequest(web::uri(platform::ToNative(L"https://host/")), request, L"", L"", 0));
+    } catch (const Exception& raised) {
+      raised << ErrorNumber(6);
+    }
+    try {
+      static_cast<void>(failed.get());
+    } catch (const boost::exception& kept) {
+      return *boost::get_error_info<ErrorNumber>(kept);
+    }
+    return 0U;
+  };
+  EXPECT_EQ(number_after_change(Exception("refused") << ErrorNumber(5)), 5U);
+  EXPECT_EQ(number_after_change(OtherBoostException() << ErrorNumber(5)), 5U);
+}
+
+TEST(Exception, SharesNothingWithItsCopies) {
+  const Exception original = Exception("refused") << ErrorNumber(5);
+  const Exception copy(original);
+  copy << ErrorNumber(6);
+  EXPECT_EQ(*boost::get_error_info<ErrorNumber>(original), 5U);
+  EXPECT_EQ(std::string(copy.what()), "refused");
+}
+
+// Sends a body three times, in vain; gives what each attempt read of it.
+std::vector<std::string> BodiesSent(const concurrency::streams::istream& body) {
+  std::vector<std::string> sent;
+  HttpClient client(nullptr, /*has_certificate=*/false,
+                    [&sent](const web::uri&, const http_client_config&,
+                            const http_request& request) -> pplx::task<http_response> {
+                      concurrency::streams::container_buffer<std::string> read;
+                      request.body().read_to_end(read).wait();
+                      sent.push_back(read.collection());
+                      throw TransportFailure(static_cast<int>(sent.size()));
+                    });
+  HttpPostRequest request({});
+  request.request.set_body(body);
+  try {
+    static_cast<void>(
+        client.SendRequest(web::uri(platform::ToNative(L"https://host/")), request, L"", L"", 2));
+  } catch (const Exception& failure) {
+    EXPECT_EQ(std::string(failure.what()), "failure " + std::to_string(sent.size()));
+  }
+  return sent;
+}
+
+TEST(SendRequest, SendsTheBodyFromItsStartWithEveryAttempt) {
+  const kyd_test::TempFolder folder;
+  const std::wstring path = folder / L"a.log";
+  const std::string text(100'000, 'x');
+  kyd_test::WriteFileBytes(path, text);
+  const auto file = concurrency::streams::file_stream<std::uint8_t>::open_istream(
+                        platform::ToNativePath(path), std::ios_base::in)
+                        .get();
+  EXPECT_EQ(BodiesSent(file), (std::vector<std::string>{text, text, text}));
+  file.seek(99'999);
+  EXPECT_EQ(BodiesSent(file), (std::vector<std::string>{"x", "x", "x"}));
+  file.close().wait();
+  EXPECT_EQ(BodiesSent(concurrency::streams::bytestream::open_istream(std::string("the log"))),
+            (std::vector<std::string>{"the log", "the log", "the log"}));
+}
+
+TEST(SendRequest, SendsABodyThatCannotBeRewoundOnce) {
+  concurrency::streams::producer_consumer_buffer<std::uint8_t> pipe;
+  const std::string text = "the log";
+  pipe.putn_nocopy(reinterpret_cast<const std::uint8_t*>(text.data()), text.size()).wait();
+  pipe.close(std::ios_base::out).wait();
+  EXPECT_EQ(BodiesSent(pipe.create_istream()), std::vector<std::string>{"the log"});
+}
+
+TEST(SendRequest, SendsABodyThatWasClosedOnce) {
+  const auto body = concurrency::streams::bytestream::open_istream(std::string("the log"));
+  int attempts = 0;
+  HttpClient client(nullptr, /*has_certificate=*/false,
+                    [&attempts, &body](const web::uri&, const http_client_config&,
+                                       const http_request&) -> pplx::task<http_response> {
+                      body.close().wait();
+                      throw TransportFailure(++attempts);
+                    });
+  HttpPostRequest request({});
+  request.request.set_body(body);
+  EXPECT_THROW(static_cast<void>(client.SendRequest(web::uri(platform::ToNative(L"https://host/")),
+                                                    request, L"", L"", 2)),
+               Exception);
+  EXPECT_EQ(attempts, 1);
+}
+
 TEST(SendRequest, SendsEveryAttemptToTheSameAddress) {
   Sender sender([](int attempt) -> http_response { throw TransportFailure(attempt); });
   EXPECT_THROW(static_cast<void>(sender.Send(2, L"path", L"?x=1")), Exception);
@@ -379,10 +482,32 @@ TEST(ReadAnswerText, RaisesWhatElseEndedTheBody) {
       web::http::http_exception);
 }
 
-TEST(FinishAnswer, LetsNothingOut) {
-  CorvidSocket::FinishAnswer(EndedAnswer(nullptr));
-  CorvidSocket::FinishAnswer(EndedAnswer(std::make_exception_ptr(std::runtime_error("broken"))));
-  CorvidSocket::FinishAnswer(EndedAnswer(std::make_exception_ptr(1)));
+TEST(AnswerGuard, LetsNothingOut) {
+  const CorvidSocket::AnswerGuard ended(EndedAnswer(nullptr));
+  const CorvidSocket::AnswerGuard broken(
+      EndedAnswer(std::make_exception_ptr(std::runtime_error("broken"))));
+  const CorvidSocket::AnswerGuard odd(EndedAnswer(std::make_exception_ptr(1)));
+}
+
+TEST(AnswerGuard, WaitsForTheEndOfTheBodyAlsoWhenAnExceptionPasses) {
+  for (const bool fails : {false, true}) {
+    http_response answer(200);
+    std::atomic<bool> ended{false};
+    std::thread server([answer, &ended] {
+      std::this_thread::sleep_for(std::chrono::milliseconds(50));
+      ended = true;
+      answer._get_impl()->_complete(0);
+    });
+    try {
+      const CorvidSocket::AnswerGuard guard(answer);
+      if (fails) {
+        throw std::runtime_error("on the way");
+      }
+    } catch (const std::runtime_error&) {
+    }
+    EXPECT_TRUE(ended);
+    server.join();
+  }
 }
 
 }  // namespace
