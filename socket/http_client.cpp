@@ -79,7 +79,7 @@ http_response HttpClient::SendRequest(const web::uri& base, HttpRequestBase& req
                                       const std::wstring& path, const std::wstring& query,
                                       int retryCount) {
   const BodyStart body(request.request.body());
-  auto failure = std::make_shared<const Exception>("http request failure.");
+  std::shared_ptr<const Exception> failure;  // of the latest attempt
   for (std::int64_t attempt = 0; attempt <= retryCount; ++attempt) {
     if (attempt > 0 && !body.Rewind()) {
       break;
@@ -90,7 +90,10 @@ http_response HttpClient::SendRequest(const web::uri& base, HttpRequestBase& req
     }
     failure = std::move(outcome.failure);
   }
-  throw Exception(*failure);
+  if (failure) {
+    throw Exception(*failure);
+  }
+  throw Exception("http request failure.");
 }
 
 HttpClient::Outcome HttpClient::Attempt(const web::uri& base, HttpRequestBase& request,
