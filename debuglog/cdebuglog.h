@@ -3,7 +3,6 @@
 
 #include <array>
 #include <cstddef>
-#include <exception>
 #include <mutex>
 #include <string>
 
@@ -37,7 +36,7 @@ class CDebugLog {
         return 1;
       }
       corvid::WriteModuleLogA(FormatBounded(kNarrowMessageCapacity, format, arguments...).c_str());
-    } catch (const std::exception&) {
+    } catch (...) {
       // The message is lost.
     }
     return 1;
@@ -51,7 +50,7 @@ class CDebugLog {
         return 1;
       }
       corvid::WriteModuleLog(FormatBounded(kWideMessageCapacity, format, arguments...).c_str());
-    } catch (const std::exception&) {
+    } catch (...) {
       // The message is lost.
     }
     return 1;

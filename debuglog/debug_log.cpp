@@ -5,7 +5,6 @@
 #include <array>
 #include <charconv>
 #include <cstddef>
-#include <exception>
 #include <string_view>
 #include <utility>
 
@@ -109,7 +108,7 @@ void DebugLog::WriteLine(const wchar_t* text) noexcept {
       return;
     }
     WriteOrKeep(LogLine(surroundings_.clock->Local(), text) + L'\n');
-  } catch (const std::exception&) {
+  } catch (...) {
     // The line is lost: logging never disturbs what it reports on.
   }
 }
@@ -147,7 +146,7 @@ void DebugLog::FlushPending() noexcept {
       WritePending(file, pending_);
     }
     RotateIfNeeded(path.c_str());
-  } catch (const std::exception&) {
+  } catch (...) {
     // What could not be written stays pending.
   }
 }
@@ -173,7 +172,7 @@ void DebugLog::RotateIfNeeded(const wchar_t* path) noexcept {
       // The move's result is ignored: the next check tries again.
       static_cast<void>(platform::MoveReplacing(path, std::wstring(path) + L".bak"));
     }
-  } catch (const std::exception&) {
+  } catch (...) {
     // The file keeps growing until the next check.
   }
 }
@@ -187,7 +186,7 @@ void DebugLog::ReloadSettings() noexcept {
     }
     last_settings_read_ = now;
     ReadLogSettings(mask_, surroundings_.registry_access(), surroundings_.default_base, settings_);
-  } catch (const std::exception&) {
+  } catch (...) {
     // The settings stay as far as they were read; the next due read starts afresh.
   }
 }

@@ -1,7 +1,6 @@
 // The process's loggers and the functions that find the right one.
 #include "debuglog/module_logs.h"
 
-#include <exception>
 #include <utility>
 
 #include "debuglog/log_settings.h"
@@ -71,7 +70,7 @@ void RegisterModuleLog() {
 void WriteModuleLog(const wchar_t* text) noexcept {
   try {
     WithThisModule([text](platform::ModuleHandle module) { module_logs.WriteLine(module, text); });
-  } catch (const std::exception&) {
+  } catch (...) {
     // The line is lost.
   }
 }
@@ -82,7 +81,7 @@ void WriteModuleLogA(const char* text) noexcept {
   }
   try {
     WriteModuleLog(platform::FromUtf8(text).c_str());
-  } catch (const std::exception&) {
+  } catch (...) {
     // The line is lost.
   }
 }
@@ -91,7 +90,7 @@ bool IsModuleLogEnabled() noexcept {
   try {
     return WithThisModule(
         [](platform::ModuleHandle module) { return module_logs.IsEnabled(module); });
-  } catch (const std::exception&) {
+  } catch (...) {
     return false;
   }
 }

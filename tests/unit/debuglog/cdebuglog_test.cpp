@@ -9,6 +9,8 @@
 #include "platform/folders.h"
 #include "platform/registry.h"
 #include "platform/text.h"
+#include "tests/unit/support/failing_memory.h"
+#include "tests/unit/support/log_capture.h"
 #include "tests/unit/support/test_registry.h"
 
 namespace {
@@ -43,6 +45,23 @@ TEST(CDebugLog, ReadsTheDebugFlagAsFourBytesOfAnyType) {
   EXPECT_TRUE(kyd::CDebugLog().IsDebug());
   registry.SetRaw(kKey, kValue, platform::kRegistryBinary, {1, 0, 0, 0, 0});
   EXPECT_FALSE(kyd::CDebugLog().IsDebug());
+}
+
+TEST(CDebugLog, NeverThrowsWhateverIsThrownWithinIt) {
+  using kyd_test::FailingMemory;
+  const kyd_test::LogCapture log;
+  const std::string text(200, 't');
+  const std::wstring wide(200, L't');
+  for (const FailingMemory::Thrown& thrown : FailingMemory::kBoth) {
+    for (const std::size_t size : {1, 100, 500, 1000}) {
+      const FailingMemory failing(thrown.what, size);
+      EXPECT_EQ(kyd::Log().WriteLogA("%s", text), 1);
+      EXPECT_EQ(kyd::Log().WriteLogW(L"%s", wide), 1);
+      corvid::WriteModuleLog(wide.c_str());
+      corvid::WriteModuleLogA(text.c_str());
+      static_cast<void>(corvid::IsModuleLogEnabled());
+    }
+  }
 }
 
 }  // namespace

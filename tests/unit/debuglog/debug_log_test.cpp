@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <exception>
 #include <limits>
 #include <memory>
 #include <new>
@@ -35,6 +36,9 @@ std::optional<std::wstring> NoBase() {
 
 std::optional<std::wstring> BaseThatThrows() {
   throw std::bad_alloc();
+}
+std::optional<std::wstring> BaseThatThrowsANumber() {
+  throw 1;
 }
 
 int registry_reads = 0;
@@ -242,32 +246,64 @@ TEST_F(DebugLogTest, LiesAtTheRootWhenNoBaseCanBeHad) {
 }
 
 TEST_F(DebugLogTest, SurvivesAReadThatThrows) {
-  registry_.Remove(kKey, L"OutputLogDir");
-  corvid::DebugLog log(L"test.log", 16, {&clock_, &BaseThatThrows, &PlainAccess});
-  log.ReloadSettings();
-  registry_.SetText(kKey, L"OutputLogDir", folder_.Path());
-  clock_.seconds += 10;
-  // On another thread, which needs the lock.
-  std::thread([&log] { log.WriteLine(L"afterwards"); }).join();
-  EXPECT_NE(Text().find(", afterwards,\r\n"), std::string::npos);
+  for (const auto base : {&BaseThatThrows, &BaseThatThrowsANumber}) {
+    registry_.Remove(kKey, L"OutputLogDir");
+    corvid::DebugLog log(L"test.log", 16, {&clock_, base, &PlainAccess});
+    log.ReloadSettings();
+    registry_.SetText(kKey, L"OutputLogDir", folder_.Path());
+    clock_.seconds += 10;
+    // On another thread, which needs the lock.
+    std::thread([&log] { log.WriteLine(L"afterwards"); }).join();
+    EXPECT_NE(Text().find(", afterwards,\r\n"), std::string::npos);
+    EXPECT_TRUE(platform::RemoveFile(LogPath()));
+  }
+}
+
+// A clock that throws what the test says, or nothing.
+struct ThrowingClock : platform::Clock {
+  [[nodiscard]] std::int64_t Seconds() const override {
+    Throw(seconds);
+    return 1'700'000'000;
+  }
+  [[nodiscard]] platform::LocalTime Local() const override {
+    Throw(local);
+    return {};
+  }
+  static void Throw(const std::exception_ptr& what) {
+    if (what != nullptr) {
+      std::rethrow_exception(what);
+    }
+  }
+  std::exception_ptr seconds;
+  std::exception_ptr local;
+};
+
+std::vector<std::exception_ptr> WhateverCanBeThrown() {
+  return {std::make_exception_ptr(std::runtime_error("no time")), std::make_exception_ptr(1)};
 }
 
 TEST_F(DebugLogTest, LosesALineThatCannotBeBuiltAndNothingElse) {
-  struct : platform::Clock {
-    [[nodiscard]] std::int64_t Seconds() const override { return 1'700'000'000; }
-    [[nodiscard]] platform::LocalTime Local() const override {
-      if (throws) {
-        throw std::runtime_error("no time");
-      }
-      return {};
-    }
-    bool throws = true;
-  } clock;
-  corvid::DebugLog log(L"test.log", 16, {&clock, &NoBase, &PlainAccess});
-  log.WriteLine(L"lost");
-  clock.throws = false;
-  log.WriteLine(L"written");
-  EXPECT_EQ(Text(), platform::ToUtf8(corvid::LogLine({}, L"written")) + "\r\n");
+  for (const std::exception_ptr& what : WhateverCanBeThrown()) {
+    ThrowingClock clock;
+    corvid::DebugLog log(L"test.log", 16, {&clock, &NoBase, &PlainAccess});
+    clock.local = what;
+    log.WriteLine(L"lost");
+    clock.local = nullptr;
+    log.WriteLine(L"written");
+    EXPECT_EQ(Text(), platform::ToUtf8(corvid::LogLine({}, L"written")) + "\r\n");
+    EXPECT_TRUE(platform::RemoveFile(LogPath()));
+  }
+}
+
+TEST_F(DebugLogTest, ThrowsNothingWhereTheTimeIsAskedFor) {
+  for (const std::exception_ptr& what : WhateverCanBeThrown()) {
+    ThrowingClock clock;
+    corvid::DebugLog log(L"test.log", 16, {&clock, &NoBase, &PlainAccess});
+    clock.seconds = what;
+    log.ReloadSettings();
+    log.RotateIfNeeded(LogPath().c_str());
+    EXPECT_FALSE(log.IsEnabled());
+  }
 }
 
 TEST_F(DebugLogTest, WritesALongLineWhole) {
