@@ -66,11 +66,7 @@ ssize_t ReadOnce(int fd, void* buffer, std::size_t size) noexcept {
 }
 
 ssize_t ReadOnceAt(int fd, void* buffer, std::size_t size, off_t offset) noexcept {
-  ssize_t count = 0;
-  do {
-    count = pread(fd, buffer, size, offset);
-  } while (count < 0 && errno == EINTR);
-  return count;
+  return Uninterrupted([=] { return pread(fd, buffer, size, offset); });
 }
 
 ssize_t WriteOnce(int fd, const void* bytes, std::size_t size) noexcept {

@@ -14,8 +14,8 @@ namespace platform {
 class File {
  public:
   // For reading, nobody else may have it open (GENERIC_READ, share mode 0, OPEN_EXISTING,
-  // FILE_ATTRIBUTE_ARCHIVE); on Linux with a non-blocking exclusive flock, where another's lock is a
-  // sharing violation and a file system without locks opens the file all the same. Only a regular
+  // FILE_ATTRIBUTE_ARCHIVE); on Linux with a non-blocking exclusive flock, where another's lock is
+  // a sharing violation and a file system without locks opens the file all the same. Only a regular
   // file can be opened.
   [[nodiscard]] static File OpenExclusive(const std::wstring& path);
 
@@ -54,7 +54,7 @@ class File {
                                                   std::size_t size);
 
   // Moves the file pointer to the end (SetFilePointer, FILE_END).
-  bool SeekToEnd();
+  [[nodiscard]] bool SeekToEnd();
 
   // Writes up to `size` bytes; gives the number written, which may be less (WriteFile).
   [[nodiscard]] std::optional<std::size_t> Write(const void* bytes, std::size_t size);

@@ -203,7 +203,7 @@ void Utf8AppendFile::Write(const std::wstring& text) {
     bytes.insert(end, 1, '\r');
   }
   // In one call, so that the lines of several processes do not mix. A line that cannot be written
-  // is lost: whoever logs has nobody to tell.
+  // is lost: a logger cannot report its own failure.
   (void)WriteAll(handle_->fd.Get(), bytes.data(), bytes.size());
 }
 

@@ -53,6 +53,15 @@ constexpr bool IsLowSurrogate(wchar_t unit) {
   return unit >= 0xDC00 && unit <= 0xDFFF;
 }
 
+bool IsPresent(const std::wstring& path) {
+  return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
+}
+
+// Verifiably not there; a look that fails is no answer.
+bool IsAbsent(const std::wstring& path) {
+  return !IsPresent(path) && GetLastError() == ERROR_FILE_NOT_FOUND;
+}
+
 // Opens a file on a disk: a device or a pipe could keep the caller waiting.
 UniqueFile OpenDiskFile(const std::wstring& path, DWORD access, DWORD share, void* security,
                         DWORD disposition, DWORD attributes) {
@@ -227,7 +236,7 @@ void Utf8AppendFile::Write(const std::wstring& text) {
     if (begin + size < valid.size() && IsLowSurrogate(valid[begin + size])) {
       --size;
     }
-    // A line that cannot be written is lost: whoever logs has nobody to tell.
+    // A line that cannot be written is lost: a logger cannot report its own failure.
     fputws(valid.substr(begin, size).c_str(), handle_->stream.Get());
     fflush(handle_->stream.Get());
     begin += size;
@@ -235,7 +244,18 @@ void Utf8AppendFile::Write(const std::wstring& text) {
 }
 
 bool MoveWithoutReplacing(const std::wstring& source, const std::wstring& target) {
-  return MoveFileW(source.c_str(), target.c_str()) != FALSE;
+  // Known to be free, so that a file that was moved can be told from one that was there before.
+  const bool was_free = IsAbsent(target);
+  if (MoveFileW(source.c_str(), target.c_str())) {
+    return true;
+  }
+  const DWORD error = GetLastError();
+  // A server that repeats a request reports failure for what it has done.
+  if (was_free && IsAbsent(source) && IsPresent(target)) {
+    return true;
+  }
+  ::SetLastError(error);
+  return false;
 }
 
 bool MoveReplacing(const std::wstring& source, const std::wstring& target) {
@@ -244,7 +264,17 @@ bool MoveReplacing(const std::wstring& source, const std::wstring& target) {
 }
 
 bool RemoveFile(const std::wstring& path) {
-  return DeleteFileW(path.c_str()) != FALSE;
+  if (DeleteFileW(path.c_str())) {
+    return true;
+  }
+  const DWORD error = GetLastError();
+  // Whatever the failure: what has gone is removed. A missing file, however, is an answer of its
+  // own.
+  if (error != ERROR_FILE_NOT_FOUND && error != ERROR_PATH_NOT_FOUND && IsAbsent(path)) {
+    return true;
+  }
+  ::SetLastError(error);
+  return false;
 }
 
 bool IsFolder(const std::wstring& path) {

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/unattended_win32.h"
 #include "uploader/run.h"
 
 namespace {
@@ -26,7 +27,6 @@ std::optional<std::vector<std::wstring>> SplitCommandLine() {
 
 int WINAPI WinMain(HINSTANCE instance, HINSTANCE /*previous*/, LPSTR /*command_line*/,
                    int /*show_command*/) {
-  // Nobody's library is taken from the folder that happens to be the current one.
-  SetDllDirectoryW(L"");
+  platform::RunUnattended();
   return kyd::RunUploader(instance, &SplitCommandLine);
 }

@@ -28,10 +28,10 @@ void AppendToFile(const std::wstring& path, const std::wstring& text) {
   platform::CFileAccessSecurity security(platform::CFileAccessSecurity::kDefault);
   security.Build();
   platform::File file = platform::File::OpenForWriting(path, security);
-  if (!file.IsOpen()) {
+  // Anywhere else than at its end the block would overwrite another one.
+  if (!file.IsOpen() || !file.SeekToEnd()) {
     return;
   }
-  file.SeekToEnd();
   WriteAll([&file](const void* bytes, std::size_t size) { return file.Write(bytes, size); },
            platform::ToUtf16Le(text));
 }

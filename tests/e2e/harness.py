@@ -306,10 +306,11 @@ class Machine:
         self._before["Archive/more"] = hashlib.sha256(content).hexdigest()
 
     @contextlib.contextmanager
-    def held_by_another(self, path):
-        """Another Windows program has the file open and shares it with nobody."""
+    def held_by_another(self, path, *how):
+        """Another Windows program has the file open and shares it with nobody, or "for-reading"."""
+        arguments = [self.platform.native_path(path), *how]
         holder = subprocess.Popen(
-            self.platform.command(self.platform.hold_open, [self.platform.native_path(path)]),
+            self.platform.command(self.platform.hold_open, arguments),
             env=self.environment,
             stdin=subprocess.PIPE,
             stdout=subprocess.DEVNULL,

@@ -261,6 +261,10 @@ class Windows(Platform):
     def hold_open(self):
         return os.fspath(self.bin_folder.parent / "tests/hold-open.exe")
 
+    @property
+    def error_mode_library(self):
+        return self.bin_folder.parent / "tests/error-mode.dll"
+
     def _import_certificate(self, what, identity):
         if (what, identity.thumbprint) in self._imported:
             return

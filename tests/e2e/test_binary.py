@@ -177,6 +177,15 @@ def test_status_tool_is_a_console_program_that_needs_system_libraries_only(platf
         assert not [name for name in needed if name.startswith(("libpelham", "libssl", "libcpprest"))]
 
 
+def test_both_programs_for_windows_set_the_error_mode(platform):
+    if platform.name == "linux":
+        pytest.skip("Linux has no error boxes")
+    for name in (platform.program_name, platform.status_name):
+        executable = platform.bin_folder / name
+        listed = tool("x86_64-w64-mingw32-objdump", "--private-headers", executable)
+        assert re.search(r"\bSetErrorMode\b", listed), f"{name} does not import it"
+
+
 def test_windows_program_is_loaded_anywhere_and_never_executes_data(portable):
     wanted = HIGH_ENTROPY_VA | DYNAMIC_BASE | NX_COMPATIBLE
     assert portable.characteristics & wanted == wanted

@@ -57,6 +57,16 @@ def test_file_that_is_no_library_means_no_run(loaded, service, content):
     expect_no_run(loaded, service)
 
 
+def test_no_error_box_can_open_when_a_library_is_loaded(loaded, service):
+    if loaded.platform.name == "linux":
+        pytest.skip("Linux has no error boxes")
+    shutil.copy2(loaded.platform.error_mode_library, companion(loaded))
+    expect_no_run(loaded, service)
+    mode = int((loaded.program_folder / "error-mode").read_text(encoding="ascii"))
+    fail_critical_errors, no_open_file_error_box = 0x0001, 0x8000
+    assert mode & fail_critical_errors and mode & no_open_file_error_box
+
+
 def test_library_on_the_search_path_is_not_taken(loaded, service):
     elsewhere = loaded.folder / "elsewhere"
     elsewhere.mkdir()

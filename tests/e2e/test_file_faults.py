@@ -291,6 +291,58 @@ def test_file_that_another_program_holds(plan, service):
     plan.expect(service, unheard=[plan.victim])
 
 
+# What Windows refuses to move, to write or to delete.
+
+
+def only_on_windows(plan):
+    if plan.machine.platform.name == "linux":
+        pytest.skip("there are neither share modes nor read-only files on Linux")
+
+
+def test_file_that_another_program_reads_is_sent_and_stays(plan, service):
+    only_on_windows(plan)
+    plan.fates[plan.victim] = Accepted(move_error=32)
+    with plan.machine.held_by_another(plan.machine.upload(*plan.victim), "for-reading"):
+        plan.machine.run()
+    plan.expect(service)
+    # The next run sends it once more, and moves it.
+    plan.machine.run()
+    assert plan.machine.is_archived(*plan.victim)
+    plan.machine.lost_nothing()
+
+
+def test_read_only_file_is_sent_and_moved(plan, service):
+    only_on_windows(plan)
+    plan.machine.upload(*plan.victim).chmod(0o444)
+    plan.machine.run()
+    plan.expect(service)
+
+
+def test_read_only_credentials_survive_a_refusal(plan, service):
+    only_on_windows(plan)
+    credential = plan.machine.credential("alice")
+    credential.chmod(0o444)
+    service.decide = lambda request: Answer(401) if request.account == "alice" else None
+    plan.machine.run()
+    assert credential.exists()
+    failed = [line for line in plan.machine.messages() if line.startswith("<DeleteAuthFile>")]
+    assert failed == ["<DeleteAuthFile> failed."] * 3
+    plan.machine.lost_nothing()
+
+
+def test_result_file_that_another_program_holds_is_left_alone(plan, service):
+    only_on_windows(plan)
+    plan.machine.run()
+    (result,) = plan.machine.result_files()
+    content = result.read_bytes()
+    plan.machine.log("bob", "later.log")
+    with plan.machine.held_by_another(result):
+        plan.machine.run()
+    assert result.read_bytes() == content
+    assert plan.machine.is_archived("bob", "later.log")
+    plan.machine.lost_nothing()
+
+
 # The diagnostic log.
 
 

@@ -1,14 +1,20 @@
-// Holds a file open and shares it with nobody until its own input ends: hold-open <path>
+// Holds a file open until its own input ends: hold-open <path> [for-reading]
+//
+// It shares the file with nobody, or with readers and writers, so that it can be neither moved nor
+// removed.
 #include <windows.h>
 
 #include <cstdio>
 
 int wmain(int count, wchar_t** arguments) {
-  if (count != 2) {
+  if (count != 2 && count != 3) {
     return 64;
   }
-  const HANDLE file = CreateFileW(arguments[1], GENERIC_READ | GENERIC_WRITE, 0, nullptr,
-                                  OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+  const bool for_reading = count == 3;
+  const DWORD access = for_reading ? GENERIC_READ : GENERIC_READ | GENERIC_WRITE;
+  const DWORD share = for_reading ? FILE_SHARE_READ | FILE_SHARE_WRITE : 0;
+  const HANDLE file = CreateFileW(arguments[1], access, share, nullptr, OPEN_EXISTING,
+                                  FILE_ATTRIBUTE_NORMAL, nullptr);
   if (file == INVALID_HANDLE_VALUE) {
     return 1;
   }

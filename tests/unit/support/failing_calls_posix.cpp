@@ -13,6 +13,8 @@
 #include <cstddef>
 #include <thread>
 
+#include "tests/unit/support/failing_seek.h"
+
 namespace kyd_test {
 namespace {
 
@@ -142,6 +144,13 @@ std::vector<FailingCall> WithoutLstat(int error_number) {
   return {{SYS_lstat, error_number, std::nullopt},
           {SYS_statx, error_number, std::nullopt},
           {SYS_newfstatat, error_number, CallArgument{3, AT_SYMLINK_NOFOLLOW}}};
+}
+
+void RunWithoutSeeking(const std::function<void()>& function) {
+  RunWithout({{SYS_lseek, EIO, std::nullopt}}, [&] {
+    function();
+    return true;
+  });
 }
 
 }  // namespace kyd_test

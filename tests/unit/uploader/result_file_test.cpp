@@ -14,6 +14,7 @@
 #include "platform/file.h"
 #include "platform/text.h"
 #include "tests/unit/support/failing_memory.h"
+#include "tests/unit/support/failing_seek.h"
 #include "tests/unit/support/fake_clock.h"
 #include "tests/unit/support/log_capture.h"
 #include "tests/unit/support/program_texts.h"
@@ -141,6 +142,13 @@ TEST_F(OutputResultTest, LeavesAFileThatIsBeingWrittenByAnother) {
   ASSERT_TRUE(other.IsOpen());
   Output(1, 0);
   EXPECT_EQ(platform::File::OpenShared(Path()).IsOpen(), false);
+}
+
+TEST_F(OutputResultTest, WritesNothingWhenItsEndCannotBeFound) {
+  folder_.MakeFolder(L"UploadResult");
+  Output(1, 0);
+  kyd_test::RunWithoutSeeking([this] { Output(0, 2); });
+  EXPECT_EQ(kyd_test::ReadFileBytes(Path()), Expected(1, 0));
 }
 
 // Every look at this clock is a day, an hour and a second later than the one before.
