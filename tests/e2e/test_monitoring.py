@@ -82,6 +82,31 @@ def test_dashboard_is_in_order():
     assert set(used) - {"__all"} == variables
 
 
+def test_dashboard_has_the_types_of_grafana(tmp_path):
+    modules = ROOT / "build/npm/node_modules"
+    compiler = modules / "typescript/bin/tsc"
+    if not compiler.exists() or not (modules / "@grafana/schema").exists():
+        pytest.skip("Grafana's types are not installed: ./dev setup --monitoring")
+    node = tool("node")
+    (tmp_path / "node_modules").symlink_to(modules)
+
+    def complaints(dashboard):
+        # JSON has the texts of enumerations.
+        (tmp_path / "board.ts").write_text(
+            'import type { Dashboard } from "@grafana/schema";\n'
+            "type Plain<T> = T extends string ? `${T}` : T extends (infer U)[] ? Plain<U>[]\n"
+            "  : T extends object ? { [K in keyof T]: Plain<T[K]> } : T;\n"
+            f"export const board: Plain<Dashboard> = {json.dumps(dashboard, indent=1)};\n", "utf-8")
+        finished = subprocess.run(
+            [node, compiler, "--noEmit", "--skipLibCheck", "--strict", "--module", "nodenext",
+             "--moduleResolution", "nodenext", "board.ts"],
+            cwd=tmp_path, capture_output=True, text=True, timeout=SECONDS, check=False)
+        return finished.stdout + finished.stderr
+
+    assert complaints(DASHBOARD) == ""
+    assert "DashboardCursorSync" in complaints({**DASHBOARD, "graphTooltip": "shared"})
+
+
 # The examples that refresh the metrics after every run.
 
 
