@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""Makes all packages of a commit in dist/: ZIPs and installer for Windows, the Debian package, debug
+"""Makes all packages of a commit in dist/: ZIPs and MSI package for Windows, the Debian package, debug
 symbols, bills of materials and checksums."""
 
 from __future__ import annotations
@@ -7,7 +7,6 @@ from __future__ import annotations
 import argparse
 import hashlib
 import os
-import shlex
 import sys
 from pathlib import Path
 
@@ -16,7 +15,7 @@ import debian
 import project
 import reproduce
 import windows
-from project import DIST, WORK, Failure
+from project import DIST, Failure
 
 
 def write_sums(folder: Path) -> None:
@@ -48,17 +47,6 @@ class Signing:
         project.run(*self._sign, "-in", program, "-out", signed)
         os.replace(signed, program)
 
-    def command(self) -> str:
-        """For the installer, which appends the name of a program that it has just made."""
-        WORK.mkdir(parents=True, exist_ok=True)
-        script = WORK / "sign"
-        script.write_text(
-            f'#!/bin/sh\nset -eu\n{shlex.join(self._sign)} -in "$1" -out "$1.signed"\nmv "$1.signed" "$1"\n',
-            "utf-8",
-        )
-        script.chmod(0o755)
-        return shlex.quote(os.fspath(script))
-
 
 def build_programs(preset: str) -> None:
     """In folders of their own: the developers' builds stay as they are."""
@@ -80,7 +68,7 @@ def build(options: argparse.Namespace) -> None:
         build_programs(folder.name)
     time = project.commit_time()
     project.fresh(DIST)
-    products = windows.build(DIST, time, signing, signing.command() if signing else None)
+    products = windows.build(DIST, time, signing)
     products |= debian.build(DIST, time)
     for product, components in products.items():
         bill.write(DIST / f"{product}.cdx.json", product, components)
@@ -95,7 +83,7 @@ def main() -> int:
     )
     parser.add_argument(
         "--sign", nargs=2, type=Path, metavar=("CERTIFICATE", "KEY"),
-        help="sign the Windows programs, the uninstaller and the installer (PEM files)",
+        help="sign the Windows programs and the MSI package (PEM files)",
     )
     parser.add_argument("--time-stamp", metavar="URL", help="time stamp authority for the signatures")
     parser.add_argument(

@@ -39,7 +39,6 @@ LICENCES = {
     "libutfcpp-dev": "BSL-1.0",
     "mingw-w64-common": "ZPL-2.1",
     "mingw-w64-x86-64-dev": "ZPL-2.1 AND MIT AND BSD-3-Clause",
-    "nsis-common": "Zlib AND CPL-1.0 WITH LZMA-exception",
     "rapidjson-dev": "MIT",
 }
 REST_SOURCES = ROOT / "cmake/cpprestsdk"

@@ -1,14 +1,14 @@
-"""ZIPs and installer of the Windows programs."""
+"""ZIPs and Windows Installer package of the Windows programs."""
 
 from __future__ import annotations
 
-import os
 import zipfile
 from collections.abc import Callable, Iterable
 from datetime import datetime, timezone
 from pathlib import Path
 
 import linked
+import msi
 import project
 from project import NAME, ROOT, WORK
 
@@ -18,6 +18,10 @@ PRODUCT = f"{NAME}-{project.version()}-windows-x64"
 # The stand-ins never go where the closed libraries belong; those who develop get them separately.
 COMPANION = f"{NAME}-{project.version()}-companion-development-windows-x64"
 PROGRAMS = {"KydLogUploader": "KydLogUploader.exe", "KydUploadStatus": "KydUploadStatus.exe"}
+# What the Windows Installer package runs while it is installed or removed.
+SETUP_ACTIONS = "KydSetupActions"
+# The toolchain, by which packages of one version are told apart.
+ABI = "mingw"
 STAND_INS = {"Corvid": "Corvid.dll", "pelham": "pelham.dll", "keyward-seal": "keyward-seal.exe"}
 
 Signer = Callable[[Path], None]
@@ -64,71 +68,18 @@ def _licences(inside: Iterable[linked.Component], folder: Path) -> None:
         _text(folder / name, folder / name)
 
 
-def _nsis(path: Path) -> str:
-    return path.as_posix().replace("/", "\\")
-
-
-def _file_list(folder: Path) -> str:
-    """The macros by which the installer installs and removes exactly these files."""
-    files = project.files_below(folder)
-    folders = sorted({parent for file in files for parent in file.parents if parent != Path(".")})
-    lines = ["!macro InstallFiles"]
-    for parent in [Path("."), *folders]:
-        inside = [file for file in files if file.parent == parent]
-        if inside:
-            place = "$INSTDIR" if parent == Path(".") else f"$INSTDIR\\{_nsis(parent)}"
-            lines.append(f'  SetOutPath "{place}"')
-            lines += [f'  File "{folder / file}"' for file in inside]
-    lines += ["!macroend", "!macro DeleteFiles"]
-    lines += [f'  Delete "$INSTDIR\\{_nsis(file)}"' for file in files]
-    lines += ["!macroend", "!macro RemoveFolders"]
-    lines += [f'  RMDir "$INSTDIR\\{_nsis(parent)}"' for parent in reversed(folders)]
-    return "\n".join([*lines, "!macroend", ""])
-
-
-def _write_installer(folder: Path, target: Path, time: int, sign_command: str | None) -> None:
-    list_file = WORK / "installer-files.nsh"
-    list_file.write_text(_file_list(folder), "utf-8")
-    size = sum((folder / name).stat().st_size for name in project.files_below(folder))
-    defines = {
-        "VERSION": project.version(),
-        "YEAR": str(datetime.fromtimestamp(time, timezone.utc).year),
-        "OUT": os.fspath(target),
-        "FILES": os.fspath(list_file),
-        "LICENCE": os.fspath(folder / "LICENSE.txt"),
-        "KIBIBYTES": str(size // 1024),
-    }
-    if sign_command:
-        defines["SIGN"] = sign_command
-    project.run(
-        "makensis", "-V2", "-WX", "-INPUTCHARSET", "UTF8",
-        *(f"-D{name}={value}" for name, value in defines.items()),
-        ROOT / "packaging/windows/installer.nsi",
-        SOURCE_DATE_EPOCH=str(time),
-    )
-
-
-def _components(targets: Iterable[str], *further: str) -> list[linked.Component]:
-    found = linked.components(BUILD, targets)
-    return sorted(
-        [*found, *(linked.debian_package(name, "static") for name in further)],
-        key=lambda component: component.name,
-    )
-
-
-def build(
-    dist: Path, time: int, sign: Signer | None, sign_command: str | None
-) -> dict[str, list[linked.Component]]:
+def build(dist: Path, time: int, sign: Signer | None) -> dict[str, list[linked.Component]]:
     """Writes everything for Windows; returns what is in each product, by the product's name."""
-    # What the installer brings of its own is the installer's program.
-    of_product = _components(PROGRAMS, "nsis-common")
-    of_companion = _components(STAND_INS)
+    of_product = linked.components(BUILD, [*PROGRAMS, SETUP_ACTIONS])
+    of_companion = linked.components(BUILD, STAND_INS)
     product, symbols, companion = (
         project.fresh(WORK / name) for name in (PRODUCT, f"{PRODUCT}-symbols", COMPANION)
     )
 
     for name in PROGRAMS.values():
         _split_symbols(name, product / name, symbols / f"{name}.debug", time)
+    actions = WORK / f"{SETUP_ACTIONS}.dll"
+    _split_symbols(actions.name, actions, symbols / f"{actions.name}.debug", time)
     for document in project.documents():
         _text(ROOT / document, product / document)
     for part in ("diagnostic-log", "monitoring", "windows"):
@@ -144,15 +95,15 @@ def build(
     _text(ROOT / "LICENSE", companion / "LICENSE.txt")
     _licences(of_companion, companion / "licenses")
 
-    # Before anything is packed: ZIP and installer hold the same signed programs.
+    # Before anything is packed: both packages hold the same signed programs.
     if sign:
-        for name in PROGRAMS.values():
-            sign(product / name)
+        for program in [*(product / name for name in PROGRAMS.values()), actions]:
+            sign(program)
     for folder in (product, symbols, companion):
         project.settle(folder, time)
         write_zip(folder, dist / f"{folder.name}.zip", time)
-    installer = dist / f"{PRODUCT}-setup.exe"
-    _write_installer(product, installer, time, sign_command)
+    package = dist / f"{PRODUCT}.msi"
+    msi.write(product, actions, package, ABI, time)
     if sign:
-        sign(installer)
+        sign(package)
     return {PRODUCT: of_product, COMPANION: of_companion}

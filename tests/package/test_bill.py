@@ -16,7 +16,7 @@ BOOST, GCC, SSL = {
 PRODUCTS = {
     "KydLogUploader-{version}-windows-x64": {
         "cpprest", "g++-mingw-w64-x86-64-posix", "gcc-mingw-w64-x86-64-posix", BOOST,
-        "libcli11-dev", "libfmt-dev", "mingw-w64-common", "mingw-w64-x86-64-dev", "nsis-common",
+        "libcli11-dev", "libfmt-dev", "mingw-w64-common", "mingw-w64-x86-64-dev",
         "rapidjson-dev",
     },
     "KydLogUploader-{version}-companion-development-windows-x64": {
@@ -31,8 +31,8 @@ PRODUCTS = {
 }
 # The ids of the SPDX list that occur here.
 LICENCES = {
-    "Apache-2.0", "BSD-3-Clause", "BSL-1.0", "CPL-1.0", "GCC-exception-3.1", "GPL-3.0-or-later",
-    "LGPL-2.1-or-later", "LZMA-exception", "MIT", "ZPL-2.1", "Zlib",
+    "Apache-2.0", "BSD-3-Clause", "BSL-1.0", "GCC-exception-3.1", "GPL-3.0-or-later",
+    "LGPL-2.1-or-later", "MIT", "ZPL-2.1",
 }
 
 

@@ -34,7 +34,7 @@ def test_there_is_each_package_and_nothing_else(dist, version):
     debian = f"kydloguploader_{debian_version(version)}_amd64"
     companion = f"KydLogUploader-{version}-companion-development-windows-x64"
     assert files_below(dist) == {
-        f"{windows}.zip", f"{windows}-setup.exe", f"{windows}-symbols.zip", f"{windows}.cdx.json",
+        f"{windows}.zip", f"{windows}.msi", f"{windows}-symbols.zip", f"{windows}.cdx.json",
         f"{companion}.zip", f"{companion}.cdx.json",
         f"{debian}.deb", f"{debian}.cdx.json",
         f"kydloguploader-dbgsym_{debian_version(version)}_amd64.deb", "SHA256SUMS",
@@ -60,7 +60,7 @@ def test_product_has_programs_documents_and_settings(archives):
 
 def test_product_has_the_licence_of_whatever_is_in_it(archives):
     assert licences(files_below(archives.product)) == {
-        "cpprest", "libboost1.74-dev", "rapidjson-dev", "libfmt-dev", "libcli11-dev", "nsis-common",
+        "cpprest", "libboost1.74-dev", "rapidjson-dev", "libfmt-dev", "libcli11-dev",
         "mingw-w64-common", "mingw-w64-x86-64-dev", "g++-mingw-w64-x86-64-posix",
         "gcc-mingw-w64-x86-64-posix",
     }
@@ -188,7 +188,7 @@ def test_no_folder_of_the_build_is_in_a_program():
         path for platform in ("linux", "windows")
         for path in (ROOT / f"build/release-{platform}/bin").iterdir()
     ]
-    assert len(programs) == 10
+    assert len(programs) == 11
     for program in programs:
         content = program.read_bytes()
         found = [folder for folder in folders if folder.encode() in content]

@@ -1,4 +1,4 @@
-"""Signatures: programs before they are packed, the uninstaller while it is made, the installer last."""
+"""Signatures: programs before they are packed, the MSI package last."""
 
 import datetime
 import http.server
@@ -49,7 +49,7 @@ def signed(identity, tmp_path_factory):
 
     folder = tmp_path_factory.mktemp("signed")
     signing = build.Signing(*identity, None)
-    windows.build(folder, project.commit_time(), signing, signing.command())
+    windows.build(folder, project.commit_time(), signing)
     return folder
 
 
@@ -122,9 +122,9 @@ def is_signed(program, certificate):
     return done.returncode == 0 and "Signature verification: ok" in done.stdout
 
 
-def test_installer_and_programs_are_signed(signed, identity, version, tmp_path):
+def test_package_and_programs_are_signed(signed, identity, version, tmp_path):
     name = f"KydLogUploader-{version}-windows-x64"
-    assert is_signed(signed / f"{name}-setup.exe", identity[0])
+    assert is_signed(signed / f"{name}.msi", identity[0])
     with zipfile.ZipFile(signed / f"{name}.zip") as archive:
         archive.extractall(tmp_path)
     for program in ("KydLogUploader.exe", "KydUploadStatus.exe"):
@@ -134,18 +134,19 @@ def test_installer_and_programs_are_signed(signed, identity, version, tmp_path):
 def test_what_is_installed_is_signed(signed, identity, version, windows):
     windows.clean()
     try:
-        assert windows.install(signed / f"KydLogUploader-{version}-windows-x64-setup.exe") == 0
-        for program in ("KydLogUploader.exe", "KydUploadStatus.exe", "Uninstall.exe"):
+        package = signed / f"KydLogUploader-{version}-windows-x64.msi"
+        assert windows.install(package) == 0
+        for program in ("KydLogUploader.exe", "KydUploadStatus.exe"):
             assert is_signed(windows.folder / program, identity[0])
-        assert windows.uninstall() == 0
+        assert windows.uninstall(package) == 0
     finally:
         windows.clean()
 
 
 def test_change_after_signing_is_seen(signed, identity, version, tmp_path):
-    changed = tmp_path / "setup.exe"
-    content = bytearray((signed / f"KydLogUploader-{version}-windows-x64-setup.exe").read_bytes())
-    content[0x4000] ^= 1
+    changed = tmp_path / "changed.msi"
+    content = bytearray((signed / f"KydLogUploader-{version}-windows-x64.msi").read_bytes())
+    content[len(content) // 2] ^= 1
     changed.write_bytes(content)
     assert not is_signed(changed, identity[0])
 

@@ -5,13 +5,17 @@ import re
 import shutil
 import subprocess
 import tempfile
-import time
 
 import wine
 
-UNINSTALL_KEY = r"HKLM\Software\Microsoft\Windows\CurrentVersion\Uninstall\KydLogUploader"
+UNINSTALL_KEY = r"HKLM\Software\Microsoft\Windows\CurrentVersion\Uninstall"
 SETTINGS_KEY = r"HKLM\SOFTWARE\Veltrane\Veltrane Keyward\Corvid"
 INSTALLED = r"C:\Program Files\Veltrane\KydLogUploader"
+
+
+def _decoded(log):
+    """Windows Installer writes UTF-16, Wine's a code page."""
+    return log.decode("utf-16" if log.startswith(b"\xff\xfe") else "cp1252", "replace")
 
 
 class WindowsMachine:
@@ -53,35 +57,60 @@ class WindowsMachine:
         finally:
             process.communicate(timeout=60)
 
-    def install(self, installer, further=""):
-        """Without a window."""
-        return self.code_of(f'"Z:{installer}" /S{further}')
+    def msiexec(self, how, package, *properties):
+        """Without a window; the exit code and what the installer logged."""
+        log = self.drive / "msi.log"
+        log.unlink(missing_ok=True)
+        line = f'msiexec {how} "Z:{package}" /qn /l*v C:\\msi.log {" ".join(properties)}'
+        code = self.code_of(line)
+        text = _decoded(log.read_bytes()) if log.exists() else ""
+        return code, text
 
-    def entry(self):
-        """What Add/Remove Programs shows: names to values; None without an entry."""
-        code, text = self.run("reg", "query", UNINSTALL_KEY)
-        if code != 0:
-            return None
-        return dict(re.findall(r"^    (\w+)    REG_\w+    (.*?)\r?$", text, re.M))
+    def install(self, package, *properties):
+        return self.msiexec("/i", package, *properties)[0]
 
-    def uninstall(self):
-        """As Add/Remove Programs does it when nobody looks; waits until the last file has gone."""
-        code = self.code_of(self.entry()["QuietUninstallString"])
-        if code == 0:
-            self.wait_until_gone(self.folder / "Uninstall.exe")
-        return code
+    def uninstall(self, package):
+        return self.msiexec("/x", package)[0]
 
-    @staticmethod
-    def wait_until_gone(path):
-        end = time.monotonic() + 60
-        while path.exists():
-            assert time.monotonic() < end, f"{path} is still there"
-            time.sleep(0.1)
+    def entries(self):
+        """What Add/Remove Programs shows of the product: names to values, one for each installed package."""
+        _, text = self.run("reg", "query", UNINSTALL_KEY, "/s")
+        found = []
+        for section in re.split(r"\r?\n(?=HKEY)", text):
+            values = dict(re.findall(r"^    (\w+)    REG_\w+    (.*?)\r?$", section, re.M))
+            if values.get("DisplayName") == "KydLogUploader":
+                found.append(values)
+        return found
+
+    @property
+    def task(self):
+        """The scheduled task's definition, or None."""
+        path = self.drive / "windows/system32/tasks/Veltrane/KydLogUploader"
+        return path.read_bytes() if path.exists() else None
+
+    @contextlib.contextmanager
+    def own_schtasks(self):
+        """Puts a program in place of schtasks that keeps its command line and the definition it is given."""
+        system = self.drive / "windows/system32/schtasks.exe"
+        kept = system.with_suffix(".kept")
+        folder = self.drive / "schtasks"
+        folder.mkdir()
+        system.rename(kept)
+        shutil.copyfile(self._helper, system)
+        overrides = self._environment["WINEDLLOVERRIDES"]
+        self._environment["WINEDLLOVERRIDES"] = f"{overrides};schtasks.exe=n"
+        try:
+            yield folder
+        finally:
+            self._environment["WINEDLLOVERRIDES"] = overrides
+            kept.replace(system)
+            shutil.rmtree(folder)
 
     def clean(self):
         """As if nothing of the product had ever been here."""
+        for entry in self.entries():
+            self.code_of(f'{entry["UninstallString"]} /qn')
         shutil.rmtree(self.drive / "Program Files/Veltrane", ignore_errors=True)
         for folder in (self.log.parent, self.drive / "KydLog", self.elsewhere):
             shutil.rmtree(folder, ignore_errors=True)
-        for key in (UNINSTALL_KEY, r"HKLM\SOFTWARE\Veltrane"):
-            self.run("reg", "delete", key, "/f")
+        self.run("reg", "delete", r"HKLM\SOFTWARE\Veltrane", "/f")

@@ -1,0 +1,217 @@
+// What Windows Installer calls while the package is installed or removed: it cannot tell by itself
+// whether an upload is running, and knows nothing of scheduled tasks.
+#include <windows.h>
+
+#include <msi.h>
+#include <msiquery.h>
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "packaging/windows/task_definition.h"
+
+namespace {
+
+using kyd::setup::AsArgument;
+
+// The name by which the program makes sure that it runs once.
+constexpr wchar_t kInstanceName[] = L"Global\\VeltraneKydLogUploaderMutexString";
+// The name by which an installer knows that another one, which it is a part of, holds the program's
+// name.
+constexpr wchar_t kSetupName[] = L"Global\\VeltraneKydLogUploaderSetup";
+constexpr wchar_t kTaskName[] = L"Veltrane\\KydLogUploader";
+constexpr wchar_t kDefinition[] = L"deploy\\windows\\KydLogUploader.task.xml";
+// Beside the program, where only administrators can write.
+constexpr wchar_t kOwnDefinition[] = L"KydLogUploader.task.tmp";
+// Between the values that are handed to the deferred action; no value can have it.
+constexpr wchar_t kSeparator = L'|';
+
+std::wstring Property(MSIHANDLE install, const wchar_t* name) {
+  DWORD length = 0;
+  wchar_t nothing[] = L"";
+  if (MsiGetPropertyW(install, name, nothing, &length) != ERROR_MORE_DATA) {
+    return {};
+  }
+  std::vector<wchar_t> text(++length);
+  if (MsiGetPropertyW(install, name, text.data(), &length) != ERROR_SUCCESS) {
+    return {};
+  }
+  return {text.data(), length};
+}
+
+// Shows a message, or writes it to the installer's log when nobody looks. The result ends the
+// installation.
+UINT Refuse(MSIHANDLE install, const std::wstring& message) {
+  const MSIHANDLE record = MsiCreateRecord(1);
+  MsiRecordSetStringW(record, 0, L"[1]");
+  MsiRecordSetStringW(record, 1, message.c_str());
+  MsiProcessMessage(install, INSTALLMESSAGE_ERROR, record);
+  MsiCloseHandle(record);
+  return ERROR_INSTALL_FAILURE;
+}
+
+// Takes a name, unless somebody has it. Deliberately never given back: it is free again when the
+// installer's process for these actions ends.
+bool Hold(const wchar_t* name) {
+  const HANDLE mutex = CreateMutexW(nullptr, FALSE, name);
+  const DWORD error = GetLastError();
+  if (mutex == nullptr) {
+    return false;
+  }
+  if (error == ERROR_ALREADY_EXISTS) {
+    CloseHandle(mutex);
+    return false;
+  }
+  return true;
+}
+
+bool IsHeld(const wchar_t* name) {
+  const HANDLE mutex = OpenMutexW(SYNCHRONIZE, FALSE, name);
+  if (mutex == nullptr) {
+    return false;
+  }
+  CloseHandle(mutex);
+  return true;
+}
+
+// A program that runs cannot be opened for writing.
+bool IsInUse(const std::wstring& path) {
+  const HANDLE file =
+      CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                  nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+  if (file == INVALID_HANDLE_VALUE) {
+    return GetLastError() == ERROR_SHARING_VIOLATION || GetLastError() == ERROR_LOCK_VIOLATION;
+  }
+  CloseHandle(file);
+  return false;
+}
+
+// The exit code of schtasks, or nothing if it could not be started.
+std::optional<DWORD> RunSchTasks(const std::wstring& arguments) {
+  wchar_t folder[MAX_PATH];
+  if (GetSystemDirectoryW(folder, MAX_PATH) == 0) {
+    return std::nullopt;
+  }
+  std::wstring program = std::wstring(folder) + L"\\schtasks.exe";
+  std::wstring line = AsArgument(program) + L' ' + arguments;
+  STARTUPINFOW startup = {};
+  startup.cb = sizeof startup;
+  PROCESS_INFORMATION process = {};
+  if (CreateProcessW(program.c_str(), line.data(), nullptr, nullptr, FALSE, CREATE_NO_WINDOW,
+                     nullptr, folder, &startup, &process) == 0) {
+    return std::nullopt;
+  }
+  WaitForSingleObject(process.hProcess, INFINITE);
+  DWORD code = 0;
+  const BOOL known = GetExitCodeProcess(process.hProcess, &code);
+  CloseHandle(process.hThread);
+  CloseHandle(process.hProcess);
+  return known != 0 ? std::optional(code) : std::nullopt;
+}
+
+// The definition as it is installed, which is ASCII.
+std::wstring ReadDefinition(const std::wstring& path) {
+  const HANDLE file = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
+                                  OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+  if (file == INVALID_HANDLE_VALUE) {
+    return {};
+  }
+  std::string content(64 * 1024, '\0');
+  DWORD count = 0;
+  const BOOL was_read =
+      ReadFile(file, content.data(), static_cast<DWORD>(content.size()), &count, nullptr);
+  CloseHandle(file);
+  return was_read != 0 ? std::wstring(content.begin(), content.begin() + count) : std::wstring();
+}
+
+// UTF-16 with its mark, because paths can hold any character.
+bool WriteDefinition(const std::wstring& path, const std::wstring& text) {
+  const HANDLE file = CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
+                                  FILE_ATTRIBUTE_NORMAL, nullptr);
+  if (file == INVALID_HANDLE_VALUE) {
+    return false;
+  }
+  const std::wstring marked = L'\xFEFF' + text;
+  const auto size = static_cast<DWORD>(marked.size() * sizeof(wchar_t));
+  DWORD written = 0;
+  const BOOL done = WriteFile(file, marked.data(), size, &written, nullptr);
+  CloseHandle(file);
+  return done != 0 && written == size;
+}
+
+}  // namespace
+
+// Immediate, before anything is changed: refuses while a program runs, and looks at the properties.
+extern "C" UINT __stdcall CheckSetup(MSIHANDLE install) {
+  const std::wstring folder = Property(install, L"InstallFolder");
+  if (IsHeld(kSetupName)) {
+    // The version that is replaced is removed by the installer of the new one, which has looked.
+    // Windows says so by UPGRADINGPRODUCTCODE; not everything that runs packages does.
+    return MsiSetPropertyW(install, L"Replaced", L"1");
+  }
+  // A running program keeps us out; one that is started from now on ends at once.
+  if (!Hold(kInstanceName)) {
+    return Refuse(
+        install,
+        L"KydLogUploader is running. Wait until it has ended, or end its task, and try again.");
+  }
+  for (const wchar_t* program : {L"KydLogUploader.exe", L"KydUploadStatus.exe"}) {
+    if (IsInUse(folder + program)) {
+      return Refuse(install,
+                    folder + program + L" is in use. Wait until it has ended, and try again.");
+    }
+  }
+  (void)Hold(kSetupName);
+  const std::wstring tenant = Property(install, L"TENANT");
+  const std::wstring log_dir = Property(install, L"LOGDIR");
+  if (tenant.empty() && log_dir.empty()) {
+    return ERROR_SUCCESS;
+  }
+  if (tenant.empty() || log_dir.empty()) {
+    return Refuse(install, L"TENANT and LOGDIR belong together: give both, or neither.");
+  }
+  if (!kyd::setup::IsTenant(tenant)) {
+    return Refuse(install, L"TENANT has to be a host name, perhaps with a port: " + tenant);
+  }
+  if (!kyd::setup::IsLogDir(log_dir)) {
+    return Refuse(install, L"LOGDIR has to be an absolute path: " + log_dir);
+  }
+  // A deferred action gets the property of its own name, and no other.
+  const std::wstring data =
+      folder + kSeparator + tenant + kSeparator + kyd::setup::WithoutTrailingSeparators(log_dir);
+  return MsiSetPropertyW(install, L"RegisterTask", data.c_str());
+}
+
+// Deferred: registers the hourly task, or replaces it.
+extern "C" UINT __stdcall RegisterTask(MSIHANDLE install) {
+  const std::wstring data = Property(install, L"CustomActionData");
+  const std::size_t first = data.find(kSeparator);
+  const std::size_t second = data.find(kSeparator, first + 1);
+  if (first == std::wstring::npos || second == std::wstring::npos) {
+    return Refuse(install, L"The scheduled task was not registered: its settings are missing.");
+  }
+  const std::wstring folder = data.substr(0, first);
+  const std::wstring definition = kyd::setup::WithArguments(
+      ReadDefinition(folder + kDefinition), data.substr(first + 1, second - first - 1),
+      data.substr(second + 1));
+  const std::wstring own = folder + kOwnDefinition;
+  if (definition.empty() || !WriteDefinition(own, definition)) {
+    return Refuse(install,
+                  L"The scheduled task was not registered: its definition cannot be written.");
+  }
+  const std::optional<DWORD> code =
+      RunSchTasks(std::wstring(L"/Create /F /TN ") + kTaskName + L" /XML " + AsArgument(own));
+  DeleteFileW(own.c_str());
+  if (code != ERROR_SUCCESS) {
+    return Refuse(install, L"The scheduled task was not registered: schtasks failed" +
+                               (code ? L" with " + std::to_wstring(*code) : std::wstring()) + L".");
+  }
+  return ERROR_SUCCESS;
+}
+
+// Deferred: removes the task. There may be none, so nothing that goes wrong matters.
+extern "C" UINT __stdcall RemoveTask(MSIHANDLE) {
+  (void)RunSchTasks(std::wstring(L"/Delete /F /TN ") + kTaskName);
+  return ERROR_SUCCESS;
+}
