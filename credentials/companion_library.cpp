@@ -5,6 +5,7 @@
 
 #include "companion/pelham/pelham/comp_info_ctrl.h"
 #include "debuglog/cdebuglog.h"
+#include "platform/library_tables.h"
 #include "platform/module.h"
 #include "platform/text.h"
 
@@ -29,6 +30,13 @@ bool BindEntries(CompanionRun& run) noexcept {
   return decrypt && base64 && event_log;
 }
 
+// Whether the file shows that it was built for another run-time than the program. Texts and memory
+// that cross the boundary would then be damaged. A file that does not tell is taken as it is.
+bool IsOfAnotherKind(const std::wstring& path) {
+  const auto tables = platform::ReadLibraryTables(path);
+  return tables && !platform::ForeignRunTime(tables->imports).empty();
+}
+
 bool LoadAndBind(CompanionRun& run) {
   std::wstring path;
   if (GetCompanionLibraryPath(path) == 0) {
@@ -38,7 +46,7 @@ bool LoadAndBind(CompanionRun& run) {
   if (!run.companionModule) {
     return false;
   }
-  if (!BindEntries(run)) {
+  if (IsOfAnotherKind(path) || !BindEntries(run)) {
     run.companionModule.Reset();
     return false;
   }

@@ -2,6 +2,7 @@
 
 import os
 import shutil
+import subprocess
 
 import pytest
 
@@ -46,6 +47,56 @@ def test_missing_library_means_no_run_at_all(loaded, service, force):
 def test_library_that_lacks_one_export_means_no_run(loaded, service, export):
     shutil.copy2(loaded.platform.variant(export), companion(loaded))
     expect_no_run(loaded, service)
+
+
+# A library with the three functions, all of which fail, and one import.
+LIBRARY_SOURCE = """
+__declspec(dllimport) void FUNCTION(void);
+void (*volatile imported)(void);
+__declspec(dllexport) int Corvid_CmpCphr_Decrypt(void) { imported = FUNCTION; return 1; }
+__declspec(dllexport) int Corvid_Base64_Decode(void) { return 1; }
+__declspec(dllexport) int Corvid_Write_EventLog(void) { return 1; }
+int start(void) { return 1; }
+"""
+
+
+def put_library_that_imports(machine, library, function):
+    """Links a Corvid.dll that imports this function of this library, and nothing else."""
+    if machine.platform.name == "linux":
+        pytest.skip("on Linux there is one C run-time")
+    (machine.folder / "import.def").write_text(f"LIBRARY {library}\nEXPORTS\n{function}\n", "ascii")
+    (machine.folder / "library.c").write_text(LIBRARY_SOURCE, "ascii")
+    for command in (
+        ["x86_64-w64-mingw32-dlltool", "-d", "import.def", "-l", "import.a"],
+        ["x86_64-w64-mingw32-gcc-posix", "-shared", "-nostdlib", "-fno-builtin", "-Wl,--entry=start",
+         f"-DFUNCTION={function}", "library.c", "import.a", "-o", companion(machine)],
+    ):
+        subprocess.run(command, cwd=machine.folder, check=True, timeout=60)
+
+
+@pytest.mark.parametrize(
+    ("library", "function"),
+    [("VCRUNTIME140.dll", "memcpy"), ("MSVCP140.dll", "_Xtime_get_ticks"), ("ucrtbase.dll", "malloc")],
+)
+def test_library_for_another_run_time_means_no_run(loaded, service, library, function):
+    put_library_that_imports(loaded, library, function)
+    expect_no_run(loaded, service)
+
+
+@pytest.mark.parametrize(
+    ("library", "function"), [("msvcrt.dll", "malloc"), ("kernel32.dll", "Sleep")], ids=["own", "none"]
+)
+def test_library_for_the_same_run_time_or_for_none_is_called(loaded, service, library, function):
+    put_library_that_imports(loaded, library, function)
+    loaded.run()
+    expect_messages(
+        loaded.messages(),
+        [
+            *say.started(loaded),
+            "<Read AuthFile> Decrypt error",
+            *say.summary(accounts=1, no_send=1),
+        ],
+    )
 
 
 @pytest.mark.parametrize(
