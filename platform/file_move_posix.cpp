@@ -45,6 +45,14 @@ bool WasRenamed(const Entry& file, const std::string& source, const std::string&
   return HasLost(LookAt(source), file) && IsSame(LookAt(target), file);
 }
 
+// The plain rename of a file that was `original` before. 0 or an errno value.
+int RenameOver(const Entry& original, const std::string& source,
+               const std::string& target) noexcept {
+  const int result = Uninterrupted([&] { return rename(source.c_str(), target.c_str()); });
+  const int error_number = result == 0 ? 0 : errno;
+  return result == 0 || WasRenamed(original, source, target) ? 0 : error_number;
+}
+
 // Copies everything up to the end. False, with errno set, when that fails, and when it was not
 // `size` bytes.
 bool CopyBytes(const UniqueFd& from, const UniqueFd& to, off_t size) {
@@ -298,7 +306,10 @@ int MoveByReservation(const std::string& source, const std::string& target) {
   // layers of an overlay show in their files.
   const Entry from = LookAt(FolderOf(source));
   const Entry to = LookAt(FolderOf(target));
-  if (from.IsPresent() && to.IsPresent() && from.device != to.device) {
+  if (!from.IsPresent() || !to.IsPresent()) {
+    return from.IsPresent() ? to.error_number : from.error_number;
+  }
+  if (from.device != to.device) {
     return EXDEV;
   }
   const bool is_folder = S_ISDIR(original.mode);
@@ -307,7 +318,8 @@ int MoveByReservation(const std::string& source, const std::string& target) {
     return error_number;
   }
   const Entry reserved = LookAt(target);
-  const int error_number = MoveOver(source, target);
+  // Without another look at the source, which could fail and keep the reservation in place.
+  const int error_number = RenameOver(original, source, target);
   if (error_number == 0) {
     return 0;
   }
@@ -366,12 +378,7 @@ bool MoveByCopy(const std::string& source, const std::string& target) {
 
 int MoveOver(const std::string& source, const std::string& target) noexcept {
   const Entry original = LookAt(source);
-  if (!original.IsPresent()) {
-    return original.error_number;
-  }
-  const int result = Uninterrupted([&] { return rename(source.c_str(), target.c_str()); });
-  const int error_number = result == 0 ? 0 : errno;
-  return result == 0 || WasRenamed(original, source, target) ? 0 : error_number;
+  return original.IsPresent() ? RenameOver(original, source, target) : original.error_number;
 }
 
 int SyncFolderOf(const std::string& path) {
