@@ -1,0 +1,249 @@
+"""The ways in which kernels and file systems answer a call other than by plainly doing it.
+
+What is listed here does happen: it stands in the manual pages, or a file system in use does it. What
+cannot happen is left out, such as a short send on a socket that stays writable, on which waiting for
+edges rightly relies, or an interrupted call on a socket that never blocks.
+"""
+
+import errno
+import fnmatch
+import socket
+from dataclasses import dataclass
+
+# The kinds of misbehaviour; the figures are told by them.
+FAILS = "fails without doing"
+DONE = "does its work and reports failure"
+SHORT = "short result"
+INTERRUPTED = "interrupted"
+AGAIN = "has to be asked again"
+UNSUPPORTED = "not supported"
+
+
+@dataclass(frozen=True)
+class Call:
+    """One call of a recorded run; `number` counts those of its function on its object from 1."""
+
+    function: str
+    object: str
+    detail: str
+    number: int
+
+    @property
+    def place(self):
+        """A pattern of the objects that share their file system, or their line, with this one."""
+        top, *below = self.object.split(" > ")[0].split("/")
+        if top == "KydLog" and len(below) > 1:
+            # Only of folders can a file system say that they need not be written to the disk.
+            return f"{top}/{below[0]}/*" + ("/" if self.function == "fsync" and not below[-1] else "")
+        return self.object if top in ("", "KydLog") or not below else f"{top}/*"
+
+    @property
+    def ends_by_time_out(self):
+        """Whether only the library's time-outs end what waits for this call's work.
+
+        Boost.Asio never looks at what became of it.
+        """
+        return (self.function, self.object) == ("epoll_ctl", "eventfd")
+
+    @property
+    def kind(self):
+        return self.function, self.detail, self.place
+
+
+@dataclass(frozen=True)
+class Way:
+    """One way to misbehave, in the words of the preloaded library.
+
+    A harmless one must leave no trace in the run's outcome. One that lasts goes on for all later
+    calls of the kind. `then_fails` is the errno of the call that follows.
+    """
+
+    kind: str
+    action: str
+    number: int = 0
+    harmless: bool = False
+    lasts: bool = False
+    then_fails: int = 0
+
+    def __str__(self):
+        name = "" if not self.number else " " + errno.errorcode.get(self.number, str(self.number))
+        after = f", then {errno.errorcode[self.then_fails]}" if self.then_fails else ""
+        return f"{self.action}{name}{after}{' from then on' if self.lasts else ''}"
+
+
+def _ways(kind, action, numbers, *, harmless=False, lasting=True):
+    found = []
+    for number in numbers:
+        found.append(Way(kind, action, number, harmless))
+        if lasting:
+            found.append(Way(kind, action, number, harmless, lasts=True))
+    return found
+
+
+def _fails(*names):
+    return _ways(FAILS, "fail", [getattr(errno, name) for name in names])
+
+
+def _done(*names):
+    return _ways(DONE, "done", [getattr(errno, name) for name in names])
+
+
+def _unsupported(*names, harmless=True):
+    return _ways(UNSUPPORTED, "fail", [getattr(errno, name) for name in names], harmless=harmless)
+
+
+_INTERRUPTED = _ways(INTERRUPTED, "fail", [errno.EINTR], harmless=True, lasting=False)
+# Somebody holds a lease on the file, and is being asked to give it up.
+_LEASED = _ways(AGAIN, "fail", [errno.EAGAIN], harmless=True, lasting=False)
+
+
+def _short(*actions, then):
+    return [
+        *(way for action in actions for way in _ways(SHORT, action, [0], harmless=True)),
+        *(Way(SHORT, "one", then_fails=getattr(errno, name)) for name in then),
+    ]
+
+
+# Also within what looks like one file system: bind mounts, layers, quotas of a folder.
+_ELSEWHERE = _ways(UNSUPPORTED, "fail", [errno.EXDEV], harmless=True, lasting=False)
+
+
+# The line is broken from then on, in both directions.
+def _breaks(*names):
+    return _ways(FAILS, "break", [getattr(errno, name) for name in names], lasting=False)
+
+
+_MOVING = ("EACCES", "EBUSY", "EIO", "ENOSPC", "EROFS", "ESTALE")
+
+WAYS = {
+    ("open", "read"): [*_fails("EACCES", "EIO", "EMFILE", "ENOENT", "ESTALE"), *_INTERRUPTED],
+    ("open", "create"): [
+        *_fails("EACCES", "EDQUOT", "EIO", "ENOSPC", "EROFS", "ESTALE"), *_done("EIO"), *_INTERRUPTED,
+    ],
+    ("open", "exclusive"): [
+        *_fails("EACCES", "EDQUOT", "EIO", "ENOSPC", "EROFS"), *_done("EIO"), *_INTERRUPTED,
+    ],
+    ("open", "folder"): [*_fails("EACCES", "EIO", "EMFILE", "ESTALE"), *_INTERRUPTED],
+    "read": [
+        *_fails("EIO", "ESTALE"), *_INTERRUPTED, *_short("one", "half", then=("EIO", "ESTALE")),
+    ],
+    "write": [
+        *_fails("EDQUOT", "EFBIG", "EIO", "ENOSPC", "ESTALE"), *_done("EIO"), *_INTERRUPTED,
+        *_short("one", "half", then=("EIO", "ENOSPC")),
+    ],
+    "lseek": _fails("EINVAL", "EIO", "ESTALE"),
+    "fstat": _fails("EIO", "ENOMEM", "ESTALE"),
+    "stat": _fails("EACCES", "EIO", "ENOENT", "ESTALE"),
+    "flock": [
+        *_fails("EAGAIN"), *_INTERRUPTED, *_unsupported("EBADF", "ENOLCK", "ENOSYS", "EOPNOTSUPP"),
+    ],
+    "fsync": [*_fails("EDQUOT", "EIO", "ENOSPC"), *_done("EIO")],
+    "close": _done("EDQUOT", "EINTR", "EIO", "ENOSPC"),
+    "fchmod": [*_fails("EIO"), *_unsupported("ENOSYS", "EOPNOTSUPP", "EPERM")],
+    "fchown": [*_unsupported("EINVAL", "ENOSYS", "EOPNOTSUPP", "EPERM"), *_fails("EIO")],
+    "futimens": [*_fails("EIO"), *_unsupported("EACCES", "ENOSYS", "EPERM")],
+    "rename": [*_fails(*_MOVING), *_done("EIO", "ENOENT", "ESTALE")],
+    "renameat2": [
+        *_fails(*_MOVING), *_done("EEXIST", "EIO", "ENOENT", "ESTALE"),
+        *_unsupported("EINVAL", "ENOSYS"),
+    ],
+    "link": [
+        *_fails(*_MOVING), *_done("EEXIST", "EIO", "ESTALE"),
+        *_unsupported("EMLINK", "ENOSYS", "EOPNOTSUPP", "EPERM"),
+    ],
+    "unlink": [
+        *_fails("EACCES", "EBUSY", "EIO", "EPERM", "EROFS", "ESTALE"), *_done("EIO", "ENOENT", "ESTALE"),
+    ],
+    "mkdir": [*_fails("EACCES", "EIO", "ENOSPC", "EROFS"), *_done("EEXIST", "EIO")],
+    "opendir": _fails("EACCES", "EIO", "EMFILE", "ENOENT", "ESTALE"),
+    "readdir": [
+        *_fails("EIO", "ENOENT", "ESTALE"), *_ways(UNSUPPORTED, "plain", [0], harmless=True),
+    ],
+    "readlink": _fails("EACCES", "EIO", "ENOENT"),
+    "dlopen": _fails("EIO"),
+    # Sockets, and what the library waits with.
+    "socket": _fails("EACCES", "EAFNOSUPPORT", "EMFILE", "ENFILE", "ENOBUFS"),
+    "connect": _fails("EACCES", "EADDRNOTAVAIL", "ECONNREFUSED", "EHOSTUNREACH", "ENETUNREACH", "ETIMEDOUT"),
+    "getaddrinfo": _ways(
+        FAILS, "fail",
+        [socket.EAI_AGAIN, socket.EAI_FAIL, socket.EAI_MEMORY, socket.EAI_NONAME, socket.EAI_SYSTEM],
+    ),
+    "send": [*_breaks("ECONNRESET", "EPIPE", "ETIMEDOUT"), *_fails("ENOBUFS", "ENOMEM"), *_INTERRUPTED],
+    "recv": [
+        *_breaks("ECONNRESET", "EHOSTUNREACH", "ETIMEDOUT"), *_fails("ENOMEM"), *_INTERRUPTED,
+        *_short("one", "half", then=("ECONNRESET", "ETIMEDOUT")),
+    ],
+    "shutdown": _ways(FAILS, "fail", [errno.ENOTCONN]),
+    "getsockopt": _fails("ENOBUFS"),
+    "setsockopt": _fails("ENOBUFS", "ENOMEM", "ENOPROTOOPT"),
+    "poll": [*_fails("ENOMEM"), *_INTERRUPTED],
+    "epoll_create1": _fails("EMFILE", "ENFILE", "ENOMEM"),
+    "epoll_wait": _INTERRUPTED,
+    ("epoll_ctl", "add"): _fails("ENOMEM", "ENOSPC"),
+    # Neither allocates anything, and neither waits.
+    ("epoll_ctl", "modify"): [],
+    ("epoll_ctl", "remove"): [],
+    "eventfd": _fails("EMFILE", "ENFILE", "ENODEV"),
+    "pipe": _fails("EMFILE", "ENFILE"),
+    "timerfd_create": _fails("EMFILE", "ENFILE", "ENODEV"),
+}  # fmt: skip
+for _same, _as in (("pread", "read"), ("fstatat", "stat"), ("statx", "stat"), ("rmdir", "unlink")):
+    WAYS[_same] = WAYS[_as]
+
+
+def ways(call):
+    """The ways in which this call can misbehave."""
+    if call.function in ("close", "write") and "/" not in call.object:
+        return []  # What is no file has nothing left to do then, and room for what wakes a thread.
+    detail, *more = call.detail.split() or [""]
+    found = list(WAYS[call.function] if call.function in WAYS else WAYS[call.function, detail])
+    # The lock file is not there yet.
+    if call.function == "open" and detail in ("read", "create") and more and "/lock/" not in call.object:
+        found += _LEASED
+    if call.function == "renameat2" and call.object.startswith("KydLog/Upload/"):
+        found += _ELSEWHERE
+    if call.function == "fsync" and call.object.endswith("/"):
+        found += _unsupported("EINVAL", "EOPNOTSUPP")
+    if _is_of_file_stream(call):
+        found = [way for way in found if way.kind not in (SHORT, INTERRUPTED, AGAIN)]
+    return found
+
+
+def _is_of_file_stream(call):
+    """Whether the REST library's file stream makes this call.
+
+    It takes a short read for the end of the file and an interruption for a failure. Remove this when
+    it no longer does.
+    """
+    opens = call.function == "open" and call.number == 1
+    return call.function == "pread" or (opens and call.object.startswith("KydLog/Upload/"))
+
+
+def rules(call, way, calls):
+    """What the preloaded library has to be told; `calls` is the recorded run."""
+    if way.lasts:
+        earlier = calls[: calls.index(call) + 1]
+        first = sum(
+            one.function == call.function and fnmatch.fnmatchcase(one.object, call.place)
+            for one in earlier
+        )
+        return [_rule(call.function, call.place, first, 0, way.action, way.number)]
+    found = [_rule(call.function, call.object, call.number, call.number, way.action, way.number)]
+    if way.then_fails:
+        after = call.number + 1
+        found.append(_rule(call.function, call.object, after, after, "fail", way.then_fails))
+    return found
+
+
+def _rule(function, pattern, first, last, action, number):
+    return "\t".join([function, pattern, str(first), str(last), action, str(number)])
+
+
+def read_calls(path):
+    """The calls that the preloaded library has recorded."""
+    counts, calls = {}, []
+    for line in path.read_text(encoding="utf-8").splitlines():
+        function, target, detail = line.split("\t")
+        counts[function, target] = number = counts.get((function, target), 0) + 1
+        calls.append(Call(function, target, detail, number))
+    return calls
