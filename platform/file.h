@@ -11,6 +11,12 @@
 
 namespace platform {
 
+// Who may read a new file. On Windows the folder's access rules decide.
+enum class FileReaders {
+  kOwner,     // mode 0600
+  kEveryone,  // mode 0666, less the process's umask
+};
+
 class File {
  public:
   // For reading, nobody else may have it open (GENERIC_READ, share mode 0, OPEN_EXISTING,
@@ -31,6 +37,10 @@ class File {
   // Writing starts at the beginning of the file.
   [[nodiscard]] static File OpenForWriting(const std::wstring& path,
                                            const CFileAccessSecurity& security);
+
+  // For writing to a file that must not exist yet, kErrorAlreadyExists when it does (GENERIC_WRITE,
+  // share mode 0, CREATE_NEW; O_EXCL).
+  [[nodiscard]] static File CreateNew(const std::wstring& path, FileReaders readers);
 
   File() noexcept;
   File(File&&) noexcept;
@@ -58,6 +68,12 @@ class File {
 
   // Writes up to `size` bytes; gives the number written, which may be less (WriteFile).
   [[nodiscard]] std::optional<std::size_t> Write(const void* bytes, std::size_t size);
+
+  // Writes all of it: a short write is continued, a failure or a write of nothing ends the writing.
+  [[nodiscard]] bool WriteAll(const void* bytes, std::size_t size);
+
+  // Waits until everything written is on the disk (FlushFileBuffers, fsync).
+  [[nodiscard]] bool Flush();
 
   void Close() noexcept;
 

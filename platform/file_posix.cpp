@@ -113,6 +113,12 @@ File File::OpenForWriting(const std::wstring& path, const CFileAccessSecurity& /
   return File(Handle::Holding(OpenLocked(path, O_WRONLY | O_CREAT, LOCK_EX)));
 }
 
+File File::CreateNew(const std::wstring& path, FileReaders readers) {
+  return File(
+      Handle::Holding(OpenRegularFile(ToNativePath(path), O_WRONLY | O_CREAT | O_EXCL,
+                                      readers == FileReaders::kOwner ? 0600 : kNewFileMode)));
+}
+
 std::optional<std::uint64_t> File::Size() const {
   struct stat status;
   if (handle_ == nullptr || fstat(handle_->fd.Get(), &status) != 0) {
@@ -166,6 +172,14 @@ std::optional<std::size_t> File::Write(const void* bytes, std::size_t size) {
     return std::nullopt;
   }
   return static_cast<std::size_t>(count);
+}
+
+bool File::Flush() {
+  if (handle_ == nullptr || fsync(handle_->fd.Get()) != 0) {
+    SetLastError(handle_ == nullptr ? kErrorGeneralFailure : NumberOfErrno(errno));
+    return false;
+  }
+  return true;
 }
 
 void File::Close() noexcept {

@@ -119,6 +119,15 @@ File File::OpenForWriting(const std::wstring& path, const CFileAccessSecurity& s
                                            /*attributes=*/0)));
 }
 
+File File::CreateNew(const std::wstring& path, FileReaders /*readers*/) {
+  UniqueFile file = OpenDiskFile(path, GENERIC_WRITE, /*share=*/0, /*security=*/nullptr, CREATE_NEW,
+                                 FILE_ATTRIBUTE_NORMAL);
+  if (!file && GetLastError() == ERROR_FILE_EXISTS) {
+    ::SetLastError(kErrorAlreadyExists);  // One number for it, as of a move.
+  }
+  return File(Handle::Holding(std::move(file)));
+}
+
 std::optional<std::uint64_t> File::Size() const {
   LARGE_INTEGER size = {};
   if (handle_ == nullptr) {
@@ -203,6 +212,14 @@ std::optional<std::size_t> File::Write(const void* bytes, std::size_t size) {
     return std::nullopt;
   }
   return count;
+}
+
+bool File::Flush() {
+  if (handle_ == nullptr) {
+    ::SetLastError(kErrorGeneralFailure);
+    return false;
+  }
+  return FlushFileBuffers(handle_->file.Get()) != FALSE;
 }
 
 void File::Close() noexcept {

@@ -41,6 +41,11 @@ using Library = UniqueHandle<ModuleCloser>;
 // (GetModuleFileNameW with a buffer of 260). Empty when it cannot be had.
 [[nodiscard]] std::wstring ProgramPath();
 
+// The folder, without a trailing separator, of the module that holds an address: the running
+// program or a library (GetModuleFileNameW without a limit; the loader's link map, /proc/self/exe).
+// Empty when it cannot be had.
+[[nodiscard]] std::wstring FolderOfModule(const void* address);
+
 // The module that holds an address, referenced until the object goes (GetModuleHandleExW with
 // GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS); invalid when no module holds it.
 [[nodiscard]] Library ModuleOfAddress(const void* address) noexcept;

@@ -6,6 +6,8 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <filesystem>
+#include <system_error>
 
 #include "platform/errno_posix.h"
 #include "platform/error.h"
@@ -28,6 +30,11 @@ Library Loaded(void* module) noexcept {
   return Library(module);
 }
 
+// The folder of a full path; empty for an empty one.
+std::wstring WithoutLastName(const std::wstring& path) {
+  return path.substr(0, path.empty() ? 0 : path.rfind(kPathSeparator));
+}
+
 }  // namespace
 
 void ModuleCloser::Close(Value module) noexcept {
@@ -48,6 +55,26 @@ void* FindExport(const Library& library, const char* name) noexcept {
     SetLastError(kErrorGeneralFailure);
   }
   return address;
+}
+
+std::wstring FolderOfModule(const void* address) {
+  dl_find_object found = {};
+  if (_dl_find_object(const_cast<void*>(address), &found) != 0) {
+    SetLastError(kErrorGeneralFailure);
+    return {};
+  }
+  // The loader has no name for the program itself, and a relative one for a library that was loaded
+  // by such a path.
+  const std::string name = found.dlfo_link_map->l_name;
+  if (name.empty()) {
+    return WithoutLastName(ProgramPath());
+  }
+  std::error_code failure;
+  const std::filesystem::path path = std::filesystem::absolute(name, failure);
+  if (failure) {
+    RecordErrno(failure.value(), name);
+  }
+  return WithoutLastName(FromNativePath(path.native()));
 }
 
 std::wstring ProgramPath() {

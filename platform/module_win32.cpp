@@ -5,6 +5,8 @@
 
 #include <iterator>
 
+#include "platform/text.h"
+
 namespace platform {
 
 void ModuleCloser::Close(Value module) noexcept {
@@ -21,6 +23,27 @@ void* FindExport(const Library& library, const char* name) noexcept {
     return nullptr;
   }
   return reinterpret_cast<void*>(GetProcAddress(static_cast<HMODULE>(library.Get()), name));
+}
+
+std::wstring FolderOfModule(const void* address) {
+  constexpr std::size_t kLongestPath = 32768;  // characters, of any path
+  const Library module = ModuleOfAddress(address);
+  if (!module) {
+    return {};
+  }
+  std::wstring path(MAX_PATH, L'\0');
+  for (;;) {
+    const DWORD length = GetModuleFileNameW(static_cast<HMODULE>(module.Get()), path.data(),
+                                            static_cast<DWORD>(path.size()));
+    if (length == 0 || path.size() > kLongestPath) {
+      return {};
+    }
+    if (length < path.size()) {
+      path.resize(length);
+      return path.substr(0, path.rfind(kPathSeparator));
+    }
+    path.resize(path.size() * 2);  // It may have been cut.
+  }
 }
 
 std::wstring ProgramPath() {

@@ -1,5 +1,4 @@
 // AES-256-GCM through OpenSSL 3.
-#include <openssl/crypto.h>
 #include <openssl/evp.h>
 #include <openssl/rand.h>
 
@@ -59,10 +58,6 @@ bool Finish(EVP_CIPHER_CTX* context) {
 }
 
 }  // namespace
-
-void Wipe(void* memory, std::size_t size) noexcept {
-  OPENSSL_cleanse(memory, size);
-}
 
 bool FillRandom(std::uint8_t* bytes, std::size_t size) noexcept {
   return size <= std::numeric_limits<int>::max() &&

@@ -81,10 +81,6 @@ BCRYPT_AUTHENTICATED_CIPHER_MODE_INFO ModeInfo(const Nonce& nonce, ByteView asso
 
 }  // namespace
 
-void Wipe(void* memory, std::size_t size) noexcept {
-  SecureZeroMemory(memory, size);
-}
-
 bool FillRandom(std::uint8_t* bytes, std::size_t size) noexcept {
   return FitsUlong(size) && Succeeded(BCryptGenRandom(nullptr, bytes, static_cast<ULONG>(size),
                                                       BCRYPT_USE_SYSTEM_PREFERRED_RNG));

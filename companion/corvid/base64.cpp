@@ -1,10 +1,10 @@
-// Which Base64 texts are accepted. The platforms' decoders disagree about unusual ones, so the
-// judgement is made here, once, and they see well-formed texts only.
+// Checks and decodes Base64. The platforms' own decoders disagree about unusual texts.
 #include "companion/corvid/base64.h"
 
 #include <algorithm>
 #include <iterator>
 #include <string_view>
+#include <utility>
 
 namespace companion {
 namespace {
@@ -32,6 +32,27 @@ bool IsWellFormed(const SecretVector<wchar_t>& text) {
   return (kAlphabet.find(*(end - 1)) & unused) == 0;
 }
 
+// The bytes of a well-formed text.
+std::vector<std::uint8_t> Decoded(const SecretVector<wchar_t>& text) {
+  std::vector<std::uint8_t> bytes;
+  bytes.reserve(text.size() / 4 * 3);  // At once: growing would leave copies on the heap.
+  std::uint32_t bits = 0;
+  int count = 0;  // bits at hand
+  for (const wchar_t character : text) {
+    const std::size_t digit = kAlphabet.find(character);
+    if (digit == std::wstring_view::npos) {
+      break;  // The padding: what is left are the unused bits of the last digit.
+    }
+    bits = bits << 6U | static_cast<std::uint32_t>(digit);
+    count += 6;
+    if (count >= 8) {
+      count -= 8;
+      bytes.push_back(static_cast<std::uint8_t>(bits >> static_cast<unsigned>(count)));
+    }
+  }
+  return bytes;
+}
+
 }  // namespace
 
 bool DecodeBase64(const wchar_t* text, std::size_t count, std::vector<std::uint8_t>* bytes) {
@@ -42,12 +63,7 @@ bool DecodeBase64(const wchar_t* text, std::size_t count, std::vector<std::uint8
   if (!IsWellFormed(stripped)) {
     return false;
   }
-  std::vector<std::uint8_t> decoded(stripped.size() / 4 * 3);
-  if (!DecodeStrippedBase64(stripped, &decoded)) {
-    Wipe(decoded.data(), decoded.size());
-    return false;
-  }
-  *bytes = std::move(decoded);
+  *bytes = Decoded(stripped);
   return true;
 }
 

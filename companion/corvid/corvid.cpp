@@ -4,20 +4,23 @@
 #include <cstddef>
 #include <limits>
 
-#include "companion/common/module_folder.h"
 #include "companion/corvid/base64.h"
 #include "companion/corvid/key_file.h"
 #include "companion/corvid/sealed_text.h"
+#include "platform/module.h"
 
 namespace {
 
 constexpr std::uint64_t kLargestCount = std::numeric_limits<std::uint32_t>::max();
 
-// The key is read for every call and forgotten again: a run opens a few files, and no key stays in
-// memory between them.
+// Reads the key for every call, so that no key stays in memory between them.
 std::int32_t Decrypt(companion::ByteView sealed, std::wstring* plaintext) {
+  const std::wstring folder = platform::FolderOfModule(reinterpret_cast<const void*>(&Decrypt));
+  if (folder.empty()) {
+    return kCorvidUnexpected;
+  }
   companion::SecretBytes key;
-  switch (companion::ReadKeyFile(companion::ThisModuleFolder() / companion::kKeyFileName, &key)) {
+  switch (companion::ReadKeyFile(companion::KeyFileIn(folder), &key)) {
     case companion::KeyFileState::kRead:
       break;
     case companion::KeyFileState::kAbsent:
@@ -41,7 +44,7 @@ std::int32_t Decrypt(companion::ByteView sealed, std::wstring* plaintext) {
 }  // namespace
 
 extern "C" std::int32_t Corvid_CmpCphr_Decrypt(const std::uint8_t* data, std::uint64_t size,
-                                               std::wstring* plaintext) noexcept {
+                                               std::wstring* plaintext) {
   if (plaintext == nullptr) {
     return kCorvidBadArgument;
   }
@@ -52,13 +55,13 @@ extern "C" std::int32_t Corvid_CmpCphr_Decrypt(const std::uint8_t* data, std::ui
   try {
     return Decrypt({data, static_cast<std::size_t>(size)}, plaintext);
   } catch (...) {
-    // Out of memory, or the library's folder cannot be told; nothing has been assigned yet.
+    // Out of memory; nothing has been assigned yet.
     return kCorvidUnexpected;
   }
 }
 
 extern "C" std::int32_t Corvid_Base64_Decode(const wchar_t* text, std::uint64_t count,
-                                             std::vector<std::uint8_t>* bytes) noexcept {
+                                             std::vector<std::uint8_t>* bytes) {
   if (text == nullptr || bytes == nullptr || count > kLargestCount) {
     return kCorvidBadArgument;
   }
@@ -70,6 +73,6 @@ extern "C" std::int32_t Corvid_Base64_Decode(const wchar_t* text, std::uint64_t 
   }
 }
 
-extern "C" std::int32_t Corvid_Write_EventLog() noexcept {
+extern "C" std::int32_t Corvid_Write_EventLog() {
   return 0;
 }

@@ -1,9 +1,10 @@
-// The exports of the Corvid library, as this stand-in provides them.
+// The exports of the Corvid library: the one declaration of their contract, which the program that
+// looks them up shares with the stand-in that provides them.
 //
-// The string and the vector belong to the caller and are grown by the library. That works because
-// both sides are built with the same C++ library and, although each Windows module links it
-// statically, allocate from the one heap of the C run-time (msvcrt) that all of them import. A
-// module with a C run-time of its own must not be put in this place.
+// The string and the vector belong to the caller and are grown by the library: both sides must be
+// built with the same C++ library and use the same C run-time heap. Each Windows module of this
+// project links the C++ library statically and imports the C run-time from the system. Never put a
+// module with another C run-time in this place.
 #pragma once
 
 #include <cstdint>
@@ -14,22 +15,22 @@ extern "C" {
 
 /// Opens the contents of a credential file. Returns 0 with the text in `plaintext`, or another
 /// value (see CorvidError) with `plaintext` empty. `size` counts bytes; only its low 32 bits may be
-/// set.
+/// set. Throws nothing.
 std::int32_t Corvid_CmpCphr_Decrypt(const std::uint8_t* data, std::uint64_t size,
-                                    std::wstring* plaintext) noexcept;
+                                    std::wstring* plaintext);
 
 /// Decodes Base64 text of `count` characters. Returns 0 with the bytes in `bytes`, or another value
-/// with `bytes` untouched, so that a vector without storage stays without.
+/// with `bytes` untouched, so that a vector without storage stays without. Throws nothing.
 std::int32_t Corvid_Base64_Decode(const wchar_t* text, std::uint64_t count,
-                                  std::vector<std::uint8_t>* bytes) noexcept;
+                                  std::vector<std::uint8_t>* bytes);
 
-/// Writes nothing. The caller looks for the name and never calls it; arguments of a caller that
-/// does are left alone, which the calling conventions of x86-64 allow.
-std::int32_t Corvid_Write_EventLog() noexcept;
+/// Must be there and is never called. The stand-in writes nothing; it ignores any arguments, which
+/// the calling conventions of x86-64 allow.
+std::int32_t Corvid_Write_EventLog();
 
 }  // extern "C"
 
-/// Results other than 0, told apart for somebody who looks at them in a debugger.
+/// The stand-in's results other than 0, told apart for a debugger.
 enum CorvidError : std::int32_t {
   kCorvidBadArgument = 1,
   kCorvidNoKey = 2,

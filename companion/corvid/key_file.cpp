@@ -1,12 +1,16 @@
-// Reads and words the key file.
+// Reads and formats the key file.
 #include "companion/corvid/key_file.h"
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string_view>
+#include <utility>
 
-#include "companion/common/file_head.h"
 #include "companion/corvid/aead.h"
+#include "platform/error.h"
+#include "platform/file.h"
+#include "platform/text.h"
 
 namespace companion {
 namespace {
@@ -25,18 +29,22 @@ int HexValue(char digit) {
 
 }  // namespace
 
-KeyFileState ReadKeyFile(const std::filesystem::path& file, SecretBytes* key) {
-  SecretVector<char> text(kDigits + 3);  // One byte more than the longest form, to see its end.
-  const FileHead head = ReadFileHead(file, text.data(), text.size());
-  switch (head.state) {
-    case FileHead::State::kRead:
-      break;
-    case FileHead::State::kAbsent:
-      return KeyFileState::kAbsent;
-    case FileHead::State::kUnreadable:
-      return KeyFileState::kUnusable;
+std::wstring KeyFileIn(const std::wstring& folder) {
+  return folder + platform::kPathSeparator + L"Corvid.key";
+}
+
+KeyFileState ReadKeyFile(const std::wstring& path, SecretBytes* key) {
+  platform::File file = platform::File::OpenUnobtrusive(path);
+  if (!file.IsOpen()) {
+    return platform::LastError() == platform::kErrorFileNotFound ? KeyFileState::kAbsent
+                                                                 : KeyFileState::kUnusable;
   }
-  const std::string_view contents(text.data(), head.size);
+  SecretVector<char> text(kDigits + 3);  // One byte more than the longest form, to see its end.
+  const std::optional<std::size_t> size = file.Read(text.data(), text.size());
+  if (!size) {
+    return KeyFileState::kUnusable;
+  }
+  const std::string_view contents(text.data(), *size);
   if (contents.size() < kDigits) {
     return KeyFileState::kUnusable;
   }

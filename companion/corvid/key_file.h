@@ -1,28 +1,29 @@
 // Corvid.key: the key of the credential files, in a file beside the library and never in the code.
 //
-// The file holds 32 random bytes as 64 hexadecimal digits and a line feed. Whoever may read it can
-// open every credential file; it is protected by its own mode and by the folder it lies in.
+// The file holds 32 random bytes as 64 hexadecimal digits and a line feed. Anyone who can read it
+// can open every credential file; its mode and its folder protect it.
 #pragma once
 
-#include <filesystem>
+#include <string>
 
 #include "companion/corvid/secret.h"
 
 namespace companion {
 
-constexpr const char* kKeyFileName = "Corvid.key";
+/// The path of the key file in the folder of the library or the tool.
+[[nodiscard]] std::wstring KeyFileIn(const std::wstring& folder);
 
 enum class KeyFileState {
   kRead,
   kAbsent,
-  kUnusable,  ///< not a regular file, not readable, or other contents than a key
+  kUnusable,  ///< not a regular file, not readable, or the contents are not a key
 };
 
-/// Reads the key file. `key` is assigned on kRead only. Digits of either case are read, and the
-/// line may end in LF, in CR LF or with the file.
-[[nodiscard]] KeyFileState ReadKeyFile(const std::filesystem::path& file, SecretBytes* key);
+/// Reads the key file. `key` is assigned on kRead only. Accepts digits of either case; the line may
+/// end in LF, in CR LF or with the file.
+[[nodiscard]] KeyFileState ReadKeyFile(const std::wstring& path, SecretBytes* key);
 
-/// What a key file with this key contains.
+/// The contents of a key file with this key.
 [[nodiscard]] SecretBytes KeyFileContents(const SecretBytes& key);
 
 }  // namespace companion

@@ -1,48 +1,16 @@
-// Layout of the sealed text, and UTF-16LE to the platform's wide string.
+// Layout of the sealed text.
 #include "companion/corvid/sealed_text.h"
 
 #include <algorithm>
 #include <cstddef>
+
+#include "platform/text.h"
 
 namespace companion {
 namespace {
 
 constexpr std::array<std::uint8_t, 4> kMagic = {'K', 'Y', 'D', '1'};
 constexpr std::size_t kHeaderSize = kMagic.size() + kNonceSize;
-
-bool IsHighSurrogate(char32_t unit) {
-  return unit >= 0xD800 && unit <= 0xDBFF;
-}
-bool IsLowSurrogate(char32_t unit) {
-  return unit >= 0xDC00 && unit <= 0xDFFF;
-}
-
-char32_t UnitAt(const SecretBytes& utf16le, std::size_t index) {
-  return static_cast<char32_t>(utf16le[index * 2] | (utf16le[index * 2 + 1] << 8U));
-}
-
-// Where a wide character holds UTF-16 units they are taken as they are. Where it holds code points
-// a surrogate pair becomes one, and an unpaired surrogate keeps its value: what to think of such a
-// text is up to its reader.
-std::wstring WideText(const SecretBytes& utf16le) {
-  constexpr bool kUnitsAreUtf16 = sizeof(wchar_t) == 2;
-  const std::size_t count = utf16le.size() / 2;
-  std::wstring text;
-  // Room for everything at once: growing would leave copies of the text behind on the heap.
-  text.reserve(count);
-  for (std::size_t i = 0; i < count; ++i) {
-    char32_t code = UnitAt(utf16le, i);
-    if (!kUnitsAreUtf16 && IsHighSurrogate(code) && i + 1 < count) {
-      const char32_t next = UnitAt(utf16le, i + 1);
-      if (IsLowSurrogate(next)) {
-        code = 0x10000 + ((code - 0xD800) << 10U) + (next - 0xDC00);
-        ++i;
-      }
-    }
-    text.push_back(static_cast<wchar_t>(code));
-  }
-  return text;
-}
 
 }  // namespace
 
@@ -82,7 +50,7 @@ OpenResult OpenText(const SecretBytes& key, ByteView sealed, std::wstring* text)
   if (plaintext.size() % 2 != 0) {
     return OpenResult::kNotUtf16;
   }
-  *text = WideText(plaintext);
+  *text = platform::FromUtf16Le(plaintext.data(), plaintext.size());
   return OpenResult::kOpened;
 }
 

@@ -6,10 +6,9 @@
 #include <memory>
 #include <vector>
 
-namespace companion {
+#include "platform/secret_memory.h"
 
-/// Overwrites memory in a way that the optimiser keeps (SecureZeroMemory; OPENSSL_cleanse).
-void Wipe(void* memory, std::size_t size) noexcept;
+namespace companion {
 
 /// Standard allocator that wipes every block it takes back, those of a growing vector too.
 template <typename T>
@@ -24,7 +23,7 @@ class WipingAllocator {
   [[nodiscard]] T* allocate(std::size_t count) { return std::allocator<T>().allocate(count); }
 
   void deallocate(T* memory, std::size_t count) noexcept {
-    Wipe(memory, count * sizeof(T));
+    platform::Wipe(memory, count * sizeof(T));
     std::allocator<T>().deallocate(memory, count);
   }
 

@@ -1,43 +1,37 @@
 // The tool from its arguments to its exit code.
 #include "companion/keyward-seal/keyward_seal.h"
 
+#include <CLI/CLI.hpp>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <exception>
 #include <optional>
-#include <string>
-#include <system_error>
 
-#include "companion/common/module_folder.h"
+#include "companion/corvid/aead.h"
 #include "companion/corvid/key_file.h"
 #include "companion/corvid/sealed_text.h"
 #include "companion/keyward-seal/credential_text.h"
-#include "companion/keyward-seal/file_writer.h"
+#include "platform/console.h"
+#include "platform/error.h"
+#include "platform/module.h"
+#include "platform/text.h"
+#include "platform/whole_file.h"
 
 namespace companion {
 namespace {
 
-constexpr const char* kHelp =
-    "Usage: keyward-seal [--check | --raw] [--utf16] <credential file>\n"
-    "\n"
-    "Reads a JSON text from standard input and writes it as a sealed credential file\n"
-    "that KydLogUploader can read together with the stand-in Corvid library.\n"
-    "This tool and that library are stand-ins: they do not read or write the files\n"
-    "of the real product.\n"
-    "\n"
-    "  --check    refuse a text that is not JSON (this is the default)\n"
-    "  --raw      seal the text whatever it is\n"
-    "  --utf16    the input is UTF-16LE and sealed byte for byte; otherwise UTF-8\n"
-    "  --help     show this text\n"
-    "  --version  show the version\n"
-    "\n"
-    "The key is taken from Corvid.key beside this program; it is made when there is\n"
-    "none. An existing credential file is replaced. Folders are not created.\n"
+constexpr char kDescription[] =
+    "Reads a JSON text from standard input and writes it as a sealed credential file that "
+    "KydLogUploader can read together with the stand-in Corvid library. This tool and that library "
+    "are stand-ins: they do not read or write the files of the real product.";
+constexpr char kFooter[] =
+    "The key is taken from Corvid.key beside this program; it is made if there is none.\n"
+    "An existing credential file is replaced. Folders are not created.\n"
     "\n"
     "Exit codes: 0 written, 64 wrong usage, 65 unusable text, 70 internal error,\n"
-    "73 credential file not written, 74 input not readable, 78 no usable key.\n";
-constexpr const char* kVersion = "keyward-seal " KEYWARD_SEAL_VERSION " (stand-in)\n";
+    "73 credential file not written, 74 input not readable, 78 no usable key.";
+constexpr char kVersion[] = "keyward-seal " KEYWARD_SEAL_VERSION " (stand-in)\n";
 
 // As in sysexits.h, which Windows does not have.
 enum ExitCode : int {
@@ -50,70 +44,82 @@ enum ExitCode : int {
   kExitNoKey = 78,
 };
 
-// Far beyond any credential text, and little enough for an input that never ends.
+// Far more than any credential text, and a bound for input that never ends.
 constexpr std::size_t kLargestInput = std::size_t{64} << 20U;
 
 struct Options {
-  std::filesystem::path file;
+  std::wstring file;
   InputEncoding encoding = InputEncoding::kUtf8;
   bool check_json = true;
 };
 
-// Nobody can be told that a message cannot be written, so the result is ignored.
-void Print(const std::string& text, std::FILE* stream) {
-  static_cast<void>(std::fputs(text.c_str(), stream));
+// A message that cannot be written cannot be reported either, so the result is ignored.
+void PrintProblem(const std::wstring& text) {
+  static_cast<void>(platform::WriteErrors(L"keyward-seal: " + text + L"\n"));
 }
 
 void PrintProblem(const std::string& text) {
-  Print("keyward-seal: " + text + "\n", stderr);
+  PrintProblem(platform::FromUtf8(text));
 }
 
-std::string Quoted(const std::filesystem::path& file) {
-  return "\"" + file.u8string() + "\"";
+std::wstring Quoted(const std::wstring& path) {
+  return L"\"" + path + L"\"";
 }
 
-std::string Worded(const std::error_code& error) {
-  return error.message() + " (" + std::to_string(error.value()) + ")";
+// The platform's number of what has just failed.
+std::wstring LastErrorText() {
+  const unsigned error = platform::LastError();
+  return L" (error " + std::to_wstring(error) + L")";
 }
 
-// The options, or nothing with the reason said.
-std::optional<Options> ParseArguments(const std::vector<std::filesystem::path>& arguments) {
-  Options options;
-  bool check = false;
-  bool raw = false;
-  bool options_ended = false;
-  std::size_t files = 0;
-  for (const std::filesystem::path& argument : arguments) {
-    const bool is_option = !options_ended && !argument.empty() && argument.native()[0] == '-';
-    if (!is_option) {
-      options.file = argument;
-      ++files;
-    } else if (argument == "--") {
-      options_ended = true;
-    } else if (argument == "--check") {
-      check = true;
-    } else if (argument == "--raw") {
-      raw = true;
-    } else if (argument == "--utf16") {
-      options.encoding = InputEncoding::kUtf16Le;
-    } else {
-      PrintProblem("unknown option " + Quoted(argument) + "; see keyward-seal --help");
-      return std::nullopt;
+// Prints what ended the reading of the command line: help, version or a mistake.
+ExitCode Answer(const CLI::App& app, const CLI::ParseError& end) {
+  if (end.get_name() == "CallForHelp" || end.get_name() == "CallForVersion") {
+    const bool is_help = end.get_name() == "CallForHelp";
+    const std::wstring text = platform::FromUtf8(is_help ? app.help() : kVersion);
+    return platform::WriteOutput(text) ? kExitDone : kExitInternal;
+  }
+  PrintProblem(std::string(end.what()) + "; see keyward-seal --help");
+  return kExitUsage;
+}
+
+// The options, or std::nullopt with the exit code.
+std::optional<Options> ParseArguments(const std::vector<std::string>& arguments,
+                                      PathDecoder path_of, ExitCode* code) {
+  CLI::App app(kDescription, "keyward-seal");
+  app.footer(kFooter);
+  app.allow_windows_style_options(false);  // the same line on both platforms
+  app.set_help_flag("--help", "Show this text");
+  app.set_version_flag("--version", std::string(), "Show the version");
+  std::string file;
+  app.add_option("file", file, "The credential file")->required();
+  CLI::Option* const check =
+      app.add_flag("--check", "Refuse a text that is not JSON (this is the default)");
+  CLI::Option* const raw = app.add_flag("--raw", "Seal the text whatever it is");
+  CLI::Option* const utf16 =
+      app.add_flag("--utf16", "The input is UTF-16LE and sealed byte for byte; otherwise UTF-8");
+  for (CLI::Option* const flag : {check, raw, utf16}) {
+    flag->disable_flag_override();
+  }
+  check->excludes(raw);
+  try {
+    // The library takes them from the back.
+    app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
+    if (file.empty()) {
+      throw CLI::ValidationError("file", "is empty");
     }
-  }
-  if (check && raw) {
-    PrintProblem("--check and --raw exclude each other");
+  } catch (const CLI::ParseError& end) {
+    *code = Answer(app, end);
     return std::nullopt;
   }
-  if (files != 1 || options.file.empty()) {
-    PrintProblem("exactly one credential file has to be named; see keyward-seal --help");
-    return std::nullopt;
-  }
-  options.check_json = !raw;
+  Options options;
+  options.file = path_of(file);
+  options.encoding = utf16->count() != 0 ? InputEncoding::kUtf16Le : InputEncoding::kUtf8;
+  options.check_json = raw->count() == 0;
   return options;
 }
 
-// Standard input to its end, or nothing with the reason said.
+// Standard input to its end, or std::nullopt after saying why.
 std::optional<SecretBytes> ReadStandardInput(ExitCode* code) {
   // Unbuffered, so that the run-time keeps no copy of the credentials; reading works either way.
   static_cast<void>(std::setvbuf(stdin, nullptr, _IONBF, 0));
@@ -139,11 +145,10 @@ std::optional<SecretBytes> ReadStandardInput(ExitCode* code) {
   return input;
 }
 
-// The key beside the program, made when there is none; or nothing with the reason said.
-std::optional<SecretBytes> LoadOrMakeKey() {
-  const std::filesystem::path file = ThisModuleFolder() / kKeyFileName;
+// The key beside the program, made if there is none; or std::nullopt after saying why.
+std::optional<SecretBytes> LoadOrMakeKey(const std::wstring& path) {
   SecretBytes key;
-  KeyFileState state = ReadKeyFile(file, &key);
+  KeyFileState state = ReadKeyFile(path, &key);
   if (state == KeyFileState::kAbsent) {
     key.resize(kKeySize);
     if (!FillRandom(key.data(), key.size())) {
@@ -151,23 +156,34 @@ std::optional<SecretBytes> LoadOrMakeKey() {
       return std::nullopt;
     }
     const SecretBytes contents = KeyFileContents(key);
-    const std::error_code error = WriteNew(file, {contents.data(), contents.size()});
-    if (!error) {
+    if (platform::WriteWholeFile(path, contents.data(), contents.size(),
+                                 platform::FileReaders::kOwner)) {
       return key;
     }
-    if (error != std::errc::file_exists) {
-      PrintProblem("the key file " + Quoted(file) + " cannot be written: " + Worded(error));
+    if (platform::LastError() != platform::kErrorAlreadyExists) {
+      PrintProblem(L"the key file " + Quoted(path) + L" cannot be written" + LastErrorText());
       return std::nullopt;
     }
     // Another process was faster; its key is the one.
-    state = ReadKeyFile(file, &key);
+    state = ReadKeyFile(path, &key);
   }
   if (state != KeyFileState::kRead) {
-    PrintProblem("the key file " + Quoted(file) +
-                 " cannot be read, or does not hold 64 hexadecimal digits");
+    PrintProblem(L"the key file " + Quoted(path) +
+                 L" cannot be read, or does not hold 64 hexadecimal digits");
     return std::nullopt;
   }
   return key;
+}
+
+ExitCode WriteSealed(const std::wstring& path, const std::vector<std::uint8_t>& sealed) {
+  if (platform::ReplaceWholeFile(path, sealed.data(), sealed.size(),
+                                 platform::FileReaders::kOwner)) {
+    return kExitDone;
+  }
+  const bool no_folder = platform::LastError() == platform::kErrorPathNotFound;
+  PrintProblem(Quoted(path) + L" cannot be written" + LastErrorText() +
+               (no_folder ? L"; folders are not created, the product lays out the tree" : L""));
+  return kExitNotWritten;
 }
 
 ExitCode SealCredentialFile(const Options& options) {
@@ -182,7 +198,13 @@ ExitCode SealCredentialFile(const Options& options) {
     PrintProblem(problem);
     return kExitBadText;
   }
-  const std::optional<SecretBytes> key = LoadOrMakeKey();
+  const std::wstring folder =
+      platform::FolderOfModule(reinterpret_cast<const void*>(&SealCredentialFile));
+  if (folder.empty()) {
+    PrintProblem(L"the folder of this program is unknown" + LastErrorText());
+    return kExitInternal;
+  }
+  const std::optional<SecretBytes> key = LoadOrMakeKey(KeyFileIn(folder));
   if (!key) {
     return kExitNoKey;
   }
@@ -191,29 +213,16 @@ ExitCode SealCredentialFile(const Options& options) {
     PrintProblem("the cryptographic library failed");
     return kExitInternal;
   }
-  if (const std::error_code error = WriteReplacing(options.file, {sealed.data(), sealed.size()})) {
-    const bool no_folder = error == std::errc::no_such_file_or_directory;
-    PrintProblem(Quoted(options.file) + " cannot be written: " + Worded(error) +
-                 (no_folder ? "; folders are not created, the product lays out the tree" : ""));
-    return kExitNotWritten;
-  }
-  return kExitDone;
+  return WriteSealed(options.file, sealed);
 }
 
 }  // namespace
 
-int RunKeywardSeal(const std::vector<std::filesystem::path>& arguments) {
+int RunKeywardSeal(const std::vector<std::string>& arguments, PathDecoder path_of) {
   try {
-    if (!arguments.empty() && arguments[0] == "--help") {
-      Print(kHelp, stdout);
-      return kExitDone;
-    }
-    if (!arguments.empty() && arguments[0] == "--version") {
-      Print(kVersion, stdout);
-      return kExitDone;
-    }
-    const std::optional<Options> options = ParseArguments(arguments);
-    return options ? SealCredentialFile(*options) : kExitUsage;
+    ExitCode code = kExitDone;
+    const std::optional<Options> options = ParseArguments(arguments, path_of, &code);
+    return options ? SealCredentialFile(*options) : code;
   } catch (const std::exception& error) {
     PrintProblem(error.what());
     return kExitInternal;

@@ -1,13 +1,16 @@
 // keyward-seal: writes a credential file that the stand-in Corvid library opens.
 #pragma once
 
-#include <filesystem>
+#include <string>
 #include <vector>
 
 namespace companion {
 
-/// Runs the tool with the arguments behind the program's name. Reads standard input, writes to
-/// standard output and standard error (UTF-8), returns the exit code: 0, or one of sysexits.h.
-int RunKeywardSeal(const std::vector<std::filesystem::path>& arguments);
+/// Turns a path on the command line, as the library of options gives it back, into a wide path.
+using PathDecoder = std::wstring (*)(const std::string& argument);
+
+/// Runs the tool with the arguments after the program's name. Reads standard input, writes to
+/// standard output and standard error, returns the exit code: 0, or one of sysexits.h.
+int RunKeywardSeal(const std::vector<std::string>& arguments, PathDecoder path_of);
 
 }  // namespace companion

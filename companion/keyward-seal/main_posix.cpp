@@ -1,7 +1,9 @@
 // Entry of keyward-seal on Linux.
 #include "companion/keyward-seal/keyward_seal.h"
+#include "platform/text.h"
 
-int main(int count, char** values) {
-  const std::vector<std::filesystem::path> arguments(values + (count > 0 ? 1 : 0), values + count);
-  return companion::RunKeywardSeal(arguments);
+int main(int argc, char** argv) {
+  const std::vector<std::string> arguments(argv + (argc > 0 ? 1 : 0), argv + argc);
+  return companion::RunKeywardSeal(
+      arguments, [](const std::string& path) { return platform::FromNativePath(path); });
 }

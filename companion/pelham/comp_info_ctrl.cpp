@@ -4,36 +4,41 @@
 #include <utf8.h>
 
 #include <algorithm>
-#include <filesystem>
-#include <iterator>
 #include <optional>
 #include <stdexcept>
 #include <string_view>
 
-#include "companion/common/file_head.h"
-#include "companion/common/module_folder.h"
+#include "platform/error.h"
+#include "platform/file.h"
+#include "platform/module.h"
+#include "platform/text.h"
 
 namespace pelham {
 namespace {
 
 constexpr const wchar_t* kUserAgent = L"VeltraneKeyward/1.15.0 (KydLogUploader stand-in)";
-constexpr const char* kFileName = "pelham.useragent";
+constexpr const wchar_t* kFileName = L"pelham.useragent";
 constexpr std::string_view kThrowLine = "!throw";
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 constexpr std::size_t kLongestLine = 4096;
 
-// The line, or nothing when there is no file.
-std::optional<std::string> FirstLine(const std::filesystem::path& file) {
-  // Room for the mark, the line, its CR LF and one byte more that shows a longer one.
-  std::string text(kByteOrderMark.size() + kLongestLine + 3, '\0');
-  const companion::FileHead head = companion::ReadFileHead(file, text.data(), text.size());
-  if (head.state == companion::FileHead::State::kAbsent) {
+// The file's beginning: room for the mark, the line, its CR LF and one more byte that shows a
+// longer one. std::nullopt if there is no file.
+std::optional<std::string> Beginning(const std::wstring& path) {
+  platform::File file = platform::File::OpenUnobtrusive(path);
+  if (!file.IsOpen() && platform::LastError() == platform::kErrorFileNotFound) {
     return std::nullopt;
   }
-  if (head.state == companion::FileHead::State::kUnreadable) {
+  std::string text(kByteOrderMark.size() + kLongestLine + 3, '\0');
+  const std::optional<std::size_t> size = file.Read(text.data(), text.size());
+  if (!size) {
     throw std::runtime_error("pelham.useragent is not a readable file");
   }
-  text.resize(head.size);
+  text.resize(*size);
+  return text;
+}
+
+std::string FirstLine(std::string text) {
   text.resize(std::min(text.find('\n'), text.size()));
   if (!text.empty() && text.back() == '\r') {
     text.pop_back();
@@ -47,32 +52,30 @@ std::optional<std::string> FirstLine(const std::filesystem::path& file) {
   return text;
 }
 
-std::wstring WideFromUtf8(const std::string& text) {
-  std::wstring wide;
-  // The library's failure derives from std::exception only; callers are promised a runtime_error.
-  try {
-    if constexpr (sizeof(wchar_t) == 2) {
-      utf8::utf8to16(text.begin(), text.end(), std::back_inserter(wide));
-    } else {
-      utf8::utf8to32(text.begin(), text.end(), std::back_inserter(wide));
-    }
-  } catch (const utf8::exception&) {
-    throw std::runtime_error("pelham.useragent is not UTF-8");
+// The path of the settings file beside this library.
+std::wstring FilePath() {
+  const std::wstring folder = platform::FolderOfModule(reinterpret_cast<const void*>(&FilePath));
+  if (folder.empty()) {
+    throw std::runtime_error("the folder of pelham is unknown");
   }
-  return wide;
+  return folder + platform::kPathSeparator + kFileName;
 }
 
 }  // namespace
 
 std::wstring CompInfoCtrl::CreateWebAPIUserAgent() {
-  const std::optional<std::string> line = FirstLine(companion::ThisModuleFolder() / kFileName);
-  if (!line) {
+  const std::optional<std::string> text = Beginning(FilePath());
+  if (!text) {
     return kUserAgent;
   }
-  if (*line == kThrowLine) {
+  const std::string line = FirstLine(*text);
+  if (line == kThrowLine) {
     throw std::runtime_error("pelham.useragent asks for an exception");
   }
-  return WideFromUtf8(*line);
+  if (!utf8::is_valid(line.begin(), line.end())) {
+    throw std::runtime_error("pelham.useragent is not UTF-8");
+  }
+  return platform::FromUtf8(line);
 }
 
 }  // namespace pelham

@@ -3,8 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include "companion/corvid/base64.h"
-
 namespace companion {
 namespace {
 
@@ -42,12 +40,6 @@ TEST(WipingAllocator, GivesBackWhatAnyOtherTook) {
   const WipingAllocator<std::uint8_t> other(one);
   EXPECT_TRUE(one == other);
   EXPECT_FALSE(one != other);
-}
-
-TEST(DecodeStrippedBase64, RefusesWhatThePlatformCannotDecode) {
-  const SecretVector<wchar_t> text{L'!', L'!', L'!', L'!'};
-  std::vector<std::uint8_t> bytes(3);
-  EXPECT_FALSE(DecodeStrippedBase64(text, &bytes));
 }
 
 }  // namespace

@@ -6,14 +6,15 @@
 #include <random>
 #include <system_error>
 
-#include "companion/common/module_folder.h"
+#include "platform/module.h"
 
 namespace companion_test {
 
 namespace fs = std::filesystem;
 
 fs::path BuiltModules() {
-  return companion::ThisModuleFolder().parent_path() / "bin";
+  const fs::path tests = platform::FolderOfModule(reinterpret_cast<const void*>(&BuiltModules));
+  return tests.parent_path() / "bin";
 }
 
 fs::path UniqueTemporaryPath() {

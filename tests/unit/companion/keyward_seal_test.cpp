@@ -203,7 +203,6 @@ TEST_F(KeywardSeal, RefusesWrongUsage) {
            {"-h"},
            {"-", file_},
            {"--utf16=1", file_},
-           {file_, "--help"},
        }) {
     const ToolResult result = Run(arguments);
     EXPECT_EQ(result.exit_code, 64) << testing::PrintToString(arguments.size());

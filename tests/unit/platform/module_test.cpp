@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/text.h"
+#include "tests/unit/support/temp_folder.h"
 
 namespace {
 
@@ -83,6 +84,25 @@ TEST(Module, OfAnAddressKeepsTheLibraryLoadedUntilItGoes) {
   EXPECT_EQ(reinterpret_cast<int (*)()>(const_cast<void*>(address))(), 42);
   reference.Reset();
   EXPECT_FALSE(platform::ModuleOfAddress(address));
+}
+
+TEST(Module, FolderIsThatOfTheModuleWithTheAddress) {
+  const std::wstring program = platform::ProgramPath();
+  const std::wstring folder = program.substr(0, program.rfind(platform::kPathSeparator));
+  EXPECT_EQ(platform::FolderOfModule(AddressOfTheProgram()), folder);
+  // Apart from the program's, to tell the two.
+  const kyd_test::TempFolder other;
+  const std::wstring copy = other / (L"copy" + std::wstring(platform::kLibraryEnding));
+  kyd_test::WriteFileBytes(copy, kyd_test::ReadFileBytes(TestModulePath()));
+  const platform::Library library = platform::LoadLibraryFile(copy);
+  ASSERT_TRUE(library);
+  EXPECT_EQ(platform::FolderOfModule(platform::FindExport(library, "KydTestAnswer")), other.Path());
+}
+
+TEST(Module, FolderOfAnAddressOutsideOfAllModulesIsEmpty) {
+  const int on_the_stack = 0;
+  EXPECT_EQ(platform::FolderOfModule(&on_the_stack), L"");
+  EXPECT_EQ(platform::FolderOfModule(nullptr), L"");
 }
 
 TEST(Module, OfAnAddressOutsideOfAllModulesIsInvalid) {
