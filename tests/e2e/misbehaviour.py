@@ -204,19 +204,7 @@ def ways(call):
         found += _ELSEWHERE
     if call.function == "fsync" and call.object.endswith("/"):
         found += _unsupported("EINVAL", "EOPNOTSUPP")
-    if _is_of_file_stream(call):
-        found = [way for way in found if way.kind not in (SHORT, INTERRUPTED, AGAIN)]
     return found
-
-
-def _is_of_file_stream(call):
-    """Whether the REST library's file stream makes this call.
-
-    It takes a short read for the end of the file and an interruption for a failure. Remove this when
-    it no longer does.
-    """
-    opens = call.function == "open" and call.number == 1
-    return call.function == "pread" or (opens and call.object.startswith("KydLog/Upload/"))
 
 
 def rules(call, way, calls):
