@@ -5,6 +5,13 @@ if(NOT KYD_REPRODUCIBLE)
   return()
 endif()
 
+if(MSVC)
+  # Dates become hashes of the content; the name of the symbols' file stays without its folder.
+  add_compile_options(/Brepro)
+  add_link_options(/Brepro /PDBALTPATH:%_PDB%)
+  return()
+endif()
+
 # The last one that fits counts: the build folder usually lies within the source folder. Relative names let a
 # debugger that is started in the source folder find the sources.
 add_compile_options(

@@ -3,9 +3,14 @@ option(KYD_WARNINGS_AS_ERRORS "Let a warning in our own code end the build" ON)
 
 add_library(kyd_warnings INTERFACE)
 add_library(kyd::warnings ALIAS kyd_warnings)
-target_compile_options(kyd_warnings INTERFACE
-  $<$<CXX_COMPILER_ID:GNU,Clang>:-Wall;-Wextra;-Wpedantic;-Wconversion;-Wshadow>
-  $<$<CXX_COMPILER_ID:MSVC>:/W4;/permissive->)
+if(MSVC)
+  set(kyd_warning_options /W4)
+  set(kyd_warning_error /WX)
+else()
+  set(kyd_warning_options -Wall -Wextra -Wpedantic -Wconversion -Wshadow)
+  set(kyd_warning_error -Werror)
+endif()
+target_compile_options(kyd_warnings INTERFACE ${kyd_warning_options})
 if(KYD_WARNINGS_AS_ERRORS)
-  target_compile_options(kyd_warnings INTERFACE $<$<CXX_COMPILER_ID:GNU,Clang>:-Werror>)
+  target_compile_options(kyd_warnings INTERFACE ${kyd_warning_error})
 endif()

@@ -18,7 +18,7 @@ ROOT = Path(__file__).resolve().parent.parent
 sys.path.insert(0, str(ROOT / "tests"))
 
 from e2e.harness import Machine  # noqa: E402 (the path has to be there first)
-from e2e.platforms import Linux, Windows  # noqa: E402
+from e2e.platforms import PLATFORMS, Linux  # noqa: E402
 from service.certificates import CertificateFactory  # noqa: E402
 from service.log_service import Answer, LogService  # noqa: E402
 
@@ -239,10 +239,9 @@ def _is_free_of_secrets(machine):
 
 
 def make_platform(options, folder):
-    native = options.native_bin or ROOT / "build" / "linux" / "bin"
-    if options.platform == "windows":
-        return Windows(folder, options.bin, native, options.wine_prefix)
-    return Linux(folder, options.bin, options.native_bin or options.bin)
+    kind = PLATFORMS[options.platform]
+    native = options.native_bin or (options.bin if kind is Linux else ROOT / "build/linux/bin")
+    return kind(folder, options.bin, native)
 
 
 def run_demo(paper, options, folder):
@@ -251,7 +250,7 @@ def run_demo(paper, options, folder):
     if missing is not None:
         paper.line(f"{missing} is missing: build first")
         return 1
-    if options.platform == "windows" and not platform.prefix.exists():
+    if platform.name == "windows" and not platform.prefix.exists():
         paper.line("Setting up Wine (the first time takes a while)")
     platform.start()
     try:
@@ -293,10 +292,9 @@ def show_run(paper, machine, service, wanted):
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__)
-    parser.add_argument("--platform", choices=("linux", "windows"), default="linux")
+    parser.add_argument("--platform", choices=tuple(PLATFORMS), default="linux")
     parser.add_argument("--bin", type=Path, required=True, help="folder of the built program")
     parser.add_argument("--native-bin", type=Path, help="folder of the native sealing tool")
-    parser.add_argument("--wine-prefix", type=Path, default=ROOT / "build/windows/wineprefix")
     options = parser.parse_args()
     options.bin = options.bin.resolve()
     # A short path keeps the lines of the log short.

@@ -1,8 +1,8 @@
 #!/usr/bin/python3
-"""Runs every test on both platforms and ends with one line: "N passed, N failed".
+"""Runs every test on the chosen platforms and ends with one line: "N passed, N failed".
 
 Unit tests are GoogleTest programs, natively and under Wine; end-to-end tests are pytest functions
-that start the real executable of either platform.
+that start the real executable of each platform.
 """
 
 import argparse
@@ -20,8 +20,7 @@ import xml.etree.ElementTree
 import wine
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
-PLATFORMS = ("linux", "windows")
-WINE_PREFIX = ROOT / "build/windows/wineprefix"
+PLATFORMS = ("linux", "windows", "windows-msvc")
 UNIT_TIMEOUT_SECONDS = 600
 
 
@@ -50,9 +49,17 @@ def tell(text):
     sys.stdout.flush()
 
 
+def runs_in_wine(platform):
+    return platform != "linux"
+
+
+def wine_prefix(platform):
+    return ROOT / "build" / platform / "wineprefix"
+
+
 def unit_programs(platform, build):
     folder = ROOT / "build" / build / "tests"
-    pattern = "*_tests.exe" if platform == "windows" else "*_tests"
+    pattern = "*_tests.exe" if runs_in_wine(platform) else "*_tests"
     return sorted(folder.glob(pattern))
 
 
@@ -64,10 +71,10 @@ def run_unit_program(platform, build, program):
         report = pathlib.Path(folder) / "report.json"
         arguments = [str(program), "--gtest_brief=1", f"--gtest_output=json:{report}"]
         environment = None
-        if platform == "windows":
+        if runs_in_wine(platform):
             arguments[2] = f"--gtest_output=json:Z:{report}"
             arguments = wine.command(*arguments)
-            environment = wine.environment(WINE_PREFIX)
+            environment = wine.environment(wine_prefix(platform))
             # Where the configuration library lies.
             environment["WINEPATH"] = f"Z:{ROOT / 'build' / build / 'bin'}"
         try:
@@ -166,11 +173,11 @@ def run_pytest(name, folder, arguments):
 
 def run_library_tests(platform, build):
     """What the patches of the REST library do, through a probe."""
-    probe = ROOT / "build" / build / "tests" / ("probe.exe" if platform == "windows" else "probe")
+    probe = ROOT / "build" / build / "tests" / ("probe.exe" if runs_in_wine(platform) else "probe")
     arguments = [f"--probe={probe}"]
-    if platform == "windows":
+    if runs_in_wine(platform):
         # A start under Wine takes long; at its end little can go wrong that does not elsewhere.
-        arguments += [f"--wine-prefix={WINE_PREFIX}", "--leave-runs=1"]
+        arguments += [f"--wine-prefix={wine_prefix(platform)}", "--leave-runs=1"]
     return run_pytest(f"REST library ({platform})", "cmake/cpprestsdk/tests", arguments)
 
 
@@ -187,8 +194,8 @@ def run_end_to_end(platform, build, extra):
 def run_platform(platform, options):
     """All chosen groups of one platform, one after another. Wine's are the longer half by far, and most
     of both is waiting."""
-    if platform == "windows":
-        with wine.Server(WINE_PREFIX):
+    if runs_in_wine(platform):
+        with wine.Server(wine_prefix(platform)):
             return run_groups(platform, platform, options)
     return run_groups(platform, options.linux_build, options)
 
@@ -209,7 +216,10 @@ def run_groups(platform, build, options):
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__)
-    parser.add_argument("--platform", choices=PLATFORMS, help="only this platform")
+    parser.add_argument(
+        "--platform", choices=PLATFORMS, action="append",
+        help="only this platform; may be given again for another (default: linux and windows)",
+    )
     parser.add_argument("--unit", action="store_true", help="only the unit tests")
     parser.add_argument("--e2e", action="store_true", help="only the end-to-end tests")
     parser.add_argument(
@@ -226,9 +236,9 @@ def main():
             run_document_tests(options.linux_build),
             run_pytest("build files", "tests/build", []),
         ]
-    platforms = [options.platform] if options.platform else PLATFORMS
-    with concurrent.futures.ThreadPoolExecutor(len(platforms)) as both:
-        for of_one in both.map(lambda platform: run_platform(platform, options), platforms):
+    platforms = options.platform or ("linux", "windows")
+    with concurrent.futures.ThreadPoolExecutor(len(platforms)) as every:
+        for of_one in every.map(lambda platform: run_platform(platform, options), platforms):
             tallies += of_one
 
     total = Tally("all")

@@ -13,13 +13,15 @@ if(KYD_SYSTEM_CPPREST)
     return()
 endif()
 
-if(WIN32)
+if(MSVC)
+    set(kyd_cpprest_default windows-msvc)
+elseif(WIN32)
     set(kyd_cpprest_default windows)
 else()
     set(kyd_cpprest_default linux)
 endif()
 set(KYD_CPPREST_FLAVOUR ${kyd_cpprest_default} CACHE STRING
-    "Flavour of the REST library: linux, windows, asan or tsan")
+    "Flavour of the REST library: linux, windows, windows-msvc, asan or tsan")
 
 file(GLOB kyd_cpprest_inputs CONFIGURE_DEPENDS
      ${CMAKE_CURRENT_LIST_DIR}/*.patch ${CMAKE_CURRENT_LIST_DIR}/*.cmake)
@@ -29,7 +31,8 @@ set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS
 
 message(STATUS "REST library (${KYD_CPPREST_FLAVOUR}): the first build takes a few minutes")
 execute_process(
-    COMMAND ${CMAKE_CURRENT_LIST_DIR}/build ${KYD_CPPREST_FLAVOUR}
+    COMMAND ${CMAKE_COMMAND} -E env KYD_WINDOWS_SDK=${KYD_WINDOWS_SDK}
+            ${CMAKE_CURRENT_LIST_DIR}/build ${KYD_CPPREST_FLAVOUR}
     OUTPUT_VARIABLE kyd_cpprest_prefix
     OUTPUT_STRIP_TRAILING_WHITESPACE
     RESULT_VARIABLE kyd_cpprest_result)
@@ -41,7 +44,7 @@ message(STATUS "REST library: ${kyd_cpprest_prefix}")
 # An imported target's headers are system headers to those who use it.
 add_library(kyd::cpprest STATIC IMPORTED GLOBAL)
 set_target_properties(kyd::cpprest PROPERTIES
-    IMPORTED_LOCATION ${kyd_cpprest_prefix}/lib/libcpprest.a
+    IMPORTED_LOCATION ${kyd_cpprest_prefix}/lib/${CMAKE_STATIC_LIBRARY_PREFIX}cpprest${CMAKE_STATIC_LIBRARY_SUFFIX}
     INTERFACE_INCLUDE_DIRECTORIES ${kyd_cpprest_prefix}/include)
 # The definitions decide the layout of the library's classes and must be those of CMakeLists.txt.
 target_compile_definitions(kyd::cpprest INTERFACE

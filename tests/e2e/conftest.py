@@ -13,14 +13,14 @@ from service.log_service import LogService
 
 from .harness import Machine
 from .outcome import Plan, load
-from .platforms import ROOT, Linux, Windows
+from .platforms import PLATFORMS, ROOT
 from .status_tool import MANY, SECONDS, Finished
 
 
 def pytest_addoption(parser):
     parser.addoption(
         "--platform",
-        choices=("linux", "windows", "both"),
+        choices=tuple(PLATFORMS),
         default=None,
         help="where to start the program; without it, wherever a build is found",
     )
@@ -30,14 +30,13 @@ def pytest_addoption(parser):
         default="sample",
         help="how many of the runs that are made in large numbers",
     )
-    parser.addoption("--linux-bin", type=Path, default=ROOT / "build/linux/bin")
-    parser.addoption("--windows-bin", type=Path, default=ROOT / "build/windows/bin")
-    parser.addoption("--wine-prefix", type=Path, default=ROOT / "build/windows/wineprefix")
+    for name in PLATFORMS:
+        parser.addoption(f"--{name}-bin", type=Path, default=ROOT / "build" / name / "bin")
 
 
 def _chosen(config):
     chosen = config.getoption("--platform")
-    return ("linux", "windows") if chosen in (None, "both") else (chosen,)
+    return tuple(PLATFORMS) if chosen is None else (chosen,)
 
 
 def pytest_generate_tests(metafunc):
@@ -46,9 +45,9 @@ def pytest_generate_tests(metafunc):
 
 
 def pytest_collection_modifyitems(config, items):
-    # What does not start the program is the same on both platforms: once is enough, and the native
+    # What does not start the program is the same on all platforms: once is enough, and the native
     # run takes it.
-    if config.getoption("--platform") == "windows":
+    if config.getoption("--platform") not in (None, "linux"):
         elsewhere = [item for item in items if "platform" not in item.fixturenames]
         config.hook.pytest_deselected(items=elsewhere)
         items[:] = [item for item in items if item not in elsewhere]
@@ -63,17 +62,15 @@ def certificates(tmp_path_factory):
 def platform(request, tmp_path_factory):
     config = request.config
     native = config.getoption("--linux-bin").resolve()
-    kind, bin_folder = Linux, native
-    if request.param == "windows":
-        kind, bin_folder = Windows, config.getoption("--windows-bin").resolve()
+    kind = PLATFORMS[request.param]
+    bin_folder = config.getoption(f"--{request.param}-bin").resolve()
     missing = kind.missing(bin_folder, native)
     if missing is not None:
         if config.getoption("--platform") is None:
             pytest.skip(f"no build for {request.param}: {missing} is missing")
         pytest.fail(f"no build for {request.param}: {missing} is missing", pytrace=False)
     folder = tmp_path_factory.mktemp(request.param)
-    more = (config.getoption("--wine-prefix"),) if kind is Windows else ()
-    started = kind(folder, bin_folder, native, *more)
+    started = kind(folder, bin_folder, native)
     started.start()
     try:
         yield started

@@ -1,4 +1,4 @@
-"""The two platforms on which the program is started, seen from a test session.
+"""The platforms on which the program is started, seen from a test session.
 
 A platform knows where its program lies, how to start it and where its machine-wide settings go. It
 works on a private copy of the program's folder, so that no test touches the build.
@@ -26,7 +26,7 @@ def _clean_environment():
 
 
 class Platform:
-    """What both platforms share. `folder` is the session's own; `bin_folder` holds the build."""
+    """What the platforms share. `folder` is the session's own; `bin_folder` holds the build."""
 
     name = ""
     separator = ""
@@ -178,7 +178,7 @@ class Linux(Platform):
 
 
 class Windows(Platform):
-    """The Windows program under Wine, in a prefix of the build.
+    """The Windows program under Wine, in a prefix of the build. MinGW-w64 has built it.
 
     The prefix is the whole machine: its mutex and its registry are shared by everything that runs
     in it, so these tests run one after another.
@@ -190,10 +190,12 @@ class Windows(Platform):
     status_name = "KydUploadStatus.exe"
     companion_name = "Corvid.dll"
     configuration_name = "pelham.dll"
+    run_time = "MinGW-w64"
+    foreign_build = "windows-msvc"  # its libraries are of another kind
 
-    def __init__(self, folder, bin_folder, native_bin_folder, prefix):
+    def __init__(self, folder, bin_folder, native_bin_folder, prefix=None):
         super().__init__(folder, bin_folder, native_bin_folder)
-        self.prefix = Path(prefix).resolve()
+        self.prefix = Path(prefix or self.bin_folder.parent / "wineprefix").resolve()
         self._server = wine.Server(self.prefix)
         self._registry = None
         self._imported = set()  # what certificate-import has put there
@@ -304,6 +306,18 @@ class Windows(Platform):
         self._registry = None
         self._run("regedit", "/S", self.native_path(path))
         self._registry = text
+
+
+class WindowsMsvc(Windows):
+    """The same program in Visual C++'s binary interface, which clang-cl has built. Its run-time libraries are
+    Wine's own."""
+
+    run_time = "Visual C++"
+    foreign_build = "windows"
+
+
+# By the names of their builds.
+PLATFORMS = {"linux": Linux, "windows": Windows, "windows-msvc": WindowsMsvc}
 
 
 def wait_until(condition, seconds=30):

@@ -7,21 +7,24 @@ import xml.etree.ElementTree
 
 import pytest
 
-from .platforms import ROOT
+from .platforms import ROOT, WindowsMsvc
 
 SYSTEM_LIBRARIES = {
     "advapi32.dll",
     "bcrypt.dll",
     "crypt32.dll",
     "kernel32.dll",
-    "msvcrt.dll",
     "shell32.dll",
     "shlwapi.dll",
     "user32.dll",
     "winhttp.dll",
 }
+VISUAL_CPP = {"msvcp140.dll", "vcruntime140.dll", "vcruntime140_1.dll"}
 GUI, CONSOLE = 2, 3
-HIGH_ENTROPY_VA, DYNAMIC_BASE, NX_COMPATIBLE = 0x20, 0x40, 0x100
+IMPORTS, RESOURCES, DEBUG, LOAD_CONFIGURATION = 1, 2, 6, 10  # data directories
+HIGH_ENTROPY_VA, DYNAMIC_BASE, NX_COMPATIBLE, GUARD_CF = 0x20, 0x40, 0x100, 0x4000
+EXTENDED_CHARACTERISTICS, CET_COMPATIBLE = 20, 1
+CF_INSTRUMENTED, CF_FUNCTION_TABLE = 0x100, 0x400
 EXECUTABLE, WRITABLE = 0x20000000, 0x80000000
 RT_STRING, RT_VERSION, RT_MANIFEST = 6, 16, 24
 US_ENGLISH = 0x409
@@ -51,8 +54,16 @@ class PortableExecutable:
             name = content[at : at + 8].rstrip(b"\0").decode()
             self.sections[name] = struct.unpack_from("<I", content, at + 36)[0]
             self._places.append(struct.unpack_from("<IIII", content, at + 8))
-        # The third of the data directories.
-        self._resources = self._offset(struct.unpack_from("<I", content, optional + 112 + 16)[0])
+        self._directories = optional + 112
+        self._resources = self._directory(RESOURCES)
+
+    def _directory(self, number):
+        """Where in the file a data directory lies, or None."""
+        address = self.u32(self._directories + 8 * number)
+        return self._offset(address) if address else None
+
+    def u32(self, at):
+        return struct.unpack_from("<I", self._content, at)[0]
 
     def _offset(self, address):
         """Where in the file lies what is loaded at a relative address."""
@@ -66,6 +77,26 @@ class PortableExecutable:
         for at in range(table + 16, table + 16 + 8 * (named + numbered), 8):
             identifier, place = struct.unpack_from("<II", self._content, at)
             yield identifier, self._resources + (place & 0x7FFFFFFF)
+
+    def needed_libraries(self):
+        """The names of the libraries that are loaded with the program, in small letters."""
+        found, at = set(), self._directory(IMPORTS)
+        while self.u32(at + 12):
+            start = self._offset(self.u32(at + 12))
+            found.add(self._content[start : self._content.index(b"\0", start)].decode().lower())
+            at += 20
+        return found
+
+    def extended_characteristics(self):
+        size = self.u32(self._directories + 8 * DEBUG + 4)
+        start = self._directory(DEBUG)
+        (place,) = [at for at in range(start, start + size, 28) if self.u32(at + 12) == EXTENDED_CHARACTERISTICS]
+        return self.u32(self.u32(place + 24))
+
+    def guards(self):
+        """The address of the stack's cookie, and the flags of the checks of indirect calls."""
+        start = self._directory(LOAD_CONFIGURATION)
+        return struct.unpack_from("<Q", self._content, start + 0x58)[0], self.u32(start + 0x90)
 
     def resource_kinds(self):
         return {kind for kind, _ in self._entries(self._resources)}
@@ -156,9 +187,23 @@ def test_windows_program_is_x86_64_without_console(portable):
     assert portable.subsystem == GUI
 
 
-def test_windows_program_needs_system_libraries_and_the_configuration_library(portable, executable):
-    listed = tool("x86_64-w64-mingw32-objdump", "--private-headers", executable)
-    needed = {name.lower() for name in re.findall(r"DLL Name: (\S+)", listed)}
+def is_run_time(platform, name):
+    """Whether the library belongs to the compiler's run-time. MinGW-w64's C++ library is linked statically."""
+    if isinstance(platform, WindowsMsvc):
+        return name in VISUAL_CPP or name == "ucrtbase.dll" or name.startswith("api-ms-win-crt-")
+    return name == "msvcrt.dll"
+
+
+def needed_libraries(platform, portable):
+    """Those beside the run-time's, of which there has to be one."""
+    needed = portable.needed_libraries()
+    others = {name for name in needed if not is_run_time(platform, name)}
+    assert others != needed
+    return others
+
+
+def test_windows_program_needs_system_libraries_and_the_configuration_library(platform, portable):
+    needed = needed_libraries(platform, portable)
     assert "pelham.dll" in needed
     assert needed - {"pelham.dll"} <= SYSTEM_LIBRARIES
 
@@ -166,11 +211,10 @@ def test_windows_program_needs_system_libraries_and_the_configuration_library(po
 def test_status_tool_is_a_console_program_that_needs_system_libraries_only(platform):
     executable = platform.bin_folder / platform.status_name
     if platform.name == "windows":
-        assert PortableExecutable(executable).subsystem == CONSOLE
-        listed = tool("x86_64-w64-mingw32-objdump", "--private-headers", executable)
-        needed = {name.lower() for name in re.findall(r"DLL Name: (\S+)", listed)}
+        portable = PortableExecutable(executable)
+        assert portable.subsystem == CONSOLE
         # It never talks to anybody.
-        assert needed <= SYSTEM_LIBRARIES - {"winhttp.dll"}
+        assert needed_libraries(platform, portable) <= SYSTEM_LIBRARIES - {"winhttp.dll"}
     else:
         listed = tool("readelf", "--wide", "--dynamic", executable)
         needed = re.findall(r"\(NEEDED\).*\[(.*?)\.so", listed)
@@ -260,7 +304,20 @@ def test_windows_program_has_no_icon_or_dialog(windows_program):
     assert portable.resource_kinds() <= {RT_STRING, RT_VERSION, RT_MANIFEST}
 
 
+def test_indirect_calls_and_returns_are_guarded(platform, windows_program):
+    if not isinstance(platform, WindowsMsvc):
+        pytest.skip("MinGW-w64 knows neither guard")
+    _, portable = windows_program
+    assert portable.characteristics & GUARD_CF
+    wanted = CF_INSTRUMENTED | CF_FUNCTION_TABLE
+    assert portable.guards()[1] & wanted == wanted
+    assert portable.extended_characteristics() & CET_COMPATIBLE
+
+
 def test_stack_is_guarded(platform, executable):
+    if isinstance(platform, WindowsMsvc):
+        assert PortableExecutable(executable).guards()[0]
+        return
     nm = "x86_64-w64-mingw32-nm" if platform.name == "windows" else "nm"
     assert "__stack_chk_fail" in tool(nm, executable)
 

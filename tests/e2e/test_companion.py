@@ -62,8 +62,6 @@ int start(void) { return 1; }
 
 def put_library_that_imports(machine, library, function):
     """Links a Corvid.dll that imports this function of this library, and nothing else."""
-    if machine.platform.name == "linux":
-        pytest.skip("on Linux there is one C run-time")
     (machine.folder / "import.def").write_text(f"LIBRARY {library}\nEXPORTS\n{function}\n", "ascii")
     (machine.folder / "library.c").write_text(LIBRARY_SOURCE, "ascii")
     for command in (
@@ -75,19 +73,25 @@ def put_library_that_imports(machine, library, function):
 
 
 @pytest.mark.parametrize(
-    ("library", "function"),
-    [("VCRUNTIME140.dll", "memcpy"), ("MSVCP140.dll", "_Xtime_get_ticks"), ("ucrtbase.dll", "malloc")],
+    ("library", "function", "run_time"),
+    [
+        ("msvcrt.dll", "malloc", "MinGW-w64"),
+        ("VCRUNTIME140.dll", "memcpy", "Visual C++"),
+        ("MSVCP140.dll", "_Xtime_get_ticks", "Visual C++"),
+        ("ucrtbase.dll", "malloc", "Visual C++"),
+        ("kernel32.dll", "Sleep", None),
+    ],
 )
-def test_library_for_another_run_time_means_no_run(loaded, service, library, function):
+def test_library_for_another_run_time_means_no_run(loaded, service, library, function, run_time):
+    if loaded.platform.name == "linux":
+        pytest.skip("on Linux there is one C run-time")
+    if shutil.which("x86_64-w64-mingw32-gcc-posix") is None:
+        pytest.skip("MinGW-w64, which links the library, is not installed")
     put_library_that_imports(loaded, library, function)
-    expect_no_run(loaded, service)
-
-
-@pytest.mark.parametrize(
-    ("library", "function"), [("msvcrt.dll", "malloc"), ("kernel32.dll", "Sleep")], ids=["own", "none"]
-)
-def test_library_for_the_same_run_time_or_for_none_is_called(loaded, service, library, function):
-    put_library_that_imports(loaded, library, function)
+    if run_time not in (None, loaded.platform.run_time):
+        expect_no_run(loaded, service)
+        return
+    # It is called, and fails.
     loaded.run()
     expect_messages(
         loaded.messages(),
@@ -97,6 +101,17 @@ def test_library_for_the_same_run_time_or_for_none_is_called(loaded, service, li
             *say.summary(accounts=1, no_send=1),
         ],
     )
+
+
+def test_library_of_another_compiler_means_no_run(loaded, service, request):
+    if loaded.platform.name == "linux":
+        pytest.skip("on Linux there is one kind of library")
+    name = loaded.platform.foreign_build
+    foreign = request.config.getoption(f"--{name}-bin") / loaded.platform.companion_name
+    if not foreign.exists():
+        pytest.skip(f"there is no build for {name} to take a library from")
+    shutil.copy2(foreign, companion(loaded))
+    expect_no_run(loaded, service)
 
 
 @pytest.mark.parametrize(
