@@ -134,7 +134,7 @@ def policy_named(policies, name):
 
 def values_that_the_program_reads():
     """(key, name) to type, from the sources."""
-    settings = (ROOT / "debuglog/log_settings.cpp").read_text("utf-8")
+    settings = "".join((ROOT / f"debuglog/log_settings.{ending}").read_text("utf-8") for ending in ("h", "cpp"))
     legacy = (ROOT / "debuglog/cdebuglog.cpp").read_text("utf-8")
     key = re.search(r'kSettingsKey\[\] = L"(.*?)"', settings)[1].replace("\\\\", "\\")
     legacy_key = re.search(r'kLegacyKey\[\] = L"(.*?)"', legacy)[1].replace("\\\\", "\\")

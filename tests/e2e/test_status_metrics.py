@@ -255,7 +255,8 @@ def test_readers_never_see_half_a_file(machine):
         at_work.set()
         reader.join(SECONDS)
     assert not [one for one in seen if isinstance(one, BaseException)]
-    assert len(set(seen)) > 2
+    # A file system may give a new file the number of one that was replaced.
+    assert sum(one != following for one, following in zip(seen, seen[1:])) > 2
     assert not drafts_of(path)
 
 
