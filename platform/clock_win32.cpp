@@ -38,6 +38,13 @@ std::optional<std::int64_t> SecondsOf(const LocalTime& local) {
   parts.wHour = static_cast<WORD>(local.hour);
   parts.wMinute = static_cast<WORD>(local.minute);
   parts.wSecond = static_cast<WORD>(local.second);
+  // Wine takes the 29th of February of any year for a date, and makes it the 1st of March.
+  FILETIME moved = {};
+  SYSTEMTIME back = {};
+  if (SystemTimeToFileTime(&parts, &moved) == FALSE ||
+      FileTimeToSystemTime(&moved, &back) == FALSE || back.wDay != parts.wDay) {
+    return std::nullopt;
+  }
   SYSTEMTIME utc = {};
   if (TzSpecificLocalTimeToSystemTime(nullptr, &parts, &utc) == FALSE) {
     return std::nullopt;
