@@ -30,8 +30,9 @@ def pytest_addoption(parser):
         default="sample",
         help="how many of the runs that are made in large numbers",
     )
-    for name in PLATFORMS:
-        parser.addoption(f"--{name}-bin", type=Path, default=ROOT / "build" / name / "bin")
+    parser.addoption("--linux-bin", type=Path, default=ROOT / "build/linux/bin")
+    parser.addoption("--windows-bin", type=Path, default=ROOT / "build/windows/bin")
+    parser.addoption("--windows-msvc-bin", type=Path, default=ROOT / "build/windows-msvc/bin")
 
 
 def _chosen(config):

@@ -50,6 +50,8 @@ TEST(CDebugLog, ReadsTheDebugFlagAsFourBytesOfAnyType) {
 TEST(CDebugLog, NeverThrowsWhateverIsThrownWithinIt) {
   using kyd_test::FailingMemory;
   const kyd_test::LogCapture log;
+  // The settings are read now, and not again while memory fails: that would switch the log off.
+  ASSERT_TRUE(corvid::IsModuleLogEnabled());
   const std::string text(200, 't');
   const std::wstring wide(200, L't');
   for (const FailingMemory::Thrown& thrown : FailingMemory::kBoth) {
@@ -62,6 +64,7 @@ TEST(CDebugLog, NeverThrowsWhateverIsThrownWithinIt) {
       static_cast<void>(corvid::IsModuleLogEnabled());
     }
   }
+  kyd::Log().WriteLogA("the end");  // together with the lines that were kept
 }
 
 }  // namespace
