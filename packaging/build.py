@@ -16,6 +16,7 @@ import project
 import reproduce
 import windows
 from project import DIST, Failure
+from signing import Signing
 
 
 def write_sums(folder: Path) -> None:
@@ -25,27 +26,6 @@ def write_sums(folder: Path) -> None:
         digest = hashlib.sha256((folder / name).read_bytes()).hexdigest()
         lines.append(f"{digest}  {name}\n")
     (folder / "SHA256SUMS").write_text("".join(lines), "utf-8")
-
-
-class Signing:
-    """Signatures of Windows programs (Authenticode), by osslsigncode."""
-
-    def __init__(self, certificate: Path, key: Path, time_stamp: str | None) -> None:
-        for path in (certificate, key):
-            if not path.is_file():
-                raise Failure(f"{path} is not there")
-        self._sign = [
-            "osslsigncode", "sign", "-h", "sha256", "-certs", os.fspath(certificate.resolve()),
-            "-key", os.fspath(key.resolve()), "-n", project.NAME,
-        ]
-        if time_stamp:
-            # Without it a signature ends with its certificate.
-            self._sign += ["-ts", time_stamp]
-
-    def __call__(self, program: Path) -> None:
-        signed = program.with_suffix(".signed")
-        project.run(*self._sign, "-in", program, "-out", signed)
-        os.replace(signed, program)
 
 
 def build_programs(preset: str) -> None:

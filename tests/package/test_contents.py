@@ -98,7 +98,6 @@ def test_debian_package_has_programs_documents_and_examples(debian_files):
         "usr/lib/kydloguploader/KydLogUploader", "usr/sbin/KydLogUploader",
         "usr/lib/kydloguploader/KydUploadStatus", "usr/bin/KydUploadStatus",
         "usr/share/man/man8/KydLogUploader.8", "usr/share/man/man1/KydUploadStatus.1",
-        "usr/share/lintian/overrides/kydloguploader",
         f"{documentation}changelog.Debian", f"{documentation}copyright",
         "lib/systemd/system/kydloguploader.service", "lib/systemd/system/kydloguploader.timer",
         "etc/default/kydloguploader", "usr/lib/kydloguploader/check-settings",

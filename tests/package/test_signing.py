@@ -43,13 +43,12 @@ def identity(tmp_path_factory):
 @pytest.fixture(scope="session")
 def signed(identity, tmp_path_factory):
     """The packages for Windows, signed."""
-    import build
     import project
+    import signing
     import windows
 
     folder = tmp_path_factory.mktemp("signed")
-    signing = build.Signing(*identity, None)
-    windows.build(folder, project.commit_time(), signing)
+    windows.build(folder, project.commit_time(), signing.Signing(*identity, None))
     return folder
 
 
@@ -98,14 +97,14 @@ def time_stamps(tmp_path, monkeypatch):
 
 
 def test_signature_bears_the_authoritys_time(archives, identity, time_stamps, tmp_path):
-    import build
+    import signing
 
     address, authority = time_stamps
     times = []
     for time_stamp in (None, address):
         program = tmp_path / "KydUploadStatus.exe"
         shutil.copyfile(archives.product / program.name, program)
-        build.Signing(*identity, time_stamp)(program)
+        signing.Signing(*identity, time_stamp)(program)
         listed = subprocess.run(
             ["osslsigncode", "verify", "-CAfile", identity[0], "-TSA-CAfile", authority, "-in", program],
             check=True, capture_output=True, text=True,
