@@ -1,7 +1,7 @@
 // What the file of a library says of itself, read without loading it: nothing in it runs.
 //
-// Reads PE32+ (Microsoft's PE format specification) and 64-bit little-endian ELF (System V ABI with
-// the GNU hash table) on every platform.
+// Reads PE32+ (as Microsoft documents the PE format) and 64-bit little-endian ELF (System V ABI
+// with the GNU hash table) on every platform.
 #pragma once
 
 #include <cstddef>
