@@ -26,7 +26,7 @@ struct LogSurroundings {
 };
 
 // The text of one line without its line feed: prefix with local time, session, process and thread,
-// the message (may be null), and a comma. The comma at the end is meant so.
+// the message (may be null), and a comma. The trailing comma is intentional.
 [[nodiscard]] std::wstring LogLine(const platform::LocalTime& time, const wchar_t* text);
 
 // True when the size of the file must be looked at again; times in seconds since 1970.
