@@ -9,6 +9,10 @@
 namespace platform {
 namespace {
 
+// FILETIME counts hundreds of nanoseconds since 1601.
+constexpr std::uint64_t kTicksPerSecond = 10'000'000;
+constexpr std::int64_t kSecondsTo1970 = 11'644'473'600;
+
 class RealClock final : public Clock {
  public:
   std::int64_t Seconds() const override { return _time64(nullptr); }
@@ -49,14 +53,13 @@ std::optional<std::int64_t> SecondsOf(const LocalTime& local) {
   if (TzSpecificLocalTimeToSystemTime(nullptr, &parts, &utc) == FALSE) {
     return std::nullopt;
   }
-  tm moment = {};
-  moment.tm_year = utc.wYear - 1900;
-  moment.tm_mon = utc.wMonth - 1;
-  moment.tm_mday = utc.wDay;
-  moment.tm_hour = utc.wHour;
-  moment.tm_min = utc.wMinute;
-  moment.tm_sec = utc.wSecond;
-  const std::int64_t seconds = _mkgmtime64(&moment);
+  FILETIME moment = {};
+  if (SystemTimeToFileTime(&utc, &moment) == FALSE) {
+    return std::nullopt;
+  }
+  const std::uint64_t ticks =
+      std::uint64_t{moment.dwHighDateTime} << 32 | std::uint64_t{moment.dwLowDateTime};
+  const std::int64_t seconds = static_cast<std::int64_t>(ticks / kTicksPerSecond) - kSecondsTo1970;
   return seconds < 0 ? std::nullopt : std::optional<std::int64_t>(seconds);
 }
 
