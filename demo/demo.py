@@ -18,7 +18,7 @@ ROOT = Path(__file__).resolve().parent.parent
 sys.path.insert(0, str(ROOT / "tests"))
 
 from e2e.harness import Machine  # noqa: E402 (the path has to be there first)
-from e2e.platforms import PLATFORMS, Linux  # noqa: E402
+from e2e.platforms import PLATFORMS  # noqa: E402
 from service.certificates import CertificateFactory  # noqa: E402
 from service.log_service import Answer, LogService  # noqa: E402
 
@@ -240,7 +240,7 @@ def _is_free_of_secrets(machine):
 
 def make_platform(options, folder):
     kind = PLATFORMS[options.platform]
-    native = options.native_bin or (options.bin if kind is Linux else ROOT / "build/linux/bin")
+    native = options.native_bin or (options.bin if kind.runs_here else ROOT / "build/linux/bin")
     return kind(folder, options.bin, native)
 
 

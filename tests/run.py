@@ -2,7 +2,7 @@
 """Runs every test on the chosen platforms and ends with one line: "N passed, N failed".
 
 Unit tests are GoogleTest programs, natively and under Wine; end-to-end tests are pytest functions
-that start the real executable of each platform.
+that start the real executable of each platform. The tests for Windows also run on Windows itself.
 """
 
 import argparse
@@ -20,7 +20,8 @@ import xml.etree.ElementTree
 import wine
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
-PLATFORMS = ("linux", "windows", "windows-msvc")
+PLATFORMS = ("linux", "windows", "windows-msvc", "msvc")
+WINDOWS_ITSELF = "msvc"
 UNIT_TIMEOUT_SECONDS = 600
 
 
@@ -50,7 +51,11 @@ def tell(text):
 
 
 def runs_in_wine(platform):
-    return platform != "linux"
+    return platform not in ("linux", WINDOWS_ITSELF)
+
+
+def program_suffix(platform):
+    return "" if platform == "linux" else ".exe"
 
 
 def wine_prefix(platform):
@@ -59,8 +64,7 @@ def wine_prefix(platform):
 
 def unit_programs(platform, build):
     folder = ROOT / "build" / build / "tests"
-    pattern = "*_tests.exe" if runs_in_wine(platform) else "*_tests"
-    return sorted(folder.glob(pattern))
+    return sorted(folder.glob("*_tests" + program_suffix(platform)))
 
 
 def run_unit_program(platform, build, program):
@@ -71,12 +75,14 @@ def run_unit_program(platform, build, program):
         report = pathlib.Path(folder) / "report.json"
         arguments = [str(program), "--gtest_brief=1", f"--gtest_output=json:{report}"]
         environment = None
-        if runs_in_wine(platform):
+        libraries = ROOT / "build" / build / "bin"  # where the configuration library lies
+        if platform == WINDOWS_ITSELF:
+            environment = {**os.environ, "PATH": f"{libraries};{os.environ['PATH']}"}
+        elif runs_in_wine(platform):
             arguments[2] = f"--gtest_output=json:Z:{report}"
             arguments = wine.command(*arguments)
             environment = wine.environment(wine_prefix(platform))
-            # Where the configuration library lies.
-            environment["WINEPATH"] = f"Z:{ROOT / 'build' / build / 'bin'}"
+            environment["WINEPATH"] = f"Z:{libraries}"
         try:
             finished = subprocess.run(
                 arguments,
@@ -173,7 +179,7 @@ def run_pytest(name, folder, arguments):
 
 def run_library_tests(platform, build):
     """What the patches of the REST library do, through a probe."""
-    probe = ROOT / "build" / build / "tests" / ("probe.exe" if runs_in_wine(platform) else "probe")
+    probe = ROOT / "build" / build / "tests" / f"probe{program_suffix(platform)}"
     arguments = [f"--probe={probe}"]
     if runs_in_wine(platform):
         # A start under Wine takes long; at its end little can go wrong that does not elsewhere.
@@ -218,7 +224,7 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument(
         "--platform", choices=PLATFORMS, action="append",
-        help="only this platform; may be given again for another (default: linux and windows)",
+        help="only this platform; may be given again for another (default: linux and windows); msvc is Windows itself",
     )
     parser.add_argument("--unit", action="store_true", help="only the unit tests")
     parser.add_argument("--e2e", action="store_true", help="only the end-to-end tests")
@@ -230,13 +236,14 @@ def main():
     options = parser.parse_args()
 
     tallies = []
-    if not (options.e2e or options.unit):
+    platforms = options.platform or ("linux", "windows")
+    # The sources and documents are the same everywhere, and are judged with Debian's tools.
+    if not (options.e2e or options.unit or WINDOWS_ITSELF in platforms):
         tallies += [
             check_formatting(),
             run_document_tests(options.linux_build),
             run_pytest("build files", "tests/build", []),
         ]
-    platforms = options.platform or ("linux", "windows")
     with concurrent.futures.ThreadPoolExecutor(len(platforms)) as every:
         for of_one in every.map(lambda platform: run_platform(platform, options), platforms):
             tallies += of_one

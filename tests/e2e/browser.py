@@ -2,7 +2,6 @@
 
 import base64
 import contextlib
-import fcntl
 import json
 import os
 import select
@@ -99,6 +98,8 @@ def browsing(folder):
     program = shutil.which("chromium")
     if program is None:
         pytest.skip("no chromium is installed: ./dev setup --browser")
+    import fcntl  # Windows has none
+
     to_browser, from_browser = os.pipe(), os.pipe()
 
     def place_pipes():

@@ -33,6 +33,7 @@ def pytest_addoption(parser):
     parser.addoption("--linux-bin", type=Path, default=ROOT / "build/linux/bin")
     parser.addoption("--windows-bin", type=Path, default=ROOT / "build/windows/bin")
     parser.addoption("--windows-msvc-bin", type=Path, default=ROOT / "build/windows-msvc/bin")
+    parser.addoption("--msvc-bin", type=Path, default=ROOT / "build/msvc/bin")
 
 
 def _chosen(config):
@@ -62,9 +63,9 @@ def certificates(tmp_path_factory):
 @pytest.fixture(scope="session")
 def platform(request, tmp_path_factory):
     config = request.config
-    native = config.getoption("--linux-bin").resolve()
     kind = PLATFORMS[request.param]
     bin_folder = config.getoption(f"--{request.param}-bin").resolve()
+    native = bin_folder if kind.runs_here else config.getoption("--linux-bin").resolve()
     missing = kind.missing(bin_folder, native)
     if missing is not None:
         if config.getoption("--platform") is None:

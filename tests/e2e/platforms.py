@@ -34,6 +34,9 @@ class Platform:
     status_name = ""
     companion_name = ""
     configuration_name = ""
+    seal_name = "keyward-seal"
+    run_time = ""  # of Visual C++ or of another compiler; only the Windows programs differ
+    runs_here = True  # on the machine that the tests run on, and so does the sealing tool of the same build
 
     def __init__(self, folder, bin_folder, native_bin_folder):
         self.folder = Path(folder)
@@ -48,7 +51,7 @@ class Platform:
             Path(bin_folder) / cls.program_name,
             Path(bin_folder) / cls.companion_name,
             Path(bin_folder) / cls.configuration_name,
-            Path(native_bin_folder) / "keyward-seal",
+            Path(native_bin_folder) / cls.seal_name,
         ]
         return next((path for path in needed if not path.exists()), None)
 
@@ -67,8 +70,8 @@ class Platform:
             shutil.copy2(self.bin_folder / self.status_name, self.program_folder)
         sealing = self.folder / "sealing"
         sealing.mkdir()
-        shutil.copy2(self.native_bin_folder / "keyward-seal", sealing)
-        self.seal_tool = sealing / "keyward-seal"
+        shutil.copy2(self.native_bin_folder / self.seal_name, sealing)
+        self.seal_tool = sealing / self.seal_name
         self.seal(self.folder / "first.dat", b"{}")
         shutil.copy2(sealing / "Corvid.key", self.program_folder)
 
@@ -178,10 +181,9 @@ class Linux(Platform):
 
 
 class Windows(Platform):
-    """The Windows program under Wine, in a prefix of the build. MinGW-w64 has built it.
+    """The program on Windows itself, as an administrator. Visual Studio has built it.
 
-    The prefix is the whole machine: its mutex and its registry are shared by everything that runs
-    in it, so these tests run one after another.
+    Its mutex, its registry and its certificate stores are the machine's, so these tests run one after another.
     """
 
     name = "windows"
@@ -190,47 +192,31 @@ class Windows(Platform):
     status_name = "KydUploadStatus.exe"
     companion_name = "Corvid.dll"
     configuration_name = "pelham.dll"
-    run_time = "MinGW-w64"
-    foreign_build = "windows-msvc"  # its libraries are of another kind
+    seal_name = "keyward-seal.exe"
+    run_time = "Visual C++"
+    foreign_build = "windows"  # its libraries are of another kind
 
-    def __init__(self, folder, bin_folder, native_bin_folder, prefix=None):
+    def __init__(self, folder, bin_folder, native_bin_folder):
         super().__init__(folder, bin_folder, native_bin_folder)
-        self.prefix = Path(prefix or self.bin_folder.parent / "wineprefix").resolve()
-        self._server = wine.Server(self.prefix)
         self._registry = None
         self._imported = set()  # what certificate-import has put there
 
-    @classmethod
-    def missing(cls, bin_folder, native_bin_folder):
-        return super().missing(bin_folder, native_bin_folder) or (
-            None if wine.program() else Path("wine64")
-        )
-
     def start(self):
         super().start()
-        self._server.__enter__()
         self._import_registry("")
 
     def stop(self):
         self._import_registry("")
         self.forget_certificates()
-        self._server.__exit__()
 
     def native_path(self, path):
-        return "Z:" + os.fspath(path).replace("/", "\\")
+        return os.fspath(path)
 
     def command(self, program, arguments):
-        return wine.command(program, *arguments)
+        return [os.fspath(program), *arguments]
 
     def environment(self, sysroot):
-        return wine.environment(self.prefix, _clean_environment())
-
-    def own_output(self, output):
-        # Wine's cryptography reports what a peer or a certificate does wrong, and a thread of Wine
-        # that the end of its process surprises says so; Windows does neither.
-        lines = output.splitlines(keepends=True)
-        noise = (b"GnuTLS error: ", b"wine client error:")
-        return b"".join(line for line in lines if not line.startswith(noise))
+        return _clean_environment()
 
     def set_registry(self, text, sysroot):
         if text != self._registry:
@@ -241,7 +227,7 @@ class Windows(Platform):
         self._run("regedit", "/S", self.native_path(path))
 
     def default_log_base(self, sysroot):
-        return self.prefix / "drive_c"
+        return Path(os.environ["SystemDrive"] + "\\")
 
     def trust(self, authority, sysroot):
         self._import_certificate("authority", authority.identity)
@@ -288,9 +274,9 @@ class Windows(Platform):
     def search_order(self, folder):
         return sorted(os.listdir(folder), key=str.upper)
 
-    def _run(self, *arguments):
+    def _run(self, program, *arguments):
         subprocess.run(
-            wine.command(*arguments),
+            self.command(program, arguments),
             env=self.environment(None),
             check=True,
             timeout=60,
@@ -308,16 +294,66 @@ class Windows(Platform):
         self._registry = text
 
 
-class WindowsMsvc(Windows):
+class WindowsMingw(Windows):
+    """The Windows program under Wine, in a prefix of the build. MinGW-w64 has built it.
+
+    The prefix is the whole machine.
+    """
+
+    seal_name = Platform.seal_name
+    runs_here = False
+    run_time = "MinGW-w64"
+    foreign_build = "windows-msvc"
+
+    def __init__(self, folder, bin_folder, native_bin_folder, prefix=None):
+        super().__init__(folder, bin_folder, native_bin_folder)
+        self.prefix = Path(prefix or self.bin_folder.parent / "wineprefix").resolve()
+        self._server = wine.Server(self.prefix)
+
+    @classmethod
+    def missing(cls, bin_folder, native_bin_folder):
+        return super().missing(bin_folder, native_bin_folder) or (
+            None if wine.program() else Path("wine64")
+        )
+
+    def start(self):
+        self._server.__enter__()
+        super().start()
+
+    def stop(self):
+        super().stop()
+        self._server.__exit__()
+
+    def native_path(self, path):
+        return "Z:" + os.fspath(path).replace("/", "\\")
+
+    def command(self, program, arguments):
+        return wine.command(program, *arguments)
+
+    def environment(self, sysroot):
+        return wine.environment(self.prefix, _clean_environment())
+
+    def own_output(self, output):
+        # Wine's cryptography reports what a peer or a certificate does wrong, and a thread of Wine
+        # that the end of its process surprises says so; Windows does neither.
+        lines = output.splitlines(keepends=True)
+        noise = (b"GnuTLS error: ", b"wine client error:")
+        return b"".join(line for line in lines if not line.startswith(noise))
+
+    def default_log_base(self, sysroot):
+        return self.prefix / "drive_c"
+
+
+class WindowsMsvc(WindowsMingw):
     """The same program in Visual C++'s binary interface, which clang-cl has built. Its run-time libraries are
     Wine's own."""
 
-    run_time = "Visual C++"
-    foreign_build = "windows"
+    run_time = Windows.run_time
+    foreign_build = Windows.foreign_build
 
 
 # By the names of their builds.
-PLATFORMS = {"linux": Linux, "windows": Windows, "windows-msvc": WindowsMsvc}
+PLATFORMS = {"linux": Linux, "windows": WindowsMingw, "windows-msvc": WindowsMsvc, "msvc": Windows}
 
 
 def wait_until(condition, seconds=30):

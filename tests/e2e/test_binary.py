@@ -7,7 +7,7 @@ import xml.etree.ElementTree
 
 import pytest
 
-from .platforms import ROOT, WindowsMsvc
+from .platforms import ROOT
 
 SYSTEM_LIBRARIES = {
     "advapi32.dll",
@@ -189,7 +189,7 @@ def test_windows_program_is_x86_64_without_console(portable):
 
 def is_run_time(platform, name):
     """Whether the library belongs to the compiler's run-time. MinGW-w64's C++ library is linked statically."""
-    if isinstance(platform, WindowsMsvc):
+    if platform.run_time == "Visual C++":
         return name in VISUAL_CPP or name == "ucrtbase.dll" or name.startswith("api-ms-win-crt-")
     return name == "msvcrt.dll"
 
@@ -305,7 +305,7 @@ def test_windows_program_has_no_icon_or_dialog(windows_program):
 
 
 def test_indirect_calls_and_returns_are_guarded(platform, windows_program):
-    if not isinstance(platform, WindowsMsvc):
+    if platform.run_time != "Visual C++":
         pytest.skip("MinGW-w64 knows neither guard")
     _, portable = windows_program
     assert portable.characteristics & GUARD_CF
@@ -315,7 +315,7 @@ def test_indirect_calls_and_returns_are_guarded(platform, windows_program):
 
 
 def test_stack_is_guarded(platform, executable):
-    if isinstance(platform, WindowsMsvc):
+    if platform.run_time == "Visual C++":
         assert PortableExecutable(executable).guards()[0]
         return
     nm = "x86_64-w64-mingw32-nm" if platform.name == "windows" else "nm"

@@ -1,6 +1,5 @@
 """Credential files of any content."""
 
-import fcntl
 import json
 import re
 import shutil
@@ -84,6 +83,8 @@ def test_file_that_another_program_holds_is_error_32(alice, service):
     alice.seal("alice")
     path = alice.credential("alice")
     if alice.platform.name == "linux":
+        import fcntl  # Windows has none
+
         with path.open("rb") as file:
             fcntl.flock(file, fcntl.LOCK_EX)
             expect_not_sent(alice, service, "<Read AuthFile> CreateFile error (32)")

@@ -141,9 +141,7 @@ def test_folder_is_made_with_its_parents(loaded):
 
 
 def default_base(machine):
-    if machine.platform.name == "linux":
-        return machine.sysroot / "var/log"
-    return machine.platform.prefix / "drive_c"
+    return machine.platform.default_log_base(machine.sysroot)
 
 
 @pytest.mark.parametrize(

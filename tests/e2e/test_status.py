@@ -4,7 +4,6 @@ import ctypes
 import datetime
 import json
 import os
-import pty
 import re
 import select
 import signal
@@ -374,6 +373,8 @@ def test_many_files_take_little_time_and_no_memory(machine, many_files):
 def test_progress_is_shown_on_a_terminal_and_taken_away(machine, many_files):
     if machine.platform.name == "windows":
         pytest.skip("Wine has no terminal to give")
+    import pty  # Windows has none
+
     controller, terminal = pty.openpty()
     with tempfile.TemporaryFile() as output:
         process = subprocess.Popen(

@@ -2,7 +2,6 @@
 
 import datetime
 import os
-import resource
 import shutil
 import subprocess
 import threading
@@ -293,6 +292,8 @@ def test_metrics_do_not_take_the_place_of_a_pipe(machine):
 def test_full_disk_keeps_the_old_metrics(machine):
     if machine.platform.name == "windows":
         pytest.skip("a limit for the size of files does not bind a program under Wine alone")
+    import resource  # Windows has none
+
     metrics_of(machine)
     path = metrics_path(machine)
     older = path.read_bytes()

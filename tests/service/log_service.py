@@ -23,6 +23,7 @@ import socket
 import ssl
 import struct
 import sys
+import tempfile
 import threading
 import time
 from dataclasses import dataclass
@@ -506,13 +507,14 @@ class LogService:
 
 @contextlib.contextmanager
 def _private_file(content):
-    """The name of a file that only this process can read, gone at the end of the block."""
-    descriptor = os.memfd_create("identity")
+    """The name of a file that only this user can read, gone at the end of the block."""
+    descriptor, name = tempfile.mkstemp()
     try:
-        os.write(descriptor, content)
-        yield f"/proc/self/fd/{descriptor}"
+        with os.fdopen(descriptor, "wb") as file:
+            file.write(content)
+        yield name
     finally:
-        os.close(descriptor)
+        os.unlink(name)
 
 
 def _body_pieces(reader, request):

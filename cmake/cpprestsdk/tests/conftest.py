@@ -32,7 +32,7 @@ class Probe:
         program = self.path.read_bytes()
         self.sanitized = b"__asan_init" in program or b"__tsan_init" in program
         self.command = [str(self.path)]
-        if self.windows:
+        if self.windows and os.name != "nt":
             wine = shutil.which("wine64") or "/usr/lib/wine/wine64"
             # In one of some thousand starts Wine finds the randomized heap where its own page belongs.
             self.command = ["setarch", "-R", wine, *self.command]
