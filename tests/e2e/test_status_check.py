@@ -2,6 +2,7 @@
 
 import datetime
 import os
+import re
 import shutil
 import subprocess
 import tempfile
@@ -143,17 +144,17 @@ def test_library_without_the_user_agent(good):
 def test_library_of_another_run_time(good):
     # Names in the table of imports, changed for others of no more letters.
     own, other = {
-        "windows": (b"msvcrt.dll\0", b"MSVCR7.dll\0"),
-        "linux": (b"libstdc++.so.6\0", b"libc++.so.1\0\0\0\0"),
-    }[good.platform.name]
+        "MinGW-w64": (rb"msvcrt\.dll", b"MSVCR7.dll"),
+        "Visual C++": (rb"(?:VCRUNTIME140(?:_1)?|MSVCP140|ucrtbase|api-ms-win-crt-[a-z0-9-]+)\.dll", b"msvcrt.dll"),
+        "": (rb"libstdc\+\+\.so\.6", b"libc++.so.1"),
+    }[good.platform.run_time]
     for name in libraries(good):
         path = good.program_folder / name
-        content = path.read_bytes()
-        assert own in content
-        path.write_bytes(content.replace(own, other))
-    text = other.rstrip(b"\0").decode()
+        content, changes = re.subn(own + rb"\0", lambda found: other.ljust(len(found[0]), b"\0"), path.read_bytes())
+        assert changes
+        path.write_bytes(content)
     assert findings(good, CRITICAL) == [
-        ("critical", name, f"was built for another C or C++ run-time ({text})")
+        ("critical", name, f"was built for another C or C++ run-time ({other.decode()})")
         for name in libraries(good)
     ]
 
