@@ -172,7 +172,7 @@ TEST(LibraryTables, KnowsAProgramFromALibrary) {
   ASSERT_TRUE(tables);
   EXPECT_FALSE(tables->is_library);
 #ifdef _WIN32
-  EXPECT_THAT(tables->imports, Contains("KERNEL32.dll"));
+  EXPECT_THAT(tables->imports, Contains(testing::StrCaseEq("KERNEL32.dll")));
 #else
   EXPECT_THAT(tables->imports, Contains("libc.so.6"));
 #endif
