@@ -4,19 +4,17 @@
 #include <stdexcept>
 #include <string>
 
+#include "companion/pelham/pelham/comp_info_ctrl.h"
 #include "tests/unit/companion/harness.h"
 
 namespace companion_test {
 namespace {
 
-// The decorated name of pelham::CompInfoCtrl::CreateWebAPIUserAgent().
-constexpr const char* kFunction = "_ZN6pelham12CompInfoCtrl21CreateWebAPIUserAgentB5cxx11Ev";
-
 class Pelham : public testing::Test {
  protected:
   void SetUp() override {
     ASSERT_TRUE(library_.IsLoaded());
-    user_agent_ = library_.Find<std::wstring (*)()>(kFunction);
+    user_agent_ = library_.Find<std::wstring (*)()>(pelham::kUserAgentExport);
     ASSERT_NE(user_agent_, nullptr);
   }
 
