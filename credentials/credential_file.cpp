@@ -121,7 +121,7 @@ int ReadUploadAuthData(const CompanionRun& run, const std::wstring& user, Upload
   try {
     std::wstring plaintext;
     const platform::WipeAtEnd wiped(plaintext);
-    const int status = ReadAuthFile(run, CredentialPath(run.logDir, user), plaintext);
+    const int status = ReadAuthFile(run, LogTree(run.logDir).CredentialPath(user), plaintext);
     return status == kSucceeded ? ParseUpldAuthJson(plaintext, record) : status;
   } catch (const std::exception&) {
     Log().WriteLogA("<ReadUploadAuthData> exception");
@@ -155,7 +155,7 @@ int ParseUpldAuthJson(const std::wstring& plaintext, UploadAuthData& record) {
 
 int DeleteAuthFile(const CompanionRun& run, const std::wstring& user) {
   try {
-    if (platform::RemoveFile(CredentialPath(run.logDir, user))) {
+    if (platform::RemoveFile(LogTree(run.logDir).CredentialPath(user))) {
       Log().WriteLogA("<DeleteAuthFile> deleted auth file.");
       return kSucceeded;
     }

@@ -42,8 +42,7 @@ CDebugLog debug_log;  // NOLINT(cert-err58-cpp): out of memory only
 CDebugLog::CDebugLog() : start_time_(platform::SystemClock().Local()) {
   SetName(kDefaultName);
   debug_ = ReadDebugFlag();
-  CopyCut(platform::CommonDocumentsFolder() + platform::kPathSeparator + kLegacyFolderName,
-          folder_);
+  CopyCut(platform::JoinPath(platform::CommonDocumentsFolder(), kLegacyFolderName), folder_);
 }
 
 CDebugLog::~CDebugLog() = default;

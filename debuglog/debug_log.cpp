@@ -197,7 +197,7 @@ bool DebugLog::IsEnabled() const noexcept {
 }
 
 std::wstring DebugLog::Path() const {
-  return settings_.folder + platform::kPathSeparator + file_name_;
+  return platform::JoinPath(settings_.folder, file_name_);
 }
 
 }  // namespace corvid

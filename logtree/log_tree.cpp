@@ -1,11 +1,14 @@
-// Joins the names.
+// Joins the names, searches and moves.
 #include "logtree/log_tree.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <initializer_list>
 #include <string_view>
+#include <utility>
 
 #include "debuglog/format.h"
+#include "platform/file.h"
 #include "platform/text.h"
 
 namespace kyd {
@@ -14,9 +17,19 @@ namespace {
 
 using namespace std::string_view_literals;
 
+constexpr std::wstring_view kUpload = L"Upload";
+constexpr std::wstring_view kArchive = L"Archive";
+constexpr std::wstring_view kResultFolder =
+    L"UploadResult";  // and the beginning of its files' names
+constexpr wchar_t kLogEnding[] = L".log";
+constexpr wchar_t kUnsentEnding[] = L".bak";
+constexpr wchar_t kUnsentLogEnding[] = L".log.bak";
+constexpr wchar_t kEveryName[] = L"";
+constexpr wchar_t kResultName[] = L"UploadResult%04d%02d%02d.log";
+constexpr std::size_t kResultNameSize = std::wstring_view(L"UploadResultYYYYMMDD.log").size();
 constexpr std::size_t kNameCapacity = 260;  // characters
 
-// In one piece of memory: there is a path for every account and every file.
+// In one piece of memory: there are paths for every account and every file.
 std::wstring Joined(std::initializer_list<std::wstring_view> names) {
   std::size_t size = 0;
   for (const std::wstring_view name : names) {
@@ -31,38 +44,98 @@ std::wstring Joined(std::initializer_list<std::wstring_view> names) {
   return path;
 }
 
-}  // namespace
-
-std::wstring PathBelow(const std::wstring& folder, const std::wstring& name) {
-  return Joined({folder, name});
-}
-
-std::wstring UploadPath(const std::wstring& log_dir) {
-  return PathBelow(log_dir, L"Upload");
-}
-
-std::wstring UploadPath(const std::wstring& log_dir, const std::wstring& account) {
-  return Joined({log_dir, L"Upload", account});
-}
-
-std::wstring ArchivePath(const std::wstring& log_dir, const std::wstring& account) {
-  return Joined({log_dir, L"Archive", account});
-}
-
-std::wstring CredentialPath(const std::wstring& log_dir, const std::wstring& account) {
-  return Joined({log_dir, L"LogWork", account, L"UserData.dat"});
-}
-
-std::wstring ResultPath(const std::wstring& log_dir, const platform::LocalTime& day) {
-  return PathBelow(
-      PathBelow(log_dir, L"UploadResult"),
-      FormatBounded(kNameCapacity, L"UploadResult%04d%02d%02d.log", day.year, day.month, day.day));
-}
-
 bool IsAccount(const platform::FoundEntry& entry) {
   // Texts of known length, which hardly ever is the name's.
   return entry.name != L"."sv && entry.name != L".."sv && entry.name != L"NoSent_LogFiles"sv &&
          entry.is_folder;
+}
+
+bool EndsWith(std::wstring_view name, std::wstring_view ending) {
+  return name.size() >= ending.size() &&
+         platform::EqualsIgnoringCase(name.substr(name.size() - ending.size()), ending);
+}
+
+}  // namespace
+
+LogTree::LogTree(std::wstring log_dir) : log_dir_(std::move(log_dir)) {}
+
+unsigned LogTree::ForEachAccount(
+    const std::function<bool(const std::wstring& account)>& visit) const {
+  platform::FileSearch search(UploadPath(), kEveryName);
+  for (bool found = search.First(); found; found = search.Next()) {
+    if (IsAccount(search.Current()) && !visit(search.Current().name)) {
+      return 0;
+    }
+  }
+  return search.Failure();
+}
+
+platform::FileSearch LogTree::WaitingFiles(const std::wstring& account) const {
+  return {UploadPath(account), kLogEnding};
+}
+
+platform::FileSearch LogTree::ArchivedFiles(const std::wstring& account) const {
+  return {ArchivePath(account), kEveryName};
+}
+
+bool LogTree::Archive(const std::wstring& account, const std::wstring& file) const {
+  return platform::MoveWithoutReplacing(UploadPath(account, file), ArchivePath(account, file));
+}
+
+bool LogTree::ArchiveUnsent(const std::wstring& account, const std::wstring& file) const {
+  return platform::MoveWithoutReplacing(UploadPath(account, file),
+                                        ArchivePath(account, file + kUnsentEnding));
+}
+
+bool LogTree::IsSent(const std::wstring& file) {
+  return EndsWith(file, kLogEnding);
+}
+
+bool LogTree::IsUnsent(const std::wstring& file) {
+  return EndsWith(file, kUnsentLogEnding);
+}
+
+std::wstring LogTree::LatestResult() const {
+  std::wstring latest;
+  platform::FileSearch search(platform::JoinPath(log_dir_, kResultFolder), kLogEnding);
+  for (bool found = search.First(); found; found = search.Next()) {
+    const std::wstring& name = search.Current().name;
+    // Names of the same form and length sort by their days.
+    if (!search.Current().is_folder && name.size() == kResultNameSize &&
+        name.compare(0, kResultFolder.size(), kResultFolder) == 0) {
+      latest = std::max(latest, name);
+    }
+  }
+  return latest.empty() ? latest : Joined({log_dir_, kResultFolder, latest});
+}
+
+std::wstring LogTree::UploadPath() const {
+  return Joined({log_dir_, kUpload});
+}
+
+std::wstring LogTree::UploadPath(const std::wstring& account) const {
+  return Joined({log_dir_, kUpload, account});
+}
+
+std::wstring LogTree::UploadPath(const std::wstring& account, const std::wstring& file) const {
+  return Joined({log_dir_, kUpload, account, file});
+}
+
+std::wstring LogTree::ArchivePath(const std::wstring& account) const {
+  return Joined({log_dir_, kArchive, account});
+}
+
+std::wstring LogTree::ArchivePath(const std::wstring& account, const std::wstring& file) const {
+  return Joined({log_dir_, kArchive, account, file});
+}
+
+std::wstring LogTree::CredentialPath(const std::wstring& account) const {
+  return Joined({log_dir_, L"LogWork", account, L"UserData.dat"});
+}
+
+std::wstring LogTree::ResultPath(const platform::LocalTime& day) const {
+  return Joined({log_dir_, kResultFolder,
+                 FormatBounded(kNameCapacity, kResultName, day.year, day.month, day.day)});
 }
 
 }  // namespace kyd

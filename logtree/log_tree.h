@@ -1,4 +1,4 @@
-// The folders and files below the log directory, each name once.
+// The folders and files below the log directory.
 //
 //   Upload\<account>\*.log          waiting log files
 //   Upload\NoSent_LogFiles          never an account
@@ -10,6 +10,7 @@
 // normalised.
 #pragma once
 
+#include <functional>
 #include <string>
 
 #include "platform/clock.h"
@@ -17,27 +18,46 @@
 
 namespace kyd {
 
-inline constexpr wchar_t kEveryEntry[] = L"*.*";
-inline constexpr wchar_t kLogFiles[] = L"*.log";
-inline constexpr wchar_t kFlushedEnding[] = L".bak";
+// The one owner of these names: everyone else asks it for paths, searches and moves. It logs
+// nothing. Failures leave their number in platform::LastError.
+class LogTree {
+ public:
+  explicit LogTree(std::wstring log_dir);
 
-// Folder, separator, name.
-[[nodiscard]] std::wstring PathBelow(const std::wstring& folder, const std::wstring& name);
+  // Calls `visit` with the name of each account below Upload, in the order of the system's search,
+  // until it gives false. Gives 0, or why the folder could not be read to its end.
+  unsigned ForEachAccount(const std::function<bool(const std::wstring& account)>& visit) const;
 
-// The folder of all accounts' waiting files, and that of one account.
-[[nodiscard]] std::wstring UploadPath(const std::wstring& log_dir);
-[[nodiscard]] std::wstring UploadPath(const std::wstring& log_dir, const std::wstring& account);
+  // The account's waiting files, and whatever lies in its archive.
+  [[nodiscard]] platform::FileSearch WaitingFiles(const std::wstring& account) const;
+  [[nodiscard]] platform::FileSearch ArchivedFiles(const std::wstring& account) const;
 
-// Where an account's files go.
-[[nodiscard]] std::wstring ArchivePath(const std::wstring& log_dir, const std::wstring& account);
+  // Moves a waiting file to the archive. A file of that name is never replaced, and a missing
+  // folder not created.
+  [[nodiscard]] bool Archive(const std::wstring& account, const std::wstring& file) const;
 
-// The account's credential file.
-[[nodiscard]] std::wstring CredentialPath(const std::wstring& log_dir, const std::wstring& account);
+  // The same for a file that has not been sent: ".bak" is appended to its name.
+  [[nodiscard]] bool ArchiveUnsent(const std::wstring& account, const std::wstring& file) const;
 
-// The result file of a day.
-[[nodiscard]] std::wstring ResultPath(const std::wstring& log_dir, const platform::LocalTime& day);
+  // Whether a file of the archive has the name of one that was sent, or of one that was not.
+  [[nodiscard]] static bool IsSent(const std::wstring& file);
+  [[nodiscard]] static bool IsUnsent(const std::wstring& file);
 
-// Whether an entry of the upload folder is an account's folder.
-[[nodiscard]] bool IsAccount(const platform::FoundEntry& entry);
+  // The path of the result file with the latest day in its name; empty without one.
+  [[nodiscard]] std::wstring LatestResult() const;
+
+  [[nodiscard]] std::wstring UploadPath() const;
+  [[nodiscard]] std::wstring UploadPath(const std::wstring& account) const;
+  [[nodiscard]] std::wstring UploadPath(const std::wstring& account,
+                                        const std::wstring& file) const;
+  [[nodiscard]] std::wstring ArchivePath(const std::wstring& account) const;
+  [[nodiscard]] std::wstring ArchivePath(const std::wstring& account,
+                                         const std::wstring& file) const;
+  [[nodiscard]] std::wstring CredentialPath(const std::wstring& account) const;
+  [[nodiscard]] std::wstring ResultPath(const platform::LocalTime& day) const;
+
+ private:
+  std::wstring log_dir_;
+};
 
 }  // namespace kyd

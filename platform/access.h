@@ -28,7 +28,7 @@ inline constexpr bool kAccessOpensFiles = false;
 [[nodiscard]] bool MayAccess(const std::wstring& path, Access access);
 
 // The same for taking a file out of its folder.
-[[nodiscard]] bool MayRemove(const std::wstring& folder, const std::wstring& name);
+[[nodiscard]] bool MayRemove(const std::wstring& path);
 
 // Bytes that the user may still write where a folder lies (GetDiskFreeSpaceExW, statvfs); 0 when no
 // file can be added although there are bytes left. Nothing when that cannot be told (LastError).

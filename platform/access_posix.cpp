@@ -49,22 +49,22 @@ bool MayAccess(const std::wstring& path, Access access) {
   return IsAllowed(native, /*wants_folder=*/false, W_OK);
 }
 
-bool MayRemove(const std::wstring& folder, const std::wstring& name) {
-  const std::string native = ToNativePath(folder);
-  if (!IsAllowed(native, /*wants_folder=*/true, W_OK | X_OK)) {
+bool MayRemove(const std::wstring& path) {
+  const std::string native = ToNativePath(path);
+  const std::string folder = ToNativePath(FolderOf(path));
+  if (!IsAllowed(folder, /*wants_folder=*/true, W_OK | X_OK)) {
     return false;
   }
   struct stat of_folder;
   struct stat of_file;
-  const std::string path = native + "/" + ToNativePath(name);
-  if (stat(native.c_str(), &of_folder) != 0 || lstat(path.c_str(), &of_file) != 0) {
-    return Failed(errno, path);
+  if (stat(folder.c_str(), &of_folder) != 0 || lstat(native.c_str(), &of_file) != 0) {
+    return Failed(errno, native);
   }
   // In such a folder only the owners of file and folder may remove the file.
   const bool is_sticky = (of_folder.st_mode & S_ISVTX) != 0;
   const uid_t user = geteuid();
   const bool owns = user == of_file.st_uid || user == of_folder.st_uid || user == 0;
-  return !is_sticky || owns || Failed(EPERM, path);
+  return !is_sticky || owns || Failed(EPERM, native);
 }
 
 std::optional<std::uint64_t> FreeBytes(const std::wstring& folder) {

@@ -122,10 +122,9 @@ bool MayAccess(const std::wstring& path, Access access) {
   return IsReadOnly(path) ? Failed(ERROR_ACCESS_DENIED) : IsAllowedForFile(path, FILE_APPEND_DATA);
 }
 
-bool MayRemove(const std::wstring& folder, const std::wstring& name) {
+bool MayRemove(const std::wstring& path) {
   // Either right will do.
-  return IsAllowedForFile(folder + kPathSeparator + name, DELETE) ||
-         IsAllowedInFolder(folder, FILE_DELETE_CHILD);
+  return IsAllowedForFile(path, DELETE) || IsAllowedInFolder(FolderOf(path), FILE_DELETE_CHILD);
 }
 
 std::optional<std::uint64_t> FreeBytes(const std::wstring& folder) {

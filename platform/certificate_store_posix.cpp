@@ -132,10 +132,10 @@ CertificateStore OpenPersonalStore(CertificateScope scope) {
     return {};
   }
   auto store = std::make_unique<Store>();
-  FileSearch search;
-  for (bool found = search.First(folder + L"/*.pem"); found; found = search.Next()) {
+  FileSearch search(folder, L".pem");
+  for (bool found = search.First(); found; found = search.Next()) {
     if (const Certificate certificate =
-            ParsePem(ReadWhole(folder + L"/" + search.Current().name))) {
+            ParsePem(ReadWhole(JoinPath(folder, search.Current().name)))) {
       store->certificates.push_back(certificate);
     }
   }

@@ -62,39 +62,30 @@ bool IsFolderEntry(DIR* directory, const dirent& entry) {
   return StatusOf(directory, entry.d_name, status) && S_ISDIR(status.st_mode);
 }
 
+bool EndsWith(const std::wstring& name, const std::wstring& ending) {
+  return name.size() >= ending.size() &&
+         EqualsIgnoringCase(std::wstring_view(name).substr(name.size() - ending.size()), ending);
+}
+
 }  // namespace
 
 struct FileSearch::Handle {
   UniqueHandle<DirectoryCloser> directory;
-  std::string folder;   // for the error number
-  std::string entry;    // the current one's name as the system has it
-  std::wstring ending;  // that names must have; empty when every name matches
-
-  bool Matches(const std::wstring& name) const {
-    return name.size() >= ending.size() &&
-           EqualsIgnoringCase(std::wstring_view(name).substr(name.size() - ending.size()), ending);
-  }
+  std::string entry;  // the current one's name as the system has it
 };
 
 FileSearch::FileSearch() = default;
+FileSearch::FileSearch(std::wstring folder, std::wstring ending)
+    : folder_(std::move(folder)), ending_(std::move(ending)) {}
 FileSearch::~FileSearch() = default;
+FileSearch::FileSearch(FileSearch&&) noexcept = default;
+FileSearch& FileSearch::operator=(FileSearch&&) noexcept = default;
 
-bool FileSearch::First(const std::wstring& pattern) {
+bool FileSearch::First() {
   Close();
-  const std::size_t separator = pattern.rfind(kPathSeparator);
-  const std::size_t mask = separator == std::wstring::npos ? 0 : separator + 1;
-  if (pattern.compare(mask, 2, L"*.") != 0) {
-    SetLastError(kErrorFileNotFound);  // A mask that the program does not use.
-    return false;
-  }
   auto handle = std::make_unique<Handle>();
-  // With its separator, so that the root stays the root; without one it is the current folder.
-  handle->folder = mask == 0 ? "." : ToNativePath(pattern.substr(0, mask));
-  handle->ending = pattern.substr(mask + 1);
-  if (handle->ending == L".*") {
-    handle->ending.clear();
-  }
-  handle->directory.Reset(OpenFolder(handle->folder));
+  // With a separator behind it, so that the root stays the root.
+  handle->directory.Reset(OpenFolder(ToNativePath(JoinPath(folder_, {}))));
   if (!handle->directory) {
     const int error_number = errno;
     SetLastError(error_number == ENOENT ? kErrorPathNotFound : NumberOfErrno(error_number));
@@ -124,7 +115,7 @@ bool FileSearch::Next() {
       return false;
     }
     std::wstring name = FromNativePath(entry->d_name);
-    if (handle_->Matches(name)) {
+    if (EndsWith(name, ending_)) {
       entry_ = {std::move(name), IsFolderEntry(directory, *entry)};
       handle_->entry = entry->d_name;
       return true;

@@ -5,6 +5,7 @@
 
 #include <utility>
 
+#include "platform/text.h"
 #include "platform/unique_handle.h"
 
 namespace platform {
@@ -49,10 +50,15 @@ struct FileSearch::Handle {
 };
 
 FileSearch::FileSearch() = default;
+FileSearch::FileSearch(std::wstring folder, std::wstring ending)
+    : folder_(std::move(folder)), ending_(std::move(ending)) {}
 FileSearch::~FileSearch() = default;
+FileSearch::FileSearch(FileSearch&&) noexcept = default;
+FileSearch& FileSearch::operator=(FileSearch&&) noexcept = default;
 
-bool FileSearch::First(const std::wstring& pattern) {
+bool FileSearch::First() {
   Close();
+  const std::wstring pattern = JoinPath(folder_, ending_.empty() ? L"*.*" : L"*" + ending_);
   auto handle = std::make_unique<Handle>();
   WIN32_FIND_DATAW data = {};
   handle->search.Reset(FindFirstFileW(pattern.c_str(), &data));

@@ -30,11 +30,6 @@ Library Loaded(void* module) noexcept {
   return Library(module);
 }
 
-// The folder of a full path; empty for an empty one.
-std::wstring WithoutLastName(const std::wstring& path) {
-  return path.substr(0, path.empty() ? 0 : path.rfind(kPathSeparator));
-}
-
 }  // namespace
 
 void ModuleCloser::Close(Value module) noexcept {
@@ -67,14 +62,14 @@ std::wstring FolderOfModule(const void* address) {
   // by such a path.
   const std::string name = found.dlfo_link_map->l_name;
   if (name.empty()) {
-    return WithoutLastName(ProgramPath());
+    return FolderOf(ProgramPath());
   }
   std::error_code failure;
   const std::filesystem::path path = std::filesystem::absolute(name, failure);
   if (failure) {
     RecordErrno(failure.value(), name);
   }
-  return WithoutLastName(FromNativePath(path.native()));
+  return FolderOf(FromNativePath(path.native()));
 }
 
 std::wstring ProgramPath() {

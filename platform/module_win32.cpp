@@ -40,7 +40,7 @@ std::wstring FolderOfModule(const void* address) {
     }
     if (length < path.size()) {
       path.resize(length);
-      return path.substr(0, path.rfind(kPathSeparator));
+      return FolderOf(path);
     }
     path.resize(path.size() * 2);  // It may have been cut.
   }

@@ -27,6 +27,19 @@ inline constexpr wchar_t kPathSeparator = L'\\';
 inline constexpr wchar_t kPathSeparator = L'/';
 #endif
 
+// Folder, separator, name. Nothing is normalised.
+[[nodiscard]] inline std::wstring JoinPath(std::wstring_view folder, std::wstring_view name) {
+  std::wstring path;
+  path.reserve(folder.size() + 1 + name.size());
+  ((path += folder) += kPathSeparator) += name;
+  return path;
+}
+
+// The folder of a full path; empty for an empty one.
+[[nodiscard]] inline std::wstring FolderOf(const std::wstring& path) {
+  return path.substr(0, path.empty() ? 0 : path.rfind(kPathSeparator));
+}
+
 // Wide text of UTF-8. Every invalid byte sequence becomes U+FFFD (MultiByteToWideChar, code page
 // 65001, RFC 3629).
 [[nodiscard]] std::wstring FromUtf8(std::string_view utf8);

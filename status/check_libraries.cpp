@@ -71,7 +71,7 @@ std::wstring WrongKind(const LibraryTables& tables) {
 // `exports` would have if a compiler of another kind had built it.
 void CheckLibrary(Check& check, const std::wstring& name, const Names& exports,
                   const char* foreign_export) {
-  const std::wstring path = PathBelow(check.program_folder, name);
+  const std::wstring path = platform::JoinPath(check.program_folder, name);
   const auto add = [&](const std::wstring& problem, const wchar_t* remedy) {
     check.findings.push_back({State::kCritical, path, problem, remedy});
   };
@@ -107,8 +107,8 @@ void CheckLibrary(Check& check, const std::wstring& name, const Names& exports,
 }  // namespace
 
 std::wstring UploaderPath(const Check& check) {
-  return PathBelow(check.program_folder,
-                   std::wstring(L"KydLogUploader") + platform::kProgramEnding);
+  return platform::JoinPath(check.program_folder,
+                            std::wstring(L"KydLogUploader") + platform::kProgramEnding);
 }
 
 void CheckLibraries(Check& check) {

@@ -1,5 +1,4 @@
 // What a run needs of the machine.
-#include <algorithm>
 #include <optional>
 
 #include "debuglog/log_settings.h"
@@ -54,29 +53,14 @@ void CheckInstance(Check& check) {
 
 // The last write of a file; nothing when there is none.
 std::optional<std::int64_t> TimeOfFile(const std::wstring& folder, const std::wstring& name) {
-  platform::FileSearch search;
-  for (bool found = search.First(PathBelow(folder, kEveryEntry)); found; found = search.Next()) {
+  platform::FileSearch search(folder, /*ending=*/L"");
+  for (bool found = search.First(); found; found = search.Next()) {
     if (search.Current().name == name) {
       const std::optional<platform::EntryDetails> details = search.Details();
       return details ? std::optional<std::int64_t>(details->modified) : std::nullopt;
     }
   }
   return std::nullopt;
-}
-
-// The latest day that a result file is named for, as the name of that file.
-std::wstring LatestResult(const std::wstring& folder, std::size_t name_size) {
-  std::wstring latest;
-  platform::FileSearch search;
-  for (bool found = search.First(PathBelow(folder, kLogFiles)); found; found = search.Next()) {
-    const std::wstring& name = search.Current().name;
-    // Names of the same form and length sort by their days.
-    if (!search.Current().is_folder && name.size() == name_size &&
-        name.compare(0, 12, L"UploadResult") == 0) {
-      latest = std::max(latest, name);
-    }
-  }
-  return latest;
 }
 
 std::wstring ClockSays(const Check& check, const std::wstring& what) {
@@ -95,15 +79,12 @@ void CheckClock(Check& check, std::int64_t now) {
         {State::kWarning, program, ClockSays(check, L"is of " + UtcText(*built)),
          L"set the clock, or install the uploader again if the clock is right"});
   }
-  const std::wstring today = ResultPath(check.log_dir, check.time);
-  const std::size_t separator = today.find_last_of(platform::kPathSeparator);
-  const std::wstring folder = today.substr(0, separator);
-  const std::wstring latest = LatestResult(folder, today.size() - separator - 1);
+  const LogTree tree(check.log_dir);
+  const std::wstring latest = tree.LatestResult();
   // A day ahead may be another time zone.
-  const std::wstring tomorrow = ResultPath(check.log_dir, DayAfter(check.time));
-  if (!latest.empty() && latest > tomorrow.substr(separator + 1)) {
-    check.findings.push_back({State::kWarning, PathBelow(folder, latest),
-                              ClockSays(check, L"is of a day to come"), kSetClock});
+  if (latest > tree.ResultPath(DayAfter(check.time))) {
+    check.findings.push_back(
+        {State::kWarning, latest, ClockSays(check, L"is of a day to come"), kSetClock});
   }
 }
 
@@ -137,7 +118,7 @@ std::wstring NearestFolder(std::wstring folder) {
 }
 
 void CheckLogFolder(Check& check, const std::wstring& folder) {
-  const std::wstring file = PathBelow(folder, corvid::kProgramLogName);
+  const std::wstring file = platform::JoinPath(folder, corvid::kProgramLogName);
   const bool has_file = platform::FileExists(file).value_or(false);
   const std::wstring nearest = NearestFolder(folder);
   const bool is_writable = has_file ? platform::MayAccess(file, platform::Access::kAppendFile)

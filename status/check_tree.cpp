@@ -67,10 +67,11 @@ bool IsMissing(unsigned error) {
 
 class TreeCheck {
  public:
-  TreeCheck(Check& check, Progress& progress) : check_(check), progress_(progress) {}
+  TreeCheck(Check& check, Progress& progress)
+      : check_(check), progress_(progress), tree_(check.log_dir) {}
 
   void Run() {
-    const std::wstring upload = UploadPath(check_.log_dir);
+    const std::wstring upload = tree_.UploadPath();
     if (!platform::MayAccess(upload, Access::kListFolder)) {
       const unsigned error = platform::LastError();
       check_.findings.push_back({State::kCritical, upload, ErrorProblem(error, L"listed"),
@@ -78,14 +79,12 @@ class TreeCheck {
                                      ? L"check the log directory, or let the product create it"
                                      : L"let the user who runs the uploader list it"});
     } else {
-      platform::FileSearch search;
-      for (bool found = search.First(PathBelow(upload, kEveryEntry)); found;
-           found = search.Next()) {
+      // What could be listed a moment ago is taken as far as it goes.
+      static_cast<void>(tree_.ForEachAccount([this](const std::wstring& account) {
         progress_.Count();
-        if (IsAccount(search.Current())) {
-          CheckAccount(search.Current().name);
-        }
-      }
+        CheckAccount(account);
+        return true;
+      }));
     }
     Report();
     CheckResults();
@@ -125,19 +124,19 @@ class TreeCheck {
   }
 
   void CheckAccount(const std::wstring& name) {
-    const std::wstring folder = UploadPath(check_.log_dir, name);
+    const std::wstring folder = tree_.UploadPath(name);
     if (!platform::MayAccess(folder, Access::kListFolder)) {
       Note(kClosedAccount, folder);
       return;
     }
     bool has_files = false;
-    platform::FileSearch search;
-    for (bool found = search.First(PathBelow(folder, kLogFiles)); found; found = search.Next()) {
+    platform::FileSearch search = tree_.WaitingFiles(name);
+    for (bool found = search.First(); found; found = search.Next()) {
       progress_.Count();
       has_files = true;
-      CheckWaiting(folder, search.Current());
+      CheckWaiting(name, search.Current());
     }
-    const std::wstring archive = ArchivePath(check_.log_dir, name);
+    const std::wstring archive = tree_.ArchivePath(name);
     if (!platform::MayAccess(archive, Access::kAddFile)) {
       Note(IsMissing(platform::LastError()) ? kNoArchive : kClosedArchive, archive);
     }
@@ -146,16 +145,16 @@ class TreeCheck {
     }
   }
 
-  void CheckWaiting(const std::wstring& folder, const platform::FoundEntry& entry) {
+  void CheckWaiting(const std::wstring& account, const platform::FoundEntry& entry) {
     if (entry.is_folder) {
-      Note(kOddEntry, PathBelow(folder, entry.name));
+      Note(kOddEntry, tree_.UploadPath(account, entry.name));
       return;
     }
     if (tried_ == kMostFilesTried) {
       return;
     }
     ++tried_;
-    const std::wstring path = PathBelow(folder, entry.name);
+    const std::wstring path = tree_.UploadPath(account, entry.name);
     if (!platform::MayAccess(path, Access::kReadFile)) {
       // One that has been sent meanwhile is no trouble.
       if (!IsMissing(platform::LastError())) {
@@ -163,13 +162,13 @@ class TreeCheck {
       }
       return;
     }
-    if (!platform::MayRemove(folder, entry.name) && !IsMissing(platform::LastError())) {
+    if (!platform::MayRemove(path) && !IsMissing(platform::LastError())) {
       Note(kStuckFile, path);
     }
   }
 
   void CheckCredentials(const std::wstring& account) {
-    const std::wstring path = CredentialPath(check_.log_dir, account);
+    const std::wstring path = tree_.CredentialPath(account);
     const std::optional<bool> exists = platform::FileExists(path);
     if (exists && !*exists) {
       Note(kNoCredentials, path);
@@ -183,15 +182,14 @@ class TreeCheck {
       Note(kClosedCredentials, path);
       return;
     }
-    const std::size_t separator = path.find_last_of(platform::kPathSeparator);
-    if (!platform::MayRemove(path.substr(0, separator), path.substr(separator + 1))) {
+    if (!platform::MayRemove(path)) {
       Note(kStuckCredentials, path);
     }
   }
 
   void CheckResults() {
-    const std::wstring today = ResultPath(check_.log_dir, check_.time);
-    const std::wstring folder = today.substr(0, today.find_last_of(platform::kPathSeparator));
+    const std::wstring today = tree_.ResultPath(check_.time);
+    const std::wstring folder = platform::FolderOf(today);
     const std::optional<bool> exists = platform::FileExists(today);
     const bool is_there = exists && *exists;
     if (is_there ? platform::MayAccess(today, Access::kAppendFile)
@@ -209,6 +207,7 @@ class TreeCheck {
 
   Check& check_;
   Progress& progress_;
+  const LogTree tree_;
   std::array<Seen, kTroubles> seen_;
   std::size_t tried_ = 0;
 };

@@ -83,8 +83,7 @@ int Report(const Options& options) {
 }
 
 int ReportCheck(const Options& options) {
-  const std::wstring program = platform::ProgramPath();
-  const std::wstring folder = program.substr(0, program.find_last_of(platform::kPathSeparator));
+  const std::wstring folder = platform::FolderOf(platform::ProgramPath());
   const Check check = InSight([&](Progress& progress) {
     return CheckNextRun(options.log_dir, folder, platform::SystemClock(), progress);
   });

@@ -18,27 +18,22 @@ namespace {
 
 constexpr std::size_t kReadSize = std::size_t{64} * 1024;  // bytes
 
-bool EndsWith(std::wstring_view name, std::wstring_view ending) {
-  return name.size() >= ending.size() &&
-         platform::EqualsIgnoringCase(name.substr(name.size() - ending.size()), ending);
-}
-
 bool IsMissing(unsigned error) {
   return error == platform::kErrorFileNotFound || error == platform::kErrorPathNotFound;
 }
 
 class Surveyor {
  public:
-  Surveyor(Survey& survey, Progress& progress) : survey_(survey), progress_(progress) {}
+  Surveyor(Survey& survey, Progress& progress)
+      : survey_(survey), progress_(progress), tree_(survey.log_dir) {}
 
   void LookAtAccounts() {
-    const std::wstring upload = UploadPath(survey_.log_dir);
     // An upload folder that is missing is worth a line: the product provides it.
-    Note(upload, ForEachEntry(upload, kEveryEntry, [this](const platform::FileSearch& search) {
-           if (IsAccount(search.Current())) {
-             survey_.accounts.push_back(LookAtAccount(search.Current().name));
-           }
-         }));
+    Note(tree_.UploadPath(), tree_.ForEachAccount([this](const std::wstring& account) {
+      progress_.Count();
+      survey_.accounts.push_back(LookAtAccount(account));
+      return true;
+    }));
     std::sort(survey_.accounts.begin(), survey_.accounts.end(),
               [](const AccountStatus& left, const AccountStatus& right) {
                 return left.name < right.name;
@@ -48,7 +43,7 @@ class Surveyor {
   void LookAtDays(unsigned count) {
     std::map<std::wstring, AccountStatus> strangers;
     for (const platform::LocalTime& day : LatestDays(survey_.time, count)) {
-      survey_.days.push_back({day, ReadDay(ResultPath(survey_.log_dir, day))});
+      survey_.days.push_back({day, ReadDay(tree_.ResultPath(day))});
       for (const auto& [name, errors] : survey_.days.back().result.errors_by_account) {
         AccountStatus& account = AccountNamed(name, strangers);
         account.errors += errors;
@@ -63,20 +58,14 @@ class Surveyor {
   }
 
  private:
-  // Calls a function for every entry that a mask matches. Gives 0, or why the folder could not be
-  // read to its end.
+  // Calls a function for every entry. Gives 0, or why the folder could not be read to its end.
   template <class Function>
-  unsigned ForEachEntry(const std::wstring& folder, const wchar_t* mask, const Function& function) {
-    platform::FileSearch search;
-    bool found = search.First(PathBelow(folder, mask));
-    unsigned end = platform::kErrorFileNotFound;
-    for (; found; found = search.Next()) {
-      end = platform::kErrorNoMoreFiles;
+  unsigned ForEachEntry(platform::FileSearch search, const Function& function) {
+    for (bool found = search.First(); found; found = search.Next()) {
       progress_.Count();
       function(search);
     }
-    const unsigned error = platform::LastError();
-    return error == end ? 0 : error;
+    return search.Failure();
   }
 
   void Note(const std::wstring& path, unsigned error) {
@@ -88,9 +77,9 @@ class Surveyor {
   AccountStatus LookAtAccount(const std::wstring& name) {
     AccountStatus account;
     account.name = name;
-    LookAtWaiting(UploadPath(survey_.log_dir, name), account.waiting);
-    LookAtArchive(ArchivePath(survey_.log_dir, name), account.archived);
-    const std::wstring credentials = CredentialPath(survey_.log_dir, name);
+    LookAtWaiting(name, account.waiting);
+    LookAtArchive(name, account.archived);
+    const std::wstring credentials = tree_.CredentialPath(name);
     account.has_credentials = platform::FileExists(credentials);
     if (!account.has_credentials) {
       const unsigned error = platform::LastError();
@@ -99,9 +88,9 @@ class Surveyor {
     return account;
   }
 
-  void LookAtWaiting(const std::wstring& folder, WaitingFiles& waiting) {
+  void LookAtWaiting(const std::wstring& name, WaitingFiles& waiting) {
     unsigned unknown = 0;  // why the details of a file could not be had
-    const unsigned error = ForEachEntry(folder, kLogFiles, [&](const platform::FileSearch& search) {
+    const auto count = [&](const platform::FileSearch& search) {
       if (search.Current().is_folder) {
         return;
       }
@@ -119,25 +108,23 @@ class Surveyor {
         ++waiting.files;
         unknown = failure;
       }
-    });
-    Note(folder, error);
-    Note(PathBelow(folder, kLogFiles), unknown);
+    };
+    Note(tree_.UploadPath(name), ForEachEntry(tree_.WaitingFiles(name), count));
+    Note(tree_.UploadPath(name, L"*.log"), unknown);
   }
 
-  void LookAtArchive(const std::wstring& folder, ArchivedFiles& archived) {
-    const std::wstring sent = std::wstring(kLogFiles).substr(1);
-    const std::wstring flushed = sent + kFlushedEnding;
+  void LookAtArchive(const std::wstring& name, ArchivedFiles& archived) {
     const auto count = [&](const platform::FileSearch& search) {
       const platform::FoundEntry& entry = search.Current();
-      const bool not_sent = EndsWith(entry.name, flushed);
-      if (!entry.is_folder && (not_sent || EndsWith(entry.name, sent))) {
+      const bool not_sent = LogTree::IsUnsent(entry.name);
+      if (!entry.is_folder && (not_sent || LogTree::IsSent(entry.name))) {
         ++archived.files;
         archived.not_sent += not_sent ? 1 : 0;
       }
     };
-    const unsigned error = ForEachEntry(folder, kEveryEntry, count);
+    const unsigned error = ForEachEntry(tree_.ArchivedFiles(name), count);
     archived.has_folder = error != platform::kErrorPathNotFound;
-    Note(folder, archived.has_folder ? error : 0);
+    Note(tree_.ArchivePath(name), archived.has_folder ? error : 0);
   }
 
   // A day without a result file is a day on which nothing was sent.
@@ -188,6 +175,7 @@ class Surveyor {
 
   Survey& survey_;
   Progress& progress_;
+  const LogTree tree_;
 };
 
 }  // namespace

@@ -1,4 +1,4 @@
-// The road of a log file: found, opened, posted, judged, moved, counted.
+// How a log file is processed: found, opened, posted, judged, moved, counted.
 #include "upload/upload_one_user.h"
 
 #include <cpprest/http_msg.h>
@@ -11,7 +11,6 @@
 #include "debuglog/cdebuglog.h"
 #include "logtree/log_tree.h"
 #include "platform/error.h"
-#include "platform/file.h"
 #include "platform/file_search.h"
 #include "platform/text.h"
 #include "socket/certificate_selection.h"
@@ -34,19 +33,13 @@ struct Account {
   AccountRun& run;
   const std::wstring& name;
   const CorvidSocket::Transport& transport;
-  std::wstring upload_folder;
-  std::wstring archive_folder;
+  LogTree tree;
   std::wstring address;
   HeaderSet closing_headers;
   HeaderSet keep_alive_headers;
   CorvidSocket::ClientCertificate certificate;
   CorvidSocket::ConnectionCache connections;
   std::uint32_t failed_files = 0;
-};
-
-struct LogFile {
-  std::wstring path;
-  std::wstring archive_path;
 };
 
 CorvidSocket::ClientCertificate SelectCertificate(const AccountRun& run,
@@ -85,9 +78,7 @@ HeaderSet MakeHeaders(const AccountRun& run, const UploadAuthData& credentials,
 
 Account PrepareAccount(AccountRun& run, const std::wstring& name, const UploadAuthData& credentials,
                        const CorvidSocket::Transport& transport) {
-  Account account{run, name, transport, {}, {}, {}, {}, {}, {}, {}};
-  account.upload_folder = UploadPath(run.logDir, name);
-  account.archive_folder = ArchivePath(run.logDir, name);
+  Account account{run, name, transport, LogTree(run.logDir), {}, {}, {}, {}, {}};
   account.certificate = SelectCertificate(run, credentials);
   account.connections = ConnectionsOf(run, account.certificate);
   account.address = L"https://" + run.tenant + kServicePath;
@@ -120,10 +111,10 @@ void CountRefused(Account& account, const http_response& answer,
 
 // An existing file in the archive is never replaced; the file then stays and is sent again by a
 // later run, although it counts as sent.
-void MoveToArchive(const LogFile& file) {
-  Log().WriteLogW(L"<MOVE> UploadFile [%s]", file.path);
-  Log().WriteLogW(L"<MOVE> ArchiveFile [%s]", file.archive_path);
-  if (platform::MoveWithoutReplacing(file.path, file.archive_path)) {
+void MoveToArchive(const Account& account, const std::wstring& file) {
+  Log().WriteLogW(L"<MOVE> UploadFile [%s]", account.tree.UploadPath(account.name, file));
+  Log().WriteLogW(L"<MOVE> ArchiveFile [%s]", account.tree.ArchivePath(account.name, file));
+  if (account.tree.Archive(account.name, file)) {
     Log().WriteLogA("<MOVE> Move OK");
     return;
   }
@@ -131,9 +122,10 @@ void MoveToArchive(const LogFile& file) {
   Log().WriteLogA("<MOVE> Move NG [%d]", error);
 }
 
-void UploadFile(Account& account, const LogFile& file, const HeaderSet& headers) {
-  Log().WriteLogW(L"<UploadOneUser> UploadFile [%s]", file.path);
-  LogFileStream stream(file.path);
+void UploadFile(Account& account, const std::wstring& file, const HeaderSet& headers) {
+  const std::wstring path = account.tree.UploadPath(account.name, file);
+  Log().WriteLogW(L"<UploadOneUser> UploadFile [%s]", path);
+  LogFileStream stream(path);
   CorvidSocket::HttpPostRequest request(headers);
   request.request.set_body(stream.Get(),
                            utility::string_t(platform::ToNative(L"application/octet-stream")));
@@ -151,7 +143,7 @@ void UploadFile(Account& account, const LogFile& file, const HeaderSet& headers)
   }
   stream.Close();
   if (accepted) {
-    MoveToArchive(file);
+    MoveToArchive(account, file);
   }
 }
 
@@ -160,10 +152,9 @@ void UploadFolder(Account& account, platform::FileSearch& search) {
   CorvidSocket::LimitLibraryThreads();
   bool more = true;
   while (more) {
-    const std::wstring name = platform::kPathSeparator + search.Current().name;
+    const std::wstring file = search.Current().name;
     more = search.Next();
-    UploadFile(account, {account.upload_folder + name, account.archive_folder + name},
-               more ? account.keep_alive_headers : account.closing_headers);
+    UploadFile(account, file, more ? account.keep_alive_headers : account.closing_headers);
   }
   ++account.run.sendCount;
 }
@@ -171,7 +162,8 @@ void UploadFolder(Account& account, platform::FileSearch& search) {
 void UploadAccount(AccountRun& run, const std::wstring& name, const UploadAuthData& credentials,
                    const CorvidSocket::Transport& transport, platform::FileSearch& search) {
   Account account = PrepareAccount(run, name, credentials, transport);
-  if (search.First(PathBelow(account.upload_folder, kLogFiles))) {
+  search = account.tree.WaitingFiles(name);
+  if (search.First()) {
     UploadFolder(account, search);
   } else {
     ++run.noSendCount;

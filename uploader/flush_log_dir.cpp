@@ -7,8 +7,6 @@
 #include "debuglog/cdebuglog.h"
 #include "logtree/log_tree.h"
 #include "platform/error.h"
-#include "platform/file.h"
-#include "platform/file_search.h"
 #include "upload/upload_one_user.h"
 #include "uploader/result_file.h"
 
@@ -17,10 +15,6 @@ namespace kyd {
 namespace {
 
 constexpr char kRuler[] = "<< ------------------------------------------------------------ >>";
-
-std::wstring UploadPattern(const UploadRun& run) {
-  return PathBelow(UploadPath(run.logDir), kEveryEntry);
-}
 
 // One account: its credentials, then its files. kRunMustEnd ends the loop, nothing else does.
 int HandleAccount(UploadRun& run, const std::wstring& account, UploadAuthData& credentials) {
@@ -35,20 +29,13 @@ int HandleAccount(UploadRun& run, const std::wstring& account, UploadAuthData& c
   return result;
 }
 
-int UploadAccounts(UploadRun& run, platform::FileSearch& search, UploadAuthData& credentials) {
+int UploadAccounts(UploadRun& run, UploadAuthData& credentials) {
   int result = kFailed;
-  if (!search.First(UploadPattern(run))) {
-    return result;
-  }
-  do {
-    if (!IsAccount(search.Current())) {
-      continue;
-    }
-    result = HandleAccount(run, search.Current().name, credentials);
-    if (result == kRunMustEnd) {
-      return result;
-    }
-  } while (search.Next());
+  // A folder that cannot be searched has no accounts.
+  static_cast<void>(LogTree(run.logDir).ForEachAccount([&](const std::wstring& account) {
+    result = HandleAccount(run, account, credentials);
+    return result != kRunMustEnd;
+  }));
   return result;
 }
 
@@ -65,8 +52,8 @@ void LogResult(const UploadRun& run, int result) {
   }
 }
 
-void CleanupEntry(const std::wstring& source, const std::wstring& target) {
-  const bool moved = platform::MoveWithoutReplacing(source, target);
+void CleanupFile(const LogTree& tree, const std::wstring& account, const std::wstring& file) {
+  const bool moved = tree.ArchiveUnsent(account, file);
   // Both lines carry the number, whatever it happens to be after a success.
   const unsigned error = platform::LastError();
   Log().WriteLogA(moved ? "<Cleanup MOVE> Move OK [%d]" : "<Cleanup MOVE> Move NG [%d]", error);
@@ -78,19 +65,16 @@ void FlushLogDir(UploadRun& run, bool force) {
   Log().WriteLogA(kRuler);
   UploadAuthData credentials;  // refilled for every account
   int result = kFailed;
-  {
-    platform::FileSearch search;
-    try {
-      result = UploadAccounts(run, search, credentials);
-      OutputResult(run.report, run.logDir, run.accountCount, run.sendCount, run.noSendCount,
-                   run.fileOkCount, run.fileErrorCount);
-    } catch (const std::exception&) {
-      Log().WriteLogA("<FlushLogDir> exception");
-      result = kRunMustEnd;
-    } catch (...) {
-      Log().WriteLogA("<FlushLogDir> exception etc");
-      result = kRunMustEnd;
-    }
+  try {
+    result = UploadAccounts(run, credentials);
+    OutputResult(run.report, run.logDir, run.accountCount, run.sendCount, run.noSendCount,
+                 run.fileOkCount, run.fileErrorCount);
+  } catch (const std::exception&) {
+    Log().WriteLogA("<FlushLogDir> exception");
+    result = kRunMustEnd;
+  } catch (...) {
+    Log().WriteLogA("<FlushLogDir> exception etc");
+    result = kRunMustEnd;
   }
   if (force) {
     SearchUploadDir(run);
@@ -101,14 +85,13 @@ void FlushLogDir(UploadRun& run, bool force) {
 }
 
 void SearchUploadDir(const UploadRun& run) {
-  platform::FileSearch search;
   try {
     Log().WriteLogA("<< SearchUploadDir >> start");
-    for (bool found = search.First(UploadPattern(run)); found; found = search.Next()) {
-      if (IsAccount(search.Current())) {
-        CleanupUploadDir(run, search.Current().name);
-      }
-    }
+    // A folder that cannot be searched has no accounts.
+    static_cast<void>(LogTree(run.logDir).ForEachAccount([&run](const std::wstring& account) {
+      CleanupUploadDir(run, account);
+      return true;
+    }));
     Log().WriteLogA("<< SearchUploadDir >> end");
   } catch (const std::exception&) {
     Log().WriteLogA("<SearchUploadDir> exception");
@@ -118,14 +101,12 @@ void SearchUploadDir(const UploadRun& run) {
 }
 
 int CleanupUploadDir(const UploadRun& run, const std::wstring& account) {
-  platform::FileSearch search;
   try {
     Log().WriteLogW(L"<CleanupUploadDir> start [%s]", account);
-    const std::wstring upload = UploadPath(run.logDir, account);
-    const std::wstring archive = ArchivePath(run.logDir, account);
-    for (bool found = search.First(PathBelow(upload, kLogFiles)); found; found = search.Next()) {
-      const std::wstring& name = search.Current().name;
-      CleanupEntry(PathBelow(upload, name), PathBelow(archive, name) + kFlushedEnding);
+    const LogTree tree(run.logDir);
+    platform::FileSearch search = tree.WaitingFiles(account);
+    for (bool found = search.First(); found; found = search.Next()) {
+      CleanupFile(tree, account, search.Current().name);
     }
     Log().WriteLogW(L"<CleanupUploadDir> end [%s]", account);
   } catch (const std::exception&) {

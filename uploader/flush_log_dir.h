@@ -1,4 +1,4 @@
-// The run over all accounts, whose folders logtree/log_tree.h lays out.
+// The run over all accounts.
 #pragma once
 
 #include <string>

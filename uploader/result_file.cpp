@@ -76,8 +76,9 @@ void OutputResult(const UploadResultReport& report, const std::wstring& logDir,
     }
     // Read once: text and file name are of the same instant.
     const platform::LocalTime now = clock.Local();
-    AppendToFile(ResultPath(logDir, now), ResultText(report, logDir, now, accountCount, sendCount,
-                                                     noSendCount, fileOkCount, fileErrorCount));
+    AppendToFile(LogTree(logDir).ResultPath(now),
+                 ResultText(report, logDir, now, accountCount, sendCount, noSendCount, fileOkCount,
+                            fileErrorCount));
   } catch (...) {
     Log().WriteLogA("<OutputResult> exception");
   }

@@ -30,7 +30,7 @@ int HexValue(char digit) {
 }  // namespace
 
 std::wstring KeyFileIn(const std::wstring& folder) {
-  return folder + platform::kPathSeparator + L"Corvid.key";
+  return platform::JoinPath(folder, L"Corvid.key");
 }
 
 KeyFileState ReadKeyFile(const std::wstring& path, SecretBytes* key) {

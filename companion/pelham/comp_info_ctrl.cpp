@@ -58,7 +58,7 @@ std::wstring FilePath() {
   if (folder.empty()) {
     throw std::runtime_error("the folder of pelham is unknown");
   }
-  return folder + platform::kPathSeparator + kFileName;
+  return platform::JoinPath(folder, kFileName);
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/error.h"
+#include "platform/text.h"
 #include "tests/unit/support/temp_folder.h"
 
 namespace {
@@ -17,7 +18,7 @@ TEST(MayAccess, AllowsWhatTheOwnerOfAFolderMayDo) {
   EXPECT_TRUE(MayAccess(folder.Path(), Access::kAddFile));
   EXPECT_TRUE(MayAccess(folder / L"a.log", Access::kReadFile));
   EXPECT_TRUE(MayAccess(folder / L"a.log", Access::kAppendFile));
-  EXPECT_TRUE(platform::MayRemove(folder.Path(), L"a.log"));
+  EXPECT_TRUE(platform::MayRemove(folder / L"a.log"));
   EXPECT_EQ(kyd_test::ReadFileBytes(folder / L"a.log"), "a");
 }
 
@@ -30,7 +31,7 @@ TEST(MayAccess, TellsWhatIsMissing) {
   }
   EXPECT_FALSE(MayAccess((folder / L"missing") + L"/missing", Access::kReadFile));
   EXPECT_EQ(platform::LastError(), platform::kErrorPathNotFound);
-  EXPECT_FALSE(platform::MayRemove(folder / L"missing", L"a"));
+  EXPECT_FALSE(platform::MayRemove(platform::JoinPath(folder / L"missing", L"a")));
 }
 
 TEST(MayAccess, KnowsAFolderFromAFile) {

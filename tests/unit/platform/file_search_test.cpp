@@ -25,10 +25,10 @@ class FileSearchTest : public testing::Test {
  protected:
   void MakeFile(const std::wstring& name) const { kyd_test::WriteFileBytes(folder_ / name, ""); }
 
-  std::vector<std::wstring> Names(const std::wstring& mask) const {
+  std::vector<std::wstring> Names(const std::wstring& ending) const {
     std::vector<std::wstring> names;
-    FileSearch search;
-    for (bool found = search.First(folder_ / mask); found; found = search.Next()) {
+    FileSearch search(folder_.Path(), ending);
+    for (bool found = search.First(); found; found = search.Next()) {
       names.push_back(search.Current().name);
     }
     return names;
@@ -43,8 +43,8 @@ TEST_F(FileSearchTest, GivesEveryEntryWithItsKind) {
   folder_.MakeFolder(L"folder");
   folder_.MakeFolder(L"folder.with.dots");
   std::map<std::wstring, bool> found;
-  FileSearch search;
-  for (bool more = search.First(folder_ / L"*.*"); more; more = search.Next()) {
+  FileSearch search(folder_.Path(), L"");
+  for (bool more = search.First(); more; more = search.Next()) {
     found[search.Current().name] = search.Current().is_folder;
   }
   const std::map<std::wstring, bool> expected = {{L".", true},      {L"..", true},
@@ -59,39 +59,42 @@ TEST_F(FileSearchTest, GivesNamesWithTheEnding) {
     MakeFile(name);
   }
   folder_.MakeFolder(L"folder.log");
-  EXPECT_THAT(Names(L"*.log"),
+  EXPECT_THAT(Names(L".log"),
               UnorderedElementsAre(L"a.log", L"B.LOG", L"c.Log", L"\x00E4 \x20AC.log", L".log",
                                    L"g.bak.log", L"folder.log"));
 }
 
 TEST_F(FileSearchTest, AnEmptyFolderHasOnlyItself) {
-  EXPECT_THAT(Names(L"*.*"), UnorderedElementsAre(L".", L".."));
-  EXPECT_THAT(Names(L"*.log"), IsEmpty());
+  EXPECT_THAT(Names(L""), UnorderedElementsAre(L".", L".."));
+  EXPECT_THAT(Names(L".log"), IsEmpty());
 }
 
 TEST_F(FileSearchTest, SaysWhyNothingWasFound) {
-  FileSearch search;
-  EXPECT_FALSE(search.First(folder_ / L"*.log"));
+  FileSearch search(folder_.Path(), L".log");
+  EXPECT_FALSE(search.First());
   EXPECT_EQ(platform::LastError(), platform::kErrorFileNotFound);
-  const std::wstring missing = (folder_ / L"missing") + platform::kPathSeparator;
-  EXPECT_FALSE(search.First(missing + L"*.log"));
-  EXPECT_EQ(platform::LastError(), platform::kErrorPathNotFound);
-  EXPECT_FALSE(search.First(missing + L"*.*"));
-  EXPECT_EQ(platform::LastError(), platform::kErrorPathNotFound);
+  EXPECT_EQ(search.Failure(), 0U);
+  for (const wchar_t* const ending : {L".log", L""}) {
+    search = FileSearch(folder_ / L"missing", ending);
+    EXPECT_FALSE(search.First());
+    EXPECT_EQ(platform::LastError(), platform::kErrorPathNotFound);
+    EXPECT_EQ(search.Failure(), platform::kErrorPathNotFound);
+  }
 }
 
 TEST_F(FileSearchTest, FindsNothingInAFile) {
   MakeFile(L"file");
-  FileSearch search;
-  EXPECT_FALSE(search.First((folder_ / L"file") + platform::kPathSeparator + L"*.*"));
+  FileSearch search(folder_ / L"file", L"");
+  EXPECT_FALSE(search.First());
 }
 
 TEST_F(FileSearchTest, TheLastEntryStaysCurrentAtTheEnd) {
   MakeFile(L"only.log");
-  FileSearch search;
-  ASSERT_TRUE(search.First(folder_ / L"*.log"));
+  FileSearch search(folder_.Path(), L".log");
+  ASSERT_TRUE(search.First());
   EXPECT_FALSE(search.Next());
   EXPECT_EQ(platform::LastError(), platform::kErrorNoMoreFiles);
+  EXPECT_EQ(search.Failure(), 0U);
   EXPECT_EQ(search.Current().name, L"only.log");
   EXPECT_FALSE(search.Next());
 }
@@ -104,8 +107,8 @@ TEST_F(FileSearchTest, GoesOnWhileEntriesAreMovedAway) {
     expected.push_back(name);
   }
   std::vector<std::wstring> names;
-  FileSearch search;
-  for (bool found = search.First(folder_ / L"*.log"); found;) {
+  FileSearch search(folder_.Path(), L".log");
+  for (bool found = search.First(); found;) {
     const std::wstring name = search.Current().name;
     names.push_back(name);
     // As the upload does it: look ahead, then move the file away.
@@ -118,21 +121,19 @@ TEST_F(FileSearchTest, GoesOnWhileEntriesAreMovedAway) {
 
 TEST_F(FileSearchTest, CanBeStartedAgain) {
   MakeFile(L"a.log");
-  folder_.MakeFolder(L"other");
-  FileSearch search;
-  ASSERT_TRUE(search.First(folder_ / L"*.log"));
-  EXPECT_FALSE(search.First((folder_ / L"other") + platform::kPathSeparator + L"*.log"));
+  FileSearch search(folder_.Path(), L".log");
+  ASSERT_TRUE(search.First());
   EXPECT_FALSE(search.Next());
-  ASSERT_TRUE(search.First(folder_ / L"*.log"));
+  ASSERT_TRUE(search.First());
   EXPECT_EQ(search.Current().name, L"a.log");
 }
 
 TEST_F(FileSearchTest, EndsWhenClosed) {
   MakeFile(L"a.log");
   MakeFile(L"b.log");
-  FileSearch search;
+  FileSearch search(folder_.Path(), L".log");
   EXPECT_FALSE(search.Next());
-  ASSERT_TRUE(search.First(folder_ / L"*.log"));
+  ASSERT_TRUE(search.First());
   search.Close();
   EXPECT_FALSE(search.Next());
   search.Close();
@@ -143,9 +144,9 @@ TEST_F(FileSearchTest, KnowsSizeAndTimeOfTheCurrentEntry) {
   const std::filesystem::path file = platform::ToNativePath(folder_ / L"a.log");
   const auto now = std::filesystem::file_time_type::clock::now();
   std::filesystem::last_write_time(file, now - std::chrono::hours(2));
-  FileSearch search;
+  FileSearch search(folder_.Path(), L".log");
   EXPECT_FALSE(search.Details());
-  ASSERT_TRUE(search.First(folder_ / L"*.log"));
+  ASSERT_TRUE(search.First());
   const std::optional<platform::EntryDetails> details = search.Details();
   ASSERT_TRUE(details);
   EXPECT_EQ(details->size, 5U);
@@ -159,8 +160,8 @@ TEST_F(FileSearchTest, KnowsSizeAndTimeOfTheCurrentEntry) {
 // On Windows the search itself brings the details.
 TEST_F(FileSearchTest, HasNoDetailsOfAnEntryThatHasVanished) {
   MakeFile(L"a.log");
-  FileSearch search;
-  ASSERT_TRUE(search.First(folder_ / L"*.log"));
+  FileSearch search(folder_.Path(), L".log");
+  ASSERT_TRUE(search.First());
   ASSERT_TRUE(platform::RemoveFile(folder_ / L"a.log"));
   EXPECT_FALSE(search.Details());
   EXPECT_EQ(platform::LastError(), platform::kErrorFileNotFound);

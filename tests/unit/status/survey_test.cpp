@@ -30,8 +30,8 @@ class SurveyTest : public testing::Test {
   SurveyTest() {
     clock_.seconds = platform::SystemClock().Seconds() + 1000;
     report_.instance = kyd_test::ProgramTexts();
-    MakeFolder(kyd::UploadPath(log_dir_));
-    MakeFolder(kyd::PathBelow(log_dir_, L"UploadResult"));
+    MakeFolder(tree_.UploadPath());
+    MakeFolder(platform::FolderOf(tree_.ResultPath(clock_.local)));
   }
 
   static void MakeFolder(const std::wstring& path) {
@@ -40,7 +40,7 @@ class SurveyTest : public testing::Test {
   static void MakeFile(const std::wstring& folder, const std::wstring& name,
                        const std::string& content = "") {
     MakeFolder(folder);
-    kyd_test::WriteFileBytes(kyd::PathBelow(folder, name), content);
+    kyd_test::WriteFileBytes(platform::JoinPath(folder, name), content);
   }
   void MakeOlder(const std::wstring& path, std::int64_t age) const {
     const std::filesystem::path file = platform::ToNativePath(path);
@@ -64,6 +64,7 @@ class SurveyTest : public testing::Test {
   kyd_test::TempFolder folder_;
   kyd_test::FakeClock clock_;
   std::wstring log_dir_ = folder_.Path();
+  kyd::LogTree tree_{log_dir_};
   kyd::UploadResultReport report_;
 };
 
@@ -78,15 +79,15 @@ TEST_F(SurveyTest, FindsNothingInAnEmptyTree) {
 }
 
 TEST_F(SurveyTest, CountsWhatTheUploaderWouldSend) {
-  const std::wstring alice = kyd::UploadPath(log_dir_, L"alice");
+  const std::wstring alice = tree_.UploadPath(L"alice");
   MakeFile(alice, L"a.log", "12345");
   MakeFile(alice, L"B.LOG", "123");
   MakeFile(alice, L"c.txt", "1");
-  MakeFolder(kyd::PathBelow(alice, L"folder.log"));
-  MakeFolder(kyd::UploadPath(log_dir_, L"bob"));
-  MakeFile(kyd::UploadPath(log_dir_, L"NoSent_LogFiles"), L"x.log", "1");
-  MakeFile(kyd::UploadPath(log_dir_), L"y.log", "1");
-  MakeOlder(kyd::PathBelow(alice, L"B.LOG"), 7200);
+  MakeFolder(platform::JoinPath(alice, L"folder.log"));
+  MakeFolder(tree_.UploadPath(L"bob"));
+  MakeFile(tree_.UploadPath(L"NoSent_LogFiles"), L"x.log", "1");
+  MakeFile(tree_.UploadPath(), L"y.log", "1");
+  MakeOlder(platform::JoinPath(alice, L"B.LOG"), 7200);
   const Survey survey = Look();
   ASSERT_EQ(survey.accounts.size(), 2U);
   EXPECT_EQ(survey.accounts[0].name, L"alice");
@@ -101,15 +102,15 @@ TEST_F(SurveyTest, CountsWhatTheUploaderWouldSend) {
 }
 
 TEST_F(SurveyTest, TellsSentFromFlushedInTheArchive) {
-  MakeFolder(kyd::UploadPath(log_dir_, L"alice"));
-  MakeFolder(kyd::UploadPath(log_dir_, L"bob"));
-  const std::wstring archive = kyd::ArchivePath(log_dir_, L"alice");
+  MakeFolder(tree_.UploadPath(L"alice"));
+  MakeFolder(tree_.UploadPath(L"bob"));
+  const std::wstring archive = tree_.ArchivePath(L"alice");
   MakeFile(archive, L"a.log");
   MakeFile(archive, L"B.LOG");
   MakeFile(archive, L"c.log.bak");
   MakeFile(archive, L"d.txt");
   MakeFile(archive, L"e.bak");
-  MakeFolder(kyd::PathBelow(archive, L"folder.log"));
+  MakeFolder(platform::JoinPath(archive, L"folder.log"));
   const Survey survey = Look();
   ASSERT_EQ(survey.accounts.size(), 2U);
   EXPECT_TRUE(survey.accounts[0].archived.has_folder);
@@ -121,10 +122,10 @@ TEST_F(SurveyTest, TellsSentFromFlushedInTheArchive) {
 
 TEST_F(SurveyTest, SeesWhetherACredentialFileIsThere) {
   for (const wchar_t* const name : {L"alice", L"bob", L"carol"}) {
-    MakeFolder(kyd::UploadPath(log_dir_, name));
+    MakeFolder(tree_.UploadPath(name));
   }
-  MakeFile(kyd::PathBelow(kyd::PathBelow(log_dir_, L"LogWork"), L"alice"), L"UserData.dat");
-  MakeFolder(kyd::CredentialPath(log_dir_, L"carol"));
+  MakeFile(platform::FolderOf(tree_.CredentialPath(L"alice")), L"UserData.dat");
+  MakeFolder(tree_.CredentialPath(L"carol"));
   const Survey survey = Look();
   ASSERT_EQ(survey.accounts.size(), 3U);
   EXPECT_EQ(survey.accounts[0].has_credentials, true);
@@ -133,7 +134,7 @@ TEST_F(SurveyTest, SeesWhetherACredentialFileIsThere) {
 }
 
 TEST_F(SurveyTest, AddsWhatTheResultFilesSay) {
-  MakeFolder(kyd::UploadPath(log_dir_, L"alice"));
+  MakeFolder(tree_.UploadPath(L"alice"));
   WriteResult({2024, 5, 1, 8, 0, 0, 0}, 5, 0);
   WriteResult({2024, 4, 30, 8, 0, 0, 0}, 1, 2, {{L"alice", 2}});
   WriteResult({2024, 4, 29, 8, 0, 0, 0}, 1, 3, {{L"alice", 1}, {L"..", 2}});
@@ -159,12 +160,12 @@ TEST_F(SurveyTest, NotesAMissingUploadFolder) {
   log_dir_ = folder_ / L"nowhere";
   const Survey survey = Look();
   ASSERT_EQ(survey.unreadable.size(), 1U);
-  EXPECT_EQ(survey.unreadable[0].path, kyd::UploadPath(log_dir_));
+  EXPECT_EQ(survey.unreadable[0].path, kyd::LogTree(log_dir_).UploadPath());
   EXPECT_EQ(survey.unreadable[0].error, platform::kErrorPathNotFound);
 }
 
 TEST_F(SurveyTest, NotesAResultFileThatIsNone) {
-  MakeFolder(kyd::ResultPath(log_dir_, clock_.local));
+  MakeFolder(tree_.ResultPath(clock_.local));
   const Survey survey = Look();
   ASSERT_EQ(survey.unreadable.size(), 1U);
   EXPECT_EQ(survey.unreadable[0].error, platform::kErrorAccessDenied);
@@ -174,14 +175,14 @@ TEST_F(SurveyTest, ReadsAResultFileThatTheUploaderHasOpen) {
   WriteResult(clock_.local, 5, 0);
   const platform::CFileAccessSecurity security(platform::CFileAccessSecurity::kDefault);
   const platform::File writer =
-      platform::File::OpenForWriting(kyd::ResultPath(log_dir_, clock_.local), security);
+      platform::File::OpenForWriting(tree_.ResultPath(clock_.local), security);
   ASSERT_TRUE(writer.IsOpen());
   EXPECT_EQ(kyd::SumOfDays(Look()).sent, 5U);
 }
 
 TEST_F(SurveyTest, KeepsNobodyFromWritingTheResultFile) {
   WriteResult(clock_.local, 5, 0);
-  const std::wstring path = kyd::ResultPath(log_dir_, clock_.local);
+  const std::wstring path = tree_.ResultPath(clock_.local);
   const platform::File reader = platform::File::OpenUnobtrusive(path);
   ASSERT_TRUE(reader.IsOpen());
   WriteResult(clock_.local, 6, 0);
@@ -190,7 +191,7 @@ TEST_F(SurveyTest, KeepsNobodyFromWritingTheResultFile) {
 
 #ifndef _WIN32
 TEST_F(SurveyTest, NotesWhatItMayNotRead) {
-  MakeFile(kyd::UploadPath(log_dir_, L"alice"), L"a.log", "1");
+  MakeFile(tree_.UploadPath(L"alice"), L"a.log", "1");
   WriteResult(clock_.local, 5, 0);
   Survey survey;
   kyd_test::RunWithout({{SYS_openat, EACCES, {}}}, [&] {
@@ -202,16 +203,15 @@ TEST_F(SurveyTest, NotesWhatItMayNotRead) {
     paths.push_back(unreadable.path);
     EXPECT_EQ(unreadable.error, platform::kErrorAccessDenied);
   }
-  EXPECT_THAT(paths, testing::ElementsAre(kyd::UploadPath(log_dir_),
-                                          kyd::ResultPath(log_dir_, clock_.local)));
+  EXPECT_THAT(paths, testing::ElementsAre(tree_.UploadPath(), tree_.ResultPath(clock_.local)));
 }
 
 // stat and fstatat of a name, without flags; that of an open folder has some.
 constexpr kyd_test::CallArgument kOfAPath{3, 0};
 
 TEST_F(SurveyTest, CountsFilesWhoseDetailsCannotBeHad) {
-  MakeFile(kyd::UploadPath(log_dir_, L"alice"), L"a.log", "1");
-  MakeFile(kyd::UploadPath(log_dir_, L"alice"), L"b.log", "1");
+  MakeFile(tree_.UploadPath(L"alice"), L"a.log", "1");
+  MakeFile(tree_.UploadPath(L"alice"), L"b.log", "1");
   Survey survey;
   // The credential file cannot be looked for either.
   kyd_test::RunWithout({{SYS_newfstatat, EACCES, kOfAPath}}, [&] {
@@ -226,7 +226,7 @@ TEST_F(SurveyTest, CountsFilesWhoseDetailsCannotBeHad) {
 }
 
 TEST_F(SurveyTest, DoesNotCountAFileThatGoesMeanwhile) {
-  MakeFile(kyd::UploadPath(log_dir_, L"alice"), L"a.log", "1");
+  MakeFile(tree_.UploadPath(L"alice"), L"a.log", "1");
   Survey survey;
   kyd_test::RunWithout({{SYS_newfstatat, ENOENT, kOfAPath}}, [&] {
     survey = Look(1);

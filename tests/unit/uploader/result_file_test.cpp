@@ -100,7 +100,9 @@ class OutputResultTest : public testing::Test {
     return {bytes.begin(), bytes.end()};
   }
 
-  [[nodiscard]] std::wstring Path() const { return kyd::ResultPath(folder_.Path(), clock_.local); }
+  [[nodiscard]] std::wstring Path() const {
+    return kyd::LogTree(folder_.Path()).ResultPath(clock_.local);
+  }
 
   kyd_test::TempFolder folder_;
   kyd_test::FakeClock clock_;
