@@ -8,6 +8,7 @@
 #include "platform/library_tables.h"
 #include "platform/module.h"
 #include "platform/text.h"
+#include "run/upload_run.h"
 
 namespace kyd {
 
@@ -23,7 +24,7 @@ bool Bind(const platform::Library& library, const char* name, Entry& entry) noex
 }
 
 // All three are needed, the last one too, although it is never called.
-bool BindEntries(CompanionRun& run) noexcept {
+bool BindEntries(UploadRun& run) noexcept {
   const bool decrypt = Bind(run.companionModule, kDecryptExport, run.decryptEntry);
   const bool base64 = Bind(run.companionModule, kBase64DecodeExport, run.base64DecodeEntry);
   const bool event_log = Bind(run.companionModule, kEventLogExport, run.eventLogEntry);
@@ -37,7 +38,7 @@ bool IsOfAnotherKind(const std::wstring& path) {
   return tables && !platform::ForeignRunTime(tables->imports).empty();
 }
 
-bool LoadAndBind(CompanionRun& run) {
+bool LoadAndBind(UploadRun& run) {
   std::wstring path;
   if (GetCompanionLibraryPath(path) == 0) {
     path = CompanionFileName();
@@ -67,16 +68,16 @@ int GetCompanionLibraryPath(std::wstring& path) noexcept {
   }
 }
 
-void LoadCompanionLibrary(CompanionRun& run, bool forceFlush, const StartUploadRun& start) {
+bool LoadCompanionLibrary(UploadRun& run) {
   if (!LoadAndBind(run)) {
     Log().WriteLogA("DLL Load Error (Corvid.dll)");
-    return;
+    return false;
   }
   SetWebAPIUserAgent(run);
-  start(forceFlush);
+  return true;
 }
 
-void SetWebAPIUserAgent(CompanionRun& run) {
+void SetWebAPIUserAgent(UploadRun& run) {
   try {
     run.userAgent = pelham::CompInfoCtrl::CreateWebAPIUserAgent();
     if (run.userAgent.empty()) {

@@ -1,13 +1,13 @@
-// Binds the companion library and starts the run.
+// Binds the companion library, and gets the user agent.
 #pragma once
 
-#include <functional>
 #include <string>
 
-#include "credentials/companion_run.h"
 #include "platform/module.h"
 
 namespace kyd {
+
+struct UploadRun;
 
 // The exports that the companion library has to have.
 inline constexpr char kDecryptExport[] = "Corvid_CmpCphr_Decrypt";
@@ -19,12 +19,10 @@ inline constexpr char kEventLogExport[] = "Corvid_Write_EventLog";
   return std::wstring(L"Corvid") + platform::kLibraryEnding;
 }
 
-// Starts the upload run, with or without force flush.
-using StartUploadRun = std::function<void(bool forceFlush)>;
-
-// Loads the companion library from the program's folder and binds its three exports. With all of
-// them sets the user agent and calls `start`; otherwise logs one line and starts nothing.
-void LoadCompanionLibrary(CompanionRun& run, bool forceFlush, const StartUploadRun& start);
+// Loads the companion library from the program's folder, binds its three exports and sets the user
+// agent. False when one of the exports cannot be had: one line is logged, and the run must not
+// start.
+[[nodiscard]] bool LoadCompanionLibrary(UploadRun& run);
 
 // Fills in the full path of the companion library in the program's own folder. 1 on success, else
 // 0.
@@ -32,6 +30,6 @@ void LoadCompanionLibrary(CompanionRun& run, bool forceFlush, const StartUploadR
 
 // Fills in the run's user agent from the configuration library, with a fallback when that gives an
 // empty one; empty when the configuration library throws.
-void SetWebAPIUserAgent(CompanionRun& run);
+void SetWebAPIUserAgent(UploadRun& run);
 
 }  // namespace kyd

@@ -9,7 +9,6 @@
 #include <vector>
 
 #include "credentials/credential_json.h"
-#include "credentials/credential_source.h"
 #include "debuglog/cdebuglog.h"
 #include "logtree/log_tree.h"
 #include "platform/error.h"
@@ -44,17 +43,6 @@ std::optional<std::uint32_t> CredentialSize(const CredentialSource& source) {
     return std::nullopt;
   }
   return low;
-}
-
-int OpenAndDecrypt(const CompanionRun& run, const std::wstring& path, std::wstring& plaintext) {
-  platform::File file = platform::File::OpenExclusive(path);
-  if (!file.IsOpen()) {
-    const unsigned error = platform::LastError();
-    Log().WriteLogA("<Read AuthFile> CreateFile error (%d)", error);
-    return kFailed;
-  }
-  OpenedFile source(std::move(file));
-  return ReadAndDecrypt(run, source, plaintext);
 }
 
 // Copies a non-empty string, NULs included; false for anything else.
@@ -94,7 +82,7 @@ int ParseRecord(const std::wstring& plaintext, UploadAuthData& record) {
 
 }  // namespace
 
-int ReadAndDecrypt(const CompanionRun& run, CredentialSource& source, std::wstring& plaintext) {
+int ReadAndDecrypt(const UploadRun& run, CredentialSource& source, std::wstring& plaintext) {
   const std::optional<std::uint32_t> size = CredentialSize(source);
   if (!size) {
     const unsigned error = platform::LastError();
@@ -117,7 +105,7 @@ int ReadAndDecrypt(const CompanionRun& run, CredentialSource& source, std::wstri
   return kSucceeded;
 }
 
-int ReadUploadAuthData(const CompanionRun& run, const std::wstring& user, UploadAuthData& record) {
+int ReadUploadAuthData(const UploadRun& run, const std::wstring& user, UploadAuthData& record) {
   try {
     std::wstring plaintext;
     const platform::WipeAtEnd wiped(plaintext);
@@ -128,18 +116,25 @@ int ReadUploadAuthData(const CompanionRun& run, const std::wstring& user, Upload
   } catch (...) {
     Log().WriteLogA("<ReadUploadAuthData> exception etc");
   }
-  return kUnexpected;
+  return kRunMustEnd;
 }
 
-int ReadAuthFile(const CompanionRun& run, const std::wstring& path, std::wstring& plaintext) {
+int ReadAuthFile(const UploadRun& run, const std::wstring& path, std::wstring& plaintext) {
   try {
-    return OpenAndDecrypt(run, path, plaintext);
+    platform::File file = platform::File::OpenExclusive(path);
+    if (!file.IsOpen()) {
+      const unsigned error = platform::LastError();
+      Log().WriteLogA("<Read AuthFile> CreateFile error (%d)", error);
+      return kFailed;
+    }
+    OpenedFile source(std::move(file));
+    return ReadAndDecrypt(run, source, plaintext);
   } catch (const std::exception&) {
     Log().WriteLogA("<Read AuthFile> exception");
   } catch (...) {
     Log().WriteLogA("<Read AuthFile> exception etc");
   }
-  return kUnexpected;
+  return kRunMustEnd;
 }
 
 int ParseUpldAuthJson(const std::wstring& plaintext, UploadAuthData& record) {
@@ -150,10 +145,10 @@ int ParseUpldAuthJson(const std::wstring& plaintext, UploadAuthData& record) {
   } catch (...) {
     Log().WriteLogA("<ParseUpldAuthJson> exception etc");
   }
-  return kUnexpected;
+  return kRunMustEnd;
 }
 
-int DeleteAuthFile(const CompanionRun& run, const std::wstring& user) {
+int DeleteAuthFile(const UploadRun& run, const std::wstring& user) {
   try {
     if (platform::RemoveFile(LogTree(run.logDir).CredentialPath(user))) {
       Log().WriteLogA("<DeleteAuthFile> deleted auth file.");

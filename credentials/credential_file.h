@@ -1,33 +1,48 @@
 // The encrypted credential file of an account: LogDir\LogWork\<account>\UserData.dat.
 //
 // Operations give 0 on success, 1 for a failure that has been logged, -1 for an unexpected error
-// that has been caught and logged. Neither keys, sessions nor decrypted text are ever logged.
+// that has been caught and logged (run/upload_run.h). Neither keys, sessions nor decrypted text are
+// ever logged.
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
+#include <optional>
 #include <string>
 
-#include "credentials/companion_run.h"
 #include "credentials/upload_auth_data.h"
+#include "run/upload_run.h"
 
 namespace kyd {
 
-inline constexpr int kSucceeded = 0;
-inline constexpr int kFailed = 1;       // logged already; this account only
-inline constexpr int kUnexpected = -1;  // ends the account loop
-
 // Reads, decrypts and parses the credentials of an account. `record` is valid only with result 0.
-[[nodiscard]] int ReadUploadAuthData(const CompanionRun& run, const std::wstring& user,
+[[nodiscard]] int ReadUploadAuthData(const UploadRun& run, const std::wstring& user,
                                      UploadAuthData& record);
 
 // Reads and decrypts a credential file; nobody else may have it open at that moment.
-[[nodiscard]] int ReadAuthFile(const CompanionRun& run, const std::wstring& path,
+[[nodiscard]] int ReadAuthFile(const UploadRun& run, const std::wstring& path,
                                std::wstring& plaintext);
+
+// What the reading needs of an opened file; tests put their own in its place. Failures leave their
+// number in platform::LastError. See platform::File.
+class CredentialSource {
+ public:
+  virtual ~CredentialSource() = default;
+
+  [[nodiscard]] virtual std::optional<std::uint64_t> Size() const = 0;
+  [[nodiscard]] virtual std::optional<std::size_t> Read(void* buffer, std::size_t size) = 0;
+};
+
+// Reads the whole source and decrypts it. 0, or 1 for a failure that has been logged. Throws what
+// the companion library throws, and std::bad_alloc.
+[[nodiscard]] int ReadAndDecrypt(const UploadRun& run, CredentialSource& source,
+                                 std::wstring& plaintext);
 
 // Fills the record from the decrypted JSON text (RFC 8259), which ends at its first NUL.
 [[nodiscard]] int ParseUpldAuthJson(const std::wstring& plaintext, UploadAuthData& record);
 
 // Deletes the account's credential file. A file that is gone already counts as deleted, although
 // the failure is logged. Gives 0 or 1, never -1.
-int DeleteAuthFile(const CompanionRun& run, const std::wstring& user);
+int DeleteAuthFile(const UploadRun& run, const std::wstring& user);
 
 }  // namespace kyd

@@ -1,4 +1,4 @@
-// The two roads to a client certificate.
+// The two sources of a client certificate.
 #include "socket/certificate_selection.h"
 
 #include <cstddef>
@@ -35,11 +35,10 @@ void LogFailure(const char* format) noexcept {
   Log().WriteLogA(format, error);
 }
 
-std::vector<std::uint8_t> DecodeBase64(const std::wstring& text,
-                                       const kyd::CompanionRun& companion) {
+std::vector<std::uint8_t> DecodeBase64(const std::wstring& text, const kyd::UploadRun& run) {
   std::vector<std::uint8_t> bytes;
-  if (companion.base64DecodeEntry != nullptr) {
-    companion.base64DecodeEntry(text.c_str(), text.size(), &bytes);
+  if (run.base64DecodeEntry != nullptr) {
+    run.base64DecodeEntry(text.c_str(), text.size(), &bytes);
   }
   return bytes;
 }
@@ -47,8 +46,8 @@ std::vector<std::uint8_t> DecodeBase64(const std::wstring& text,
 // Proves that the text is an importable PFX with at least one certificate. That is all it does: the
 // store and the certificate are neither used nor released, so that the requests go out without a
 // client certificate. That is meant so. False for a failure, which has been logged.
-bool ProvePfx(const kyd::UploadAuthData& credentials, const kyd::CompanionRun& companion) {
-  const std::vector<std::uint8_t> bytes = DecodeBase64(credentials.cert_base64encoded, companion);
+bool ProvePfx(const kyd::UploadAuthData& credentials, const kyd::UploadRun& run) {
+  const std::vector<std::uint8_t> bytes = DecodeBase64(credentials.cert_base64encoded, run);
   if (bytes.data() == nullptr) {
     Log().WriteLogA("<ParseAuthParam> memory error");
     return false;
@@ -114,10 +113,10 @@ std::vector<std::uint8_t> DecodeThumbprint(const std::wstring& text) {
 }
 
 void ParseAuthParam(ClientCertificate& pair, const kyd::UploadAuthData& credentials,
-                    const kyd::CompanionRun& companion) noexcept {
+                    const kyd::UploadRun& run) noexcept {
   bool proven = false;
   try {
-    proven = ProvePfx(credentials, companion);
+    proven = ProvePfx(credentials, run);
   } catch (...) {
     // An exception ends the selection like any failure.
   }

@@ -5,9 +5,9 @@
 #include <string>
 #include <vector>
 
-#include "credentials/companion_run.h"
 #include "credentials/upload_auth_data.h"
 #include "platform/certificate_store.h"
+#include "run/upload_run.h"
 
 namespace CorvidSocket {
 
@@ -24,7 +24,7 @@ struct ClientCertificate {
 
 // From `cert_base64encoded`, a PKCS #12 text. Never throws; every failure is logged.
 void ParseAuthParam(ClientCertificate& pair, const kyd::UploadAuthData& credentials,
-                    const kyd::CompanionRun& companion) noexcept;
+                    const kyd::UploadRun& run) noexcept;
 
 // From `cert_hash` and `cert_store`. Never throws; every failure is logged.
 void SelectStoreCert(ClientCertificate& pair, const kyd::UploadAuthData& credentials) noexcept;

@@ -16,7 +16,6 @@
 #include "socket/certificate_selection.h"
 #include "socket/library_threads.h"
 #include "upload/log_file_stream.h"
-#include "upload/upload_through.h"
 
 namespace kyd {
 
@@ -30,7 +29,7 @@ constexpr wchar_t kServicePath[] = L"/idp/api/keyward/v1/log/sso";
 
 // What stays the same for all files of the account.
 struct Account {
-  AccountRun& run;
+  UploadRun& run;
   const std::wstring& name;
   const CorvidSocket::Transport& transport;
   LogTree tree;
@@ -42,7 +41,7 @@ struct Account {
   std::uint32_t failed_files = 0;
 };
 
-CorvidSocket::ClientCertificate SelectCertificate(const AccountRun& run,
+CorvidSocket::ClientCertificate SelectCertificate(const UploadRun& run,
                                                   const UploadAuthData& credentials) {
   CorvidSocket::ClientCertificate certificate;
   if (!credentials.cert_base64encoded.empty()) {
@@ -54,7 +53,7 @@ CorvidSocket::ClientCertificate SelectCertificate(const AccountRun& run,
 }
 
 // A certificate is its account's alone, and so is what was agreed upon with it.
-CorvidSocket::ConnectionCache ConnectionsOf(AccountRun& run,
+CorvidSocket::ConnectionCache ConnectionsOf(UploadRun& run,
                                             const CorvidSocket::ClientCertificate& certificate) {
   if (certificate.context.Get() != nullptr) {
     return CorvidSocket::MakeConnectionCache();
@@ -65,7 +64,7 @@ CorvidSocket::ConnectionCache ConnectionsOf(AccountRun& run,
   return run.connections;
 }
 
-HeaderSet MakeHeaders(const AccountRun& run, const UploadAuthData& credentials,
+HeaderSet MakeHeaders(const UploadRun& run, const UploadAuthData& credentials,
                       const wchar_t* connection) {
   // The session is taken up to its first NUL, the key whole.
   // NOLINTNEXTLINE(readability-redundant-string-cstr)
@@ -76,7 +75,7 @@ HeaderSet MakeHeaders(const AccountRun& run, const UploadAuthData& credentials,
           {L"User-Agent", run.userAgent}};
 }
 
-Account PrepareAccount(AccountRun& run, const std::wstring& name, const UploadAuthData& credentials,
+Account PrepareAccount(UploadRun& run, const std::wstring& name, const UploadAuthData& credentials,
                        const CorvidSocket::Transport& transport) {
   Account account{run, name, transport, LogTree(run.logDir), {}, {}, {}, {}, {}};
   account.certificate = SelectCertificate(run, credentials);
@@ -91,11 +90,6 @@ Account PrepareAccount(AccountRun& run, const std::wstring& name, const UploadAu
 // Other 2xx codes are failures, on purpose: only these two say that the service has kept the file.
 bool IsAccepted(web::http::status_code status) {
   return status == status_codes::OK || status == status_codes::Accepted;
-}
-
-void CountAccepted(Account& account, web::http::status_code status) {
-  Log().WriteLogA("<UploadOneUser> Success [%d]", status);
-  ++account.run.fileOkCount;
 }
 
 void CountRefused(Account& account, const http_response& answer,
@@ -137,7 +131,8 @@ void UploadFile(Account& account, const std::wstring& file, const HeaderSet& hea
   const CorvidSocket::AnswerGuard guard(answer);
   const bool accepted = IsAccepted(answer.status_code());
   if (accepted) {
-    CountAccepted(account, answer.status_code());
+    Log().WriteLogA("<UploadOneUser> Success [%d]", answer.status_code());
+    ++account.run.fileOkCount;
   } else {
     CountRefused(account, answer, request);
   }
@@ -159,44 +154,35 @@ void UploadFolder(Account& account, platform::FileSearch& search) {
   ++account.run.sendCount;
 }
 
-void UploadAccount(AccountRun& run, const std::wstring& name, const UploadAuthData& credentials,
-                   const CorvidSocket::Transport& transport, platform::FileSearch& search) {
-  Account account = PrepareAccount(run, name, credentials, transport);
-  search = account.tree.WaitingFiles(name);
-  if (search.First()) {
-    UploadFolder(account, search);
-  } else {
-    ++run.noSendCount;
-  }
-  Log().WriteLogW(L"<UploadOneUser> out  [%s]", name);
-  if (account.failed_files != 0) {
-    AddUploadErrInfo(run.report, name, account.failed_files);
-  }
-}
-
 }  // namespace
 
-int UploadOneUserThrough(const CorvidSocket::Transport& transport, AccountRun& run,
-                         const std::wstring& account, const UploadAuthData& credentials) {
-  Log().WriteLogW(L"<UploadOneUser> in  [%s]", account);
+int UploadOneUser(UploadRun& run, const std::wstring& name, const UploadAuthData& credentials,
+                  const CorvidSocket::Transport& transport) {
+  Log().WriteLogW(L"<UploadOneUser> in  [%s]", name);
   platform::FileSearch search;  // closed last, after the handlers
   try {
-    UploadAccount(run, account, credentials, transport, search);
-    return kProcessed;
+    Account account = PrepareAccount(run, name, credentials, transport);
+    search = account.tree.WaitingFiles(name);
+    if (search.First()) {
+      UploadFolder(account, search);
+    } else {
+      ++run.noSendCount;
+    }
+    Log().WriteLogW(L"<UploadOneUser> out  [%s]", name);
+    if (account.failed_files != 0) {
+      AddUploadErrInfo(run.report, name, account.failed_files);
+    }
+    return kSucceeded;
   } catch (const CorvidSocket::Exception& failure) {
-    Log().WriteLogW(L"<UploadOneUser> exception socket[%s]", account);
+    Log().WriteLogW(L"<UploadOneUser> exception socket[%s]", name);
     Log().WriteLogA("exception message [%s]", boost::diagnostic_information(failure));
-    return kHttpLayerFailed;
+    return kFailed;
   } catch (const std::exception&) {
-    Log().WriteLogW(L"<UploadOneUser> exception [%s]", account);
+    Log().WriteLogW(L"<UploadOneUser> exception [%s]", name);
   } catch (...) {
-    Log().WriteLogW(L"<UploadOneUser> exception etc[%s]", account);
+    Log().WriteLogW(L"<UploadOneUser> exception etc[%s]", name);
   }
   return kRunMustEnd;
-}
-
-int UploadOneUser(AccountRun& run, const std::wstring& account, const UploadAuthData& credentials) {
-  return UploadOneUserThrough(CorvidSocket::LibraryTransport(), run, account, credentials);
 }
 
 }  // namespace kyd

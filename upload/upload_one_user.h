@@ -4,18 +4,18 @@
 #include <string>
 
 #include "credentials/upload_auth_data.h"
-#include "upload/account_run.h"
+#include "run/upload_run.h"
+#include "socket/http_client.h"
 
 namespace kyd {
-
-inline constexpr int kProcessed = 0;        // to the end, whatever became of the files
-inline constexpr int kHttpLayerFailed = 1;  // this account is over, the next one follows
-inline constexpr int kRunMustEnd = -1;      // no further account
 
 // Sends every "*.log" file of LogDir\Upload\<account>, one POST per file, and moves each that was
 // answered 200 or 202 to LogDir\Archive\<account>. A 401 deletes the credential file. Returns when
 // every file has been handled or an exception ended the account; never throws. Counts in `run`.
-[[nodiscard]] int UploadOneUser(AccountRun& run, const std::wstring& account,
-                                const UploadAuthData& credentials);
+// kSucceeded whatever became of the files, kFailed when the HTTP layer failed, kRunMustEnd for any
+// other exception. The requests leave through `transport`.
+[[nodiscard]] int UploadOneUser(
+    UploadRun& run, const std::wstring& account, const UploadAuthData& credentials,
+    const CorvidSocket::Transport& transport = CorvidSocket::LibraryTransport());
 
 }  // namespace kyd

@@ -29,16 +29,6 @@ int HandleAccount(UploadRun& run, const std::wstring& account, UploadAuthData& c
   return result;
 }
 
-int UploadAccounts(UploadRun& run, UploadAuthData& credentials) {
-  int result = kFailed;
-  // A folder that cannot be searched has no accounts.
-  static_cast<void>(LogTree(run.logDir).ForEachAccount([&](const std::wstring& account) {
-    result = HandleAccount(run, account, credentials);
-    return result != kRunMustEnd;
-  }));
-  return result;
-}
-
 void LogResult(const UploadRun& run, int result) {
   if (result == kRunMustEnd) {
     Log().WriteLogA("<< Upload >> EXCEPTION");
@@ -66,7 +56,11 @@ void FlushLogDir(UploadRun& run, bool force) {
   UploadAuthData credentials;  // refilled for every account
   int result = kFailed;
   try {
-    result = UploadAccounts(run, credentials);
+    // A folder that cannot be searched has no accounts.
+    static_cast<void>(LogTree(run.logDir).ForEachAccount([&](const std::wstring& account) {
+      result = HandleAccount(run, account, credentials);
+      return result != kRunMustEnd;
+    }));
     OutputResult(run.report, run.logDir, run.accountCount, run.sendCount, run.noSendCount,
                  run.fileOkCount, run.fileErrorCount);
   } catch (const std::exception&) {

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "uploader/upload_run.h"
+#include "run/upload_run.h"
 
 namespace kyd {
 

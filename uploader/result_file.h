@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "platform/clock.h"
-#include "upload/account_run.h"
+#include "run/upload_run.h"
 
 namespace kyd {
 

@@ -4,9 +4,9 @@
 #include "credentials/companion_library.h"
 #include "debuglog/cdebuglog.h"
 #include "platform/single_instance.h"
+#include "run/upload_run.h"
 #include "uploader/flush_log_dir.h"
 #include "uploader/instance_name.h"
-#include "uploader/upload_run.h"
 
 namespace kyd {
 
@@ -33,7 +33,9 @@ void RunOnce(platform::InstanceHandle instance, const std::vector<std::wstring>&
   run.logDir = log_dir;
   run.instance = instance;
   run.report.instance = instance;
-  LoadCompanionLibrary(run, force, [&run](bool forceFlush) { FlushLogDir(run, forceFlush); });
+  if (LoadCompanionLibrary(run)) {
+    FlushLogDir(run, force);
+  }
 }
 
 }  // namespace

@@ -6,7 +6,7 @@ from pathlib import Path
 from .markdown import ROOT
 
 # All that ends up in the program. A folder that is missing here and logs is noticed by `log_calls`.
-FOLDERS = ("credentials", "debuglog", "logtree", "platform", "socket", "upload", "uploader")
+FOLDERS = ("credentials", "debuglog", "logtree", "platform", "run", "socket", "upload", "uploader")
 
 _CALL = re.compile(r"\bWriteLog[AW]\s*\(")
 _IDENTIFIER = re.compile(r"[A-Za-z_]\w*")

@@ -37,7 +37,7 @@ def test_extraction_sees_the_messages_of_every_part(logged):
     files = {name for places in logged.values() for name in places}
     assert files >= {
         "credentials/companion_library.cpp", "credentials/credential_file.cpp",
-        "socket/certificate_selection.cpp", "upload/account_run.cpp",
+        "socket/certificate_selection.cpp", "run/upload_run.cpp",
         "upload/upload_one_user.cpp", "uploader/flush_log_dir.cpp",
         "uploader/result_file.cpp", "uploader/run.cpp",
     }

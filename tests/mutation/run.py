@@ -28,7 +28,7 @@ WORK = ROOT / "build" / "mutation"
 LIST = pathlib.Path(__file__).with_name("mutants.toml")
 
 # From below to above: a fault in a layer may show in the tests of every layer that uses it.
-LAYERS = ("platform", "debuglog", "logtree", "credentials", "socket", "upload", "uploader", "status")
+LAYERS = ("platform", "debuglog", "logtree", "run", "credentials", "socket", "upload", "uploader", "status")
 # Test programs beside the one that is named for its layer.
 MORE_PROGRAMS = {
     "platform": ["kyd_certificate_store_tests"],

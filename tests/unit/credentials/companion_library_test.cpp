@@ -8,6 +8,7 @@
 
 #include "platform/module.h"
 #include "platform/text.h"
+#include "run/upload_run.h"
 #include "tests/unit/support/companion_beside.h"
 #include "tests/unit/support/failing_memory.h"
 #include "tests/unit/support/log_capture.h"
@@ -38,80 +39,55 @@ TEST(GetCompanionLibraryPath, FailsWhateverIsThrown) {
 
 // The test programs' folder has no companion library. One lies in the system's search order, and is
 // not taken.
-TEST(LoadCompanionLibrary, LogsAndStartsNothingWithoutTheLibrary) {
+TEST(LoadCompanionLibrary, FailsAndLogsWithoutTheLibrary) {
   const kyd_test::LogCapture log;
-  kyd::CompanionRun run;
-  bool started = false;
-  kyd::LoadCompanionLibrary(run, /*forceFlush=*/true, [&started](bool) { started = true; });
-  EXPECT_FALSE(started);
+  kyd::UploadRun run;
+  EXPECT_FALSE(kyd::LoadCompanionLibrary(run));
   EXPECT_FALSE(run.companionModule.IsValid());
   EXPECT_EQ(run.userAgent, L"");
   EXPECT_EQ(log.Messages(), std::vector<std::string>{"DLL Load Error (Corvid.dll)"});
 }
-
-// What a load that succeeded leaves, seen from the started run.
-struct Started {
-  int times = 0;
-  bool force = false;
-
-  kyd::StartUploadRun Starter() {
-    return [this](bool forceFlush) {
-      ++times;
-      force = forceFlush;
-    };
-  }
-};
 
 TEST(LoadCompanionLibrary, TakesTheBareNameWhenThePathCannotBeBuilt) {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
   GTEST_SKIP() << "the sanitizer calls dlopen in the program's place, without its run path";
 #endif
   const kyd_test::LogCapture log;
-  kyd::CompanionRun run;
-  Started started;
+  kyd::UploadRun run;
+  bool is_bound = false;
   {
     const FailingMemory failing(FailingMemory::Throwing::kBadAlloc, /*size=*/1, /*times=*/1);
-    kyd::LoadCompanionLibrary(run, /*forceFlush=*/false, started.Starter());
+    is_bound = kyd::LoadCompanionLibrary(run);
   }
-  EXPECT_EQ(started.times, 1);
+  EXPECT_TRUE(is_bound);
   EXPECT_TRUE(run.companionModule.IsValid());
   EXPECT_TRUE(log.Messages().empty());
 }
 
-TEST(LoadCompanionLibrary, BindsAllSetsTheUserAgentAndStartsTheRunOnce) {
+TEST(LoadCompanionLibrary, BindsAllAndSetsTheUserAgent) {
   const kyd_test::CompanionBeside companion;
-  for (const bool force : {false, true}) {
-    const kyd_test::LogCapture log;
-    Started started;
-    {
-      kyd::CompanionRun run;
-      kyd::LoadCompanionLibrary(run, force, [&run, &started](bool forceFlush) {
-        started.Starter()(forceFlush);
-        EXPECT_TRUE(kyd_test::CompanionBesideIsLoaded());
-        EXPECT_EQ(run.userAgent, L"VeltraneKeyward/1.15.0 (KydLogUploader stand-in)");
-        EXPECT_NE(run.decryptEntry, nullptr);
-        EXPECT_NE(run.base64DecodeEntry, nullptr);
-        EXPECT_NE(run.eventLogEntry, nullptr);
-      });
-      EXPECT_EQ(started.times, 1);
-      EXPECT_EQ(started.force, force);
-      // It is the run object's to free.
-      EXPECT_TRUE(kyd_test::CompanionBesideIsLoaded());
-    }
-    EXPECT_FALSE(kyd_test::CompanionBesideIsLoaded());
-    EXPECT_TRUE(log.Messages().empty());
+  const kyd_test::LogCapture log;
+  {
+    kyd::UploadRun run;
+    EXPECT_TRUE(kyd::LoadCompanionLibrary(run));
+    EXPECT_EQ(run.userAgent, L"VeltraneKeyward/1.15.0 (KydLogUploader stand-in)");
+    EXPECT_NE(run.decryptEntry, nullptr);
+    EXPECT_NE(run.base64DecodeEntry, nullptr);
+    EXPECT_NE(run.eventLogEntry, nullptr);
+    // It is the run object's to free.
+    EXPECT_TRUE(kyd_test::CompanionBesideIsLoaded());
   }
+  EXPECT_FALSE(kyd_test::CompanionBesideIsLoaded());
+  EXPECT_TRUE(log.Messages().empty());
 }
 
-TEST(LoadCompanionLibrary, FreesALibraryThatLacksAnExportAndStartsNothing) {
+TEST(LoadCompanionLibrary, FreesALibraryThatLacksAnExport) {
   for (const char* const variant : {"no-decrypt", "no-base64", "no-event-log"}) {
     SCOPED_TRACE(variant);
     const kyd_test::CompanionBeside companion(variant);
     const kyd_test::LogCapture log;
-    kyd::CompanionRun run;
-    Started started;
-    kyd::LoadCompanionLibrary(run, /*forceFlush=*/true, started.Starter());
-    EXPECT_EQ(started.times, 0);
+    kyd::UploadRun run;
+    EXPECT_FALSE(kyd::LoadCompanionLibrary(run));
     EXPECT_FALSE(run.companionModule.IsValid());
     EXPECT_FALSE(kyd_test::CompanionBesideIsLoaded());
     EXPECT_EQ(run.userAgent, L"");

@@ -10,7 +10,6 @@
 #include <string>
 #include <vector>
 
-#include "credentials/credential_source.h"
 #include "platform/error.h"
 #include "platform/file.h"
 #include "platform/text.h"
@@ -65,7 +64,7 @@ class CredentialFileTest : public testing::Test {
   }
 
   kyd_test::TempFolder folder_;
-  kyd::CompanionRun run_;
+  kyd::UploadRun run_;
   UploadAuthData record_;
   std::wstring file_;
   kyd_test::LogCapture log_;
@@ -269,7 +268,7 @@ class ReadAndDecrypt : public testing::Test {
 
   int Read() { return kyd::ReadAndDecrypt(run_, source_, plaintext_); }
 
-  kyd::CompanionRun run_;
+  kyd::UploadRun run_;
   ScriptedSource source_;
   std::wstring plaintext_ = L"old";
   kyd_test::LogCapture log_;

@@ -44,11 +44,11 @@ std::int32_t DecodeThrowingNumber(const wchar_t* /*text*/, std::uint64_t /*count
 class CertificateRoads : public testing::Test {
  protected:
   void ParsePfx(kyd::Base64DecodeEntry entry = &DecodeThreeBytes) {
-    kyd::CompanionRun companion;
-    companion.base64DecodeEntry = entry;
+    kyd::UploadRun run;
+    run.base64DecodeEntry = entry;
     kyd::UploadAuthData credentials;
     credentials.cert_base64encoded = L"AQID";
-    CorvidSocket::ParseAuthParam(pair_, credentials, companion);
+    CorvidSocket::ParseAuthParam(pair_, credentials, run);
   }
 
   void Select(const std::wstring& scope, const std::wstring& thumbprint = L"00fF") {

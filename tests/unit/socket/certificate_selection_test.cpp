@@ -30,12 +30,12 @@ std::int32_t DecodeThrowing(const wchar_t* /*text*/, std::uint64_t /*count*/, By
 
 Lines LinesOfPfx(kyd::Base64DecodeEntry entry) {
   const kyd_test::LogCapture log;
-  kyd::CompanionRun companion;
-  companion.base64DecodeEntry = entry;
+  kyd::UploadRun run;
+  run.base64DecodeEntry = entry;
   kyd::UploadAuthData credentials;
   credentials.cert_base64encoded = L"not a PFX";
   ClientCertificate pair;
-  CorvidSocket::ParseAuthParam(pair, credentials, companion);
+  CorvidSocket::ParseAuthParam(pair, credentials, run);
   EXPECT_FALSE(pair.context.IsValid());
   EXPECT_FALSE(pair.store.IsValid());
   return log.Messages();

@@ -18,7 +18,6 @@
 #include "tests/unit/support/failing_memory.h"
 #include "tests/unit/support/log_capture.h"
 #include "tests/unit/support/temp_folder.h"
-#include "upload/upload_through.h"
 
 namespace {
 
@@ -58,7 +57,8 @@ class UploadOneUser : public testing::Test {
 
   // Answers the requests by their number, from 1.
   int Upload(const std::function<http_response(int)>& answer) {
-    return kyd::UploadOneUserThrough(
+    return kyd::UploadOneUser(
+        run_, L"alice", credentials_,
         [this, answer](const web::uri& address, const web::http::client::http_client_config& config,
                        const http_request& request) {
           requests_.push_back(request);
@@ -68,8 +68,7 @@ class UploadOneUser : public testing::Test {
           // The library completes an answer when its body has ended.
           response._get_impl()->_complete(0, body_failure_);
           return pplx::task_from_result(response);
-        },
-        run_, L"alice", credentials_);
+        });
   }
   int UploadAnswering(web::http::status_code status) {
     return Upload([status](int) { return http_response(status); });
@@ -82,7 +81,7 @@ class UploadOneUser : public testing::Test {
   }
 
   kyd_test::TempFolder folder_;
-  kyd::AccountRun run_;
+  kyd::UploadRun run_;
   kyd::UploadAuthData credentials_;
   kyd_test::LogCapture log_;
   std::vector<http_request> requests_;

@@ -22,7 +22,6 @@
 #include "tests/unit/support/log_capture.h"
 #include "tests/unit/support/program_texts.h"
 #include "tests/unit/support/temp_folder.h"
-#include "uploader/upload_run.h"
 
 namespace {
 
@@ -158,14 +157,6 @@ TEST_F(RunUploader, LetsGoOfTheCompanionLibraryAtItsEnd) {
   const Lines lines = log_.Messages();
   EXPECT_EQ(std::count(lines.begin(), lines.end(), "<< SearchUploadDir >> end"), 1);
   EXPECT_FALSE(kyd_test::CompanionBesideIsLoaded());
-}
-
-TEST(UploadRun, StartsWithAZeroedWorkBuffer) {
-  const kyd::UploadRun run;
-  EXPECT_EQ(run.workBuffer.size(), 260U);
-  EXPECT_TRUE(std::all_of(run.workBuffer.begin(), run.workBuffer.end(),
-                          [](wchar_t character) { return character == L'\0'; }));
-  EXPECT_EQ(run.instance, nullptr);
 }
 
 }  // namespace

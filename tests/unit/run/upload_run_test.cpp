@@ -1,8 +1,9 @@
-// The accounts with failed files that a run remembers.
-#include "upload/account_run.h"
+// The run object, and the accounts with failed files that it remembers.
+#include "run/upload_run.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -13,8 +14,8 @@ namespace {
 
 using kyd_test::FailingMemory;
 
-TEST(AccountRun, StartsWithNothingCountedAndNothingBound) {
-  const kyd::AccountRun run;
+TEST(UploadRun, StartsWithNothingCountedAndNothingBound) {
+  const kyd::UploadRun run;
   EXPECT_EQ(run.accountCount, 0U);
   EXPECT_EQ(run.sendCount, 0U);
   EXPECT_EQ(run.noSendCount, 0U);
@@ -26,6 +27,14 @@ TEST(AccountRun, StartsWithNothingCountedAndNothingBound) {
   EXPECT_EQ(run.base64DecodeEntry, nullptr);
   EXPECT_EQ(run.eventLogEntry, nullptr);
   EXPECT_TRUE(run.report.errors.empty());
+}
+
+TEST(UploadRun, StartsWithAZeroedWorkBuffer) {
+  const kyd::UploadRun run;
+  EXPECT_EQ(run.workBuffer.size(), 260U);
+  EXPECT_TRUE(std::all_of(run.workBuffer.begin(), run.workBuffer.end(),
+                          [](wchar_t character) { return character == L'\0'; }));
+  EXPECT_EQ(run.instance, nullptr);
 }
 
 TEST(AddUploadErrInfo, AppendsAndNeitherMergesNorSorts) {

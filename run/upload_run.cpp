@@ -1,5 +1,5 @@
 // Remembers the accounts that had failed files.
-#include "upload/account_run.h"
+#include "run/upload_run.h"
 
 #include "debuglog/cdebuglog.h"
 

@@ -1,0 +1,76 @@
+"""The documents tell the folders' dependencies as the build files and the includes have them."""
+
+import re
+
+import pytest
+
+from .markdown import ROOT
+
+DOCUMENTS = ("README.md", "docs/maintainer-guide.md")
+_LINE = re.compile(r"Dependencies point one way:\s+`([^`]+)`")
+_STATUS_LINE = re.compile(r"`status` stands beside: it links ([^.]*?), and takes")
+
+
+def layers_of(line):
+    """From above to below; folders between commas stand side by side."""
+    return [layer.split(", ") for layer in line.split(" → ")]
+
+
+def told():
+    return {name: match[1] for name in DOCUMENTS
+            if (match := _LINE.search((ROOT / name).read_text("utf-8")))}
+
+
+def linked_by(folder):
+    """The folders whose libraries a folder's own library links."""
+    text = (ROOT / folder / "CMakeLists.txt").read_text("utf-8")
+    links = re.findall(rf"target_link_libraries\(kyd_{folder}\b([^)]*)\)", text)
+    return {name for link in links for name in re.findall(r"\bkyd_(\w+)", link)}
+
+
+def included_by(folder):
+    found = set()
+    for path in (ROOT / folder).iterdir():
+        if path.suffix in (".cpp", ".h"):
+            found |= set(re.findall(r'^#include "(\w+)/', path.read_text("utf-8"), re.MULTILINE))
+    return found - {folder}
+
+
+def test_the_documents_agree():
+    assert told()
+    assert len(set(told().values())) == 1
+
+
+@pytest.mark.parametrize("line", sorted(set(told().values())))
+def test_every_folder_uses_what_stands_below_it_and_nothing_else(line):
+    layers = layers_of(line)
+    folders = [folder for layer in layers for folder in layer]
+    for place, layer in enumerate(layers):
+        below = {folder for lower in layers[place + 1:] for folder in lower}
+        for folder in layer:
+            used = (linked_by(folder) | included_by(folder)) & set(folders)
+            assert used <= below, f"{folder} uses {used - below}"
+
+
+@pytest.mark.parametrize("line", sorted(set(told().values())))
+def test_every_arrow_is_a_link_of_the_build(line):
+    layers = layers_of(line)
+    for upper, lower in zip(layers, layers[1:]):
+        for folder in upper:
+            assert set(lower) <= linked_by(folder), f"{folder} does not link all of {lower}"
+
+
+def test_every_folder_of_the_program_has_its_place():
+    built = set(re.findall(r"^add_subdirectory\((\w+)\)",
+                           (ROOT / "CMakeLists.txt").read_text("utf-8"), re.MULTILINE))
+    for line in told().values():
+        placed = {folder for layer in layers_of(line) for folder in layer}
+        assert built - {"status", "companion"} == placed
+
+
+def test_the_status_tool_links_what_the_documents_say():
+    lines = [match[1] for name in DOCUMENTS
+             if (match := _STATUS_LINE.search((ROOT / name).read_text("utf-8")))]
+    assert lines
+    for line in lines:
+        assert set(re.findall(r"`(\w+)`", line)) == linked_by("status")
