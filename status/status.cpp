@@ -7,10 +7,11 @@
 
 #include "platform/console.h"
 #include "platform/error.h"
+#include "platform/file.h"
 #include "platform/module.h"
 #include "platform/text.h"
+#include "platform/whole_file.h"
 #include "status/check.h"
-#include "status/replaced_file.h"
 #include "status/reports.h"
 #include "status/version.h"
 #include "status/wording.h"
@@ -45,9 +46,20 @@ auto InSight(const Function& function) {
   return function(progress);
 }
 
-// True without a path, too: the file was not asked for.
+// A device or a pipe would be replaced by a file; a folder is refused by the move.
+bool CanBeReplaced(const std::wstring& path) {
+  return !platform::FileExists(path).value_or(false) ||
+         platform::File::OpenUnobtrusive(path).IsOpen();
+}
+
+// For readers who may come at any moment. True without a path, too: the file was not asked for.
 bool WriteFileOf(const std::wstring& path, const std::function<std::string()>& content) {
-  if (path.empty() || ReplaceFile(path, content())) {
+  if (path.empty()) {
+    return true;
+  }
+  const std::string bytes = content();
+  if (CanBeReplaced(path) && platform::ReplaceWholeFile(path, bytes.data(), bytes.size(),
+                                                        platform::FileReaders::kEveryone)) {
     return true;
   }
   const unsigned error = platform::LastError();

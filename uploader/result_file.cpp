@@ -1,6 +1,8 @@
 // Builds the run's block from the text resources and appends it.
 #include "uploader/result_file.h"
 
+#include <vector>
+
 #include "debuglog/cdebuglog.h"
 #include "debuglog/format.h"
 #include "logtree/log_tree.h"
@@ -32,8 +34,9 @@ void AppendToFile(const std::wstring& path, const std::wstring& text) {
   if (!file.IsOpen() || !file.SeekToEnd()) {
     return;
   }
-  WriteAll([&file](const void* bytes, std::size_t size) { return file.Write(bytes, size); },
-           platform::ToUtf16Le(text));
+  const std::vector<std::uint8_t> bytes = platform::ToUtf16Le(text);
+  // What cannot be written is left out, and nobody is told.
+  static_cast<void>(file.WriteAll(bytes.data(), bytes.size()));
 }
 
 }  // namespace
@@ -53,17 +56,6 @@ std::wstring ResultText(const UploadResultReport& report, const std::wstring& lo
     }
   }
   return text + kResultBlockEnd;
-}
-
-void WriteAll(const ByteWriter& write, const std::vector<std::uint8_t>& bytes) {
-  std::size_t done = 0;
-  while (done < bytes.size()) {
-    const std::optional<std::size_t> written = write(bytes.data() + done, bytes.size() - done);
-    if (!written || *written == 0) {
-      return;
-    }
-    done += *written;
-  }
 }
 
 void OutputResult(const UploadResultReport& report, const std::wstring& logDir,

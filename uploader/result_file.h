@@ -4,12 +4,8 @@
 // never creates the folder, and never truncates, rotates or deletes the file.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
-#include <functional>
-#include <optional>
 #include <string>
-#include <vector>
 
 #include "platform/clock.h"
 #include "run/upload_run.h"
@@ -21,12 +17,6 @@ namespace kyd {
                                       const platform::LocalTime& time, std::uint32_t accountCount,
                                       std::uint32_t sendCount, std::uint32_t noSendCount,
                                       std::uint32_t fileOkCount, std::uint32_t fileErrorCount);
-
-// Takes bytes and gives how many of them it took, which may be fewer; nothing when it failed.
-using ByteWriter = std::function<std::optional<std::size_t>(const void* bytes, std::size_t size)>;
-
-// Writes everything: a short write is continued, a failure or a write of nothing ends the writing.
-void WriteAll(const ByteWriter& write, const std::vector<std::uint8_t>& bytes);
 
 // Appends the run's block to the day's file; nothing at all when no file was sent or failed.
 // Whatever cannot be opened or written is left, silently.

@@ -287,6 +287,42 @@ TEST_F(FilePosixTest, ASearchThatCannotReadTheFolderSaysWhy) {
   }));
 }
 
+TEST_F(FilePosixTest, WriteAllContinuesAfterShortWrites) {
+  for (const long most : {1, 2, 3, 7, 100}) {
+    EXPECT_TRUE(kyd_test::RunWithInstead(
+        {SYS_write},
+        [most](kyd_test::SystemCall call) {
+          call.arguments[2] = std::min(call.arguments[2], most);
+          return call.Perform();
+        },
+        [this] {
+          File file = File::OpenForWriting(path_, platform::CFileAccessSecurity(0));
+          return file.WriteAll("1234567", 7);
+        }));
+    EXPECT_EQ(kyd_test::ReadFileBytes(path_), "1234567");
+    ASSERT_TRUE(platform::RemoveFile(path_));
+  }
+}
+
+TEST_F(FilePosixTest, WriteAllEndsAtAFailureAndAtAWriteOfNothing) {
+  for (const long end : {-long{ENOSPC}, 0L}) {
+    int calls = 0;
+    EXPECT_TRUE(kyd_test::RunWithInstead(
+        {SYS_write},
+        [end, &calls](kyd_test::SystemCall call) {
+          call.arguments[2] = 2;
+          return ++calls <= 2 ? call.Perform() : end;
+        },
+        [this] {
+          File file = File::OpenForWriting(path_, platform::CFileAccessSecurity(0));
+          return !file.WriteAll("1234567", 7);
+        }));
+    EXPECT_EQ(calls, 3);
+    EXPECT_EQ(kyd_test::ReadFileBytes(path_), "1234");
+    ASSERT_TRUE(platform::RemoveFile(path_));
+  }
+}
+
 TEST_F(FilePosixTest, OpenFilesAreNotInherited) {
   kyd_test::WriteFileBytes(path_, "content");
   const int next = dup(STDIN_FILENO);  // the number that the file will get

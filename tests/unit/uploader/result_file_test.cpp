@@ -3,10 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstdint>
-#include <functional>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -207,54 +204,6 @@ TEST_F(OutputResultTest, LogsWhateverIsThrown) {
     }
     EXPECT_EQ(log.Messages(), std::vector<std::string>{"<OutputResult> exception"});
   }
-}
-
-// Takes at most `most` bytes at a time; fails, or takes nothing, once it has `room` of them.
-struct Taker {
-  std::size_t most;
-  std::size_t room;
-  bool fails = true;
-  std::vector<std::uint8_t> taken;
-  int calls = 0;
-
-  std::optional<std::size_t> operator()(const void* bytes, std::size_t size) {
-    ++calls;
-    if (taken.size() == room) {
-      return fails ? std::nullopt : std::optional<std::size_t>(0);
-    }
-    const auto* const first = static_cast<const std::uint8_t*>(bytes);
-    const std::size_t count = std::min({size, most, room - taken.size()});
-    taken.insert(taken.end(), first, first + count);
-    return count;
-  }
-};
-
-TEST(WriteAll, ContinuesAfterAShortWrite) {
-  const std::vector<std::uint8_t> bytes = {1, 2, 3, 4, 5, 6, 7};
-  for (std::size_t most = 1; most <= bytes.size(); ++most) {
-    Taker taker{most, 100, true, {}, 0};
-    kyd::WriteAll(std::ref(taker), bytes);
-    EXPECT_EQ(taker.taken, bytes);
-    EXPECT_EQ(taker.calls, static_cast<int>((bytes.size() + most - 1) / most));
-  }
-}
-
-TEST(WriteAll, EndsAtAFailureAndAtAWriteOfNothing) {
-  const kyd_test::LogCapture log;
-  const std::vector<std::uint8_t> bytes = {1, 2, 3, 4, 5, 6, 7};
-  for (const bool fails : {true, false}) {
-    Taker taker{2, 3, fails, {}, 0};
-    kyd::WriteAll(std::ref(taker), bytes);
-    EXPECT_EQ(taker.taken, (std::vector<std::uint8_t>{1, 2, 3}));
-    EXPECT_EQ(taker.calls, 3);
-  }
-  EXPECT_TRUE(log.Messages().empty());
-}
-
-TEST(WriteAll, WritesNothingForNoBytes) {
-  Taker taker{2, 3, true, {}, 0};
-  kyd::WriteAll(std::ref(taker), {});
-  EXPECT_EQ(taker.calls, 0);
 }
 
 }  // namespace
