@@ -3,6 +3,7 @@
 
 #include <array>
 #include <cstddef>
+#include <functional>
 #include <mutex>
 #include <string>
 
@@ -10,6 +11,7 @@
 #include "debuglog/module_logs.h"
 #include "platform/clock.h"
 #include "platform/file.h"
+#include "platform/text.h"
 
 namespace kyd {
 
@@ -31,28 +33,19 @@ class CDebugLog {
   // Narrow: the expansion is UTF-8 of at most 259 bytes.
   template <class... Arguments>
   int WriteLogA(const char* format, const Arguments&... arguments) noexcept {
-    try {
-      if (!corvid::IsModuleLogEnabled()) {
-        return 1;
-      }
-      corvid::WriteModuleLogA(FormatBounded(kNarrowMessageCapacity, format, arguments...).c_str());
-    } catch (...) {
-      // The message is lost.
-    }
+    const auto expand = [&] {
+      return platform::FromUtf8(
+          FormatBounded(kNarrowMessageCapacity, format, arguments...).c_str());
+    };
+    corvid::WriteModuleLine(std::cref(expand));
     return 1;
   }
 
   // Wide: the expansion is at most 1023 characters.
   template <class... Arguments>
   int WriteLogW(const wchar_t* format, const Arguments&... arguments) noexcept {
-    try {
-      if (!corvid::IsModuleLogEnabled()) {
-        return 1;
-      }
-      corvid::WriteModuleLog(FormatBounded(kWideMessageCapacity, format, arguments...).c_str());
-    } catch (...) {
-      // The message is lost.
-    }
+    const auto expand = [&] { return FormatBounded(kWideMessageCapacity, format, arguments...); };
+    corvid::WriteModuleLine(std::cref(expand));
     return 1;
   }
 

@@ -11,6 +11,7 @@
 #include "platform/file.h"
 #include "platform/folders.h"
 #include "platform/process.h"
+#include "platform/registry.h"
 #include "platform/text.h"
 
 namespace corvid {
@@ -23,8 +24,10 @@ constexpr std::size_t kNumberCapacity = 11;   // characters of the longest numbe
 constexpr std::size_t kLineReserve = 1024;
 
 std::uint32_t SystemRegistryAccess() {
-  static Wow64State state;  // one answer for the whole process
-  return state.RegistryAccess(&platform::IsWow64Process);
+  // One answer for the whole process.
+  static const std::uint32_t access =
+      platform::IsWow64Process() ? platform::kRegistryRead64 : platform::kRegistryRead;
+  return access;
 }
 
 // As %d prints it.
@@ -102,12 +105,17 @@ DebugLog::~DebugLog() {
 }
 
 void DebugLog::WriteLine(const wchar_t* text) noexcept {
+  WriteLine([text] { return std::wstring(text == nullptr ? L"" : text); });
+}
+
+void DebugLog::WriteLine(const LineMaker& make) noexcept {
   try {
     ReloadSettings();
     if (!IsEnabled()) {
       return;
     }
-    WriteOrKeep(LogLine(surroundings_.clock->Local(), text) + L'\n');
+    const std::wstring text = make();
+    WriteOrKeep(LogLine(surroundings_.clock->Local(), text.c_str()) + L'\n');
   } catch (...) {
     // The line is lost: logging never disturbs what it reports on.
   }

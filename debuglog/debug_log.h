@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <list>
 #include <mutex>
 #include <string>
@@ -24,6 +25,9 @@ struct LogSurroundings {
   // The system's clock, system drive and registry view.
   [[nodiscard]] static LogSurroundings OfSystem() noexcept;
 };
+
+// Makes the text of a message, which ends at its first NUL.
+using LineMaker = std::function<std::wstring()>;
 
 // The text of one line without its line feed: prefix with local time, session, process and thread,
 // the message (may be null), and a comma. The trailing comma is intentional.
@@ -49,6 +53,9 @@ class DebugLog {
   // Writes the message as a line, or keeps the line when the file cannot be opened: at most the 100
   // newest. A disabled logger writes and keeps nothing.
   void WriteLine(const wchar_t* text) noexcept;
+
+  // The same for a text that is made only when the logger is enabled.
+  void WriteLine(const LineMaker& make) noexcept;
 
   // Writes the pending lines; they stay pending when the file cannot be opened.
   void FlushPending() noexcept;

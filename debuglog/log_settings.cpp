@@ -44,13 +44,6 @@ std::optional<std::wstring> BaseFolder(const platform::RegistryKey& key, Default
 
 }  // namespace
 
-std::uint32_t Wow64State::RegistryAccess(Probe probe) noexcept {
-  if (state_ == State::kUnknown) {
-    state_ = probe() ? State::kYes : State::kNo;
-  }
-  return state_ == State::kYes ? platform::kRegistryRead64 : platform::kRegistryRead;
-}
-
 bool SettingsAreDue(std::int64_t now, std::int64_t last_read, bool enabled) noexcept {
   return now - last_read >= (enabled ? kReloadSecondsEnabled : kReloadSecondsDisabled);
 }

@@ -25,20 +25,6 @@ struct LogSettings {
   std::uint64_t size_limit = kDefaultLogSizeLimit;
 };
 
-// Whether the process runs under WOW64, asked once and remembered.
-class Wow64State {
- public:
-  using Probe = bool (*)() noexcept;
-
-  // The access mask for the settings key: reading, of the 64-bit view under WOW64. Calls the probe
-  // the first time only.
-  [[nodiscard]] std::uint32_t RegistryAccess(Probe probe) noexcept;
-
- private:
-  enum class State { kUnknown, kYes, kNo };
-  State state_ = State::kUnknown;
-};
-
 // The default base folder of the log, ending in a separator.
 using DefaultBase = std::optional<std::wstring> (*)();
 

@@ -49,6 +49,11 @@ void ModuleLogs::WriteLine(platform::ModuleHandle module, const wchar_t* text) {
   LogOf(module).WriteLine(text);
 }
 
+void ModuleLogs::WriteLine(platform::ModuleHandle module, const LineMaker& make) {
+  const std::lock_guard<std::recursive_mutex> guard(lock_);
+  LogOf(module).WriteLine(make);
+}
+
 bool ModuleLogs::IsEnabled(platform::ModuleHandle module) {
   const std::lock_guard<std::recursive_mutex> guard(lock_);
   DebugLog& log = LogOf(module);
@@ -76,11 +81,14 @@ void WriteModuleLog(const wchar_t* text) noexcept {
 }
 
 void WriteModuleLogA(const char* text) noexcept {
-  if (text == nullptr || !IsModuleLogEnabled()) {
-    return;
+  if (text != nullptr) {
+    WriteModuleLine([text] { return platform::FromUtf8(text); });
   }
+}
+
+void WriteModuleLine(const LineMaker& make) noexcept {
   try {
-    WriteModuleLog(platform::FromUtf8(text).c_str());
+    WithThisModule([&make](platform::ModuleHandle module) { module_logs.WriteLine(module, make); });
   } catch (...) {
     // The line is lost.
   }

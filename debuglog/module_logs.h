@@ -28,6 +28,7 @@ class ModuleLogs {
 
   // Writes a line through the module's logger.
   void WriteLine(platform::ModuleHandle module, const wchar_t* text);
+  void WriteLine(platform::ModuleHandle module, const LineMaker& make);
 
   // Brings the settings of the module's logger up to date and says whether it is enabled.
   [[nodiscard]] bool IsEnabled(platform::ModuleHandle module);
@@ -53,6 +54,9 @@ void WriteModuleLog(const wchar_t* text) noexcept;
 // The same for UTF-8 text, which is not even converted when the logger is disabled. Null does
 // nothing.
 void WriteModuleLogA(const char* text) noexcept;
+
+// The same for a text that is made only when the logger is enabled, which is asked once.
+void WriteModuleLine(const LineMaker& make) noexcept;
 
 // Whether the logger of the calling module is enabled; false when that cannot be told.
 [[nodiscard]] bool IsModuleLogEnabled() noexcept;

@@ -68,30 +68,6 @@ TEST(OutputLogEnables, AnyValueForMaskOneElseItsBit) {
   EXPECT_TRUE(corvid::OutputLogEnables(0xFFFFFFFF, 16));
 }
 
-int probes = 0;
-bool ProbeYes() noexcept {
-  return ++probes != 0;
-}
-bool ProbeNo() noexcept {
-  return ++probes == 0;
-}
-
-TEST(Wow64State, TakesTheSixtyFourBitViewUnderWow64AndAsksOnce) {
-  probes = 0;
-  corvid::Wow64State state;
-  EXPECT_EQ(state.RegistryAccess(&ProbeYes), 0x20119U);
-  EXPECT_EQ(state.RegistryAccess(&ProbeNo), 0x20119U);
-  EXPECT_EQ(probes, 1);
-}
-
-TEST(Wow64State, ReadsPlainlyOtherwiseAndAsksOnce) {
-  probes = 0;
-  corvid::Wow64State state;
-  EXPECT_EQ(state.RegistryAccess(&ProbeNo), 0x20019U);
-  EXPECT_EQ(state.RegistryAccess(&ProbeYes), 0x20019U);
-  EXPECT_EQ(probes, 1);
-}
-
 TEST(LogSurroundings, OfSystemReadPlainlyInA64BitProcess) {
   const corvid::LogSurroundings system = corvid::LogSurroundings::OfSystem();
   EXPECT_EQ(system.registry_access(), 0x20019U);

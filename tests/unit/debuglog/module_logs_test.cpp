@@ -108,6 +108,23 @@ TEST_F(ModuleLogsTest, KeepsTheFirstLoggerOfAModule) {
   EXPECT_FALSE(kyd_test::PathExists(Path(L"two.log")));
 }
 
+TEST_F(ModuleLogsTest, MakesATextOnlyForALoggerThatIsEnabled) {
+  registry_.SetDword(kKey, L"OutputLog", 1);
+  const auto default_log = MakeLog(L"kyd.log", 1);
+  corvid::ModuleLogs logs(*default_log);
+  logs.Register(Handle(1), MakeLog(L"one.log"));
+  int made = 0;
+  const corvid::LineMaker make = [&made] {
+    ++made;
+    return std::wstring(L"text");
+  };
+  logs.WriteLine(Handle(1), make);
+  EXPECT_EQ(made, 0);
+  logs.WriteLine(Handle(2), make);
+  EXPECT_EQ(made, 1);
+  EXPECT_NE(kyd_test::ReadFileBytes(Path(L"kyd.log")).find(", text,\r\n"), std::string::npos);
+}
+
 TEST_F(ModuleLogsTest, AsksTheLoggerOfTheModuleWhetherItIsEnabled) {
   registry_.SetDword(kKey, L"OutputLog", 1);
   const auto default_log = MakeLog(L"kyd.log", 1);
