@@ -39,24 +39,20 @@ void SkipBlanks(std::wstring_view& text) {
   text.remove_prefix(std::min(text.find_first_not_of(kBlanks), text.size()));
 }
 
-// A hexadecimal number of 1 to `most` digits.
-std::optional<std::uint32_t> TakeHex(std::wstring_view& text, std::size_t most) {
-  std::uint32_t number = 0;
-  std::size_t digits = 0;
-  for (; digits < text.size() && digits <= most; ++digits) {
-    const wchar_t character = FoldCase(text[digits]);
-    if (character >= L'0' && character <= L'9') {
-      number = number << 4 | static_cast<std::uint32_t>(character - L'0');
-    } else if (character >= L'A' && character <= L'F') {
-      number = number << 4 | static_cast<std::uint32_t>(character - L'A' + 10);
-    } else {
-      break;
-    }
-  }
-  if (digits == 0 || digits > most) {
+// A number of 1 to 8 hexadecimal digits.
+std::optional<std::uint32_t> TakeHex(std::wstring_view& text) {
+  constexpr std::wstring_view kDigits = L"0123456789abcdefABCDEF";
+  constexpr std::size_t kMostDigits = 8;
+  const std::size_t count = std::min(text.find_first_not_of(kDigits), text.size());
+  if (count == 0 || count > kMostDigits) {
     return std::nullopt;
   }
-  text.remove_prefix(digits);
+  std::uint32_t number = 0;
+  for (const wchar_t character : text.substr(0, count)) {
+    const std::size_t place = kDigits.find(character);
+    number = number << 4U | static_cast<std::uint32_t>(place < 16 ? place : place - 6);
+  }
+  text.remove_prefix(count);
   return number;
 }
 
@@ -102,9 +98,6 @@ class Lines {
   }
 
   std::optional<std::wstring> Next() {
-    if (returned_) {
-      return std::exchange(returned_, std::nullopt);
-    }
     if (is_wide_ ? rest_wide_.empty() : rest_.empty()) {
       return std::nullopt;
     }
@@ -114,9 +107,6 @@ class Lines {
     }
     return line;
   }
-
-  // Has Next give this line once more.
-  void Return(std::wstring line) { returned_ = std::move(line); }
 
  private:
   template <class View>
@@ -138,7 +128,6 @@ class Lines {
   std::wstring wide_;
   std::wstring_view rest_wide_;
   std::string_view rest_;
-  std::optional<std::wstring> returned_;
   bool is_wide_ = false;
 };
 
@@ -217,21 +206,16 @@ class Reader {
     }
   }
 
-  std::optional<RegistryValue> TakeData(std::wstring_view line) {
+  static std::optional<RegistryValue> TakeData(std::wstring_view line) {
     if (line.substr(0, 1) == L"\"") {
       return TakeText(line);
     }
     if (Skip(line, L"dword:")) {
       return TakeDword(line);
     }
-    if (Skip(line, L"hex:")) {
-      return TakeBytes(line, kRegistryBinary);
-    }
-    if (Skip(line, L"hex(")) {
-      const std::optional<std::uint32_t> type = TakeHex(line, 8);
-      if (type && Skip(line, L"):")) {
-        return TakeBytes(line, *type);
-      }
+    // The lines on which such a list goes on are read as no value of their own.
+    if (Skip(line, L"hex:") || Skip(line, L"hex(")) {
+      return RegistryValue{kRegistryBinary, {}};
     }
     return std::nullopt;
   }
@@ -248,7 +232,7 @@ class Reader {
 
   static std::optional<RegistryValue> TakeDword(std::wstring_view line) {
     SkipBlanks(line);
-    const std::optional<std::uint32_t> number = TakeHex(line, 8);
+    const std::optional<std::uint32_t> number = TakeHex(line);
     if (!number || !IsBlankOrComment(line)) {
       return std::nullopt;
     }
@@ -257,37 +241,6 @@ class Reader {
       value.data.push_back(static_cast<std::uint8_t>(*number >> shift));
     }
     return value;
-  }
-
-  // Bytes with commas between them, over as many lines as they need.
-  std::optional<RegistryValue> TakeBytes(std::wstring_view line, std::uint32_t type) {
-    RegistryValue value{type, {}};
-    std::optional<std::wstring> next_line;
-    for (;;) {
-      SkipBlanks(line);
-      if (line.substr(0, 1) == L"\\" && IsBlankOrComment(line.substr(1))) {
-        next_line = lines_.Next();
-        if (!next_line) {
-          return value;
-        }
-        line = *next_line;
-        continue;
-      }
-      if (IsBlankOrComment(line)) {
-        return value;
-      }
-      const std::optional<std::uint32_t> byte = TakeHex(line, 2);
-      SkipBlanks(line);
-      const bool is_last = IsBlankOrComment(line);
-      if (!byte || (!is_last && !Skip(line, L","))) {
-        // It may be a line of its own behind a list that was left unfinished.
-        if (next_line) {
-          lines_.Return(std::move(*next_line));
-        }
-        return std::nullopt;
-      }
-      value.data.push_back(static_cast<std::uint8_t>(*byte));
-    }
   }
 
   Lines lines_;

@@ -1,16 +1,14 @@
 // The registry export text: "Windows Registry Editor Version 5.00".
 //
-// UTF-8 with or without a byte-order mark, or UTF-16 little-endian with one; lines end in LF or CR
-// LF:
+// UTF-8 with or without a byte-order mark, or UTF-16 little-endian with one; lines end in LF or
+// CR LF:
 //
-//   [HKEY_LOCAL_MACHINE\SOFTWARE\Maker]   makes a key, with its parents; the values below belong to
-//   it
+//   [HKEY_LOCAL_MACHINE\SOFTWARE\Maker]   makes a key, with its parents, and starts its values
 //   [-HKEY_LOCAL_MACHINE\SOFTWARE\Maker]  removes a key with everything below it
 //   "name"="text"                         REG_SZ; \\ and \" stand for \ and "
 //   "name"=dword:0000000a                 REG_DWORD, up to 8 hexadecimal digits
-//   "name"=hex:01,02                      REG_BINARY; a \ at the line's end goes on in the next
-//   line "name"=hex(7):61,00                   any other type by its hexadecimal number "name"=-
-//   removes a value
+//   "name"=hex...                         any other type: REG_BINARY here, without data
+//   "name"=-                              removes a value
 //   @=...                                 the key's unnamed value
 //   ; comment                             as a line, and behind anything of the above
 //

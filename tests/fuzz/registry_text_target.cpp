@@ -102,16 +102,21 @@ std::wstring Number(const char* format, unsigned value) {
   return platform::FromUtf8(text);
 }
 
-// All values in the form that takes every type, two bytes a line.
+std::wstring Written(const RegistryValue& value) {
+  if (value.type == platform::kRegistryText) {
+    const std::wstring text = platform::FromUtf16Le(value.data.data(), value.data.size());
+    return L"\"" + Escaped(text.substr(0, text.size() - 1)) + L"\"";
+  }
+  if (value.type == platform::kRegistryDword) {
+    return L"dword:" + Number("%x", platform::NumberOf(value).value());
+  }
+  return L"hex:";
+}
+
 std::wstring Written(const RegistryValues& values) {
   std::wstring text = L"[HKEY_LOCAL_MACHINE\\SOFTWARE\\Maker]\r\n";
   for (const auto& [name, value] : values) {
-    text += L"\"" + Escaped(name) + L"\"=hex(" + Number("%x", value.type) + L"):";
-    for (std::size_t i = 0; i < value.data.size(); ++i) {
-      text += (i == 0 ? L"" : L",") + std::wstring(i % 2 == 1 ? L"\\\r\n  " : L"") +
-              Number("%02x", value.data[i]);
-    }
-    text += L"\r\n";
+    text += L"\"" + Escaped(name) + L"\"=" + Written(value) + L"\r\n";
   }
   return text;
 }

@@ -148,6 +148,7 @@ TEST_F(LogSettingsTest, IgnoresAFolderOfAnotherTypeAndAnEmptyOne) {
   EXPECT_EQ(Read().folder, folder_ / L"DebugSSO");
 }
 
+#ifdef _WIN32  // elsewhere every text has its terminator
 TEST_F(LogSettingsTest, TakesAFolderTextWithoutTerminator) {
   registry_.SetDword(kKey, L"OutputLog", 16);
   registry_.SetRaw(kKey, L"OutputLogDir", platform::kRegistryText,
@@ -155,6 +156,8 @@ TEST_F(LogSettingsTest, TakesAFolderTextWithoutTerminator) {
   const std::wstring separator(1, platform::kPathSeparator);
   EXPECT_EQ(Read().folder, (folder_ / L"bare") + separator + L"DebugSSO");
 }
+
+#endif
 
 TEST_F(LogSettingsTest, KeepsTheDefaultSizeForZeroAndForOtherTypes) {
   registry_.SetDword(kKey, L"OutputLog", 16);
