@@ -9,8 +9,8 @@
 
 #include <cerrno>
 
-#include "platform/errno_posix.h"
 #include "platform/error.h"
+#include "platform/fd_posix.h"
 #include "platform/text.h"
 
 namespace platform {

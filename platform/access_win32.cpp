@@ -7,6 +7,7 @@
 // After windows.h, which it needs.
 #include <aclapi.h>
 
+#include "platform/file_handle_win32.h"
 #include "platform/text.h"
 #include "platform/unique_handle.h"
 
@@ -14,17 +15,6 @@ namespace platform {
 namespace {
 
 constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
-
-struct FileCloser {
-  using Value = HANDLE;
-  static inline const Value kInvalid = INVALID_HANDLE_VALUE;
-  static void Close(Value file) noexcept {
-    const DWORD error = GetLastError();
-    CloseHandle(file);
-    ::SetLastError(error);
-  }
-};
-using UniqueFile = UniqueHandle<FileCloser>;
 
 struct TokenCloser {
   using Value = HANDLE;

@@ -6,7 +6,6 @@
 #include <cerrno>
 #include <string>
 
-#include "platform/errno_posix.h"
 #include "platform/error.h"
 #include "platform/fd_posix.h"
 #include "platform/text.h"

@@ -8,7 +8,7 @@
 #include <cerrno>
 #include <climits>
 
-#include "platform/errno_posix.h"
+#include "platform/fd_posix.h"
 
 namespace platform {
 namespace {

@@ -3,7 +3,6 @@
 
 #include <sys/file.h>
 
-#include "platform/errno_posix.h"
 #include "platform/error.h"
 
 namespace platform {

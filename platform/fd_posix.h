@@ -1,4 +1,5 @@
-// Owned file descriptors, and the calls on them that a signal may interrupt.
+// Owned file descriptors, the calls on them that a signal may interrupt, and where errno becomes
+// one of the program's numbers.
 #pragma once
 
 #include <fcntl.h>
@@ -25,6 +26,13 @@ struct FdCloser {
   }
 };
 using UniqueFd = UniqueHandle<FdCloser>;
+
+// The Windows error number of an errno value. ENOENT is a missing file here; see RecordErrno.
+[[nodiscard]] unsigned NumberOfErrno(int error_number) noexcept;
+
+// Sets LastError from the errno value of a call that failed for a path, and tells a missing file
+// from a missing folder on the way to it.
+void RecordErrno(int error_number, const std::string& path);
 
 // Repeats a call that a signal interrupted; gives its last result. Not for ever: what is
 // interrupted every time is broken.

@@ -9,7 +9,6 @@
 #include <ctime>
 #include <memory>
 
-#include "platform/errno_posix.h"
 #include "platform/error.h"
 #include "platform/fd_posix.h"
 #include "platform/file_look_posix.h"

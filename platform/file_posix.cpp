@@ -8,7 +8,6 @@
 #include <limits>
 #include <utility>
 
-#include "platform/errno_posix.h"
 #include "platform/error.h"
 #include "platform/fd_posix.h"
 #include "platform/file_look_posix.h"

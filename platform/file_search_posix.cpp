@@ -9,7 +9,6 @@
 #include <cstddef>
 #include <utility>
 
-#include "platform/errno_posix.h"
 #include "platform/error.h"
 #include "platform/fd_posix.h"
 #include "platform/text.h"

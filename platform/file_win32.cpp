@@ -14,6 +14,7 @@
 #include <utility>
 
 #include "platform/error.h"
+#include "platform/file_handle_win32.h"
 #include "platform/text.h"
 #include "platform/unique_handle.h"
 
@@ -27,17 +28,6 @@ constexpr std::size_t kLargestTransfer = std::size_t{1} << 30;
 // pair of surrogates that the end of one cuts in two is lost. So a text with such pairs is given to
 // it in pieces that fit, even if each of their characters were a line feed and became two.
 constexpr std::size_t kLargestTextPiece = 120;
-
-struct FileCloser {
-  using Value = HANDLE;
-  static inline const Value kInvalid = INVALID_HANDLE_VALUE;
-  static void Close(Value file) noexcept {
-    const DWORD error = GetLastError();
-    CloseHandle(file);
-    ::SetLastError(error);
-  }
-};
-using UniqueFile = UniqueHandle<FileCloser>;
 
 struct StreamCloser {
   using Value = FILE*;

@@ -9,8 +9,8 @@
 #include <filesystem>
 #include <system_error>
 
-#include "platform/errno_posix.h"
 #include "platform/error.h"
+#include "platform/fd_posix.h"
 #include "platform/text.h"
 
 namespace platform {

@@ -1,7 +1,6 @@
 // The machine-wide registry as a registry export text.
 #include "platform/registry.h"
 
-#include "platform/errno_posix.h"
 #include "platform/error.h"
 #include "platform/fd_posix.h"
 #include "platform/registry_text_posix.h"

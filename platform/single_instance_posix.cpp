@@ -14,7 +14,6 @@
 #include <optional>
 #include <sstream>
 
-#include "platform/errno_posix.h"
 #include "platform/error.h"
 #include "platform/fd_posix.h"
 #include "platform/single_instance_posix.h"

@@ -2,8 +2,8 @@
 
 #include <cerrno>
 
-#include "platform/errno_posix.h"
 #include "platform/error.h"
+#include "platform/fd_posix.h"
 #include "platform/text.h"
 #include "tests/unit/support/temp_folder.h"
 
