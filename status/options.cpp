@@ -52,6 +52,25 @@ void RefuseMoreThanJson(const CLI::App& app) {
   }
 }
 
+void RefuseWhatDoesNotFitTogether(const CLI::App& app, const Taken& taken, bool per_account) {
+  if (taken.log_dir.empty()) {
+    throw CLI::ValidationError("LogDir", "is empty");
+  }
+  if (app.count("--html") != 0 && taken.html_file.empty()) {
+    throw CLI::ValidationError("--html", "is empty");
+  }
+  const bool has_metrics = app.count("--openmetrics") != 0;
+  if (has_metrics && taken.metrics_file.empty()) {
+    throw CLI::ValidationError("--openmetrics", "is empty");
+  }
+  if (per_account && !has_metrics) {
+    throw CLI::RequiresError("--per-account", "--openmetrics");
+  }
+  if (app.count("--check") != 0) {
+    RefuseMoreThanJson(app);
+  }
+}
+
 Answer AnswerOf(const CLI::App& app, const CLI::ParseError& error) {
   if (error.get_name() == "CallForHelp") {
     return {0, platform::FromUtf8(app.help())};
@@ -81,12 +100,12 @@ CommandLine ReadCommandLine(const std::vector<std::string>& arguments, const Pat
       ->check(Between(1U, kMostDays))
       ->type_name("N");
   app.add_flag("--json", options.json, "Print JSON");
-  const CLI::Option* const check = app.add_flag(
-      "--check", options.check, "Tell what would keep the next run from working; nothing is sent");
+  app.add_flag("--check", options.check,
+               "Tell what would keep the next run from working; nothing is sent");
   app.add_option("--html", taken.html_file, "Write a page to this file as well")->type_name("FILE");
-  CLI::Option* const metrics = app.add_option("--openmetrics", taken.metrics_file,
-                                              "Write metrics for Prometheus to this file as well")
-                                   ->type_name("FILE");
+  app.add_option("--openmetrics", taken.metrics_file,
+                 "Write metrics for Prometheus to this file as well")
+      ->type_name("FILE");
   app.add_flag("--per-account", options.per_account, "Metrics of each account as well");
   const CLI::Option* const age =
       app.add_option("--max-age", taken.max_age, "Limit for the age of a waiting file, in hours")
@@ -100,21 +119,7 @@ CommandLine ReadCommandLine(const std::vector<std::string>& arguments, const Pat
   try {
     // The library takes them from the back.
     app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
-    if (taken.log_dir.empty()) {
-      throw CLI::ValidationError("LogDir", "is empty");
-    }
-    if (app.count("--html") != 0 && taken.html_file.empty()) {
-      throw CLI::ValidationError("--html", "is empty");
-    }
-    if (metrics->count() != 0 && taken.metrics_file.empty()) {
-      throw CLI::ValidationError("--openmetrics", "is empty");
-    }
-    if (options.per_account && metrics->count() == 0) {
-      throw CLI::RequiresError("--per-account", "--openmetrics");
-    }
-    if (check->count() != 0) {
-      RefuseMoreThanJson(app);
-    }
+    RefuseWhatDoesNotFitTogether(app, taken, options.per_account);
   } catch (const CLI::ParseError& error) {
     line.answer = AnswerOf(app, error);
     return line;
