@@ -1,6 +1,7 @@
 // Which client certificate an account's credentials select.
 #include "socket/certificate_selection.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -61,10 +62,10 @@ TEST(ParseAuthParam, ReportsTextThatDecodesToNothing) {
 }
 
 TEST(ParseAuthParam, ReportsBytesThatAreNoPfxAndTriesToImportThem) {
-  const Lines lines = LinesOfPfx(&DecodeToCharacters);
-  ASSERT_EQ(lines.size(), 2U);
-  EXPECT_EQ(lines[0], "<ParseAuthParam> PFXIsPFXBlob error");
-  EXPECT_EQ(lines[1].substr(0, 43), "<ParseAuthParam> PFXImportCertStore error [");
+  EXPECT_THAT(
+      LinesOfPfx(&DecodeToCharacters),
+      testing::ElementsAre("<ParseAuthParam> PFXIsPFXBlob error",
+                           testing::StartsWith("<ParseAuthParam> PFXImportCertStore error [")));
 }
 
 TEST(ParseAuthParam, LetsNoExceptionEscape) {

@@ -110,7 +110,9 @@ TEST_F(FlushLogDirTest, ForceFlushNeverReplacesAnArchivedFile) {
 TEST_F(FlushLogDirTest, ForceFlushLeavesFilesWithoutAnArchiveFolder) {
   MakeFile({L"Upload", L"alice", L"a.log"}, "a");
   EXPECT_EQ(kyd::CleanupUploadDir(run_, L"alice"), 0);
-  EXPECT_EQ(log_.Messages()[1], "<Cleanup MOVE> Move NG [3]");
+  EXPECT_EQ(log_.Messages(),
+            (Lines{"<CleanupUploadDir> start [alice]", "<Cleanup MOVE> Move NG [3]",
+                   "<CleanupUploadDir> end [alice]"}));
   EXPECT_EQ(kyd_test::ReadFileBytes(Path({L"Upload", L"alice", L"a.log"})), "a");
 }
 
