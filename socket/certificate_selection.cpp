@@ -45,7 +45,7 @@ std::vector<std::uint8_t> DecodeBase64(const std::wstring& text, const kyd::Uplo
 
 // Proves that the text is an importable PFX with at least one certificate. That is all it does: the
 // store and the certificate are neither used nor released, so that the requests go out without a
-// client certificate. That is meant so. False for a failure, which has been logged.
+// client certificate. This is intentional. False for a failure, which has been logged.
 bool ProvePfx(const kyd::UploadAuthData& credentials, const kyd::UploadRun& run) {
   const std::vector<std::uint8_t> bytes = DecodeBase64(credentials.cert_base64encoded, run);
   if (bytes.data() == nullptr) {
