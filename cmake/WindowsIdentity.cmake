@@ -1,5 +1,9 @@
 # Version resource and manifest of the Windows programs.
 
+# What each binary interface is for. Program and closed libraries have to be of the same.
+set(kyd_purpose_mingw "Built with MinGW-w64, for the stand-in libraries; not for libraries that Visual Studio has built")
+set(kyd_purpose_msvc "In Visual C++'s binary interface, for closed libraries that Visual Studio has built")
+
 # kyd_windows_identity(<target> DESCRIPTION <text>): gives an executable both. The version is the
 # project's. Does nothing on other platforms.
 function(kyd_windows_identity target)
@@ -9,6 +13,12 @@ function(kyd_windows_identity target)
   endif()
   set(KYD_TARGET ${target})
   set(KYD_DESCRIPTION "${arg_DESCRIPTION}")
+  if(MSVC)
+    set(KYD_ABI msvc)
+  else()
+    set(KYD_ABI mingw)
+  endif()
+  set(KYD_PURPOSE "${kyd_purpose_${KYD_ABI}}")
   set(KYD_MANIFEST ${CMAKE_CURRENT_BINARY_DIR}/${target}.manifest)
   set(resources ${CMAKE_CURRENT_BINARY_DIR}/${target}_identity.rc)
   configure_file(${CMAKE_SOURCE_DIR}/cmake/windows/program.manifest.in ${KYD_MANIFEST} @ONLY)

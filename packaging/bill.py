@@ -42,7 +42,7 @@ def _entry(component: Component) -> dict[str, Any]:
     return entry
 
 
-def write(path: Path, product: str, components: Iterable[Component]) -> None:
+def write(path: Path, product: str, components: Iterable[Component], purpose: str | None) -> None:
     """The bill of one product. The same commit and components give the same bytes."""
     version, commit = project.version(), project.commit()
     root = f"{product}@{version}"
@@ -62,6 +62,7 @@ def write(path: Path, product: str, components: Iterable[Component]) -> None:
                 "bom-ref": root,
                 "name": product,
                 "version": version,
+                **({"description": purpose} if purpose else {}),
                 "publisher": project.PUBLISHER,
                 "licenses": _licences("MIT"),
                 "properties": [{"name": "kydloguploader:commit", "value": commit}],

@@ -14,6 +14,7 @@ import bill
 import debian
 import project
 import reproduce
+import visual_cpp
 import windows
 from project import DIST, Failure
 from signing import Signing
@@ -44,14 +45,21 @@ def build(options: argparse.Namespace) -> None:
     if options.sign:
         certificate, key = options.sign
         signing = Signing(certificate, key, options.time_stamp)
+    if options.windows_programs:
+        visual_cpp.check(
+            options.windows_programs, windows.PROGRAMS.values(), stand_in_allowed=options.allow_changes
+        )
     for folder in (windows.BUILD, debian.BUILD):
         build_programs(folder.name)
     time = project.commit_time()
     project.fresh(DIST)
     products = windows.build(DIST, time, signing)
+    if options.windows_programs:
+        products |= windows.build_visual_cpp(options.windows_programs, DIST, time, signing)
     products |= debian.build(DIST, time)
+    purposes = windows.purposes()
     for product, components in products.items():
-        bill.write(DIST / f"{product}.cdx.json", product, components)
+        bill.write(DIST / f"{product}.cdx.json", product, components, purposes.get(product))
     write_sums(DIST)
 
 
@@ -59,7 +67,13 @@ def main() -> int:
     parser = argparse.ArgumentParser(prog="./dev package", description=__doc__)
     parser.add_argument(
         "--allow-changes", action="store_true",
-        help="also of a tree with changes that are not committed, to try something",
+        help="to try something: also of a tree with changes that are not committed, and of Windows programs "
+        "that were built with a stand-in for the Windows SDK",
+    )
+    parser.add_argument(
+        "--windows-programs", type=Path, metavar="DIR",
+        help="also make the packages for closed libraries that Visual Studio has built, of programs that were "
+        "built elsewhere: the folder has the programs, their .pdb files and vcpkg's folder 'share'",
     )
     parser.add_argument(
         "--sign", nargs=2, type=Path, metavar=("CERTIFICATE", "KEY"),
@@ -78,7 +92,7 @@ def main() -> int:
     try:
         build(options)
         if options.check_reproducible:
-            reproduce.check()
+            reproduce.check(options.windows_programs)
     except Failure as failure:
         print(f"package: {failure}", file=sys.stderr)
         return 1

@@ -48,7 +48,7 @@ _BUILD_HEADERS = re.compile(r"^(?:\./)?deps/include/")
 
 @dataclass(frozen=True)
 class Component:
-    """Something that is linked in: a Debian package, or the REST library built from one."""
+    """Something that is linked in: a Debian package, the REST library built from one, or a port of vcpkg."""
 
     name: str
     version: str
@@ -57,9 +57,12 @@ class Component:
     copyright: Path
     homepage: str = ""
     patches: tuple[str, ...] = ()
+    spdx: str = ""  # the licence, of components that bring it
 
     @property
     def licence(self) -> str:
+        if self.spdx:
+            return self.spdx
         if self.name not in LICENCES:
             raise Failure(f"{self.name} is linked in: enter its licence in packaging/linked.py")
         return LICENCES[self.name]
@@ -148,10 +151,14 @@ def debian_package(name: str, linkage: str) -> Component:
     )
 
 
+def rest_patches() -> tuple[str, ...]:
+    return tuple(path.name for path in sorted(REST_SOURCES.glob("[0-9]*.patch")))
+
+
 def rest_library(build: Path) -> Component:
     """The patched library: the tarball of Debian's source package, the version as its own header has it."""
     cache = (build / "CMakeCache.txt").read_text("utf-8")
-    flavour = re.search(r"^KYD_CPPREST_FLAVOUR:\w+=(\w+)$", cache, re.M)
+    flavour = re.search(r"^KYD_CPPREST_FLAVOUR:\w+=([\w-]+)$", cache, re.M)
     if flavour is None:
         raise Failure("the build does not say where the REST library is from")
     prefix = Path(run(REST_SOURCES / "build", flavour[1]).splitlines()[-1])
@@ -163,7 +170,7 @@ def rest_library(build: Path) -> Component:
     return Component(
         "cpprest", version, f"pkg:deb/debian/cpprest@{version}?arch=source", "static",
         prefix / "share/cpprestsdk/license.txt", "https://github.com/microsoft/cpprestsdk",
-        tuple(path.name for path in sorted(REST_SOURCES.glob("[0-9]*.patch"))),
+        rest_patches(),
     )
 
 

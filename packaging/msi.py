@@ -13,7 +13,7 @@ from xml.sax.saxutils import quoteattr
 import project
 from project import NAME, PUBLISHER, ROOT, WORK, Failure
 
-# Never change: by it an installed version is found, whichever toolchain built it.
+# Never change: by it an installed version is found, whichever binary interface it has.
 UPGRADE_CODE = "B5C34B57-4C3E-4D6E-9F0C-0E9C3D5A7F21"
 # What all other identities are derived from.
 _NAMESPACE = uuid.UUID("5d6d1f0b-8a0e-4c3c-9d51-6a5a3f1c2e74")
@@ -157,15 +157,16 @@ def _complete(path: Path, version: str, programs: Sequence[str]) -> None:
     _edit(path, "Upgrade", with_this_version)
 
 
-def write(folder: Path, actions: Path, target: Path, abi: str, time: int) -> None:
-    """The package that installs everything below a folder. `abi` tells builds of one version apart."""
+def write(folder: Path, actions: Path, target: Path, abi: str, purpose: str, time: int) -> None:
+    """The package that installs everything below a folder. `abi` tells builds of one version apart, and
+    `purpose` says so to an administrator."""
     version = project.version()
     directories, references = _contents(folder)
     text = SOURCE.read_text("utf-8")
     product_code = identity("product", version, abi)
     for name, value in {
         "@NAME@": NAME, "@PUBLISHER@": PUBLISHER, "@VERSION@": version, "@PRODUCT_CODE@": product_code,
-        "@UPGRADE_CODE@": UPGRADE_CODE, "@ACTIONS@": _source(actions),
+        "@UPGRADE_CODE@": UPGRADE_CODE, "@ACTIONS@": _source(actions), "@PURPOSE@": purpose,
         "<!-- directories -->": directories, "<!-- references -->": references,
     }.items():
         text = text.replace(name, value)

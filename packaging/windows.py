@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import re
 import zipfile
 from collections.abc import Callable, Iterable
 from datetime import datetime, timezone
@@ -10,18 +11,20 @@ from pathlib import Path
 import linked
 import msi
 import project
-from project import NAME, ROOT, WORK
+import visual_cpp
+from project import NAME, ROOT, WORK, Failure
 
 BUILD = ROOT / "build/release-windows"
 TOOLS = "x86_64-w64-mingw32-"
-PRODUCT = f"{NAME}-{project.version()}-windows-x64"
+# The binary interfaces, by which packages of one version are told apart. Program and closed libraries have to
+# be of the same.
+MINGW, MSVC = "mingw", "msvc"
 # The stand-ins never go where the closed libraries belong; those who develop get them separately.
-COMPANION = f"{NAME}-{project.version()}-companion-development-windows-x64"
+COMPANION = f"{NAME}-{project.version()}-companion-development-windows-x64-{MINGW}"
 PROGRAMS = {"KydLogUploader": "KydLogUploader.exe", "KydUploadStatus": "KydUploadStatus.exe"}
-# What the Windows Installer package runs while it is installed or removed.
+# What the Windows Installer package runs while it is installed or removed. It uses nothing but Windows and its
+# own code, so that MinGW-w64 builds it for all packages.
 SETUP_ACTIONS = "KydSetupActions"
-# The toolchain, by which packages of one version are told apart.
-ABI = "mingw"
 STAND_INS = {"Corvid": "Corvid.dll", "pelham": "pelham.dll", "keyward-seal": "keyward-seal.exe"}
 
 Signer = Callable[[Path], None]
@@ -68,42 +71,88 @@ def _licences(inside: Iterable[linked.Component], folder: Path) -> None:
         _text(folder / name, folder / name)
 
 
-def build(dist: Path, time: int, sign: Signer | None) -> dict[str, list[linked.Component]]:
-    """Writes everything for Windows; returns what is in each product, by the product's name."""
-    of_product = linked.components(BUILD, [*PROGRAMS, SETUP_ACTIONS])
-    of_companion = linked.components(BUILD, STAND_INS)
-    product, symbols, companion = (
-        project.fresh(WORK / name) for name in (PRODUCT, f"{PRODUCT}-symbols", COMPANION)
-    )
+def product_name(abi: str) -> str:
+    return f"{NAME}-{project.version()}-windows-x64-{abi}"
 
-    for name in PROGRAMS.values():
-        _split_symbols(name, product / name, symbols / f"{name}.debug", time)
-    actions = WORK / f"{SETUP_ACTIONS}.dll"
-    _split_symbols(actions.name, actions, symbols / f"{actions.name}.debug", time)
+
+def purpose(abi: str) -> str:
+    """What packages of an interface are for, as the programs' version resource says it."""
+    text = (ROOT / "cmake/WindowsIdentity.cmake").read_text("utf-8")
+    found = re.search(rf'set\(kyd_purpose_{abi} "(.*)"\)', text)
+    if found is None:
+        raise Failure(f"cmake/WindowsIdentity.cmake does not say what {abi} is for")
+    return found[1]
+
+
+def purposes() -> dict[str, str]:
+    """What each product is for, by its name."""
+    return {product_name(abi): purpose(abi) for abi in (MINGW, MSVC)} | {COMPANION: purpose(MINGW)}
+
+
+def _add_texts(product: Path, inside: Iterable[linked.Component]) -> None:
     for document in project.documents():
         _text(ROOT / document, product / document)
     for part in ("diagnostic-log", "monitoring", "windows"):
         for file in project.files_below(ROOT / "deploy" / part):
             project.copy(ROOT / "deploy" / part / file, product / "deploy" / part / file)
     _text(ROOT / "LICENSE", product / "LICENSE.txt")
-    _licences(of_product, product / "licenses")
+    _licences(inside, product / "licenses")
 
+
+def _write(product: Path, symbols: Path, dist: Path, abi: str, time: int, sign: Signer | None) -> None:
+    """The archives and the Windows Installer package of one interface."""
+    actions = WORK / f"{SETUP_ACTIONS}.dll"
+    _split_symbols(actions.name, actions, symbols / f"{actions.name}.debug", time)
+    # Before anything is packed: both packages hold the same signed programs.
+    if sign:
+        for program in [*(product / name for name in PROGRAMS.values()), actions]:
+            sign(program)
+    for folder in (product, symbols):
+        project.settle(folder, time)
+        write_zip(folder, dist / f"{folder.name}.zip", time)
+    package = dist / f"{product.name}.msi"
+    msi.write(product, actions, package, abi, purpose(abi), time)
+    if sign:
+        sign(package)
+
+
+def _folders(abi: str) -> tuple[Path, Path]:
+    name = product_name(abi)
+    return project.fresh(WORK / name), project.fresh(WORK / f"{name}-symbols")
+
+
+def build(dist: Path, time: int, sign: Signer | None) -> dict[str, list[linked.Component]]:
+    """Writes everything that MinGW-w64 has built; returns what is in each product, by the product's name."""
+    of_product = linked.components(BUILD, [*PROGRAMS, SETUP_ACTIONS])
+    product, symbols = _folders(MINGW)
+    for name in PROGRAMS.values():
+        _split_symbols(name, product / name, symbols / f"{name}.debug", time)
+    _add_texts(product, of_product)
+    _write(product, symbols, dist, MINGW, time, sign)
+
+    of_companion = linked.components(BUILD, STAND_INS)
+    companion = project.fresh(WORK / COMPANION)
     for name in STAND_INS.values():
         _split_symbols(name, companion / name, companion / f"{name}.debug", time)
     _text(ROOT / "companion/README.md", companion / "README.md")
     _text(ROOT / "docs/companion.md", companion / "docs/companion.md")
     _text(ROOT / "LICENSE", companion / "LICENSE.txt")
     _licences(of_companion, companion / "licenses")
+    project.settle(companion, time)
+    write_zip(companion, dist / f"{COMPANION}.zip", time)
+    return {product.name: of_product, COMPANION: of_companion}
 
-    # Before anything is packed: both packages hold the same signed programs.
-    if sign:
-        for program in [*(product / name for name in PROGRAMS.values()), actions]:
-            sign(program)
-    for folder in (product, symbols, companion):
-        project.settle(folder, time)
-        write_zip(folder, dist / f"{folder.name}.zip", time)
-    package = dist / f"{PRODUCT}.msi"
-    msi.write(product, actions, package, ABI, time)
-    if sign:
-        sign(package)
-    return {PRODUCT: of_product, COMPANION: of_companion}
+
+def build_visual_cpp(
+    programs: Path, dist: Path, time: int, sign: Signer | None
+) -> dict[str, list[linked.Component]]:
+    """The same for programs in Visual C++'s interface, which were built elsewhere."""
+    inside = [*visual_cpp.components(programs), *linked.components(BUILD, [SETUP_ACTIONS])]
+    product, symbols = _folders(MSVC)
+    for name in PROGRAMS.values():
+        project.copy(programs / name, product / name)
+        database = Path(name).with_suffix(".pdb")
+        project.copy(programs / database, symbols / database)
+    _add_texts(product, inside)
+    _write(product, symbols, dist, MSVC, time, sign)
+    return {product.name: sorted(inside, key=lambda component: component.name)}

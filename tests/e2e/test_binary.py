@@ -155,6 +155,13 @@ PROGRAMS = {
     "KydUploadStatus": "Tells what was uploaded and what waits",
 }
 
+WHAT_FOR = {
+    "MinGW-w64": (
+        "mingw", "Built with MinGW-w64, for the stand-in libraries; not for libraries that Visual Studio has built"
+    ),
+    "Visual C++": ("msvc", "In Visual C++'s binary interface, for closed libraries that Visual Studio has built"),
+}
+
 
 @pytest.fixture
 def executable(platform):
@@ -238,8 +245,9 @@ def test_windows_program_is_loaded_anywhere_and_never_executes_data(portable):
     assert not [name for name, flags in portable.sections.items() if flags & both == both]
 
 
-def test_windows_program_says_what_it_is_and_of_which_version(windows_program):
+def test_windows_program_says_what_it_is_of_which_version_and_what_for(platform, windows_program):
     name, portable = windows_program
+    abi, purpose = WHAT_FOR[platform.run_time]
     ((place, content),) = portable.resources(RT_VERSION).items()
     assert place == (1, US_ENGLISH)
     version = project_version()
@@ -247,6 +255,7 @@ def test_windows_program_says_what_it_is_and_of_which_version(windows_program):
     wanted = (*map(int, version.split(".")), 0)
     assert numbers == (wanted, wanted)
     assert texts == {
+        "Comments": purpose,
         "CompanyName": "The KydLogUploader authors",
         "FileDescription": PROGRAMS[name],
         "FileVersion": version,
@@ -254,7 +263,7 @@ def test_windows_program_says_what_it_is_and_of_which_version(windows_program):
         "LegalCopyright": "Copyright (c) 2026 The KydLogUploader authors. MIT License.",
         "OriginalFilename": f"{name}.exe",
         "ProductName": "KydLogUploader",
-        "ProductVersion": version,
+        "ProductVersion": f"{version} ({abi})",
     }
 
 

@@ -63,15 +63,15 @@ class Archives:
 
     @property
     def product(self):
-        return self.unpacked("windows-x64")
+        return self.unpacked("windows-x64-mingw")
 
     @property
     def symbols(self):
-        return self.unpacked("windows-x64-symbols")
+        return self.unpacked("windows-x64-mingw-symbols")
 
     @property
     def companion(self):
-        return self.unpacked("companion-development-windows-x64")
+        return self.unpacked("companion-development-windows-x64-mingw")
 
 
 @pytest.fixture(scope="session")

@@ -14,13 +14,13 @@ BOOST, GCC, SSL = {
     "13": ("libboost1.83-dev", "14", "libssl3t64"),
 }[RELEASE]
 PRODUCTS = {
-    "KydLogUploader-{version}-windows-x64": {
+    "KydLogUploader-{version}-windows-x64-mingw": {
         "cpprest", "g++-mingw-w64-x86-64-posix", "gcc-mingw-w64-x86-64-posix", BOOST,
         "libcli11-dev", "libfmt-dev", "mingw-w64-common", "mingw-w64-x86-64-dev",
         "rapidjson-dev",
     },
-    "KydLogUploader-{version}-companion-development-windows-x64": {
-        "g++-mingw-w64-x86-64-posix", "gcc-mingw-w64-x86-64-posix", "libutfcpp-dev",
+    "KydLogUploader-{version}-companion-development-windows-x64-mingw": {
+        "g++-mingw-w64-x86-64-posix", "gcc-mingw-w64-x86-64-posix", "libcli11-dev", "libutfcpp-dev",
         "mingw-w64-common", "mingw-w64-x86-64-dev", "rapidjson-dev",
     },
     "kydloguploader_{debian_version}_amd64": {

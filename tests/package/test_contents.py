@@ -32,9 +32,13 @@ def licences(names):
 def test_there_is_each_package_and_nothing_else(dist, version):
     windows = f"KydLogUploader-{version}-windows-x64"
     debian = f"kydloguploader_{debian_version(version)}_amd64"
-    companion = f"KydLogUploader-{version}-companion-development-windows-x64"
+    companion = f"KydLogUploader-{version}-companion-development-windows-x64-mingw"
+    kinds = ["mingw"]
+    if (dist / f"{windows}-msvc.msi").exists():
+        kinds.append("msvc")  # with --windows-programs
     assert files_below(dist) == {
-        f"{windows}.zip", f"{windows}.msi", f"{windows}-symbols.zip", f"{windows}.cdx.json",
+        f"{windows}-{kind}{ending}" for kind in kinds for ending in (".zip", ".msi", "-symbols.zip", ".cdx.json")
+    } | {
         f"{companion}.zip", f"{companion}.cdx.json",
         f"{debian}.deb", f"{debian}.cdx.json",
         f"kydloguploader-dbgsym_{debian_version(version)}_amd64.deb", "SHA256SUMS",
@@ -118,7 +122,7 @@ def test_debian_package_has_programs_documents_and_examples(debian_files):
 def test_archives_show_one_time_and_are_sorted(archives):
     time = int(tool("git", "log", "-1", "--format=%ct", cwd=ROOT))
     moment = tool("date", "--utc", f"--date=@{time // 2 * 2}", "+%Y %-m %-d %-H %-M %-S").split()
-    for kind in ("windows-x64", "windows-x64-symbols", "companion-development-windows-x64"):
+    for kind in ("windows-x64-mingw", "windows-x64-mingw-symbols", "companion-development-windows-x64-mingw"):
         with zipfile.ZipFile(archives.path(kind)) as archive:
             entries = archive.infolist()
         assert {entry.date_time for entry in entries} == {tuple(map(int, moment))}

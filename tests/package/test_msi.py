@@ -24,7 +24,7 @@ TASK_SPACE = {"t": "http://schemas.microsoft.com/windows/2004/02/mit/task"}
 
 @pytest.fixture(scope="session")
 def package(dist, version):
-    return dist / f"KydLogUploader-{version}-windows-x64.msi"
+    return dist / f"KydLogUploader-{version}-windows-x64-mingw.msi"
 
 
 class Tables:
@@ -52,26 +52,27 @@ def tables(package):
 
 
 def repackaged(tmp_path, *, version=None, abi="mingw", change=None):
-    """A package that the same script makes of the same programs, as another version or of another toolchain."""
+    """A package that the same script makes of the same programs, as another version or in the other interface."""
     import msi
     import project
+    import windows
 
     folder = tmp_path / f"files-{version}-{abi}"
-    shutil.copytree(project.WORK / f"KydLogUploader-{project.version()}-windows-x64", folder)
+    shutil.copytree(project.WORK / f"KydLogUploader-{project.version()}-windows-x64-mingw", folder)
     if change:
         change(folder)
     target = tmp_path / f"{version}-{abi}.msi"
     with pytest.MonkeyPatch.context() as patch:
         if version:
             patch.setattr(project, "version", lambda: version)
-        msi.write(folder, project.WORK / "KydSetupActions.dll", target, abi, project.commit_time())
+        msi.write(folder, project.WORK / "KydSetupActions.dll", target, abi, windows.purpose(abi), project.commit_time())
     return target
 
 
 # The tables.
 
 
-def test_identities_are_one_per_version_and_toolchain(tables, version, tmp_path):
+def test_identities_are_one_per_version_and_interface(tables, version, tmp_path):
     import msi
 
     assert tables.properties["UpgradeCode"] == UPGRADE_CODE
@@ -375,7 +376,7 @@ def test_removing_leaves_libraries_settings_and_logs(installed, package, archive
     assert (log_dir / "a.log").read_text("ascii") == "kept"
 
 
-@pytest.mark.parametrize("other", [{"version": "0.9.0"}, {"abi": "msvc"}], ids=["older", "other-toolchain"])
+@pytest.mark.parametrize("other", [{"version": "0.9.0"}, {"abi": "msvc"}], ids=["older", "other-interface"])
 def test_update_replaces_what_is_installed(machine, package, archives, tmp_path, version, other):
     def with_more(folder):
         (folder / "docs/gone.md").write_text("only the other has it", "ascii")
@@ -410,9 +411,9 @@ def test_newer_version_is_not_replaced(machine, package, tmp_path):
 
 
 def test_archive_runs_where_it_is_unpacked(machine, archives, version, tmp_path):
-    with zipfile.ZipFile(archives.path("windows-x64")) as archive:
+    with zipfile.ZipFile(archives.path("windows-x64-mingw")) as archive:
         archive.extractall(tmp_path)
     code, text = machine.run(
-        tmp_path / f"KydLogUploader-{version}-windows-x64/KydUploadStatus.exe", "--version"
+        tmp_path / f"KydLogUploader-{version}-windows-x64-mingw/KydUploadStatus.exe", "--version"
     )
     assert (code, version in text) == (0, True)

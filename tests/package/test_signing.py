@@ -122,7 +122,7 @@ def is_signed(program, certificate):
 
 
 def test_package_and_programs_are_signed(signed, identity, version, tmp_path):
-    name = f"KydLogUploader-{version}-windows-x64"
+    name = f"KydLogUploader-{version}-windows-x64-mingw"
     assert is_signed(signed / f"{name}.msi", identity[0])
     with zipfile.ZipFile(signed / f"{name}.zip") as archive:
         archive.extractall(tmp_path)
@@ -133,7 +133,7 @@ def test_package_and_programs_are_signed(signed, identity, version, tmp_path):
 def test_what_is_installed_is_signed(signed, identity, version, windows):
     windows.clean()
     try:
-        package = signed / f"KydLogUploader-{version}-windows-x64.msi"
+        package = signed / f"KydLogUploader-{version}-windows-x64-mingw.msi"
         assert windows.install(package) == 0
         for program in ("KydLogUploader.exe", "KydUploadStatus.exe"):
             assert is_signed(windows.folder / program, identity[0])
@@ -144,7 +144,7 @@ def test_what_is_installed_is_signed(signed, identity, version, windows):
 
 def test_change_after_signing_is_seen(signed, identity, version, tmp_path):
     changed = tmp_path / "changed.msi"
-    content = bytearray((signed / f"KydLogUploader-{version}-windows-x64.msi").read_bytes())
+    content = bytearray((signed / f"KydLogUploader-{version}-windows-x64-mingw.msi").read_bytes())
     content[len(content) // 2] ^= 1
     changed.write_bytes(content)
     assert not is_signed(changed, identity[0])
