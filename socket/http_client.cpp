@@ -108,7 +108,7 @@ HttpClient::Outcome HttpClient::Attempt(const web::uri& base, HttpRequestBase& r
            }
            request.answer_body = BoundedBody();
            request.request.set_response_stream(request.answer_body.Stream());
-           return transport_(address.to_uri(), get_http_config(), request.request);
+           return transport_(address.to_uri(), get_http_config(base), request.request);
          })
       .then([](const pplx::task<http_response>& answered) {
         // A copy leaves the task: the library's threads may hold the exception for longer.
@@ -128,13 +128,13 @@ HttpClient::Outcome HttpClient::Attempt(const web::uri& base, HttpRequestBase& r
       .get();
 }
 
-http_client_config HttpClient::get_http_config() {
+http_client_config HttpClient::get_http_config(const web::uri& base) {
   http_client_config config;
   config.set_validate_certificates(has_certificate_);
   // A redirect is an answer like any other: following it would turn the POST into a GET without a
   // body and take the API key to another host.
   config.set_max_redirects(0);
-  SetTlsOptions(config, certificate_, connections_, native_request_);
+  SetTlsOptions(config, certificate_, base, connections_, native_request_);
   return config;
 }
 

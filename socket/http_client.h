@@ -44,7 +44,7 @@ class HttpClient {
                                                      const std::wstring& query, int retryCount);
 
  private:
-  [[nodiscard]] web::http::client::http_client_config get_http_config();
+  [[nodiscard]] web::http::client::http_client_config get_http_config(const web::uri& base);
 
   struct Outcome;
   [[nodiscard]] Outcome Attempt(const web::uri& base, HttpRequestBase& request,

@@ -1,15 +1,30 @@
 // Builds requests from headers.
 #include "socket/http_request.h"
 
+#include <string>
 #include <utility>
 
 #include "platform/text.h"
+#include "socket/exception.h"
 
 namespace CorvidSocket {
+
+namespace {
+
+// The library would send the value as it is, and the server read what comes behind a line end as
+// another header or as the body. The value may be a secret and stays out of the message.
+void Validate(const std::wstring& name, const std::wstring& value) {
+  if (value.find_first_of(std::wstring(L"\r\n\0", 3)) != std::wstring::npos) {
+    throw Exception("The value of the request header " + platform::ToUtf8(name) + " is invalid.");
+  }
+}
+
+}  // namespace
 
 HttpRequestBase::HttpRequestBase(web::http::method method, const HeaderSet& headers)
     : request(std::move(method)) {
   for (const auto& [name, value] : headers) {
+    Validate(name, value);
     request.headers().add(platform::ToNative(name), platform::ToNative(value));
   }
 }

@@ -6,16 +6,21 @@
 
 #include <boost/asio/ssl/context.hpp>
 #include <memory>
+#include <mutex>
 #include <type_traits>
 #include <utility>
 
 #include "platform/certificate_posix.h"
 #include "platform/error.h"
 #include "socket/exception.h"
+#include "socket/socket_bio_asio.h"
+#include "socket/tls_sessions_asio.h"
 
 namespace CorvidSocket {
 
 namespace {
+
+using SslContext = boost::asio::ssl::context;
 
 [[noreturn]] void ThrowRefusal(const char* message) {
   ERR_clear_error();
@@ -42,40 +47,103 @@ void SetCertificate(SSL_CTX* context, const platform::CertificateWithKey& certif
   }
 }
 
-// The cache is this project's addition to the library. One without it makes everything anew for
-// each connection: slower, and nothing else.
+void SetContext(SSL_CTX* context, const void* certificate, void*& native_request) {
+  SetProtocols(context);
+  if (certificate != nullptr) {
+    SetCertificate(context, platform::CertificateOf(certificate));
+    native_request = context;
+  }
+}
+
+// The authorities that this machine trusts; SSL_CERT_FILE and SSL_CERT_DIR count. Parsing them
+// costs far more than a request, so it happens once, for the first server that is validated. Never
+// freed: connections may outlive every destructor that could do it.
+X509_STORE* TrustedAuthorities() {
+  static X509_STORE* const store = [] {
+    SslContext context(SslContext::sslv23);
+    context.set_default_verify_paths();
+    X509_STORE* const trusted = SSL_CTX_get_cert_store(context.native_handle());
+    X509_STORE_up_ref(trusted);
+    return trusted;
+  }();
+  return store;
+}
+
+// What connections share that validate the server, or what those that do not.
+struct Shared {
+  std::shared_ptr<SslContext> context;
+  std::shared_ptr<TlsSessions> sessions = std::make_shared<TlsSessions>();
+};
+
+std::shared_ptr<SslContext> MakeContext(bool validate, const void* certificate,
+                                        void*& native_request) {
+  auto context = std::make_shared<SslContext>(SslContext::sslv23);
+  context->set_options(SslContext::default_workarounds);
+  if (validate) {
+    SSL_CTX_set1_cert_store(context->native_handle(), TrustedAuthorities());
+  }
+  SetContext(context->native_handle(), certificate, native_request);
+  return context;
+}
+
+// Sharing is this project's addition to the library. One without it makes everything anew for each
+// connection: slower, and nothing else.
 template <class Config, class = void>
-struct LibraryCache {
+class Connections {
+ public:
   static ConnectionCache Make() { return nullptr; }
-  static void Set(Config& /*config*/, const ConnectionCache& /*connections*/) {}
+  void Set(Config& /*config*/, const void* /*certificate*/, const web::uri& /*server*/,
+           void*& /*native_request*/) {}
 };
 
 template <class Config>
-struct LibraryCache<Config, std::void_t<decltype(std::declval<Config>().get_connection_cache())>> {
-  using Cache = std::decay_t<decltype(*std::declval<Config>().get_connection_cache())>;
-  static ConnectionCache Make() { return std::make_shared<Cache>(); }
-  static void Set(Config& config, const ConnectionCache& connections) {
-    config.set_connection_cache(std::static_pointer_cast<Cache>(connections));
+class Connections<Config, std::void_t<decltype(Config::make_address_cache())>> {
+ public:
+  static ConnectionCache Make() { return std::make_shared<Connections>(); }
+
+  void Set(Config& config, const void* certificate, const web::uri& server, void*& native_request) {
+    const bool validate = config.validate_certificates();
+    const std::lock_guard<std::mutex> lock(mutex_);
+    Shared& shared = validate ? validating_ : not_validating_;
+    if (shared.context == nullptr) {
+      shared.context = MakeContext(validate, certificate, native_request);
+    }
+    config.set_address_cache(addresses_);
+    config.set_ssl_context(shared.context);
+    config.set_nativehandle_options(
+        [sessions = shared.sessions, name = server.authority().to_string()](void* connection) {
+          auto& stream = *static_cast<TlsStream*>(connection);
+          WriteToSocket(stream);
+          TlsSessions::Use(sessions, stream.native_handle(), name);
+        });
   }
+
+ private:
+  std::mutex mutex_;
+  Shared validating_;
+  Shared not_validating_;
+  const decltype(Config::make_address_cache()) addresses_ = Config::make_address_cache();
 };
+
+using LibraryConnections = Connections<web::http::client::http_client_config>;
 
 }  // namespace
 
 ConnectionCache MakeConnectionCache() {
-  return LibraryCache<web::http::client::http_client_config>::Make();
+  return LibraryConnections::Make();
 }
 
 void SetTlsOptions(web::http::client::http_client_config& config, const void* certificate,
-                   const ConnectionCache& connections, void*& native_request) {
-  LibraryCache<web::http::client::http_client_config>::Set(config, connections);
-  config.set_ssl_context_callback(
-      [certificate, &native_request](boost::asio::ssl::context& context) {
-        SetProtocols(context.native_handle());
-        if (certificate != nullptr) {
-          SetCertificate(context.native_handle(), platform::CertificateOf(certificate));
-          native_request = context.native_handle();
-        }
-      });
+                   const web::uri& server, const ConnectionCache& connections,
+                   void*& native_request) {
+  if (connections != nullptr) {
+    const auto shared = std::static_pointer_cast<LibraryConnections>(connections);
+    shared->Set(config, certificate, server, native_request);
+  } else {
+    config.set_ssl_context_callback([certificate, &native_request](SslContext& context) {
+      SetContext(context.native_handle(), certificate, native_request);
+    });
+  }
 }
 
 }  // namespace CorvidSocket

@@ -48,7 +48,8 @@ ConnectionCache MakeConnectionCache() {
 }
 
 void SetTlsOptions(web::http::client::http_client_config& config, const void* certificate,
-                   const ConnectionCache& /*connections*/, void*& native_request) {
+                   const web::uri& /*server*/, const ConnectionCache& /*connections*/,
+                   void*& native_request) {
   config.set_nativesessionhandle_options(&SetProtocols);
   if (certificate != nullptr) {
     config.set_nativehandle_options([certificate, &native_request](HINTERNET request) {

@@ -38,14 +38,6 @@ class Call:
         return self.object if top in ("", "KydLog") or not below else f"{top}/*"
 
     @property
-    def ends_by_time_out(self):
-        """Whether only the library's time-outs end what waits for this call's work.
-
-        Boost.Asio never looks at what became of it.
-        """
-        return (self.function, self.object) == ("epoll_ctl", "eventfd")
-
-    @property
     def kind(self):
         return self.function, self.detail, self.place
 

@@ -2,7 +2,9 @@
 
 import base64
 import dataclasses
+import os
 import re
+import threading
 
 import pytest
 from cryptography.x509.oid import ExtendedKeyUsageOID
@@ -366,3 +368,44 @@ def test_sessions_are_resumed_only_where_the_same_certificate_counts(machine, tr
     later_without = [name for name in names if own[name] is None][1]
     for name in names:
         assert resumed[name] == [name == later_without, True]
+
+
+@pytest.fixture
+def authorities_pipe(machine):
+    """The file of trusted authorities as a pipe, of which everybody who opens it waits for a writer."""
+    if machine.platform.name == "windows":
+        pytest.skip("the system keeps the authorities on Windows")
+    path = machine.sysroot / "authorities.pem"
+
+    def replace():
+        content = path.read_bytes()
+        path.unlink()
+        os.mkfifo(path)
+        return path, content
+
+    return replace
+
+
+def test_authorities_are_read_once_for_all_accounts(machine, trusted, authorities_pipe):
+    machine.trust(trusted.authority)
+    for name, scope in (("alice", "user"), ("bob", "comp")):
+        machine.account(name, cert=machine.client_certificate(scope, trusted.client))
+        machine.logs(name, "a.log", "b.log")
+    pipe, content = authorities_pipe()
+    threading.Thread(target=pipe.write_bytes, args=(content,), daemon=True).start()
+    with serve(machine, trusted.server) as service:
+        machine.run()
+        assert len(service.requests) == 4
+    for name in ("alice", "bob"):
+        assert machine.is_archived(name, "a.log") and machine.is_archived(name, "b.log")
+
+
+def test_authorities_are_not_read_without_a_client_certificate(machine, trusted, authorities_pipe):
+    machine.trust(trusted.authority)
+    machine.account("alice")
+    machine.logs("alice", "a.log", "b.log")
+    authorities_pipe()
+    with serve(machine, trusted.server) as service:
+        machine.run()
+        assert len(service.requests) == 2
+    assert machine.is_archived("alice", "a.log") and machine.is_archived("alice", "b.log")

@@ -29,9 +29,8 @@ from service.log_service import ACCEPTED, Answer, LogService
 from . import misbehaviour
 from .harness import Machine, parse_log
 
-# Less than the library's time-out, on which no run may rely but those that have nothing else.
+# Less than the library's time-out, on which no run may rely.
 LONGEST_RUN_SECONDS = 25
-LONGEST_RUN_BY_TIME_OUT_SECONDS = 150
 WORKERS = 2 * (os.cpu_count() or 1)
 
 # More than one block of the library's and of the copy's.
@@ -172,7 +171,7 @@ class Worker:
 
     # A run.
 
-    def run(self, environment, forced=False, seconds=LONGEST_RUN_SECONDS):
+    def run(self, environment, forced=False):
         """What is wrong with the end of a run: nothing, as a rule."""
         machine = self.machine
         arguments = [machine.tenant, machine.native()]
@@ -189,9 +188,9 @@ class Worker:
                 stdout=output,
                 stderr=subprocess.STDOUT,
             )
-            if not _wait(process, seconds):
+            if not _wait(process, LONGEST_RUN_SECONDS):
                 process.kill()
-                wrong.append(f"hangs: still there after {seconds} s")
+                wrong.append(f"hangs: still there after {LONGEST_RUN_SECONDS} s")
         code = process.wait()
         if code != 0 and not wrong:
             wrong.append(f"exit code {code}")
@@ -302,10 +301,7 @@ class Worker:
         self.lay_out(case.surroundings)
         self.misbehaved.write_bytes(b"")
         environment = self.preloaded((*case.surroundings.lacking, *case.rules))
-        seconds = LONGEST_RUN_SECONDS
-        if case.call.ends_by_time_out:
-            seconds = LONGEST_RUN_BY_TIME_OUT_SECONDS
-        wrong = self.run(environment, forced, seconds)
+        wrong = self.run(environment, forced)
         came_up = str(len(case.surroundings.lacking)) in self.misbehaved.read_text("ascii")
         # A copy that cannot be removed stays.
         unremovable = case.call.function == "unlink" and case.way.action == "fail" and case.way.lasts
@@ -379,10 +375,7 @@ def _identity(call):
 
 
 def sample(cases):
-    """The same cases each time, of which every kind of call and every way has at least one.
-
-    None is among them that takes a time-out.
-    """
+    """The same cases each time, of which every kind of call and every way has at least one."""
     chosen, covered = [], set()
     for case in sorted(cases, key=lambda case: zlib.crc32(str(case).encode())):
         call, way = case.call, case.way
@@ -391,7 +384,7 @@ def sample(cases):
             covers = {(kind, call.place, way)}
         else:
             covers = {(kind, way), (kind, way.kind, way.lasts, case.surroundings)}
-        if not covers <= covered and not call.ends_by_time_out:
+        if not covers <= covered:
             chosen.append(case)
             covered |= covers
     return chosen

@@ -1,8 +1,8 @@
 // Drives the REST library for test_library.py and prints what happened, one fact a line.
 //
-//   probe post URL FILE [validate] [timeout=MS] [count=N] [clients] [share] [alternate]
-//              [NAME:VALUE ...]      posts a file; with a client for each post, which may share a
-//                                    cache, and validate the server every other time
+//   probe post URL FILE [validate] [timeout=MS] [count=N] [clients] [share]
+//              [handles] [NAME:VALUE ...]   posts a file; with a client for each post, which may
+//                                    share SSL context and addresses; counts the native handles
 //   probe blocks FILE SIZE ...       reads in blocks of these sizes, in turn, into FILE.blocks
 //   probe open FILE                  opens a file stream and reads from it
 //   probe rewind FILE                reads to the end, twice, in blocks of 64 KiB
@@ -149,14 +149,22 @@ void PostFile(const std::string& url, const std::string& file, const Arguments& 
   auto configuration = Configuration(arguments);
 #ifndef _WIN32
   if (Has(arguments, "share")) {
-    configuration.set_connection_cache(std::make_shared<web::http::client::connection_cache>());
+    configuration.set_address_cache(http_client_config::make_address_cache());
+    auto context =
+        std::make_shared<boost::asio::ssl::context>(boost::asio::ssl::context::tlsv12_client);
+    if (Has(arguments, "validate")) {
+      context->set_default_verify_paths();
+    }
+    configuration.set_ssl_context(context);
   }
 #endif
+  int handles = 0;
+  if (Has(arguments, "handles")) {
+    configuration.set_nativehandle_options(
+        [&handles](web::http::client::native_handle /*connection*/) { ++handles; });
+  }
   std::unique_ptr<http_client> client;
   for (long left = Number(arguments, "count", 1); left > 0; --left) {
-    if (Has(arguments, "alternate")) {
-      configuration.set_validate_certificates(left % 2 == 0);
-    }
     if (!client || Has(arguments, "clients")) {
       client = std::make_unique<http_client>(web::uri(Wide(url)), configuration);
     }
@@ -168,6 +176,9 @@ void PostFile(const std::string& url, const std::string& file, const Arguments& 
       std::cout << "body=" << text.size() << "\n";
     });
     body.close().wait();
+  }
+  if (handles != 0) {
+    std::cout << "handles=" << handles << "\n";
   }
 }
 

@@ -7,16 +7,15 @@ import ssl
 import struct
 import threading
 import time
-from dataclasses import dataclass, field
+from dataclasses import dataclass
 
 
 @dataclass
 class Request:
-    """A request as it arrived: the header block's bytes, and how many bytes of body, by the chunk."""
+    """A request as it arrived: the header block's bytes, and how many bytes of body."""
 
     head: bytes
     body: int
-    chunks: list = field(default_factory=list)
     digest: str = ""
 
     def values(self, name):
@@ -61,22 +60,17 @@ class ScriptedServer:
         self._late = late  # seconds until it reads a body
         self.requests = []
         self.connections = 0
-        self.resumed = []  # of each handshake: whether the client's session was known
         self.sent = 0
         self._ended = threading.Event()
         self._open = []
         self._context = None
-        self._certificate = certificate
         if tls:
-            self.forget_sessions()
+            self._context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
+            self._context.load_cert_chain(certificate)
         self._listener = socket.create_server(address)
         self.port = self._listener.getsockname()[1]
         self.url = f"http{'s' if tls else ''}://localhost:{self.port}/log"
         threading.Thread(target=self._accept, daemon=True).start()
-
-    def forget_sessions(self):
-        self._context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
-        self._context.load_cert_chain(self._certificate)
 
     def stop_listening(self):
         self._listener.shutdown(socket.SHUT_RDWR)
@@ -111,7 +105,6 @@ class ScriptedServer:
                 return
             if self._context:
                 connection = self._context.wrap_socket(plain, server_side=True)
-                self.resumed.append(connection.session_reused)
                 self._open.append(connection)
             with connection.makefile("rb") as stream:
                 while self._exchange(connection, stream):
@@ -185,7 +178,6 @@ class ScriptedServer:
                 data = stream.read(size)
                 digest.update(data)
                 length += len(data)
-                request.chunks.append(size)
                 stream.readline()
             stream.readline()
         else:

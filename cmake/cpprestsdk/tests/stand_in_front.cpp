@@ -10,10 +10,8 @@
 //   SHORT_READ         ... only the one with this number
 //   BUSY_FILE          an open of this file fails with EAGAIN, unless it may block
 //   INTERRUPTED_OPENS  so many opens of regular files fail with EINTR first
-//   SLOW_CONNECTS      so many connects take MILLISECONDS (another setting) and fail with
-//   ECONNREFUSED SEND_BUFFER        bytes of each socket's send buffer SENDS_FILE         gets the
-//   number of sends, and of those that came right after another one of
-//                      their thread, with no wait in between
+//   SLOW_CONNECTS      so many connects take MILLISECONDS (another setting) and are refused
+//   NOT_WATCHED        epoll_ctl has no memory to add files of this kind, as "eventfd"
 #undef _FORTIFY_SOURCE  // its pread would be inline
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -30,6 +28,7 @@
 #include <cstdarg>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <string>
 #include <thread>
@@ -88,39 +87,7 @@ int Open(const char* name, int flags, mode_t mode) {
   return Next(&open, "open")(name, flags, mode);
 }
 
-thread_local bool just_sent = false;
-
-class Sends {
- public:
-  ~Sends() {
-    if (const char* const file = Setting("SENDS_FILE")) {
-      std::ofstream(file) << all << " " << in_a_row << "\n";
-    }
-  }
-
-  std::atomic<int> all{0};
-  std::atomic<int> in_a_row{0};
-};
-
-Sends sends;
-
 }  // namespace
-
-extern "C" ssize_t send(int file, const void* data, size_t size, int flags) {
-  ++sends.all;
-  sends.in_a_row += just_sent ? 1 : 0;
-  just_sent = true;
-  return Next(&send, "send")(file, data, size, flags);
-}
-
-extern "C" int socket(int domain, int type, int protocol) {
-  const int result = Next(&socket, "socket")(domain, type, protocol);
-  if (const char* const text = Setting("SEND_BUFFER")) {
-    const int bytes = static_cast<int>(Number(text));
-    setsockopt(result, SOL_SOCKET, SO_SNDBUF, &bytes, sizeof(bytes));
-  }
-  return result;
-}
 
 extern "C" int open(const char* name, int flags, ...) {
   va_list rest;
@@ -140,9 +107,16 @@ extern "C" int connect(int file, const sockaddr* address, socklen_t size) {
   return Next(&connect, "connect")(file, address, size);
 }
 
-extern "C" int epoll_wait(int epoll, epoll_event* events, int most, int milliseconds) {
-  just_sent = false;
-  return Next(&epoll_wait, "epoll_wait")(epoll, events, most, milliseconds);
+extern "C" int epoll_ctl(int epoll, int operation, int file, epoll_event* event) {
+  const char* const kind = Setting("NOT_WATCHED");
+  if (kind != nullptr && operation == EPOLL_CTL_ADD) {
+    const auto link = std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(file));
+    if (link.string().find(kind) != std::string::npos) {
+      errno = ENOMEM;
+      return -1;
+    }
+  }
+  return Next(&epoll_ctl, "epoll_ctl")(epoll, operation, file, event);
 }
 
 extern "C" int getaddrinfo(const char* name, const char* service, const addrinfo* hints,

@@ -47,26 +47,18 @@ def preloaded(probe):
     }
 
 
-# Trusted authorities
+# Trusted authorities, contexts and options
 
 
 @pytest.mark.usefixtures("posix")
-def test_bundle_is_not_read_without_validation(probe, serve, small, tmp_path):
-    pipe = tmp_path / "bundle"
-    os.mkfifo(pipe)  # whoever opens it waits for ever
-    lines = probe("post", serve(OK).url, small, "count=2", SSL_CERT_FILE=str(pipe))
-    assert lines == ["status=200", "body=2"] * 2
-
-
-@pytest.mark.usefixtures("posix")
-def test_bundle_is_read_once_with_validation(probe, serve, small, certificate, tmp_path):
+def test_clients_share_a_context(probe, serve, small, certificate, tmp_path):
     pipe = tmp_path / "bundle"
     os.mkfifo(pipe)
     # Nobody writes a second time, so a second reader would wait for ever.
     threading.Thread(target=pipe.write_bytes, args=(certificate.read_bytes(),)).start()
     server = serve(OK)
     lines = probe(
-        "post", server.url, small, "validate", "count=3", "Connection:close",
+        "post", server.url, small, "clients", "share", "validate", "count=3",
         SSL_CERT_FILE=str(pipe),
     )  # fmt: skip
     assert lines == ["status=200", "body=2"] * 3
@@ -74,77 +66,25 @@ def test_bundle_is_read_once_with_validation(probe, serve, small, certificate, t
 
 
 @pytest.mark.usefixtures("posix")
+@pytest.mark.parametrize(
+    "options, count", [([], 2), (["count=2", "clients", "share"], 4)], ids=["one", "two"]
+)
+def test_options_are_called_for_every_connection(probe, serve, small, tmp_path, options, count):
+    """The first address of the name refuses."""
+    address = tmp_path / "address"
+    address.write_text("127.0.0.2 127.0.0.1")
+    lines = probe(
+        "post", serve(OK).url, small, "handles", *options,
+        **preloaded(probe), RESOLVER_FILE=str(address),
+    )  # fmt: skip
+    assert lines == ["status=200", "body=2"] * (len(lines) // 2) + [f"handles={count}"]
+
+
+@pytest.mark.usefixtures("posix")
 def test_server_of_another_authority_is_refused_with_validation(probe, serve, small):
     lines = probe("post", serve(OK).url, small, "validate", SSL_CERT_FILE="/dev/null")
     assert lines[0] == "error=http_exception"
     assert lines[2] == "what=Error in SSL handshake"
-
-
-# Shared contexts and sessions
-
-
-@pytest.mark.usefixtures("posix")
-@pytest.mark.parametrize("options", [["share"], ["share", "validate"]], ids=" ".join)
-def test_clients_with_a_cache_resume_sessions(probe, serve, small, certificate, options):
-    server = serve(OK)
-    lines = probe(
-        "post", server.url, small, "clients", "count=3", *options, SSL_CERT_FILE=str(certificate)
-    )
-    assert lines == ["status=200", "body=2"] * 3
-    assert server.resumed == [False, True, True]
-
-
-@pytest.mark.usefixtures("posix")
-def test_clients_without_a_cache_resume_nothing(probe, serve, small):
-    server = serve(OK)
-    assert probe("post", server.url, small, "clients", "count=3") == ["status=200", "body=2"] * 3
-    assert server.resumed == [False] * 3
-
-
-@pytest.mark.usefixtures("posix")
-def test_sessions_are_apart_with_and_without_validation(probe, serve, small, certificate):
-    server = serve(OK)
-    lines = probe(
-        "post", server.url, small, "clients", "share", "alternate", "count=4",
-        SSL_CERT_FILE=str(certificate),
-    )  # fmt: skip
-    assert lines == ["status=200", "body=2"] * 4
-    assert server.resumed == [False, False, True, True]
-
-
-@pytest.mark.usefixtures("posix")
-def test_session_of_a_server_that_is_not_validated_opens_no_validating_connection(
-    probe, serve, small
-):
-    server = serve(OK)
-    lines = probe(
-        "post", server.url, small, "clients", "share", "alternate", "count=3",
-        SSL_CERT_FILE="/dev/null",
-    )  # fmt: skip
-    assert [line for line in lines if line.startswith(("status", "what"))] == [
-        "status=200", "what=Error in SSL handshake", "status=200",
-    ]  # fmt: skip
-
-
-@pytest.mark.usefixtures("posix")
-def test_session_that_the_server_has_forgotten_is_made_anew(probe, serve, small):
-    def forget():
-        server.forget_sessions()
-        return OK
-
-    server = serve(forget, OK)
-    lines = probe("post", server.url, small, "clients", "share", "count=3")
-    assert lines == ["status=200", "body=2"] * 3
-    assert server.resumed == [False, False, True]
-
-
-@pytest.mark.usefixtures("posix")
-def test_session_of_a_broken_handshake_is_not_offered_again(probe, serve, small):
-    server = serve(OK, HANG_UP, OK)
-    lines = probe("post", server.url, small, "clients", "share", "count=3")
-    assert lines[:3] == ["status=200", "body=2", "error=http_exception"]
-    assert lines[-2:] == ["status=200", "body=2"]
-    assert server.resumed == [False, False]
 
 
 # Addresses
@@ -391,28 +331,6 @@ def test_endless_interim_answers_fail_the_request(probe, serve, small):
     assert lines == ["error=http_exception", "code=0", "what=Too many interim HTTP answers"]
 
 
-# Request headers
-
-
-@pytest.mark.parametrize(
-    "header", [r"X:a\r\nY: b", r"X:a\nb", r"X:a\rb", r"X:a\0b", r"X:\n"]
-)
-def test_line_ends_in_a_header_fail_the_request_unsent(probe, serve, small, header):
-    server = serve(OK)
-    lines = probe("post", server.url, small, header)
-    assert lines[0] == "error=http_exception"
-    assert lines[2] == "what=The value of the request header X is invalid."
-    assert not server.requests
-
-
-@pytest.mark.parametrize("name", ["a b", "", "a(b"])
-def test_header_name_that_is_no_token_fails_the_request_unsent(probe, serve, small, name):
-    server = serve(OK)
-    lines = probe("post", server.url, small, name + ":value")
-    assert lines[0] == "error=http_exception"
-    assert not server.requests
-
-
 # Time-outs
 
 
@@ -483,6 +401,19 @@ def test_name_that_takes_long_to_resolve_times_out(probe, serve, small):
     ]  # fmt: skip
 
 
+# A system without memory for what wakes Asio
+
+
+@pytest.mark.usefixtures("posix")
+@pytest.mark.parametrize("threads", [1, 4])
+def test_threads_that_cannot_be_woken_look_for_themselves(probe, serve, small, threads):
+    lines = probe(
+        "post", serve(OK).url, small, "count=3", f"threads={threads}", limit=20,
+        **preloaded(probe), NOT_WATCHED="eventfd",
+    )  # fmt: skip
+    assert lines == ["status=200", "body=2"] * 3
+
+
 # Bodies
 
 
@@ -494,8 +425,6 @@ def test_body_arrives_byte_for_byte(probe, serve, tmp_path, size):
     assert probe("post", server.url, file) == ["status=200", "body=2"]
     (request,) = server.requests
     assert (request.body, request.digest) == (size, hashlib.sha256(file.read_bytes()).hexdigest())
-    # Coding included, a chunk has the configured 64 KiB at most: four TLS records.
-    assert all(chunk <= 65536 - 12 for chunk in request.chunks)
 
 
 @pytest.mark.parametrize("tls", [True, False])
@@ -505,37 +434,6 @@ def test_body_that_is_read_late_arrives_byte_for_byte(probe, serve, tmp_path, tl
     server = serve(OK, tls=tls, late=1)
     assert probe("post", server.url, file) == ["status=200", "body=2"]
     assert server.requests[0].digest == hashlib.sha256(file.read_bytes()).hexdigest()
-
-
-@pytest.mark.usefixtures("posix")
-@pytest.mark.parametrize("buffer", [4096, 16384, 30000, 65536])
-def test_body_of_which_the_socket_takes_parts_arrives_byte_for_byte(
-    probe, serve, tmp_path, buffer
-):
-    file = tmp_path / "file.log"
-    file.write_bytes(random.Random(2).randbytes(1_000_000))
-    server = serve(OK)
-    lines = probe(
-        "post", server.url, file, "count=2", "Connection:close",
-        **preloaded(probe), SEND_BUFFER=str(buffer),
-    )  # fmt: skip
-    assert lines == ["status=200", "body=2"] * 2
-    digest = hashlib.sha256(file.read_bytes()).hexdigest()
-    assert [one.digest for one in server.requests] == [digest, digest]
-
-
-@pytest.mark.usefixtures("posix")
-def test_records_of_a_chunk_are_sent_in_a_row(probe, serve, tmp_path):
-    file = tmp_path / "file.log"
-    file.write_bytes(b"x" * (1 << 20))
-    sends = tmp_path / "sends"
-    lines = probe(
-        "post", serve(OK).url, file, "threads=1", **preloaded(probe), SENDS_FILE=str(sends)
-    )
-    assert lines == ["status=200", "body=2"]
-    count, in_a_row = map(int, sends.read_text().split())
-    assert count > 64  # records of 16 KiB
-    assert in_a_row > count / 2
 
 
 @pytest.mark.usefixtures("posix")

@@ -443,6 +443,18 @@ TEST(HttpRequestBase, ReplacesAHeaderWithoutAValue) {
   EXPECT_EQ(value, platform::ToNative(L"2"));
 }
 
+TEST(HttpRequestBase, RefusesLineEndsAndNulInAValue) {
+  for (const std::wstring end : {L"\r\nY: b", L"\n", L"\r"}) {
+    EXPECT_THROW(HttpPostRequest({{L"X", L"secret" + end}}), Exception);
+  }
+  try {
+    const HttpPostRequest post({{L"A", L"1"}, {L"X", std::wstring(L"secret\0more", 11)}});
+    FAIL() << "nothing was raised";
+  } catch (const Exception& failure) {
+    EXPECT_STREQ(failure.what(), "The value of the request header X is invalid.");
+  }
+}
+
 TEST(HttpPostRequest, CarriesMethodAndHeaders) {
   const HttpPostRequest post({{L"Connection", L"KeepAlive"}, {L"Cookie", L"idp.session=s"}});
   EXPECT_EQ(post.request.method(), web::http::methods::POST);

@@ -4,15 +4,20 @@
 #include <openssl/ssl.h>
 #include <openssl/x509.h>
 
+#include <boost/asio/io_context.hpp>
 #include <boost/asio/ssl/context.hpp>
+#include <memory>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "platform/certificate_posix.h"
 #include "platform/error.h"
 #include "socket/http_client.h"
+#include "socket/socket_bio_asio.h"
 #include "socket/tls_hooks.h"
 #include "tests/unit/support/test_certificate_posix.h"
+#include "tests/unit/support/tls_server_posix.h"
 
 namespace {
 
@@ -33,7 +38,7 @@ class TlsHooksTest : public testing::Test {
   // What the library does with each context before it connects.
   void Call(const void* certificate, SslContext& context) {
     web::http::client::http_client_config config;
-    CorvidSocket::SetTlsOptions(config, certificate, nullptr, native_request_);
+    CorvidSocket::SetTlsOptions(config, certificate, {}, nullptr, native_request_);
     ASSERT_TRUE(config.get_ssl_context_callback());
     config.get_ssl_context_callback()(context);
   }
@@ -113,6 +118,86 @@ TEST_F(TlsHooksTest, RefusalComesOutOfTheSendingAndIsTriedAgain) {
     EXPECT_EQ(*boost::get_error_info<ErrorNumber>(failure), platform::kErrorGeneralFailure);
   }
   EXPECT_EQ(attempts, 2);
+}
+
+class ConnectionCacheTest : public testing::Test {
+ protected:
+  // The context of a client's connections.
+  SSL_CTX* Context(const CorvidSocket::ConnectionCache& cache, bool validate,
+                   const void* certificate = nullptr) {
+    web::http::client::http_client_config config;
+    config.set_validate_certificates(validate);
+    CorvidSocket::SetTlsOptions(config, certificate, web::uri("https://localhost:1/"), cache,
+                                native_request_);
+    contexts_.push_back(config.get_ssl_context());
+    return contexts_.back()->native_handle();
+  }
+
+  void* native_request_ = nullptr;
+  std::vector<std::shared_ptr<SslContext>> contexts_;  // so that none has another one's address
+};
+
+TEST_F(ConnectionCacheTest, HasOneContextForThoseThatValidateAndOneForTheOthers) {
+  const auto cache = CorvidSocket::MakeConnectionCache();
+  SSL_CTX* const validating = Context(cache, true);
+  SSL_CTX* const trusting = Context(cache, false);
+  EXPECT_NE(validating, trusting);
+  EXPECT_EQ(Context(cache, true), validating);
+  EXPECT_EQ(Context(cache, false), trusting);
+  EXPECT_EQ(SSL_CTX_get_max_proto_version(validating), TLS1_2_VERSION);
+  EXPECT_EQ(SSL_CTX_get_max_proto_version(trusting), TLS1_2_VERSION);
+}
+
+TEST_F(ConnectionCacheTest, SharesNothingWithAnotherButTheAuthorities) {
+  SSL_CTX* const one = Context(CorvidSocket::MakeConnectionCache(), true);
+  SSL_CTX* const other = Context(CorvidSocket::MakeConnectionCache(), true);
+  EXPECT_NE(one, other);
+  EXPECT_EQ(SSL_CTX_get_cert_store(one), SSL_CTX_get_cert_store(other));
+}
+
+TEST_F(ConnectionCacheTest, TakesNoAuthoritiesWithoutValidation) {
+  SSL_CTX* const validating = Context(CorvidSocket::MakeConnectionCache(), true);
+  SSL_CTX* const trusting = Context(CorvidSocket::MakeConnectionCache(), false);
+  EXPECT_NE(SSL_CTX_get_cert_store(trusting), SSL_CTX_get_cert_store(validating));
+}
+
+TEST_F(ConnectionCacheTest, ResumesSessionsOfConnectionsThatValidateAlikeAlone) {
+  SslContext server = kyd_test::TlsServer();
+  const auto cache = CorvidSocket::MakeConnectionCache();
+  const auto resumes = [&](bool validate, const char* address) {
+    web::http::client::http_client_config config;
+    config.set_validate_certificates(validate);
+    CorvidSocket::SetTlsOptions(config, nullptr, web::uri(address), cache, native_request_);
+    boost::asio::io_context service;
+    boost::asio::ip::tcp::socket socket(service);
+    CorvidSocket::TlsStream stream(socket, *config.get_ssl_context());
+    config.invoke_nativehandle_options(&stream);
+    return kyd_test::Resumes(stream.native_handle(), server.native_handle());
+  };
+  EXPECT_FALSE(resumes(false, "https://localhost:1/"));
+  EXPECT_FALSE(resumes(true, "https://localhost:1/"));
+  EXPECT_TRUE(resumes(false, "https://localhost:1/path"));
+  EXPECT_TRUE(resumes(true, "https://localhost:1/path"));
+  EXPECT_FALSE(resumes(false, "https://localhost:2/"));
+  EXPECT_FALSE(resumes(false, "https://other:1/"));
+}
+
+TEST_F(ConnectionCacheTest, ShowsTheCertificate) {
+  const kyd_test::UserWithCertificate user(kyd_test::SelfSignedPem(EVP_EC_gen("P-256")));
+  const auto cache = CorvidSocket::MakeConnectionCache();
+  SSL_CTX* const context = Context(cache, true, user.Context());
+  EXPECT_EQ(X509_cmp(SSL_CTX_get0_certificate(context),
+                     platform::CertificateOf(user.Context()).certificate.get()),
+            0);
+  EXPECT_EQ(native_request_, context);
+}
+
+TEST_F(ConnectionCacheTest, RaisesARefusalForEachRequest) {
+  const kyd_test::UserWithCertificate user = WithWeakKey();
+  const auto cache = CorvidSocket::MakeConnectionCache();
+  for (int request = 0; request < 2; ++request) {
+    EXPECT_THROW(Context(cache, true, user.Context()), Exception);
+  }
 }
 
 }  // namespace

@@ -32,7 +32,7 @@ class TlsHooksTest : public testing::Test {
  protected:
   [[nodiscard]] http_client_config Config(const void* certificate) {
     http_client_config config;
-    CorvidSocket::SetTlsOptions(config, certificate, nullptr, native_request_);
+    CorvidSocket::SetTlsOptions(config, certificate, {}, nullptr, native_request_);
     return config;
   }
 

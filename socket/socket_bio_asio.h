@@ -1,0 +1,17 @@
+// The way of TLS records from OpenSSL to the socket of the library's Asio back end.
+#pragma once
+
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/ssl/stream.hpp>
+
+namespace CorvidSocket {
+
+// What the library hands to set_nativehandle_options for an https address.
+using TlsStream = boost::asio::ssl::stream<boost::asio::ip::tcp::socket&>;
+
+// Lets OpenSSL write to the socket itself, all records of a write in a row. Asio alone copies every
+// record twice, through a pair of memory BIOs, and sends each in an operation of its own. A second
+// call for the same stream does nothing. When OpenSSL has no memory for it, Asio goes on alone.
+void WriteToSocket(TlsStream& stream) noexcept;
+
+}  // namespace CorvidSocket

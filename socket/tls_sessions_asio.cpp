@@ -1,0 +1,56 @@
+// Offering and keeping of TLS 1.2 sessions, through OpenSSL's callback for the end of a handshake.
+#include "socket/tls_sessions_asio.h"
+
+#include <new>
+#include <utility>
+
+namespace CorvidSocket {
+
+// What a connection knows of its sessions, for as long as it lives.
+struct TlsSessions::User {
+  std::shared_ptr<TlsSessions> sessions;
+  std::string server;
+
+  static int Index() {
+    static const int index = SSL_get_ex_new_index(
+        0, nullptr, nullptr, nullptr,
+        [](void* /*ssl*/, void* user, CRYPTO_EX_DATA* /*data*/, int /*index*/, long /*argument*/,
+           void* /*pointer*/) { delete static_cast<User*>(user); });
+    return index;
+  }
+
+  static User* Of(const SSL* ssl) { return static_cast<User*>(SSL_get_ex_data(ssl, Index())); }
+};
+
+void TlsSessions::Use(const std::shared_ptr<TlsSessions>& sessions, SSL* ssl,
+                      const std::string& server) {
+  if (User::Of(ssl) != nullptr) {
+    return;  // It is connected already.
+  }
+  auto user = std::make_unique<User>(User{sessions, server});
+  if (SSL_set_ex_data(ssl, User::Index(), user.get()) != 1) {
+    throw std::bad_alloc();
+  }
+  static_cast<void>(user.release());
+
+  const std::lock_guard<std::mutex> lock(sessions->mutex_);
+  if (const Session session = std::move(sessions->sessions_[server])) {
+    SSL_set_session(ssl, session.get());
+  }
+  SSL_set_info_callback(ssl, [](const SSL* changed, int where, int /*result*/) {
+    if ((where & SSL_CB_HANDSHAKE_DONE) != 0) {
+      const User& done = *User::Of(changed);
+      done.sessions->Keep(changed, done.server);
+    }
+  });
+}
+
+// A copy: OpenSSL spoils the connection's own session when that ends without an alert, which RFC
+// 5246, section 7.2.1, no longer asks for.
+void TlsSessions::Keep(const SSL* ssl, const std::string& server) noexcept {
+  Session copy(SSL_SESSION_dup(SSL_get0_session(ssl)));
+  const std::lock_guard<std::mutex> lock(mutex_);
+  sessions_.find(server)->second = std::move(copy);
+}
+
+}  // namespace CorvidSocket
