@@ -37,7 +37,11 @@ class CDebugLog {
       return platform::FromUtf8(
           FormatBounded(kNarrowMessageCapacity, format, arguments...).c_str());
     };
-    corvid::WriteModuleLine(std::cref(expand));
+    try {
+      corvid::WriteModuleLine(std::cref(expand));
+    } catch (...) {
+      // The message is lost.
+    }
     return 1;
   }
 
@@ -45,7 +49,11 @@ class CDebugLog {
   template <class... Arguments>
   int WriteLogW(const wchar_t* format, const Arguments&... arguments) noexcept {
     const auto expand = [&] { return FormatBounded(kWideMessageCapacity, format, arguments...); };
-    corvid::WriteModuleLine(std::cref(expand));
+    try {
+      corvid::WriteModuleLine(std::cref(expand));
+    } catch (...) {
+      // The message is lost.
+    }
     return 1;
   }
 
