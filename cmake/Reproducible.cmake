@@ -9,6 +9,9 @@ if(MSVC)
   # Dates become hashes of the content; the name of the symbols' file stays without its folder.
   add_compile_options(/Brepro)
   add_link_options(/Brepro /PDBALTPATH:%_PDB%)
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+    add_compile_options(/clang:-ffile-prefix-map=${CMAKE_SOURCE_DIR}=. /clang:-ffile-prefix-map=${CMAKE_BINARY_DIR}=.)
+  endif()
   return()
 endif()
 
