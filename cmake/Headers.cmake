@@ -2,14 +2,20 @@
 # libfmt-dev, libutfcpp-dev, libcli11-dev).
 #
 # The cross compiler must never see /usr/include itself, so the libraries are linked into a folder of
-# their own. A toolchain that brings them itself (vcpkg) sets KYD_HEADERS_FROM_TOOLCHAIN.
-option(KYD_HEADERS_FROM_TOOLCHAIN "The toolchain provides Boost, RapidJSON, fmt, utfcpp and CLI11" OFF)
+# their own. With a toolchain that brings them itself (vcpkg), KYD_HEADERS_FROM_TOOLCHAIN is set.
+option(KYD_HEADERS_FROM_TOOLCHAIN "The toolchain provides Boost, RapidJSON, fmt, utfcpp, CLI11 and GoogleTest" OFF)
 
 add_library(kyd_headers INTERFACE)
 add_library(kyd::headers ALIAS kyd_headers)
 # Boost's headers would ask Visual C++'s linker for compiled libraries, of which none is used.
 target_compile_definitions(kyd_headers INTERFACE FMT_HEADER_ONLY=1 BOOST_ALL_NO_LIB)
-if(NOT KYD_HEADERS_FROM_TOOLCHAIN)
+if(KYD_HEADERS_FROM_TOOLCHAIN)
+  foreach(header CLI/CLI.hpp boost/exception/all.hpp rapidjson/document.h fmt/printf.h utf8.h)
+    string(MAKE_C_IDENTIFIER kyd_folder_of_${header} folder)
+    find_path(${folder} ${header} PATH_SUFFIXES utf8cpp REQUIRED)
+    target_include_directories(kyd_headers SYSTEM INTERFACE ${${folder}})
+  endforeach()
+else()
   set(kyd_header_folder ${CMAKE_BINARY_DIR}/deps/include)
   file(MAKE_DIRECTORY ${kyd_header_folder})
   foreach(name CLI boost rapidjson fmt utf8 utf8.h)

@@ -1,0 +1,102 @@
+"""What vcpkg is told to build: the REST library as ./build builds it, with every patch."""
+
+import hashlib
+import json
+import os
+import re
+import subprocess
+from pathlib import Path
+
+import pytest
+
+from .conftest import ROOT
+
+PORT = ROOT / "cmake/cpprestsdk"
+BUILD = (PORT / "build").read_text("utf-8")
+CACHE = Path(os.environ.get("KYD_CACHE") or
+             Path(os.environ.get("XDG_CACHE_HOME") or Path.home() / ".cache") / "kydloguploader")
+
+# vcpkg's functions that the port calls, which say what they were told.
+FUNCTIONS = r"""
+macro(tell function)
+  foreach(word ${ARGN})
+    message(STATUS "${function} ${word}")
+  endforeach()
+endmacro()
+function(vcpkg_download_distfile variable)
+  tell(download ${ARGN})
+  set(${variable} /archive PARENT_SCOPE)
+endfunction()
+function(vcpkg_extract_source_archive variable)
+  tell(extract ${ARGN})
+  set(${variable} /source PARENT_SCOPE)
+endfunction()
+function(vcpkg_cmake_configure)
+  tell(configure ${ARGN})
+endfunction()
+function(vcpkg_cmake_install)
+  tell(install called)
+endfunction()
+function(vcpkg_cmake_config_fixup)
+  tell(fixup called)
+endfunction()
+function(vcpkg_install_copyright)
+  tell(copyright ${ARGN})
+endfunction()
+include(${CURRENT_PORT_DIR}/portfile.cmake)
+"""
+
+
+def manifest(folder):
+    return json.loads((folder / "vcpkg.json").read_text("utf-8"))
+
+
+@pytest.fixture(scope="module")
+def told(tmp_path_factory):
+    """The words that each of vcpkg's functions was called with."""
+    folder = tmp_path_factory.mktemp("port")
+    (folder / "run.cmake").write_text(FUNCTIONS, "utf-8")
+    done = subprocess.run(
+        ["cmake", f"-DCURRENT_PORT_DIR={PORT}", f"-DVERSION={manifest(PORT)['version']}",
+         f"-DCURRENT_PACKAGES_DIR={folder}/packages", "-P", folder / "run.cmake"],
+        stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=60, check=True,
+    )
+    words = [line.removeprefix("-- ").split(" ", 1) for line in done.stdout.splitlines()]
+    return lambda function: [word for name, word in words if name == function]
+
+
+def test_every_patch_is_applied_in_order(told):
+    patches = sorted(os.fspath(path) for path in PORT.glob("[0-9]*.patch"))
+    assert patches
+    assert told("extract") == ["ARCHIVE", "/archive", "PATCHES", *patches]
+
+
+def test_list_of_sources_is_the_projects_own(told):
+    assert told("configure") == ["SOURCE_PATH", os.fspath(PORT), "OPTIONS", "-DSOURCE_DIR=/source"]
+    assert told("install") == told("fixup") == ["called"]
+
+
+def test_version_is_the_newest_that_the_patches_fit():
+    (versions,) = re.findall(r'^readonly versions="(\S+)', BUILD, re.M)
+    assert manifest(PORT)["version"] == versions
+
+
+def test_archive_is_the_one_that_the_build_takes(told):
+    version = manifest(PORT)["version"]
+    archive = CACHE / f"cpprestsdk/source/cpprest_{version}.orig.tar.gz"
+    if not archive.exists():
+        pytest.skip(f"this release builds another version than {version}")
+    words = told("download")
+    assert words[words.index("FILENAME") + 1] == archive.name
+    assert words[words.index("SHA512") + 1] == hashlib.sha512(archive.read_bytes()).hexdigest()
+
+
+def test_program_takes_this_port():
+    (folder,) = manifest(ROOT)["vcpkg-configuration"]["overlay-ports"]
+    assert (ROOT / folder).resolve() == PORT
+    assert manifest(PORT)["name"] in manifest(ROOT)["dependencies"]
+
+
+def test_version_is_the_projects():
+    (version,) = re.findall(r"^project\(\w+ VERSION (\S+)", (ROOT / "CMakeLists.txt").read_text("utf-8"), re.M)
+    assert manifest(ROOT)["version"] == version
