@@ -1,5 +1,6 @@
 """The workflows of the forge call what is there."""
 
+import json
 import os
 import re
 import shlex
@@ -10,7 +11,8 @@ from .conftest import ROOT
 
 WORKFLOWS = sorted((ROOT / ".github/workflows").glob("*.yml"))
 # Programs of the runners' systems.
-SYSTEM = {"apt-get", "git"}
+SYSTEM = {"apt-get", "cmake", "gh", "git", "python"}
+VCPKG = "vcpkg/"  # where a workflow checks vcpkg out
 
 
 def commands(workflow):
@@ -23,7 +25,12 @@ def commands(workflow):
 def unknown_command(words):
     """What is wrong with a command line, or None."""
     program, *arguments = words
-    if program in SYSTEM:
+    if program == "cmake":
+        presets = {one["name"] for one in json.loads((ROOT / "CMakePresets.json").read_text("utf-8"))["buildPresets"]}
+        return None if set(arguments) <= {"--build", "--preset"} | presets else f"a preset is not there: {arguments}"
+    if program == "python" and arguments[0] != "-m":
+        return None if (ROOT / arguments[0]).is_file() else f"{arguments[0]} is not there"
+    if program in SYSTEM or program.startswith(VCPKG):
         return None
     if not program.startswith("./") or not os.access(ROOT / program, os.X_OK):
         return f"{program} is not there"
@@ -41,7 +48,9 @@ def test_every_command_is_there(workflow):
 
 @pytest.mark.parametrize("workflow", WORKFLOWS, ids=lambda path: path.name)
 def test_every_path_is_there(workflow):
-    patterns = re.findall(r"hashFiles\('([^']+)'\)", workflow.read_text("utf-8"))
+    text = workflow.read_text("utf-8")
+    patterns = [name for call in re.findall(r"hashFiles\((.+?)\)", text) for name in re.findall(r"'([^']+)'", call)]
+    patterns += re.findall(r"uses: \./(\S+)", text)
     for pattern in patterns:
         assert any(ROOT.glob(pattern)), f"nothing is called {pattern}"
 
@@ -54,6 +63,21 @@ def test_both_releases_run_every_test():
     assert ["./dev", "test"] in commands(ci)
 
 
-@pytest.mark.parametrize("line", ["./dve test", "./dev tset", "./dev", "./tests/no_such_script", "make test"])
+def test_windows_builds_with_the_pinned_vcpkg():
+    ci = (ROOT / ".github/workflows/ci.yml").read_text("utf-8")
+    (ref,) = re.findall(r"repository: microsoft/vcpkg\n +ref: (\S+)", ci)
+    assert ref == json.loads((ROOT / "vcpkg.json").read_text("utf-8"))["builtin-baseline"]
+
+
+def test_release_packages_what_windows_has_built():
+    ci, release = ((ROOT / ".github/workflows" / name).read_text("utf-8") for name in ("ci.yml", "release.yml"))
+    (uploaded, folder), = re.findall(r"upload-artifact@\S+\n +with:\n +name: (\S+)\n +path: (\S+)", ci)
+    (place,) = re.findall(rf"name: {uploaded}\n +path: (\S+)", release)
+    assert folder == "build/release-msvc/bin"
+    assert f"./dev package --windows-programs {place}\n" in release
+
+
+@pytest.mark.parametrize("line", ["./dve test", "./dev tset", "./dev", "./tests/no_such_script", "make test",
+                                  "cmake --preset nothing", "python tests/none.py"])
 def test_command_that_is_not_there_is_found(line):
     assert unknown_command(line.split())
