@@ -273,10 +273,15 @@ TEST_F(UploadOneUser, ClosesTheLogFileOnEveryPath) {
 
 TEST_F(UploadOneUser, TakesTheKeyWholeAndTheSessionUpToItsFirstNul) {
   MakeLog(L"a.log");
-  credentials_.apikey = std::wstring(L"ke\0y", 4);
   EXPECT_EQ(UploadAnswering(200), 0);
-  EXPECT_EQ(Header(0, L"Authorization"), std::wstring(L"Bearer ke\0y", 11));
   EXPECT_EQ(Header(0, L"Cookie"), L"idp.session=session");
+  // A key that was cut off would be sent.
+  MakeLog(L"b.log");
+  credentials_.apikey = std::wstring(L"ke\0y", 4);
+  EXPECT_EQ(UploadAnswering(200), 1);
+  EXPECT_EQ(requests_.size(), 1U);
+  EXPECT_THAT(log_.Messages().back(),
+              testing::HasSubstr("The value of the request header Authorization is invalid."));
 }
 
 // Which road is taken shows in what the log says when it leads nowhere.
