@@ -1,8 +1,17 @@
 """./dev installs what is missing, and waits while another package manager is at work."""
 
+import os
+import platform
+import re
+import shutil
+
 import pytest
 
 from .conftest import ROOT
+from .test_windows_sdk import PARTS as SDK_PARTS
+
+SYSTEM = platform.freedesktop_os_release()
+RELEASE = (SYSTEM["ID"], SYSTEM.get("VERSION_ID"))
 
 # Every package but the named one is there.
 QUERY = 'case "${{@: -1}}" in {missing}) exit 1 ;; *) echo "install ok installed" ;; esac'
@@ -57,3 +66,48 @@ def test_demo_needs_no_test_framework(a_machine):
     packages = set(line.removeprefix("Installing: ").split())
     assert {"g++", "cmake", "libboost-dev"} <= packages
     assert not packages & {"googletest", "python3-pytest", "nginx-light", "clang-format-14", "wine64"}
+
+
+@pytest.fixture
+def tests_started(a_machine, tmp_path):
+    """Runs `./dev test` where everything is built at once; the arguments that the tests are started with."""
+    tree = tmp_path / "tree"
+    for name in ("dev", "cmake/windows-sdk"):
+        (tree / name).parent.mkdir(parents=True, exist_ok=True)
+        shutil.copy2(ROOT / name, tree / name)
+    (tree / "tests").mkdir()
+    (tree / "tests/run.py").write_text("import sys\nprint('tests:', *sys.argv[1:])\n", "ascii")
+    a_machine.tool("dpkg-query", "echo install ok installed")
+    a_machine.tool("cmake", "exit 0")
+
+    def run(*arguments, **variables):
+        done = a_machine.run(tree / "dev", "test", *arguments, **{"KYD_WINDOWS_SDK": "", **variables})
+        assert done.returncode == 0, done.stderr
+        built = re.findall(r"^Building (\S+)$", done.stdout, re.M)
+        return built, done.stdout.splitlines()[-1].removeprefix("tests:").split()
+
+    return run
+
+
+def test_tests_include_visual_cpps_interface_when_there_is_an_sdk(tests_started, tmp_path):
+    assert tests_started() == (["linux", "windows"], [])
+    sdk = tmp_path / "sdk"
+    for part in SDK_PARTS:
+        (sdk / part).mkdir(parents=True)
+    every = ["linux", "windows", "windows-msvc"]
+    options = [word for platform in every for word in ("--platform", platform)]
+    assert tests_started(KYD_WINDOWS_SDK=os.fspath(sdk)) == (every, options)
+    assert tests_started("--unit", KYD_WINDOWS_SDK=os.fspath(sdk)) == (every, [*options, "--unit"])
+    # One platform is no more than it was asked for.
+    only = ["--platform", "linux"]
+    assert tests_started(*only, KYD_WINDOWS_SDK=os.fspath(sdk)) == (["linux", "windows"], only)
+
+
+@pytest.mark.skipif(RELEASE != ("debian", "12"), reason="the kit makes its stand-in of Debian 12's Wine")
+def test_tests_include_visual_cpps_interface_when_there_is_the_kit_of_a_stand_in(tests_started, tmp_path):
+    kit = tmp_path / "shared/windows-sdk"
+    kit.mkdir(parents=True)
+    (kit / "make").write_text(
+        "#!/bin/sh\ncd \"$1\" && mkdir -p " + " ".join(SDK_PARTS) + "\n", "ascii")
+    (kit / "make").chmod(0o755)
+    assert tests_started()[0] == ["linux", "windows", "windows-msvc"]

@@ -37,7 +37,7 @@ def expect_one_line(finished, line):
 
 
 @pytest.mark.parametrize("command", [["build", "windows-msvc"], ["demo", "--windows-msvc"],
-                                     ["test", "--platform", "windows-msvc"]])
+                                     ["test", "--platform", "windows-msvc"], ["test"]])
 def test_missing_folder_is_named(tmp_path, command):
     nowhere = tmp_path / "nowhere"
     expect_one_line(run(ROOT / "dev", *command, sdk=nowhere),
