@@ -26,7 +26,7 @@ sys.path.insert(0, str(ROOT / "tests"))
 from bench_service import Service, TicketService  # noqa: E402 (the path has to be there first)
 from chart import draw  # noqa: E402
 from e2e.harness import Machine  # noqa: E402
-from e2e.platforms import Linux, Windows  # noqa: E402
+from e2e.platforms import Linux, WindowsMingw  # noqa: E402
 from measure import Contender, in_turn  # noqa: E402
 from service.certificates import CertificateFactory  # noqa: E402
 from service.log_service import SERVICE_PATH  # noqa: E402
@@ -78,7 +78,7 @@ class Bench:
                 platform = Linux(folder, linux, linux)
             else:
                 prefix = ROOT / "build" / "windows" / "bench-prefix"
-                platform = Windows(folder, windows, linux, prefix)
+                platform = WindowsMingw(folder, windows, linux, prefix)
             platform.start()
             self._stack.callback(platform.stop)
             self._platforms[kind] = platform
