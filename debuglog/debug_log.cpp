@@ -105,7 +105,8 @@ DebugLog::~DebugLog() {
 }
 
 void DebugLog::WriteLine(const wchar_t* text) noexcept {
-  WriteLine([text] { return std::wstring(text == nullptr ? L"" : text); });
+  const auto make = [text] { return std::wstring(text == nullptr ? L"" : text); };
+  WriteLine(std::cref(make));
 }
 
 void DebugLog::WriteLine(const LineMaker& make) noexcept {

@@ -82,7 +82,8 @@ void WriteModuleLog(const wchar_t* text) noexcept {
 
 void WriteModuleLogA(const char* text) noexcept {
   if (text != nullptr) {
-    WriteModuleLine([text] { return platform::FromUtf8(text); });
+    const auto make = [text] { return platform::FromUtf8(text); };
+    WriteModuleLine(std::cref(make));
   }
 }
 

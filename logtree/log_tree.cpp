@@ -59,15 +59,15 @@ bool EndsWith(std::wstring_view name, std::wstring_view ending) {
 
 LogTree::LogTree(std::wstring log_dir) : log_dir_(std::move(log_dir)) {}
 
-unsigned LogTree::ForEachAccount(
+platform::FileSearch LogTree::ForEachAccount(
     const std::function<bool(const std::wstring& account)>& visit) const {
   platform::FileSearch search(UploadPath(), kEveryName);
   for (bool found = search.First(); found; found = search.Next()) {
     if (IsAccount(search.Current()) && !visit(search.Current().name)) {
-      return 0;
+      break;
     }
   }
-  return search.Failure();
+  return search;
 }
 
 platform::FileSearch LogTree::WaitingFiles(const std::wstring& account) const {

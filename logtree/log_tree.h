@@ -19,14 +19,17 @@
 namespace kyd {
 
 // The one owner of these names: everyone else asks it for paths, searches and moves. It logs
-// nothing. Failures leave their number in platform::LastError.
+// nothing. Failures leave their number in platform::LastError, which freeing memory does not
+// change.
 class LogTree {
  public:
   explicit LogTree(std::wstring log_dir);
 
   // Calls `visit` with the name of each account below Upload, in the order of the system's search,
-  // until it gives false. Gives 0, or why the folder could not be read to its end.
-  unsigned ForEachAccount(const std::function<bool(const std::wstring& account)>& visit) const;
+  // until it gives false. Gives the search, still open: callers close it where the contract does,
+  // and its Failure() tells right away why the folder could not be read to its end.
+  [[nodiscard]] platform::FileSearch ForEachAccount(
+      const std::function<bool(const std::wstring& account)>& visit) const;
 
   // The account's waiting files, and whatever lies in its archive.
   [[nodiscard]] platform::FileSearch WaitingFiles(const std::wstring& account) const;

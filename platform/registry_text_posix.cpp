@@ -213,8 +213,11 @@ class Reader {
     if (Skip(line, L"dword:")) {
       return TakeDword(line);
     }
-    // The lines on which such a list goes on are read as no value of their own.
-    if (Skip(line, L"hex:") || Skip(line, L"hex(")) {
+    if (Skip(line, L"hex:")) {
+      return TakeBytes(line);
+    }
+    // Of further types it matters only that they are others.
+    if (Skip(line, L"hex(")) {
       return RegistryValue{kRegistryBinary, {}};
     }
     return std::nullopt;
@@ -239,6 +242,25 @@ class Reader {
     RegistryValue value{kRegistryDword, {}};
     for (int shift = 0; shift < 32; shift += 8) {
       value.data.push_back(static_cast<std::uint8_t>(*number >> shift));
+    }
+    return value;
+  }
+
+  // Bytes separated by commas. Only a flag of four bytes is read from them, so a list that
+  // continues on further lines has no data here; those lines do not parse as values and are
+  // skipped.
+  static std::optional<RegistryValue> TakeBytes(std::wstring_view line) {
+    RegistryValue value{kRegistryBinary, {}};
+    for (SkipBlanks(line); !IsBlankOrComment(line); SkipBlanks(line)) {
+      if (line.front() == L'\\') {
+        return RegistryValue{kRegistryBinary, {}};
+      }
+      const std::optional<std::uint32_t> byte = TakeHex(line);
+      SkipBlanks(line);
+      if (!byte || *byte > 0xFF || !(IsBlankOrComment(line) || Skip(line, L","))) {
+        return std::nullopt;
+      }
+      value.data.push_back(static_cast<std::uint8_t>(*byte));
     }
     return value;
   }

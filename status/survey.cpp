@@ -29,11 +29,12 @@ class Surveyor {
 
   void LookAtAccounts() {
     // An upload folder that is missing is worth a line: the product provides it.
-    Note(tree_.UploadPath(), tree_.ForEachAccount([this](const std::wstring& account) {
+    const platform::FileSearch search = tree_.ForEachAccount([this](const std::wstring& account) {
       progress_.Count();
       survey_.accounts.push_back(LookAtAccount(account));
       return true;
-    }));
+    });
+    Note(tree_.UploadPath(), search.Failure());
     std::sort(survey_.accounts.begin(), survey_.accounts.end(),
               [](const AccountStatus& left, const AccountStatus& right) {
                 return left.name < right.name;

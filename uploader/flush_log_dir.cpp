@@ -56,11 +56,12 @@ void FlushLogDir(UploadRun& run, bool force) {
   UploadAuthData credentials;  // refilled for every account
   int result = kFailed;
   try {
-    // A folder that cannot be searched has no accounts.
-    static_cast<void>(LogTree(run.logDir).ForEachAccount([&](const std::wstring& account) {
-      result = HandleAccount(run, account, credentials);
-      return result != kRunMustEnd;
-    }));
+    // A folder that cannot be searched has no accounts. The search is closed after the result file.
+    const platform::FileSearch search =
+        LogTree(run.logDir).ForEachAccount([&](const std::wstring& account) {
+          result = HandleAccount(run, account, credentials);
+          return result != kRunMustEnd;
+        });
     OutputResult(run.report, run.logDir, run.accountCount, run.sendCount, run.noSendCount,
                  run.fileOkCount, run.fileErrorCount);
   } catch (const std::exception&) {
@@ -82,10 +83,11 @@ void SearchUploadDir(const UploadRun& run) {
   try {
     Log().WriteLogA("<< SearchUploadDir >> start");
     // A folder that cannot be searched has no accounts.
-    static_cast<void>(LogTree(run.logDir).ForEachAccount([&run](const std::wstring& account) {
-      CleanupUploadDir(run, account);
-      return true;
-    }));
+    const platform::FileSearch search =
+        LogTree(run.logDir).ForEachAccount([&run](const std::wstring& account) {
+          CleanupUploadDir(run, account);
+          return true;
+        });
     Log().WriteLogA("<< SearchUploadDir >> end");
   } catch (const std::exception&) {
     Log().WriteLogA("<SearchUploadDir> exception");

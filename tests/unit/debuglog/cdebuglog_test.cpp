@@ -41,10 +41,8 @@ TEST(CDebugLog, ReadsTheDebugFlagAsFourBytesOfAnyType) {
   EXPECT_FALSE(kyd::CDebugLog().IsDebug());
   registry.SetDword(kKey, kValue, 2);
   EXPECT_TRUE(kyd::CDebugLog().IsDebug());
-#ifdef _WIN32  // elsewhere data of other types are not read
   registry.SetRaw(kKey, kValue, platform::kRegistryBinary, {0, 0, 0, 1});
   EXPECT_TRUE(kyd::CDebugLog().IsDebug());
-#endif
   registry.SetRaw(kKey, kValue, platform::kRegistryBinary, {1, 0, 0, 0, 0});
   EXPECT_FALSE(kyd::CDebugLog().IsDebug());
 }

@@ -78,19 +78,19 @@ TEST_F(LogTreeOnDisk, EveryFolderButTheReservedOneIsAnAccount) {
   }
   kyd_test::WriteFileBytes(tree_.UploadPath(L"x.log"), "");
   std::vector<std::wstring> accounts;
-  EXPECT_EQ(tree_.ForEachAccount([&](const std::wstring& account) {
+  const platform::FileSearch search = tree_.ForEachAccount([&](const std::wstring& account) {
     accounts.push_back(account);
     return true;
-  }),
-            0U);
+  });
+  EXPECT_EQ(search.Failure(), 0U);
   EXPECT_THAT(accounts, UnorderedElementsAre(L"alice", L"bob", L"nosent_log"));
 }
 
 TEST_F(LogTreeOnDisk, ComparesTheReservedNameWithItsCase) {
   MakeFolder(tree_.UploadPath(L"nosent_logfiles"));
   int accounts = 0;
-  EXPECT_EQ(tree_.ForEachAccount([&](const std::wstring& /*account*/) { return ++accounts > 0; }),
-            0U);
+  static_cast<void>(
+      tree_.ForEachAccount([&](const std::wstring& /*account*/) { return ++accounts > 0; }));
   EXPECT_EQ(accounts, 1);
 }
 
@@ -98,13 +98,14 @@ TEST_F(LogTreeOnDisk, TheWalkEndsWhenItsVisitorSaysSo) {
   MakeFolder(tree_.UploadPath(L"alice"));
   MakeFolder(tree_.UploadPath(L"bob"));
   int accounts = 0;
-  EXPECT_EQ(tree_.ForEachAccount([&](const std::wstring& /*account*/) { return ++accounts == 0; }),
-            0U);
+  const platform::FileSearch search =
+      tree_.ForEachAccount([&](const std::wstring& /*account*/) { return ++accounts == 0; });
   EXPECT_EQ(accounts, 1);
+  EXPECT_NE(search.Current().name, L"");
 }
 
 TEST_F(LogTreeOnDisk, TheWalkSaysWhyThereAreNoAccounts) {
-  EXPECT_EQ(tree_.ForEachAccount([](const std::wstring& /*account*/) { return true; }),
+  EXPECT_EQ(tree_.ForEachAccount([](const std::wstring& /*account*/) { return true; }).Failure(),
             platform::kErrorPathNotFound);
 }
 
