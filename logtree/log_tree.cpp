@@ -45,7 +45,7 @@ std::wstring Joined(std::initializer_list<std::wstring_view> names) {
 }
 
 bool IsAccount(const platform::FoundEntry& entry) {
-  // Texts of known length, which hardly ever is the name's.
+  // Literals with a known length: most names differ in that already.
   return entry.name != L"."sv && entry.name != L".."sv && entry.name != L"NoSent_LogFiles"sv &&
          entry.is_folder;
 }

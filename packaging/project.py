@@ -19,7 +19,7 @@ PUBLISHER = f"The {NAME} authors"
 
 
 class Failure(Exception):
-    """Something that whoever makes the packages has to mend; the text says what."""
+    """A problem that the person who makes the packages has to fix; the text says what."""
 
 
 def version() -> str:

@@ -1,4 +1,4 @@
-// The machine's time, as a parameter: whoever waits for seconds to pass takes a Clock.
+// The machine's time, as a parameter: code that waits for seconds to pass takes a Clock.
 #pragma once
 
 #include <cstdint>

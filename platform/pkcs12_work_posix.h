@@ -10,8 +10,8 @@ namespace platform {
 // the key, for the certificates and for the check of the whole.
 inline constexpr long kMostRounds = 2'000'000;
 
-// The attacker is whoever may write an account's credentials: one file must not keep the run, and
-// with it the files of every other account, from ending.
+// The attacker is a user who can write an account's credentials: one file must not keep the run,
+// and with it the files of every other account, from ending.
 //
 // Whether reading the blob without a password takes more than that. A blob names its numbers of
 // rounds itself (RFC 7292, RFC 8018), and 2^31 of them keep a run busy for many minutes.

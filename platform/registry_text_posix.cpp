@@ -213,7 +213,7 @@ class Reader {
     if (Skip(line, L"dword:")) {
       return TakeDword(line);
     }
-    if (Skip(line, L"hex:")) {
+    if (Skip(line, L"hex:") || Skip(line, L"hex(3):")) {
       return TakeBytes(line);
     }
     // Of further types it matters only that they are others.

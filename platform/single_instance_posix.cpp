@@ -23,7 +23,7 @@
 namespace platform {
 namespace {
 
-// Everybody may lock the file, whoever made it: reading is enough for that.
+// Any user may lock the file, regardless of its owner: read access is enough.
 constexpr mode_t kLockFileMode = 0644;
 
 // Opens the lock file, or makes it. Two steps: in a folder that everybody may write to, the kernel

@@ -25,7 +25,7 @@ class HttpClient {
 
   // The context is borrowed for the client's life and may be null. The flag also switches the
   // validation of the server's certificate: a client without a certificate of its own does not
-  // validate the server's. That coupling is meant so. The cache is for the clients with the same
+  // validate the server's. This coupling is intentional. The cache is for the clients with the same
   // certificate. No I/O happens here.
   HttpClient(CertificateContext certificate, bool has_certificate,
              Transport transport = LibraryTransport(), ConnectionCache connections = nullptr);

@@ -74,7 +74,7 @@ void ResultReader::TakeUnit(std::uint16_t unit) {
   if (!line.empty() && line.back() == L'\r') {
     line.pop_back();
   }
-  // A line that nobody of us has written fits no format, and a cut one might.
+  // A line from another source matches no format; a truncated one might.
   TakeLine(std::exchange(line_is_too_long_, false) ? L"?" : line);
 }
 

@@ -1,4 +1,4 @@
-// The texts of the result file as wide formats, for whoever reads the file or has no text
+// The texts of the result file as wide formats, for code that reads the file or has no text
 // resources.
 #pragma once
 

@@ -105,7 +105,7 @@ class Worker:
         self.machine = Machine(platform, folder)
         self.machine.switch_log_on(OutputLogSize=len(EARLIER_LOG))
         self.second = second
-        self.library = platform.bin_folder.parent / "tests/misbehaving-calls.so"
+        self.stand_in = platform.bin_folder.parent / "tests/misbehaving-calls.so"
         self.output = folder / "output"
         self.misbehaved = folder / "misbehaved"
         for account in sorted({account for account, _ in FILES}):
@@ -202,7 +202,7 @@ class Worker:
 
     def preloaded(self, rules=(), record=None):
         environment = {
-            "LD_PRELOAD": os.fspath(self.library),
+            "LD_PRELOAD": os.fspath(self.stand_in),
             "KYD_ROOT": os.fspath(self.machine.folder),
             "KYD_MISBEHAVIOUR": "\n".join(rules),
             "KYD_MISBEHAVED": os.fspath(self.misbehaved),

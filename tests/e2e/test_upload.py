@@ -1,4 +1,4 @@
-"""The road of a log file: sent, judged, moved, counted."""
+"""How a log file is processed: sent, judged, moved, counted."""
 
 import pytest
 

@@ -131,7 +131,7 @@ class Trial:
         self.machine.run(seconds=RUN_SECONDS)
         begun, ended = self._turns()
         assert len(begun) == len(set(begun)) and set(begun) <= set(self.accounts)
-        # A refusal whose body breaks off ends the run, which is meant so; the rest waits for the next.
+        # A refusal whose body breaks off ends the run, as intended; the rest waits for the next.
         assert ended == begun[-len(ended) :] if ended else len(begun) == len(self.accounts)
         for account in ended:
             answer = by_account[account]

@@ -1,4 +1,4 @@
-// Every input of the corpus through its target: what once was found stays mended.
+// Every input of the corpus through its target: what was found once stays fixed.
 #include <gtest/gtest.h>
 
 #include <algorithm>

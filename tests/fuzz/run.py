@@ -4,7 +4,7 @@
 A target is a libFuzzer program of the preset "fuzz" in build/fuzz/fuzzers, or answers.py, which drives
 the real program. What the fuzzers learn stays in build/fuzz/corpus/<target>; a crashing input lies in
 build/fuzz/crashes. Put it under a telling name into tests/fuzz/corpus/<target>, from where the unit
-tests replay it, and mend what it shows.
+tests replay it, and fix what it shows.
 
 usage: run.py [--targets a,b] [seconds]
 """

@@ -128,7 +128,7 @@ def test_archives_show_one_time_and_are_sorted(archives):
         assert {entry.date_time for entry in entries} == {tuple(map(int, moment))}
         names = [entry.filename for entry in entries]
         assert names == sorted(names)
-        # Whoever unpacks it gets one folder.
+        # Unpacking gives one folder.
         assert {name.split("/")[0] for name in names} == {archives.path(kind).stem}
 
 

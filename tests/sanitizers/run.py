@@ -3,7 +3,7 @@
 
 Every report counts, also one of a program that a test ends or does not judge: the sanitizers write
 them to files, of which none may be there at the end. The suppression files beside this one name
-what is not ours, or meant so, each with its reason.
+what is not ours or intentional, each with its reason.
 
 usage: run.py asan|tsan|valgrind
 """

@@ -1,4 +1,4 @@
-"""Each test shows one defect of the unpatched library mended; README.md names the patch."""
+"""Each test shows that one defect of the unpatched library is fixed; README.md names the patch."""
 
 import hashlib
 import os

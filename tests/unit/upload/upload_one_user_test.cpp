@@ -413,7 +413,7 @@ TEST_F(UploadOneUser, LogsWhateverIsThrownBeforeTheFirstFile) {
   EXPECT_EQ(run_.noSendCount + run_.sendCount, 0U);
 }
 
-// Whoever reads the file meanwhile does not keep it from being sent.
+// A process that reads the file meanwhile does not keep it from being sent.
 TEST_F(UploadOneUser, SendsAFileThatSomebodyElseReads) {
   MakeLog(L"a.log");
   const platform::File reader = platform::File::OpenShared(Path(L"Upload", L"a.log"));
