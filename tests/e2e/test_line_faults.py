@@ -103,8 +103,14 @@ def test_answer_that_comes_byte_by_byte(request, plan, service, status):
     # At length it takes longer than the time-out of 30 s, which is for silence only.
     pause = 0.4 if request.config.getoption("--endurance") == "long" else 0.01
 
+    # The service ends the connection behind the answer, and says so: otherwise the next request may use the
+    # connection just before its end.
+    head = (
+        f"HTTP/1.1 {status} Text\r\nContent-Type: text/plain\r\n"
+        "Content-Length: 31\r\nConnection: close\r\n\r\n"
+    )
+
     def drops():
-        head = f"HTTP/1.1 {status} Text\r\nContent-Type: text/plain\r\nContent-Length: 31\r\n\r\n"
         for byte in (head + "this comes one byte at a time.\n").encode("ascii"):
             time.sleep(pause)
             yield bytes([byte])

@@ -462,6 +462,8 @@ class LogService:
             raise _Dropped(answer.reset)
         if answer.raw is not None:
             self._finish(request, None)
+            if isinstance(answer.raw, bytes):
+                _keep_for_end(secure)
             for piece in _pieces(answer.raw):
                 secure.sendall(piece)
                 if self._stopping.is_set():
@@ -503,6 +505,13 @@ class LogService:
             self.on_request(request)
         if not self.keep_bodies:
             request.body = None
+
+
+def _keep_for_end(connection):
+    """What is sent from now on leaves together with the connection's end, so that the client cannot use a
+    connection that is about to end. Where this is not to be had, there is a moment in between."""
+    if hasattr(socket, "TCP_CORK"):
+        connection.setsockopt(socket.IPPROTO_TCP, socket.TCP_CORK, 1)
 
 
 @contextlib.contextmanager
