@@ -21,9 +21,10 @@ constexpr char kDescription[] =
 constexpr char kFooter[] =
     "Exit code:\n"
     "  0  ok\n"
-    "  1  warning: over a limit\n"
-    "  2  critical: over twice a limit (with a limit of 0: over it)\n"
-    "  3  cannot tell: something could not be read, or a file not be written\n"
+    "  1  warning: over a limit; with --check: the next run loses, leaves or repeats something\n"
+    "  2  critical: over twice a limit (with a limit of 0: over it); with --check: the next run\n"
+    "     sends nothing or ends early\n"
+    "  3  unknown: something could not be read or written, and nothing is critical\n"
     "  64 wrong usage";
 
 // What the library takes from the arguments, as it takes it.

@@ -45,9 +45,8 @@ SECONDS_TO_MOUNT = 60
 
 
 @contextlib.contextmanager
-def mounted(name, folder):
-    """A path to the root of a new file system of this kind."""
-    how = MOUNTS[name]
+def mounted(how, folder):
+    """A path to the root of a new file system; `how` is one of MOUNTS or a command like theirs."""
     for tool in _TOOLS:
         if f"{tool} " in how and shutil.which(tool) is None:
             pytest.skip(f"{tool} is not installed")
@@ -84,7 +83,7 @@ ARRANGEMENTS = (("Upload", "Archive", "LogWork"), ("Archive",), ("Upload", "Uplo
 def test_file_system(platform, certificates, tmp_path, name):
     if platform.name == "windows":
         pytest.skip("Wine would be what is tested")
-    with mounted(name, tmp_path) as root:
+    with mounted(MOUNTS[name], tmp_path) as root:
         for parts in ARRANGEMENTS:
             print(parts)  # for the one that a failure is about
             if name == "FUSE: fat" and "UploadResult" in parts:

@@ -17,6 +17,7 @@ from .platforms import wait_until
 from .status_tool import (
     CRITICAL, MANY, OK, SECONDS, UNKNOWN, USAGE, WARNING, Finished, command, status,
 )
+from .test_file_systems import mounted
 from .test_status import OpenWatch
 
 
@@ -226,6 +227,20 @@ def test_missing_result_folder(good):
     assert findings(good, WARNING) == [
         ("warning", "UploadResult", "is missing, so runs leave no results")
     ]
+
+
+def test_disk_without_room_for_results(good, tmp_path):
+    results = good.log_dir / "UploadResult"
+    results.rmdir()
+    with mounted("mount -t tmpfs -o size=512k none $1", tmp_path) as root:
+        results.symlink_to(root)
+        assert findings(good, WARNING) == [
+            ("warning", "UploadResult",
+             "has room for 512.0 KiB only, so what a run writes may be lost")
+        ]
+        (root / "file").write_bytes(b"x" * 512 * 1024)
+        [(_, _, problem)] = findings(good, WARNING)
+        assert problem == "has room for 0 B only, so what a run writes may be lost"
 
 
 def test_missing_archive_folders_are_one_finding(machine):
