@@ -7,6 +7,31 @@
 #include "platform/fd_posix.h"
 
 namespace platform {
+namespace {
+
+// Filters of system calls that are older than statx refuse it with EPERM or ENOSYS; the C library's
+// own substitute refuses the flag with EINVAL.
+bool IsRefused(int error_number) noexcept {
+  return error_number == EPERM || error_number == ENOSYS || error_number == EINVAL;
+}
+
+Entry LookWithoutStatx(const std::string& path) noexcept {
+  struct stat status;
+  if (Uninterrupted(
+          [&] { return fstatat(AT_FDCWD, path.c_str(), &status, AT_SYMLINK_NOFOLLOW); }) == 0) {
+    return EntryOf(status);
+  }
+  Entry entry;
+  entry.error_number = errno;
+  return entry;
+}
+
+// Whether an entry is what an exclusive creation makes.
+bool IsNew(const Entry& entry, mode_t type) noexcept {
+  return entry.IsPresent() && (entry.mode & S_IFMT) == type && (type != S_IFREG || entry.size == 0);
+}
+
+}  // namespace
 
 Entry LookAt(const std::string& path) noexcept {
   Entry entry;
@@ -16,6 +41,9 @@ Entry LookAt(const std::string& path) noexcept {
                  STATX_BASIC_STATS, &status);
   });
   if (result != 0) {
+    if (IsRefused(errno)) {
+      return LookWithoutStatx(path);
+    }
     entry.error_number = errno;
     return entry;
   }
@@ -37,6 +65,26 @@ bool IsSame(const Entry& a, const Entry& b) noexcept {
 
 bool HasLost(const Entry& name, const Entry& file) noexcept {
   return name.IsAbsent() || (name.IsPresent() && file.IsPresent() && !IsSame(name, file));
+}
+
+int MakeNew(const std::string& path, mode_t type, const std::function<int()>& make) noexcept {
+  const Entry before = LookAt(path);
+  if (!before.IsAbsent()) {
+    return before.IsPresent() ? EEXIST : before.error_number;
+  }
+  int error_number = 0;
+  // Repeated only while there is nothing: an interrupted call may have made the entry.
+  const int result = Uninterrupted([&] {
+    const int made = make();
+    error_number = made < 0 ? errno : 0;
+    // EEXIST: another's, as far as can be told.
+    if (made < 0 && error_number != EEXIST && IsNew(LookAt(path), type)) {
+      error_number = 0;
+    }
+    errno = error_number;
+    return error_number == 0 ? 0 : -1;
+  });
+  return result == 0 ? 0 : error_number;
 }
 
 }  // namespace platform

@@ -8,6 +8,7 @@
 #include <sys/types.h>
 
 #include <cerrno>
+#include <functional>
 #include <string>
 
 namespace platform {
@@ -26,7 +27,7 @@ struct Entry {
 };
 
 // Looks at the entry itself, a link is not followed. A network file system asks its server (statx
-// with AT_STATX_FORCE_SYNC).
+// with AT_STATX_FORCE_SYNC), unless the process may not use statx (then fstatat).
 [[nodiscard]] Entry LookAt(const std::string& path) noexcept;
 
 [[nodiscard]] Entry EntryOf(const struct stat& status) noexcept;
@@ -36,5 +37,12 @@ struct Entry {
 
 // Whether the name verifiably stands for the file no longer: there is nothing, or another file.
 [[nodiscard]] bool HasLost(const Entry& name, const Entry& file) noexcept;
+
+// Makes an entry that must not exist yet, empty and of this type (S_IFREG, S_IFDIR). `make` is
+// open(2) with O_EXCL or mkdir(2); a negative result is a failure. Gives 0 or an errno value,
+// EEXIST for an entry of another's. 0 as well when `make` reports failure but an empty entry is
+// there then and none was before.
+[[nodiscard]] int MakeNew(const std::string& path, mode_t type,
+                          const std::function<int()>& make) noexcept;
 
 }  // namespace platform

@@ -223,31 +223,13 @@ bool Copy::ReplaceSource(const UniqueFd& from, const struct stat& before) {
 // Reserves a free name by an empty entry. 0 or an errno value. A file is held open as well: so its
 // number cannot become that of another one.
 int Reserve(const std::string& target, bool as_folder, UniqueFd& held) noexcept {
-  const Entry before = LookAt(target);
-  if (!before.IsAbsent()) {
-    return before.IsPresent() ? EEXIST : before.error_number;
-  }
-  int result = 0;
-  if (as_folder) {
-    result = Uninterrupted([&] { return mkdir(target.c_str(), 0700); });
-  } else {
-    result = Uninterrupted([&] {
-      return open(target.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600);
-    });
-    held.Reset(result);
-  }
-  if (result >= 0) {
-    return 0;
-  }
-  const int error_number = errno;
-  if (error_number == EEXIST) {
-    return EEXIST;  // Somebody else's, as far as can be told.
-  }
-  // Made all the same when it is there now, and empty.
-  const Entry made = LookAt(target);
-  const bool is_ours =
-      made.IsPresent() && (as_folder ? S_ISDIR(made.mode) : S_ISREG(made.mode) && made.size == 0);
-  return is_ours ? 0 : error_number;
+  return MakeNew(target, as_folder ? S_IFDIR : S_IFREG, [&] {
+    if (as_folder) {
+      return mkdir(target.c_str(), 0700);
+    }
+    held.Reset(open(target.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600));
+    return held.Get();
+  });
 }
 
 }  // namespace

@@ -113,9 +113,25 @@ File File::OpenForWriting(const std::wstring& path, const CFileAccessSecurity& /
 }
 
 File File::CreateNew(const std::wstring& path, FileReaders readers) {
-  return File(
-      Handle::Holding(OpenRegularFile(ToNativePath(path), O_WRONLY | O_CREAT | O_EXCL,
-                                      readers == FileReaders::kOwner ? 0600 : kNewFileMode)));
+  const std::string native = ToNativePath(path);
+  const mode_t mode = readers == FileReaders::kOwner ? 0600 : kNewFileMode;
+  UniqueFd fd;
+  const int error_number = MakeNew(native, S_IFREG, [&] {
+    fd.Reset(open(native.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode));
+    return fd.Get();
+  });
+  if (error_number != 0) {
+    RecordErrno(error_number, native);
+    return {};
+  }
+  if (!fd) {
+    // Made by a call that reported failure.
+    fd = OpenRegularFile(native, O_WRONLY | O_NOFOLLOW);
+    if (!fd) {
+      static_cast<void>(Uninterrupted([&] { return unlink(native.c_str()); }));
+    }
+  }
+  return File(Handle::Holding(std::move(fd)));
 }
 
 std::optional<std::uint64_t> File::Size() const {
@@ -247,12 +263,20 @@ bool MoveReplacing(const std::wstring& source, const std::wstring& target) {
 
 bool RemoveFile(const std::wstring& path) {
   const std::string native = ToNativePath(path);
-  if (Uninterrupted([&] { return unlink(native.c_str()); }) == 0) {
+  bool is_interrupted = false;
+  const int result = Uninterrupted([&] {
+    const int removed = unlink(native.c_str());
+    is_interrupted = is_interrupted || (removed != 0 && errno == EINTR);
+    return removed;
+  });
+  if (result == 0) {
     return true;
   }
   const int error_number = errno;
-  // Whatever the failure: what has gone is removed. ENOENT, however, is an answer of its own.
-  return (error_number != ENOENT && LookAt(native).IsAbsent()) || Failed(error_number, native);
+  // Whatever the failure: what has gone is removed. ENOENT, however, is an answer of its own,
+  // unless an interrupted call may have removed the file.
+  const bool may_be_removed = error_number != ENOENT || is_interrupted;
+  return (may_be_removed && LookAt(native).IsAbsent()) || Failed(error_number, native);
 }
 
 bool IsFolder(const std::wstring& path) {

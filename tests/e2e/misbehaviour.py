@@ -85,6 +85,8 @@ def _unsupported(*names, harmless=True):
 
 
 _INTERRUPTED = _ways(INTERRUPTED, "fail", [errno.EINTR], harmless=True, lasting=False)
+# Calls that go to a server: the answer is no longer waited for.
+_INTERRUPTED_LATE = _ways(INTERRUPTED, "done", [errno.EINTR], harmless=True, lasting=False)
 # Somebody holds a lease on the file, and is being asked to give it up.
 _LEASED = _ways(AGAIN, "fail", [errno.EAGAIN], harmless=True, lasting=False)
 
@@ -111,9 +113,11 @@ WAYS = {
     ("open", "read"): [*_fails("EACCES", "EIO", "EMFILE", "ENOENT", "ESTALE"), *_INTERRUPTED],
     ("open", "create"): [
         *_fails("EACCES", "EDQUOT", "EIO", "ENOSPC", "EROFS", "ESTALE"), *_done("EIO"), *_INTERRUPTED,
+        *_INTERRUPTED_LATE,
     ],
     ("open", "exclusive"): [
         *_fails("EACCES", "EDQUOT", "EIO", "ENOSPC", "EROFS"), *_done("EIO"), *_INTERRUPTED,
+        *_INTERRUPTED_LATE,
     ],
     ("open", "folder"): [*_fails("EACCES", "EIO", "EMFILE", "ESTALE"), *_INTERRUPTED],
     "read": [
@@ -134,19 +138,20 @@ WAYS = {
     "fchmod": [*_fails("EIO"), *_unsupported("ENOSYS", "EOPNOTSUPP", "EPERM")],
     "fchown": [*_unsupported("EINVAL", "ENOSYS", "EOPNOTSUPP", "EPERM"), *_fails("EIO")],
     "futimens": [*_fails("EIO"), *_unsupported("EACCES", "ENOSYS", "EPERM")],
-    "rename": [*_fails(*_MOVING), *_done("EIO", "ENOENT", "ESTALE")],
+    "rename": [*_fails(*_MOVING), *_done("EIO", "ENOENT", "ESTALE"), *_INTERRUPTED_LATE],
     "renameat2": [
-        *_fails(*_MOVING), *_done("EEXIST", "EIO", "ENOENT", "ESTALE"),
+        *_fails(*_MOVING), *_done("EEXIST", "EIO", "ENOENT", "ESTALE"), *_INTERRUPTED_LATE,
         *_unsupported("EINVAL", "ENOSYS"),
     ],
     "link": [
-        *_fails(*_MOVING), *_done("EEXIST", "EIO", "ESTALE"),
+        *_fails(*_MOVING), *_done("EEXIST", "EIO", "ESTALE"), *_INTERRUPTED_LATE,
         *_unsupported("EMLINK", "ENOSYS", "EOPNOTSUPP", "EPERM"),
     ],
     "unlink": [
         *_fails("EACCES", "EBUSY", "EIO", "EPERM", "EROFS", "ESTALE"), *_done("EIO", "ENOENT", "ESTALE"),
+        *_INTERRUPTED_LATE,
     ],
-    "mkdir": [*_fails("EACCES", "EIO", "ENOSPC", "EROFS"), *_done("EEXIST", "EIO")],
+    "mkdir": [*_fails("EACCES", "EIO", "ENOSPC", "EROFS"), *_done("EEXIST", "EIO"), *_INTERRUPTED_LATE],
     "opendir": _fails("EACCES", "EIO", "EMFILE", "ENOENT", "ESTALE"),
     "readdir": [
         *_fails("EIO", "ENOENT", "ESTALE"), *_ways(UNSUPPORTED, "plain", [0], harmless=True),
@@ -179,8 +184,10 @@ WAYS = {
     "pipe": _fails("EMFILE", "ENFILE"),
     "timerfd_create": _fails("EMFILE", "ENFILE", "ENODEV"),
 }  # fmt: skip
-for _same, _as in (("pread", "read"), ("fstatat", "stat"), ("statx", "stat"), ("rmdir", "unlink")):
+for _same, _as in (("pread", "read"), ("fstatat", "stat"), ("rmdir", "unlink")):
     WAYS[_same] = WAYS[_as]
+# Filters of system calls that are older than this one refuse it.
+WAYS["statx"] = [*WAYS["stat"], *_unsupported("EINVAL", "ENOSYS", "EPERM")]
 
 
 def ways(call):

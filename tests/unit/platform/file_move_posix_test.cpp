@@ -157,7 +157,7 @@ const std::vector<DoubtfulCall>& DoubtfulCalls() {
     for (const int error_number : {EPERM, EMLINK}) {
       all.push_back({"Link", &platform::MoveByLink, SYS_link, error_number});
     }
-    for (const int error_number : {EIO, ESTALE}) {
+    for (const int error_number : {EIO, ESTALE, EINTR}) {
       all.push_back({"Reserve", &platform::MoveByReservation, SYS_openat, error_number});
     }
     return all;
@@ -302,14 +302,39 @@ TEST(MoveByReservation, AnEmptyFileIsNotTakenForItsReservation) {
 
 TEST(MoveByReservation, AFolderCountsAsMovedWhenItWas) {
   for (const unsigned number : {SYS_mkdir, SYS_rename}) {
+    for (const int error_number : {EIO, EINTR}) {
+      const kyd_test::TempFolder folder;
+      WriteFileBytes(folder.MakeFolder(L"source") + L"/inside", "content");
+      EXPECT_TRUE(RunWithInstead({number}, DoneButFailing(error_number), [&] {
+        return platform::MoveByReservation(Native(folder / L"source"),
+                                           Native(folder / L"target")) == 0;
+      }));
+      EXPECT_EQ(ReadFileBytes(folder / L"target/inside"), "content");
+      EXPECT_EQ(EntryCount(folder.Path()), 1U);
+    }
+  }
+}
+
+// Whatever the interrupted call reports, a file with content is not the empty one that it makes.
+TEST(MoveByReservation, AFileThatAnotherMakesMeanwhileStays) {
+  for (const int error_number : {EEXIST, EINTR, EIO}) {
     const kyd_test::TempFolder folder;
-    WriteFileBytes(folder.MakeFolder(L"source") + L"/inside", "content");
-    EXPECT_TRUE(RunWithInstead({number}, DoneButFailing(EIO), [&] {
-      return platform::MoveByReservation(Native(folder / L"source"), Native(folder / L"target")) ==
+    WriteFileBytes(folder / L"source", "content");
+    WriteFileBytes(folder / L"other", "of another");
+    const auto instead = [&](const SystemCall& call) -> long {
+      if (call.arguments[2] & O_EXCL) {
+        return link(Native(folder / L"other").c_str(), Native(folder / L"target").c_str()) == 0
+                   ? -error_number
+                   : -errno;
+      }
+      return call.Perform();
+    };
+    EXPECT_TRUE(RunWithInstead({SYS_openat}, instead, [&] {
+      return platform::MoveByReservation(Native(folder / L"source"), Native(folder / L"target")) !=
              0;
-    }));
-    EXPECT_EQ(ReadFileBytes(folder / L"target/inside"), "content");
-    EXPECT_EQ(EntryCount(folder.Path()), 1U);
+    })) << error_number;
+    EXPECT_EQ(ReadFileBytes(folder / L"source"), "content");
+    EXPECT_EQ(ReadFileBytes(folder / L"target"), "of another");
   }
 }
 
@@ -363,6 +388,26 @@ INSTANTIATE_TEST_SUITE_P(
                                              {SYS_link, EMLINK, std::nullopt}},
                     std::vector<FailingCall>{{SYS_renameat2, EINVAL, std::nullopt},
                                              {SYS_link, ENOSYS, std::nullopt}}));
+
+// Profiles of system calls that are older than statx refuse it.
+TEST(MoveOnSameFileSystem, NeedsNoStatx) {
+  for (const int error_number : {EPERM, EINVAL, ENOSYS}) {
+    for (const Way move : std::initializer_list<Way>{&platform::MoveByRename, &platform::MoveByLink,
+                                                     &platform::MoveByReservation}) {
+      const kyd_test::TempFolder folder;
+      WriteFileBytes(folder / L"source", "content");
+      std::filesystem::create_symlink("source", Native(folder / L"link"));
+      EXPECT_TRUE(RunWithout({{SYS_statx, error_number, std::nullopt}}, [&] {
+        return move(Native(folder / L"source"), Native(folder / L"target")) == 0 &&
+               move(Native(folder / L"link"), Native(folder / L"moved link")) == 0 &&
+               move(Native(folder / L"target"), Native(folder / L"moved link")) == EEXIST;
+      })) << error_number;
+      EXPECT_EQ(ReadFileBytes(folder / L"target"), "content");
+      EXPECT_TRUE(std::filesystem::is_symlink(Native(folder / L"moved link")));
+      EXPECT_EQ(EntryCount(folder.Path()), 2U);
+    }
+  }
+}
 
 TEST(MoveByLink, ASourceThatCannotBeRemovedStaysAlone) {
   const kyd_test::TempFolder folder;

@@ -75,6 +75,40 @@ TEST_F(WholeFilePosix, ARefusedNameLeavesNothing) {
   EXPECT_EQ(CountFiles(), 0);
 }
 
+// The draft may have been made by a call that reports failure; then it is the one that is written.
+TEST_F(WholeFilePosix, ADraftThatWasMadeAllTheSameIsUsed) {
+  for (const int error_number : {EINTR, EIO, ESTALE}) {
+    for (const Writer write : {&platform::WriteWholeFile, &platform::ReplaceWholeFile}) {
+      EXPECT_TRUE(
+          kyd_test::RunWithInstead({SYS_openat}, kyd_test::DoneButFailing(error_number),
+                                   [&] { return write(path_, "new", 3, FileReaders::kOwner); }))
+          << error_number;
+      EXPECT_EQ(kyd_test::ReadFileBytes(path_), "new");
+      EXPECT_EQ(CountFiles(), 1);
+      std::filesystem::remove(platform::ToNativePath(path_));
+    }
+  }
+}
+
+TEST_F(WholeFilePosix, ADraftThatCannotBeOpenedAgainIsRemoved) {
+  const auto instead = [](const kyd_test::SystemCall& call) -> long {
+    static_cast<void>(call.Perform());
+    return -EIO;
+  };
+  EXPECT_FALSE(kyd_test::RunWithInstead({SYS_openat}, instead, [&] {
+    return platform::WriteWholeFile(path_, "new", 3, FileReaders::kOwner);
+  }));
+  EXPECT_EQ(CountFiles(), 0);
+}
+
+TEST_F(WholeFilePosix, AnInterruptedDraftIsMadeAgain) {
+  EXPECT_TRUE(kyd_test::RunWithInstead({SYS_openat}, kyd_test::Failing(EINTR), [&] {
+    return platform::WriteWholeFile(path_, "new", 3, FileReaders::kOwner);
+  }));
+  EXPECT_EQ(kyd_test::ReadFileBytes(path_), "new");
+  EXPECT_EQ(CountFiles(), 1);
+}
+
 TEST_F(WholeFilePosix, IsForItsOwnerOrForEveryone) {
   const mode_t mask = umask(0022);
   EXPECT_EQ(ModeOfNew(FileReaders::kOwner), 0600U);
