@@ -3,8 +3,10 @@
 
 namespace platform {
 
-// The first call of a program: from then on no damaged library and no empty drive opens a box for
-// the user (SetErrorMode), and no library is loaded from the current directory (SetDllDirectoryW).
+// From then on no damaged library and no empty drive opens a box for the user (SetErrorMode), and
+// no library is loaded from the current directory (SetDllDirectoryW). The first call of a program.
+// One that contains it has made it already before its static objects are made, which ask for
+// folders.
 void RunUnattended() noexcept;
 
 }  // namespace platform

@@ -228,13 +228,36 @@ def test_status_tool_is_a_console_program_that_needs_system_libraries_only(platf
         assert not [name for name in needed if name.startswith(("libpelham", "libssl", "libcpprest"))]
 
 
-def test_both_programs_for_windows_set_the_error_mode(platform):
+# What may load a library or look for a drive, on which a box for the user could open.
+MAY_OPEN_A_BOX = re.compile(r"LoadLibrary|CreateFile|FileAttributes|FindFirst|^SH|PathIs|CryptAcquire|LoadString")
+FAIL_CRITICAL_ERRORS, NO_OPEN_FILE_ERROR_BOX = 0x0001, 0x8000
+
+
+@pytest.mark.parametrize("program", ["program_name", "status_name"])
+def test_nothing_can_open_a_box_before_the_error_mode_is_set(platform, machine, program):
+    """The calls of the program's own code, in the order in which Wine has seen them."""
     if platform.name == "linux":
         pytest.skip("Linux has no error boxes")
-    for name in (platform.program_name, platform.status_name):
-        executable = platform.bin_folder / name
-        listed = tool("x86_64-w64-mingw32-objdump", "--private-headers", executable)
-        assert re.search(r"\bSetErrorMode\b", listed), f"{name} does not import it"
+    if platform.runs_here:
+        pytest.skip("only Wine writes down the calls of a program")
+    told = subprocess.run(
+        platform.command(platform.bin_folder / getattr(platform, program), ["--version"]),
+        env={**machine.environment, "WINEDEBUG": "+relay"},
+        stdin=subprocess.DEVNULL,
+        stdout=subprocess.DEVNULL,
+        stderr=subprocess.PIPE,
+        timeout=120,
+    ).stderr.decode("ascii", "replace")
+    # Programs lie where the linker has put them: nothing is randomized.
+    calls = re.findall(r":Call \S+?\.(\w+)\((\w*).*\) ret=14\w{7}$", told, re.MULTILINE)
+    names = [name for name, _ in calls]
+    assert [name for name in names if MAY_OPEN_A_BOX.search(name)], "nothing is seen"
+    mode = int(calls[names.index("SetErrorMode")][1], 16)
+    assert mode & FAIL_CRITICAL_ERRORS and mode & NO_OPEN_FILE_ERROR_BOX
+    earlier = names[: names.index("SetErrorMode")]
+    assert not [name for name in earlier if MAY_OPEN_A_BOX.search(name)]
+    modes = [int(mode, 16) for name, mode in calls if name == "SetErrorMode"]
+    assert all(mode & FAIL_CRITICAL_ERRORS and mode & NO_OPEN_FILE_ERROR_BOX for mode in modes)
 
 
 def test_windows_program_is_loaded_anywhere_and_never_executes_data(portable):

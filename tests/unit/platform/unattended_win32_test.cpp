@@ -5,11 +5,19 @@
 
 namespace {
 
+constexpr UINT kNoBoxes = SEM_FAILCRITICALERRORS | SEM_NOOPENFILEERRORBOX;
+
+// As the other static objects of a program find it.
+const UINT error_mode_at_start = GetErrorMode();
+
+TEST(RunUnattended, ComesBeforeOtherStaticObjects) {
+  EXPECT_EQ(error_mode_at_start & kNoBoxes, kNoBoxes);
+}
+
 TEST(RunUnattended, OpensNoErrorBoxes) {
   const UINT earlier = SetErrorMode(0);
   platform::RunUnattended();
-  EXPECT_EQ(GetErrorMode() & (SEM_FAILCRITICALERRORS | SEM_NOOPENFILEERRORBOX),
-            UINT{SEM_FAILCRITICALERRORS | SEM_NOOPENFILEERRORBOX});
+  EXPECT_EQ(GetErrorMode() & kNoBoxes, kNoBoxes);
   SetErrorMode(earlier);
 }
 
