@@ -12,6 +12,11 @@ if(MSVC)
   if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
     add_compile_options(/clang:-ffile-prefix-map=${CMAKE_SOURCE_DIR}=. /clang:-ffile-prefix-map=${CMAKE_BINARY_DIR}=.)
   endif()
+  if(VCPKG_INSTALLED_DIR)
+    # Beside the programs, so that the folder is all that the packages are made of.
+    file(COPY ${VCPKG_INSTALLED_DIR}/${VCPKG_TARGET_TRIPLET}/share DESTINATION ${CMAKE_BINARY_DIR}/bin
+         FILES_MATCHING PATTERN vcpkg.spdx.json PATTERN copyright)
+  endif()
   return()
 endif()
 

@@ -91,6 +91,24 @@ def test_archive_is_the_one_that_the_build_takes(told):
     assert words[words.index("SHA512") + 1] == hashlib.sha512(archive.read_bytes()).hexdigest()
 
 
+def test_release_build_says_beside_its_programs_what_vcpkg_has_linked_in(tmp_path):
+    port = tmp_path / "installed/a-triplet/share/fmt"
+    port.mkdir(parents=True)
+    for name in ("vcpkg.spdx.json", "copyright", "fmt-config.cmake"):
+        (port / name).write_text(name, "ascii")
+    (tmp_path / "CMakeLists.txt").write_text(
+        f"cmake_minimum_required(VERSION 3.25)\nproject(release LANGUAGES NONE)\nset(MSVC ON)\n"
+        f"include({ROOT}/cmake/Reproducible.cmake)\n", "utf-8")
+    subprocess.run(
+        ["cmake", "-S", tmp_path, "-B", tmp_path / "build", "-DKYD_REPRODUCIBLE=ON",
+         f"-DVCPKG_INSTALLED_DIR={tmp_path}/installed", "-DVCPKG_TARGET_TRIPLET=a-triplet"],
+        stdin=subprocess.DEVNULL, capture_output=True, timeout=60, check=True,
+    )
+    copied = [path for path in (tmp_path / "build/bin").rglob("*") if path.is_file()]
+    assert sorted(os.fspath(path.relative_to(tmp_path / "build/bin")) for path in copied) == [
+        "share/fmt/copyright", "share/fmt/vcpkg.spdx.json"]
+
+
 def test_program_takes_this_port():
     (folder,) = manifest(ROOT)["vcpkg-configuration"]["overlay-ports"]
     assert (ROOT / folder).resolve() == PORT

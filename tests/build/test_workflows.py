@@ -4,6 +4,7 @@ import json
 import os
 import re
 import shlex
+import subprocess
 
 import pytest
 
@@ -75,6 +76,8 @@ def test_release_packages_what_windows_has_built():
     (place,) = re.findall(rf"name: {uploaded}\n +path: (\S+)", release)
     assert folder == "build/release-msvc/bin"
     assert f"./dev package --windows-programs {place}\n" in release
+    # Otherwise it would be a change of the tree, of which no package is made.
+    subprocess.run(["git", "check-ignore", "--quiet", f"{place}/KydLogUploader.exe"], cwd=ROOT, check=True)
 
 
 @pytest.mark.parametrize("line", ["./dve test", "./dev tset", "./dev", "./tests/no_such_script", "make test",
