@@ -39,7 +39,7 @@ def build_programs(preset: str) -> None:
 
 def build(options: argparse.Namespace) -> None:
     changes = project.changes()
-    if changes and not options.allow_changes:
+    if changes and (options.check_reproducible or not options.allow_changes):
         raise Failure("packages are made of a commit, and the tree has changes:\n" + "\n".join(changes))
     signing = None
     if options.sign:
@@ -61,6 +61,14 @@ def build(options: argparse.Namespace) -> None:
     for product, components in products.items():
         bill.write(DIST / f"{product}.cdx.json", product, components, purposes.get(product))
     write_sums(DIST)
+
+
+def options_of_the_second_build(options: argparse.Namespace) -> list[str]:
+    """It runs in another folder. Of a commit, --allow-changes says that a stand-in for the SDK is good enough."""
+    again = ["--allow-changes"] if options.allow_changes else []
+    if options.windows_programs:
+        again += ["--windows-programs", os.fspath(options.windows_programs.resolve())]
+    return again
 
 
 def main() -> int:
@@ -92,7 +100,7 @@ def main() -> int:
     try:
         build(options)
         if options.check_reproducible:
-            reproduce.check(options.windows_programs)
+            reproduce.check(options_of_the_second_build(options))
     except Failure as failure:
         print(f"package: {failure}", file=sys.stderr)
         return 1

@@ -28,11 +28,9 @@ def compare(first: Path, second: Path) -> list[str]:
     return differences
 
 
-def check(windows_programs: Path | None) -> None:
-    """Builds the commit once more and compares with what lies in dist/. Programs that were built elsewhere are
-    packed once more."""
-    if project.changes():
-        raise Failure("only a commit can be built again, and the tree has changes")
+def check(options: list[str]) -> None:
+    """Builds the commit once more, with the same options, and compares with what lies in dist/. Programs that were
+    built elsewhere are packed once more."""
     keep = Path(tempfile.mkdtemp(prefix="kydloguploader-again-"))
     clone = keep / "a-tree-in-another-place"
     cache = os.environ.get("KYD_CACHE") or Path(
@@ -43,7 +41,6 @@ def check(windows_programs: Path | None) -> None:
     run("git", "clone", "--quiet", "--no-hardlinks", ROOT, clone)
     run("git", "checkout", "--quiet", "--detach", project.commit(), cwd=clone)
     print("Building the commit a second time: this also builds the REST library, and takes long", flush=True)
-    options = ["--windows-programs", os.fspath(windows_programs.resolve())] if windows_programs else []
     run(
         "sh", "-c", 'umask 027; exec ./dev package "$@"', "sh", *options, cwd=clone,
         KYD_CACHE=os.fspath(keep / "cache"), TZ="Pacific/Auckland", HOME=os.fspath(keep), LANG="C",
