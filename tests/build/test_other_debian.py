@@ -7,6 +7,10 @@ import pytest
 from .conftest import ROOT
 
 SCRIPT = ROOT / "tests/other_debian"
+# On a machine that is not set up for it, which is asked first.
+NO_KEYRING = (
+    "other_debian: /usr/share/keyrings/debian-archive-keyring.gpg is missing: install debian-archive-keyring"
+)
 
 
 def refusal(machine, *arguments, **options):
@@ -42,6 +46,17 @@ def test_machine_without_debootstrap_is_refused(a_machine):
     assert line == "other_debian: debootstrap is missing"
 
 
+def test_windows_sdk_that_is_not_there_is_refused(a_machine, tmp_path):
+    a_machine.tool("id", "echo 0")
+    for name in ("debootstrap", "unshare", "chroot"):
+        a_machine.tool(name, "echo must not be called; exit 1")
+    nowhere = tmp_path / "nowhere"
+    assert refusal(a_machine, "trixie", "true", KYD_WINDOWS_SDK=str(nowhere)) in (
+        f"other_debian: there is no folder {nowhere} (KYD_WINDOWS_SDK)",
+        NO_KEYRING,
+    )
+
+
 def test_machine_without_a_debian_mirror_is_refused(a_machine):
     a_machine.tool("id", "echo 0")
     for name in ("debootstrap", "unshare", "chroot"):
@@ -51,6 +66,5 @@ def test_machine_without_a_debian_mirror_is_refused(a_machine):
     assert (done.returncode, done.stdout) == (1, "")
     assert done.stderr in (
         "other_debian: this machine's apt sources name no Debian mirror\n",
-        # On a machine that is not set up for it, which is asked first.
-        "other_debian: /usr/share/keyrings/debian-archive-keyring.gpg is missing: install debian-archive-keyring\n",
+        NO_KEYRING + "\n",
     )
