@@ -4,6 +4,7 @@ import os
 import platform
 import re
 import shutil
+import subprocess
 
 import pytest
 
@@ -74,6 +75,22 @@ def test_demo_needs_no_test_framework(a_machine):
     packages = set(line.removeprefix("Installing: ").split())
     assert {"g++", "cmake", "libboost-dev"} <= packages
     assert not packages & {"googletest", "python3-pytest", "nginx-light", "clang-format-14", "wine64"}
+
+
+def test_rest_library_that_cannot_be_had_is_told_in_one_line(a_machine, tmp_path):
+    listed = subprocess.run(["git", "ls-files", "-z", "*CMake*", "*.cmake", "cmake", "dev"], cwd=ROOT,
+                            capture_output=True, text=True, check=True).stdout
+    tree = tmp_path / "tree"
+    for name in filter(None, listed.split("\0")):
+        (tree / name).parent.mkdir(parents=True, exist_ok=True)
+        shutil.copy2(ROOT / name, tree / name)
+    a_machine.tool("dpkg-query", "echo install ok installed")
+    a_machine.tool("apt-get", 'case " $* " in *" source "*) : >cpprest_2.10.99.orig.tar.gz ;; esac')
+    done = a_machine.run(tree / "dev", "build", "linux")
+    assert (done.returncode, done.stderr) == (1, "")
+    configuring, refusal = done.stdout.splitlines()
+    assert configuring.startswith("Configuring linux")
+    assert refusal.startswith("cpprestsdk: version 2.10.99 of this machine's release is not supported; put ")
 
 
 @pytest.fixture
