@@ -423,12 +423,6 @@ std::optional<RunTime> RunTimeNamed(std::string name) {
   if (StartsWith(name, "msvcr") || StartsWith(name, "msvcp")) {
     return RunTime::kOlderOrDebug;
   }
-  if (StartsWith(name, "libstdc++.so.")) {
-    return RunTime::kLibstdcxx;
-  }
-  if (StartsWith(name, "libc++.so.") || StartsWith(name, "libc++abi.so.")) {
-    return RunTime::kLibcxx;
-  }
   return std::nullopt;
 }
 

@@ -49,19 +49,18 @@ using ReadFileBytes =
 [[nodiscard]] std::optional<LibraryTables> ReadLibraryTables(
     const ReadFileBytes& read, const std::vector<std::string>& exports);
 
-// C and C++ run-times that a module can be built for. Modules that pass each other strings and
-// memory need the same one.
+// C run-times that a module can be built for. Modules that pass each other strings and memory need
+// the same one.
 enum class RunTime {
   kMsvcrt,        // msvcrt.dll: MinGW
   kUniversal,     // ucrtbase.dll, api-ms-win-crt-*, vcruntime140*.dll, msvcp140*.dll: Visual C++
   kOlderOrDebug,  // Visual C++ before 2015, or its debug run-times
-  kLibstdcxx,     // libstdc++.so.6
-  kLibcxx,        // libc++.so.1
+  kTheOnlyOne,    // Linux: the C library, whose heap every module uses
 };
 
 // The run-time of this program.
 #if !defined(_WIN32)
-inline constexpr RunTime kProgramRunTime = RunTime::kLibstdcxx;
+inline constexpr RunTime kProgramRunTime = RunTime::kTheOnlyOne;
 #elif defined(_MSC_VER) || defined(_UCRT)
 inline constexpr RunTime kProgramRunTime = RunTime::kUniversal;
 #else

@@ -343,9 +343,9 @@ TEST(ForeignRunTime, IsTheFirstImportOfAnother) {
       {RunTime::kUniversal, {"MSVCP140D.dll", "ucrtbased.dll"}, "MSVCP140D.dll"},
       {RunTime::kUniversal, {"VCRUNTIME140D.dll"}, "VCRUNTIME140D.dll"},
       {RunTime::kUniversal, {"VCRUNTIME140_1D.dll"}, "VCRUNTIME140_1D.dll"},
-      {RunTime::kLibstdcxx, {"libstdc++.so.6", "libc.so.6"}, ""},
-      {RunTime::kLibstdcxx, {"libc++.so.1", "libc.so.6"}, "libc++.so.1"},
-      {RunTime::kLibstdcxx, {"libc.so.6"}, ""},
+      {RunTime::kTheOnlyOne, {"libstdc++.so.6", "libc.so.6"}, ""},
+      {RunTime::kTheOnlyOne, {"libc++.so.1", "libc.so.6"}, ""},
+      {RunTime::kTheOnlyOne, {}, ""},
   };
   for (const Case& one : cases) {
     EXPECT_EQ(platform::ForeignRunTime(one.imports, one.wanted), one.foreign);
