@@ -47,7 +47,11 @@ class SocketBio {
   }
 
  private:
-  // What the socket takes at once.
+  // What the socket takes at once. The library holds the connection's lock when it starts a write,
+  // but not when Asio goes on with one, so a time-out may close the socket meanwhile, in another
+  // thread of the pool. Then this fails, or the system does not take the bytes. They cannot go
+  // elsewhere: the request does not end before this write has returned, and until then its caller
+  // waits and nobody opens a file that could get the descriptor's number.
   int Send(const char* data, int size) {
     boost::system::error_code error;
     if (!socket_.non_blocking()) {

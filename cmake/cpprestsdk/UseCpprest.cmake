@@ -22,7 +22,7 @@ set(KYD_CPPREST_FLAVOUR ${kyd_cpprest_default} CACHE STRING
     "Flavour of the REST library: linux, windows, windows-msvc, asan or tsan")
 
 file(GLOB kyd_cpprest_inputs CONFIGURE_DEPENDS
-     ${CMAKE_CURRENT_LIST_DIR}/*.patch ${CMAKE_CURRENT_LIST_DIR}/*.cmake)
+     ${CMAKE_CURRENT_LIST_DIR}/*.patch ${CMAKE_CURRENT_LIST_DIR}/*.cmake ${CMAKE_CURRENT_LIST_DIR}/*.h)
 set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS
              ${kyd_cpprest_inputs} ${CMAKE_CURRENT_LIST_DIR}/build
              ${CMAKE_CURRENT_LIST_DIR}/CMakeLists.txt)

@@ -182,7 +182,6 @@ WAYS = {
     ("epoll_ctl", "remove"): [],
     "eventfd": _fails("EMFILE", "ENFILE", "ENODEV"),
     "pipe": _fails("EMFILE", "ENFILE"),
-    "timerfd_create": _fails("EMFILE", "ENFILE", "ENODEV"),
 }  # fmt: skip
 for _same, _as in (("pread", "read"), ("fstatat", "stat"), ("rmdir", "unlink")):
     WAYS[_same] = WAYS[_as]

@@ -5,6 +5,7 @@ are random, and the number that a failing test prints brings them back.
 """
 
 import collections
+import errno
 import json
 import os
 import random
@@ -317,6 +318,20 @@ def only_at_length(request):
         pytest.skip("one wait of 30 s is enough for every day")
 
 
+@pytest.fixture
+def hurried(request, machine):
+    """How many times as fast time passes for the program: as fast as ever at length."""
+    if request.config.getoption("--endurance") == "long":
+        return 1
+    if machine.platform.name == "windows":
+        pytest.skip("only the native program can be hurried")
+    if machine.platform.is_built_with("asan", "tsan"):
+        pytest.skip("behind this library runs with a sanitizer end early or not at all")
+    stand_in = machine.platform.bin_folder.parent / "tests/misbehaving-calls.so"
+    machine.more_environment.update(LD_PRELOAD=os.fspath(stand_in), KYD_HURRY="30")
+    return 30
+
+
 @pytest.mark.parametrize("status", [500, 200])
 def test_body_without_end_is_cut_off_and_takes_no_memory(request, machine, service, status):
     if status == 200 or machine.platform.name == "windows":
@@ -347,8 +362,7 @@ def test_body_without_end_is_cut_off_and_takes_no_memory(request, machine, servi
     assert machine.messages()[-3:] == say.summary(accounts=1, send=1, ok=1, error=1)
 
 
-def test_silence_in_the_text_of_a_refusal_ends_the_run(request, machine, service):
-    only_at_length(request)
+def test_silence_in_the_text_of_a_refusal_ends_the_run(machine, service, hurried):
     machine.switch_log_on()
     for account in ACCOUNTS:
         machine.account(account)
@@ -364,14 +378,14 @@ def test_silence_in_the_text_of_a_refusal_ends_the_run(request, machine, service
     started = time.monotonic()
     machine.run(seconds=120)
     done.set()
-    assert 29 < time.monotonic() - started < 60
+    assert 29 < hurried * (time.monotonic() - started) < 60 * hurried
     assert len(service.requests) == 1
     assert all(machine.is_waiting(account, "a.log") for account in ACCOUNTS)
     assert f"<UploadOneUser> exception [{first}]" in machine.messages()
 
 
-def test_silence_of_the_service_ends_the_account_and_not_the_run(request, machine, service):
-    only_at_length(request)
+def let_one_wait(machine, service, hurried):
+    """A run in which the service does not answer the first request."""
     machine.switch_log_on()
     for account in ACCOUNTS:
         machine.account(account)
@@ -382,6 +396,24 @@ def test_silence_of_the_service_ends_the_account_and_not_the_run(request, machin
     started = time.monotonic()
     machine.run(seconds=120)
     hold.release.set()
-    assert 29 < time.monotonic() - started < 60
+    assert 29 < hurried * (time.monotonic() - started) < 60 * hurried
     assert machine.is_waiting(first, "a.log")
+    assert f"<UploadOneUser> exception socket[{first}]" in machine.messages()
+    if machine.platform.name == "linux":
+        assert any("Failed to read HTTP status line" in text for text in machine.messages())
     assert machine.messages()[-3:] == say.summary(accounts=3, send=2, ok=2)
+
+
+def test_silence_of_the_service_ends_the_account_and_not_the_run(machine, service, hurried):
+    let_one_wait(machine, service, hurried)
+
+
+def test_time_out_comes_although_nothing_can_wake_the_library(machine, service, hurried):
+    if machine.platform.name == "windows":
+        pytest.skip("Windows times the requests itself")
+    if hurried == 1:
+        pytest.skip("the usual run makes it")
+    # What epoll has no memory to watch: the file that wakes a thread, and that of a timer.
+    rules = [f"epoll_ctl\t{file}\t1\t0\tfail\t{errno.ENOMEM}" for file in ("eventfd", "timer")]
+    machine.more_environment.update(KYD_MISBEHAVIOUR="\n".join(rules))
+    let_one_wait(machine, service, hurried)

@@ -32,10 +32,14 @@ class Endless:
 
 
 class Stall:
-    """Silence from a stage on: "handshake", "body" (not read), "answer", "middle" of the answer."""
+    """Silence from a stage on: "handshake", "body" (not read), "answer", "middle" of the answer.
 
-    def __init__(self, stage):
+    The middle comes after `begin`.
+    """
+
+    def __init__(self, stage, begin=b"HTTP/1.1 200 OK\r\nContent-Length: 20\r\n\r\nok"):
         self.stage = stage
+        self.begin = begin
 
 
 class Early:
@@ -150,7 +154,7 @@ class ScriptedServer:
             answer = answer()
         if isinstance(answer, Stall):
             if answer.stage == "middle":
-                connection.sendall(b"HTTP/1.1 200 OK\r\nContent-Length: 20\r\n\r\nok")
+                connection.sendall(answer.begin)
             self._ended.wait()
             return False
         if answer is RESET:

@@ -104,7 +104,8 @@ def test_name_is_asked_for_once_with_a_cache(probe, serve, small, tmp_path, opti
 
 
 @pytest.mark.usefixtures("posix")
-def test_server_that_moves_is_found_in_the_same_request(probe, serve, small, tmp_path):
+@pytest.mark.parametrize("threads", [1, 4])
+def test_server_that_moves_is_found_in_the_same_request(probe, serve, small, tmp_path, threads):
     address = tmp_path / "address"
     address.write_text("127.0.0.1")
 
@@ -116,7 +117,7 @@ def test_server_that_moves_is_found_in_the_same_request(probe, serve, small, tmp
 
     servers = [serve(move)]
     lines = probe(
-        "post", servers[0].url, small, "clients", "share", "count=3",
+        "post", servers[0].url, small, "clients", "share", "count=3", f"threads={threads}",
         **preloaded(probe), RESOLVER_FILE=str(address),
     )  # fmt: skip
     assert lines == ["status=200", "body=2"] * 3
@@ -152,7 +153,8 @@ def test_server_that_moves_and_is_still_listening_is_found_by_the_next_request(
 
 
 @pytest.mark.usefixtures("posix")
-def test_server_that_is_gone_fails_the_request(probe, serve, small, tmp_path):
+@pytest.mark.parametrize("threads", [1, 4])
+def test_server_that_is_gone_fails_the_request(probe, serve, small, tmp_path, threads):
     address = tmp_path / "address"
     address.write_text("127.0.0.1")
 
@@ -162,7 +164,7 @@ def test_server_that_is_gone_fails_the_request(probe, serve, small, tmp_path):
 
     server = serve(go)
     lines = probe(
-        "post", server.url, small, "clients", "share", "count=2",
+        "post", server.url, small, "clients", "share", "count=2", f"threads={threads}",
         **preloaded(probe), RESOLVER_FILE=str(address),
     )  # fmt: skip
     assert lines[:3] == ["status=200", "body=2", "error=http_exception"]
@@ -346,6 +348,28 @@ def test_silence_fails_the_request_in_every_phase(probe, serve, tmp_path, stage)
     assert "error=http_exception" in lines
     if not probe.windows:
         assert "code=110" in lines
+
+
+@pytest.mark.usefixtures("posix")
+@pytest.mark.parametrize("threads", [1, 4])
+@pytest.mark.parametrize("stage", ["handshake", "answer", "middle"])
+def test_silence_fails_the_request_although_nothing_can_wake_the_pool(
+    probe, serve, small, stage, threads
+):
+    """What epoll is to watch besides the connection is of these kinds."""
+    lines = probe(
+        "post", serve(Stall(stage)).url, small, "timeout=1500", f"threads={threads}", limit=20,
+        **preloaded(probe), NOT_WATCHED="anon_inode",
+    )  # fmt: skip
+    assert lines[-3:-1] == ["error=http_exception", "code=110"]
+
+
+def test_silence_within_the_text_of_a_refusal_fails_its_reading(probe, serve, small):
+    refusal = b"HTTP/1.1 500 Internal Server Error\r\nContent-Length: 20\r\n\r\n"
+    lines = probe("post", serve(Stall("middle", refusal + b"the begin")).url, small, "timeout=1500")
+    assert lines[:2] == ["status=500", "error=http_exception"]
+    if not probe.windows:
+        assert lines[2] == "code=110"
 
 
 @pytest.mark.usefixtures("posix")

@@ -127,6 +127,20 @@ TEST_F(FilePosixTest, ALockThatFailsIsNoSharingViolation) {
   }));
 }
 
+// An exclusive lock is for writers only, and a shared one is not to be had either.
+TEST_F(FilePosixTest, NeedsNoLockWhereTheSharedOneIsMissingToo) {
+  kyd_test::WriteFileBytes(path_, "content");
+  const kyd_test::CallArgument exclusive{1, LOCK_EX | LOCK_NB};
+  const kyd_test::CallArgument shared{1, LOCK_SH | LOCK_NB};
+  EXPECT_TRUE(kyd_test::RunWithout({{SYS_flock, EBADF, exclusive}, {SYS_flock, ENOLCK, shared}},
+                                   [this] { return File::OpenExclusive(path_).IsOpen(); }));
+  EXPECT_TRUE(kyd_test::RunWithout(
+      {{SYS_flock, EBADF, exclusive}, {SYS_flock, EWOULDBLOCK, shared}}, [this] {
+        return !File::OpenExclusive(path_).IsOpen() &&
+               platform::LastError() == platform::kErrorSharingViolation;
+      }));
+}
+
 // As a network file system has it: exclusive locks for writers only.
 TEST_F(FilePosixTest, WithoutAnExclusiveLockASharedOneNoticesAWriter) {
   kyd_test::WriteFileBytes(path_, "content");
