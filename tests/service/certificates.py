@@ -23,7 +23,7 @@ _DAY = datetime.timedelta(days=1)
 
 
 def _now():
-    return datetime.datetime.utcnow().replace(microsecond=0)
+    return datetime.datetime.now(datetime.timezone.utc).replace(microsecond=0, tzinfo=None)
 
 
 def _name(common_name):
