@@ -17,6 +17,11 @@ import wine  # noqa: E402  of tests/
 from .windows_machine import WindowsMachine  # noqa: E402
 
 RELEASE = platform.freedesktop_os_release()["VERSION_ID"]
+# What the release of Debian decides: names of packages, and where debhelper puts units.
+BOOST, GCC, SSL, UNITS = {
+    "12": ("libboost1.74-dev", "12", "libssl3", "lib/systemd/system"),
+    "13": ("libboost1.83-dev", "14", "libssl3t64", "usr/lib/systemd/system"),
+}[RELEASE]
 WINDOWS_BUILD = ROOT / "build/release-windows"
 
 

@@ -6,13 +6,8 @@ import uuid
 
 import pytest
 
-from .conftest import RELEASE, ROOT, debian_version, tool
+from .conftest import BOOST, GCC, ROOT, SSL, debian_version, tool
 
-# Names that change with the release of Debian.
-BOOST, GCC, SSL = {
-    "12": ("libboost1.74-dev", "12", "libssl3"),
-    "13": ("libboost1.83-dev", "14", "libssl3t64"),
-}[RELEASE]
 PRODUCTS = {
     "KydLogUploader-{version}-windows-x64-mingw": {
         "cpprest", "g++-mingw-w64-x86-64-posix", "gcc-mingw-w64-x86-64-posix", BOOST,

@@ -8,7 +8,7 @@ from pathlib import Path
 
 import pytest
 
-from .conftest import ROOT, debian_version, files_below, tool
+from .conftest import BOOST, GCC, ROOT, UNITS, debian_version, files_below, tool
 
 COMMON_LICENCES = {path.name for path in Path("/usr/share/common-licenses").iterdir()}
 STAND_INS = ("corvid.dll", "corvid.so", "pelham.dll", "libpelham.so", "keyward-seal", "corvid.key")
@@ -64,7 +64,7 @@ def test_product_has_programs_documents_and_settings(archives):
 
 def test_product_has_the_licence_of_whatever_is_in_it(archives):
     assert licences(files_below(archives.product)) == {
-        "cpprest", "libboost1.74-dev", "rapidjson-dev", "libfmt-dev", "libcli11-dev",
+        "cpprest", BOOST, "rapidjson-dev", "libfmt-dev", "libcli11-dev",
         "mingw-w64-common", "mingw-w64-x86-64-dev", "g++-mingw-w64-x86-64-posix",
         "gcc-mingw-w64-x86-64-posix",
     }
@@ -103,7 +103,7 @@ def test_debian_package_has_programs_documents_and_examples(debian_files):
         "usr/lib/kydloguploader/KydUploadStatus", "usr/bin/KydUploadStatus",
         "usr/share/man/man8/KydLogUploader.8", "usr/share/man/man1/KydUploadStatus.1",
         f"{documentation}changelog.Debian", f"{documentation}copyright",
-        "lib/systemd/system/kydloguploader.service", "lib/systemd/system/kydloguploader.timer",
+        f"{UNITS}/kydloguploader.service", f"{UNITS}/kydloguploader.timer",
         "etc/default/kydloguploader", "usr/lib/kydloguploader/check-settings",
         f"{documentation}examples/kydloguploader.sysusers.conf", f"{documentation}examples/user.conf",
         f"{documentation}examples/on.reg", f"{documentation}examples/off.reg",
@@ -114,8 +114,8 @@ def test_debian_package_has_programs_documents_and_examples(debian_files):
     # The common ones are on every such machine.
     prefix = f"{documentation}licenses/"
     assert {name.removeprefix(prefix).removesuffix(".txt") for name in names - own} == {
-        "cpprest", "libboost1.74-dev", "rapidjson-dev", "libfmt-dev", "libcli11-dev", "libutfcpp-dev",
-        "libc6-dev", "libgcc-12-dev", "libssl-dev", "libstdc++-12-dev",
+        "cpprest", BOOST, "rapidjson-dev", "libfmt-dev", "libcli11-dev", "libutfcpp-dev",
+        "libc6-dev", f"libgcc-{GCC}-dev", "libssl-dev", f"libstdc++-{GCC}-dev",
     }
 
 

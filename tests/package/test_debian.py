@@ -6,7 +6,7 @@ import subprocess
 
 import pytest
 
-from .conftest import ROOT, debian_version, files_below, tool
+from .conftest import RELEASE, ROOT, SSL, UNITS, debian_version, files_below, tool
 
 NATIVE_BUILD = ROOT / "build/release-linux/bin"
 PROGRAM = "usr/sbin/KydLogUploader"
@@ -69,8 +69,12 @@ def add_closed_libraries(system):
 
 def test_lintian_finds_nothing(dist, version, debian_package):
     packages = [debian_package, dist / f"kydloguploader-dbgsym_{debian_version(version)}_amd64.deb"]
+    options = ["--allow-root", "--fail-on=error,warning", "--display-info"]
+    if RELEASE == "13":
+        # The tool calls nothing there of which the C library has a checked kind.
+        options += ["--suppress-tags", "hardening-no-fortify-functions"]
     done = subprocess.run(
-        ["lintian", "--allow-root", "--fail-on=error,warning", "--display-info", *packages],
+        ["lintian", *options, *packages],
         check=False, capture_output=True, text=True,
     )
     assert (done.returncode, done.stdout) == (0, "")
@@ -83,7 +87,7 @@ def test_package_says_what_it_is(debian_package, version):
                          "Maintainer", "Depends").splitlines()
     )
     depends = {entry.split(" ")[0] for entry in fields.pop("Depends").split(", ")}
-    assert depends == {"libc6", "libgcc-s1", "libssl3", "libstdc++6"}
+    assert depends == {"libc6", "libgcc-s1", SSL, "libstdc++6"}
     assert fields == {
         "Package": "kydloguploader",
         "Version": debian_version(version),
@@ -124,7 +128,7 @@ def test_program_does_not_start_without_the_closed_libraries(installed, tmp_path
 
 
 def test_units_start_what_is_installed(debian_files):
-    unit = (debian_files / "lib/systemd/system/kydloguploader.service").read_text("utf-8")
+    unit = (debian_files / UNITS / "kydloguploader.service").read_text("utf-8")
     lines = [line for line in unit.splitlines() if line.startswith("Exec")]
     programs = [line.partition("=/")[2].split(" ")[0] for line in lines]
     assert len(programs) == 2
