@@ -57,14 +57,6 @@ def test_lists_that_cannot_be_had_are_no_reason_to_wait(installing):
     assert len(calls) == 1
 
 
-def test_second_boost_of_a_release_is_left_installed(a_machine):
-    a_machine.tool("id", "echo 0")
-    a_machine.tool("dpkg-query", 'case libboost1.88-dev in ${@: -1}) echo "install ok installed" ;; *) exit 1 ;; esac')
-    a_machine.tool("apt-get", "case \" $* \" in *\" install \"*) exit 100 ;; esac")
-    said = a_machine.run(ROOT / "dev", "demo").stdout
-    assert "libssl-dev" in said and "libboost" not in said
-
-
 def test_demo_needs_no_test_framework(a_machine):
     a_machine.tool("id", "echo 0")
     a_machine.tool("dpkg-query", "exit 1")
