@@ -1,6 +1,7 @@
 """The Debian package: judged by lintian, installed into a system of its own, started, removed."""
 
 import os
+import re
 import shutil
 import subprocess
 
@@ -150,7 +151,7 @@ def test_manual_page_has_the_options_of_the_status_tool(debian_files):
     path = debian_files / "usr/share/man/man1/KydUploadStatus.1.gz"
     page = subprocess.run(["zcat", path], check=True, capture_output=True, text=True).stdout
     text = tool(debian_files / "usr/bin/KydUploadStatus", "--help")
-    options = {word.split(",")[-1] for word in text.split() if word.startswith(("--", "-h,--"))}
+    options = set(re.findall(r"--[a-z-]+", text))
     assert options >= {"--help", "--version", "--days", "--json", "--html"}
     for option in options:
         assert option in page.replace("\\-", "-"), option
