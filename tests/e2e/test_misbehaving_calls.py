@@ -32,6 +32,8 @@ from .harness import Machine, parse_log
 # Less than the library's time-out, on which no run may rely.
 LONGEST_RUN_SECONDS = 25
 WORKERS = 2 * (os.cpu_count() or 1)
+# How often a run at length says how far it is.
+CASES_PER_LINE = 1000
 
 # More than one block of the library's and of the copy's.
 LARGE = 300_000
@@ -420,8 +422,8 @@ def record_all(worker):
     return cases, outcomes
 
 
-def judge_all(workers, cases, outcomes):
-    """Triples: the case, what is wrong with it, and whether its call came up."""
+def judge_all(workers, cases, outcomes, tell):
+    """Triples: the case, what is wrong with it, and whether its call came up. Tells how it goes."""
     idle = queue.SimpleQueue()
     for worker in workers:
         idle.put(worker)
@@ -433,8 +435,15 @@ def judge_all(workers, cases, outcomes):
         finally:
             idle.put(worker)
 
+    judged = []
     with concurrent.futures.ThreadPoolExecutor(len(workers)) as pool:
-        return list(pool.map(judge, cases))
+        for case, wrong, came_up in pool.map(judge, cases):
+            judged.append((case, wrong, came_up))
+            if wrong:
+                tell(f"{case}: {'; '.join(wrong)}")
+            if len(judged) % CASES_PER_LINE == 0:
+                tell(f"{len(judged)} of {len(cases)} cases")
+    return judged
 
 
 def test_each_call_misbehaves_in_every_way(request, workers, capsys):
@@ -442,7 +451,12 @@ def test_each_call_misbehaves_in_every_way(request, workers, capsys):
     started = time.monotonic()
     cases, outcomes = record_all(workers[0])
     chosen = cases if at_length else sample(cases)
-    judged = judge_all(workers, chosen, outcomes)
+
+    def tell(text):
+        with capsys.disabled():
+            print(f"\n{text}", end="", flush=True)
+
+    judged = judge_all(workers, chosen, outcomes, tell)
     failures = [(case, wrong) for case, wrong, _ in judged if wrong]
     missed = [str(case) for case, _, came_up in judged if not came_up]
     with capsys.disabled():
@@ -454,8 +468,6 @@ def test_each_call_misbehaves_in_every_way(request, workers, capsys):
     kinds = collections.Counter((case.call.function, case.way.kind) for case in chosen)
     for (function, kind), count in sorted(kinds.items()):
         print(f"{function:16} {kind:36} {count:6}")
-    for case, wrong in failures:
-        print(f"{case}: {'; '.join(wrong)}")
     assert not failures
     # What comes in pieces comes in fewer ones at times.
     assert len(missed) < len(chosen) / 20, missed
