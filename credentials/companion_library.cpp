@@ -1,8 +1,6 @@
 // Finds the companion library beside the program and looks its exports up.
 #include "credentials/companion_library.h"
 
-#include <cstddef>
-
 #include "companion/pelham/pelham/comp_info_ctrl.h"
 #include "debuglog/cdebuglog.h"
 #include "platform/library_tables.h"
@@ -31,9 +29,9 @@ bool BindEntries(UploadRun& run) noexcept {
   return decrypt && base64 && event_log;
 }
 
-// Whether the file shows that it was built for another run-time than the program. Texts and memory
-// that cross the boundary would then be damaged. A file that does not tell is taken as it is.
-bool IsOfAnotherKind(const std::wstring& path) {
+// Whether the file's imports show another run-time than the program's: strings and memory that
+// cross the boundary would be corrupted. If they show none, the library is accepted.
+bool NeedsOtherRunTime(const std::wstring& path) {
   const auto tables = platform::ReadLibraryTables(path);
   return tables && !platform::ForeignRunTime(tables->imports).empty();
 }
@@ -47,7 +45,7 @@ bool LoadAndBind(UploadRun& run) {
   if (!run.companionModule) {
     return false;
   }
-  if (IsOfAnotherKind(path) || !BindEntries(run)) {
+  if (NeedsOtherRunTime(path) || !BindEntries(run)) {
     run.companionModule.Reset();
     return false;
   }
@@ -58,12 +56,9 @@ bool LoadAndBind(UploadRun& run) {
 
 int GetCompanionLibraryPath(std::wstring& path) noexcept {
   try {
-    const std::wstring program = platform::ProgramPath();
-    const std::size_t separator = program.find_last_of(platform::kPathSeparator);
-    const std::size_t folder_size = separator == std::wstring::npos ? 0 : separator + 1;
-    path = program.substr(0, folder_size) + CompanionFileName();
+    path = platform::FolderPrefixOf(platform::ProgramPath()) + CompanionFileName();
     return 1;
-  } catch (...) {  // whatever it was, the caller goes on with the bare name
+  } catch (...) {  // the caller falls back to the bare name
     return 0;
   }
 }
@@ -84,7 +79,7 @@ void SetWebAPIUserAgent(UploadRun& run) {
       run.userAgent = kFallbackUserAgent;
     }
   } catch (...) {
-    // The fallback is for an empty answer only: requests then go out with an empty user agent.
+    // The fallback is for an empty result only: here requests go out with an empty user agent.
     run.userAgent.clear();
     Log().WriteLogA("<SetWebAPIUserAgent> exception etc");
   }

@@ -9,7 +9,7 @@ namespace kyd {
 
 struct UploadRun;
 
-// The exports that the companion library has to have.
+// The exports that the companion library must have.
 inline constexpr char kDecryptExport[] = "Corvid_CmpCphr_Decrypt";
 inline constexpr char kBase64DecodeExport[] = "Corvid_Base64_Decode";
 inline constexpr char kEventLogExport[] = "Corvid_Write_EventLog";
@@ -20,8 +20,8 @@ inline constexpr char kEventLogExport[] = "Corvid_Write_EventLog";
 }
 
 // Loads the companion library from the program's folder, binds its three exports and sets the user
-// agent. False when one of the exports cannot be had: one line is logged, and the run must not
-// start.
+// agent. False if the library or one of the exports is missing: one line is logged, and the run
+// must not start.
 [[nodiscard]] bool LoadCompanionLibrary(UploadRun& run);
 
 // Fills in the full path of the companion library in the program's own folder. 1 on success, else

@@ -59,7 +59,7 @@ int ParseRecord(const std::wstring& plaintext, UploadAuthData& record) {
   Wipe(record);
   JsonDocument::AllocatorType pool(kJsonPoolChunk);
   JsonDocument document(&pool);
-  // Iterative: the depth of the text must not become the depth of the stack.
+  // Iterative: deeply nested text must not exhaust the stack.
   document.Parse<rapidjson::kParseIterativeFlag>(plaintext.c_str());
   if (document.HasParseError()) {
     Log().WriteLogA("<ParseUpldAuthJson> json conversion(from) error");
@@ -90,7 +90,7 @@ int ReadAndDecrypt(const UploadRun& run, CredentialSource& source, std::wstring&
     return kFailed;
   }
   std::vector<std::uint8_t> encrypted(*size);
-  // How many bytes came is not compared with the size: a file that shrank does not decrypt.
+  // The number read is not compared with the size: a file that shrank does not decrypt.
   if (!source.Read(encrypted.data(), encrypted.size())) {
     const unsigned error = platform::LastError();
     Log().WriteLogA("<Read AuthFile> ReadFile error (%d)", error);

@@ -1,6 +1,6 @@
 // The encrypted credential file of an account: LogDir\LogWork\<account>\UserData.dat.
 //
-// Operations give 0 on success, 1 for a failure that has been logged, -1 for an unexpected error
+// Functions return 0 on success, 1 for a failure that has been logged, -1 for an unexpected error
 // that has been caught and logged (run/upload_run.h). Neither keys, sessions nor decrypted text are
 // ever logged.
 #pragma once
@@ -19,12 +19,12 @@ namespace kyd {
 [[nodiscard]] int ReadUploadAuthData(const UploadRun& run, const std::wstring& user,
                                      UploadAuthData& record);
 
-// Reads and decrypts a credential file; nobody else may have it open at that moment.
+// Reads and decrypts a credential file; no one else may have it open meanwhile.
 [[nodiscard]] int ReadAuthFile(const UploadRun& run, const std::wstring& path,
                                std::wstring& plaintext);
 
-// What the reading needs of an opened file; tests put their own in its place. Failures leave their
-// number in platform::LastError. See platform::File.
+// The operations that reading needs of an open file; tests substitute their own. Failures leave
+// their number in platform::LastError. See platform::File.
 class CredentialSource {
  public:
   virtual ~CredentialSource() = default;
@@ -41,8 +41,8 @@ class CredentialSource {
 // Fills the record from the decrypted JSON text (RFC 8259), which ends at its first NUL.
 [[nodiscard]] int ParseUpldAuthJson(const std::wstring& plaintext, UploadAuthData& record);
 
-// Deletes the account's credential file. A file that is gone already counts as deleted, although
-// the failure is logged. Gives 0 or 1, never -1.
+// Deletes the account's credential file. A missing file counts as deleted, although the failure is
+// logged. Returns 0 or 1, never -1.
 int DeleteAuthFile(const UploadRun& run, const std::wstring& user);
 
 }  // namespace kyd

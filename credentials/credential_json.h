@@ -12,15 +12,15 @@ namespace kyd {
 // The encoding of wide text on this platform.
 using JsonEncoding =
     std::conditional_t<sizeof(wchar_t) == 2, rapidjson::UTF16<wchar_t>, rapidjson::UTF32<wchar_t>>;
-// What a document held is wiped with it.
+// Wipes a document's contents with the document.
 using JsonAllocator = rapidjson::MemoryPoolAllocator<platform::WipingAllocator>;
 using JsonDocument =
     rapidjson::GenericDocument<JsonEncoding, JsonAllocator, platform::WipingAllocator>;
 using JsonValue = rapidjson::GenericValue<JsonEncoding, JsonAllocator>;
 
 // The value that a path such as "cert.hash" names, member by member from `object`; of several
-// members with one name the first. Empty pieces are skipped. Null when the path is null or empty, a
-// piece is missing, or a value on the way is not an object.
+// members with the same name the first. Empty pieces are skipped. Null when the path is null or
+// empty, a piece is missing, or a value on the way is not an object.
 [[nodiscard]] const JsonValue* FindJsonValueByPath(const wchar_t* path, const JsonValue& object);
 
 }  // namespace kyd

@@ -24,7 +24,7 @@ constexpr std::size_t kNumberCapacity = 11;   // characters of the longest numbe
 constexpr std::size_t kLineReserve = 1024;
 
 std::uint32_t SystemRegistryAccess() {
-  // One answer for the whole process.
+  // Determined once per process.
   static const std::uint32_t access =
       platform::IsWow64Process() ? platform::kRegistryRead64 : platform::kRegistryRead;
   return access;
@@ -35,8 +35,8 @@ std::int32_t Number(std::uint32_t id) {
   return static_cast<std::int32_t>(id);
 }
 
-// Puts a number, zero-filled as %0*d prints it, and what follows; gives where that ends. By hand:
-// the format, even a compiled one, took a quarter of the instructions that a line takes.
+// Writes a number, zero-filled like %0*d, and what follows, and returns the end. By hand:
+// formatting, even with a compiled format, took a quarter of a line's instructions.
 wchar_t* PutNumber(wchar_t* to, std::int32_t value, std::ptrdiff_t width, wchar_t after) {
   std::array<char, kNumberCapacity> digits;
   const char* first = digits.data();
@@ -196,7 +196,7 @@ void DebugLog::ReloadSettings() noexcept {
     last_settings_read_ = now;
     ReadLogSettings(mask_, surroundings_.registry_access(), surroundings_.default_base, settings_);
   } catch (...) {
-    // The settings stay as far as they were read; the next due read starts afresh.
+    // The settings keep what was read so far; the next due read starts over.
   }
 }
 

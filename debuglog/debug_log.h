@@ -16,7 +16,7 @@ namespace corvid {
 inline constexpr std::size_t kMaxPendingLines = 100;
 inline constexpr std::int64_t kRotationCheckSeconds = 10;
 
-// What a logger asks from outside; tests put their own in its place.
+// What a logger needs from outside; tests substitute their own.
 struct LogSurroundings {
   const platform::Clock* clock;
   DefaultBase default_base;

@@ -67,7 +67,7 @@ void QueryLogSettings(std::uint32_t mask, std::uint32_t registry_access, Default
   }
   const std::optional<std::wstring> base = BaseFolder(*key, default_base);
   if (!base) {
-    // Stays enabled with an empty folder: the log then lies at the root of the current drive.
+    // Stays enabled with an empty folder: the log is then at the root of the current drive.
     return;
   }
   settings.folder = *base + kLogFolderName;

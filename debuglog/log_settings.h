@@ -1,4 +1,4 @@
-// The settings of a diagnostic logger, as the registry has them now.
+// The settings of a diagnostic logger, as the registry has them.
 #pragma once
 
 #include <cstdint>
@@ -15,7 +15,7 @@ inline constexpr wchar_t kProgramLogName[] = L"KydLogUploader.log";
 
 inline constexpr std::uint64_t kDefaultLogSizeLimit = 10485760;  // bytes, 10 MiB
 
-// Seconds that pass at least between two reads of the settings.
+// The least number of seconds between two reads of the settings.
 inline constexpr std::int64_t kReloadSecondsEnabled = 10;
 inline constexpr std::int64_t kReloadSecondsDisabled = 2;
 

@@ -1,4 +1,4 @@
-// Which logger owns the lines of which module.
+// Maps modules to their loggers.
 #pragma once
 
 #include <map>
@@ -23,7 +23,7 @@ class ModuleLogs {
   ModuleLogs(const ModuleLogs&) = delete;
   ModuleLogs& operator=(const ModuleLogs&) = delete;
 
-  // Enters a logger for a module; a module that has one keeps it.
+  // Enters a logger for a module; a module that already has one keeps it.
   void Register(platform::ModuleHandle module, std::unique_ptr<DebugLog> log);
 
   // Writes a line through the module's logger.
@@ -48,17 +48,17 @@ class ModuleLogs {
 // module's handle. The first call of the program.
 void RegisterModuleLog();
 
-// Writes a line through the logger of the calling module. Never fails.
+// Writes a line through the logger of the calling module. Never fails. This function and
+// WriteModuleLogA belong to the module's published interface; CDebugLog uses WriteModuleLine.
 void WriteModuleLog(const wchar_t* text) noexcept;
 
-// The same for UTF-8 text, which is not even converted when the logger is disabled. Null does
-// nothing.
+// The same for UTF-8 text, which is not converted if the logger is disabled. Null does nothing.
 void WriteModuleLogA(const char* text) noexcept;
 
-// The same for a text that is made only when the logger is enabled, which is asked once.
+// The same for a text that is made only if the logger is enabled, which is checked once.
 void WriteModuleLine(const LineMaker& make) noexcept;
 
-// Whether the logger of the calling module is enabled; false when that cannot be told.
+// Whether the logger of the calling module is enabled; false if unknown.
 [[nodiscard]] bool IsModuleLogEnabled() noexcept;
 
 }  // namespace corvid

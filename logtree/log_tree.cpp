@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <initializer_list>
 #include <string_view>
 #include <utility>
 
@@ -29,30 +28,10 @@ constexpr wchar_t kResultName[] = L"UploadResult%04d%02d%02d.log";
 constexpr std::size_t kResultNameSize = std::wstring_view(L"UploadResultYYYYMMDD.log").size();
 constexpr std::size_t kNameCapacity = 260;  // characters
 
-// In one piece of memory: there are paths for every account and every file.
-std::wstring Joined(std::initializer_list<std::wstring_view> names) {
-  std::size_t size = 0;
-  for (const std::wstring_view name : names) {
-    size += name.size() + 1;
-  }
-  std::wstring path;
-  path.reserve(size);
-  for (const std::wstring_view name : names) {
-    path.append(name) += platform::kPathSeparator;
-  }
-  path.pop_back();
-  return path;
-}
-
 bool IsAccount(const platform::FoundEntry& entry) {
-  // Literals with a known length: most names differ in that already.
+  // Literals of known length: most names already differ in length.
   return entry.name != L"."sv && entry.name != L".."sv && entry.name != L"NoSent_LogFiles"sv &&
          entry.is_folder;
-}
-
-bool EndsWith(std::wstring_view name, std::wstring_view ending) {
-  return name.size() >= ending.size() &&
-         platform::EqualsIgnoringCase(name.substr(name.size() - ending.size()), ending);
 }
 
 }  // namespace
@@ -88,11 +67,11 @@ bool LogTree::ArchiveUnsent(const std::wstring& account, const std::wstring& fil
 }
 
 bool LogTree::IsSent(const std::wstring& file) {
-  return EndsWith(file, kLogEnding);
+  return platform::EndsWithIgnoringCase(file, kLogEnding);
 }
 
 bool LogTree::IsUnsent(const std::wstring& file) {
-  return EndsWith(file, kUnsentLogEnding);
+  return platform::EndsWithIgnoringCase(file, kUnsentLogEnding);
 }
 
 std::wstring LogTree::LatestResult() const {
@@ -106,36 +85,41 @@ std::wstring LogTree::LatestResult() const {
       latest = std::max(latest, name);
     }
   }
-  return latest.empty() ? latest : Joined({log_dir_, kResultFolder, latest});
+  return latest.empty() ? latest : platform::JoinPath(log_dir_, kResultFolder, latest);
 }
 
 std::wstring LogTree::UploadPath() const {
-  return Joined({log_dir_, kUpload});
+  return platform::JoinPath(log_dir_, kUpload);
 }
 
 std::wstring LogTree::UploadPath(const std::wstring& account) const {
-  return Joined({log_dir_, kUpload, account});
+  return platform::JoinPath(log_dir_, kUpload, account);
 }
 
 std::wstring LogTree::UploadPath(const std::wstring& account, const std::wstring& file) const {
-  return Joined({log_dir_, kUpload, account, file});
+  return platform::JoinPath(log_dir_, kUpload, account, file);
+}
+
+std::wstring LogTree::WaitingPattern(const std::wstring& account) const {
+  return UploadPath(account, std::wstring(L"*") + kLogEnding);
 }
 
 std::wstring LogTree::ArchivePath(const std::wstring& account) const {
-  return Joined({log_dir_, kArchive, account});
+  return platform::JoinPath(log_dir_, kArchive, account);
 }
 
 std::wstring LogTree::ArchivePath(const std::wstring& account, const std::wstring& file) const {
-  return Joined({log_dir_, kArchive, account, file});
+  return platform::JoinPath(log_dir_, kArchive, account, file);
 }
 
 std::wstring LogTree::CredentialPath(const std::wstring& account) const {
-  return Joined({log_dir_, L"LogWork", account, L"UserData.dat"});
+  return platform::JoinPath(log_dir_, L"LogWork", account, L"UserData.dat");
 }
 
 std::wstring LogTree::ResultPath(const platform::LocalTime& day) const {
-  return Joined({log_dir_, kResultFolder,
-                 FormatBounded(kNameCapacity, kResultName, day.year, day.month, day.day)});
+  return platform::JoinPath(
+      log_dir_, kResultFolder,
+      FormatBounded(kNameCapacity, kResultName, day.year, day.month, day.day));
 }
 
 }  // namespace kyd

@@ -18,7 +18,7 @@
 
 namespace kyd {
 
-// The one owner of these names: everyone else asks it for paths, searches and moves. It logs
+// The one owner of these names: all other code gets paths, searches and moves from it. It logs
 // nothing. Failures leave their number in platform::LastError, which freeing memory does not
 // change.
 class LogTree {
@@ -26,23 +26,23 @@ class LogTree {
   explicit LogTree(std::wstring log_dir);
 
   // Calls `visit` with the name of each account below Upload, in the order of the system's search,
-  // until it gives false. Gives the search, still open: callers close it where the contract does,
-  // and its Failure() tells right away why the folder could not be read to its end.
+  // until it returns false. Returns the search, still open: the caller decides when to close it,
+  // and its Failure() tells whether the folder was read to its end.
   [[nodiscard]] platform::FileSearch ForEachAccount(
       const std::function<bool(const std::wstring& account)>& visit) const;
 
-  // The account's waiting files, and whatever lies in its archive.
+  // The account's waiting files, and everything in its archive.
   [[nodiscard]] platform::FileSearch WaitingFiles(const std::wstring& account) const;
   [[nodiscard]] platform::FileSearch ArchivedFiles(const std::wstring& account) const;
 
-  // Moves a waiting file to the archive. A file of that name is never replaced, and a missing
-  // folder not created.
+  // Moves a waiting file to the archive. An existing file is never replaced, and a missing folder
+  // is not created.
   [[nodiscard]] bool Archive(const std::wstring& account, const std::wstring& file) const;
 
   // The same for a file that has not been sent: ".bak" is appended to its name.
   [[nodiscard]] bool ArchiveUnsent(const std::wstring& account, const std::wstring& file) const;
 
-  // Whether a file of the archive has the name of one that was sent, or of one that was not.
+  // Whether a name in the archive is that of a sent file, or of one that was not sent.
   [[nodiscard]] static bool IsSent(const std::wstring& file);
   [[nodiscard]] static bool IsUnsent(const std::wstring& file);
 
@@ -53,6 +53,8 @@ class LogTree {
   [[nodiscard]] std::wstring UploadPath(const std::wstring& account) const;
   [[nodiscard]] std::wstring UploadPath(const std::wstring& account,
                                         const std::wstring& file) const;
+  // What WaitingFiles searches for, as a path for reports.
+  [[nodiscard]] std::wstring WaitingPattern(const std::wstring& account) const;
   [[nodiscard]] std::wstring ArchivePath(const std::wstring& account) const;
   [[nodiscard]] std::wstring ArchivePath(const std::wstring& account,
                                          const std::wstring& file) const;

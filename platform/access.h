@@ -1,5 +1,5 @@
-// What the user who runs the program may do with a file or folder, asked without doing it. Nothing
-// is changed and nobody is kept from anything.
+// Checks the current user's rights to a file or folder without using them. Changes nothing and
+// locks nothing.
 #pragma once
 
 #include <cstdint>
@@ -15,23 +15,23 @@ enum class Access {
   kAppendFile,  // to a regular file
 };
 
-// Whether asking about a file opens it. On Windows its security descriptor is read through a handle
-// that has no other right and is in no way of any share mode.
+// Whether checking a file opens it. On Windows its security descriptor is read through a handle
+// with no other right, which conflicts with no share mode.
 #ifdef _WIN32
 inline constexpr bool kAccessOpensFiles = true;
 #else
 inline constexpr bool kAccessOpensFiles = false;
 #endif
 
-// False, with LastError set, when the system would refuse it, or when there is nothing of this kind
+// False, with LastError set, if the system would refuse access or nothing of this kind exists
 // (CreateFileW for a folder, AccessCheck for a file; faccessat with AT_EACCESS).
 [[nodiscard]] bool MayAccess(const std::wstring& path, Access access);
 
-// The same for taking a file out of its folder.
+// The same for moving a file out of its folder or deleting it.
 [[nodiscard]] bool MayRemove(const std::wstring& path);
 
-// Bytes that the user may still write where a folder lies (GetDiskFreeSpaceExW, statvfs); 0 when no
-// file can be added although there are bytes left. Nothing when that cannot be told (LastError).
+// Bytes that the user may still write to the folder's file system (GetDiskFreeSpaceExW, statvfs); 0
+// if no file can be created although bytes are free. std::nullopt if unknown (LastError).
 [[nodiscard]] std::optional<std::uint64_t> FreeBytes(const std::wstring& folder);
 
 }  // namespace platform

@@ -1,5 +1,5 @@
-// Rights through faccessat, which asks the kernel for the effective user and sees read-only file
-// systems and access-control lists as well.
+// Rights through faccessat, which checks the effective user and takes read-only file systems and
+// access-control lists into account.
 #include "platform/access.h"
 
 #include <fcntl.h>
@@ -60,7 +60,7 @@ bool MayRemove(const std::wstring& path) {
   if (stat(folder.c_str(), &of_folder) != 0 || lstat(native.c_str(), &of_file) != 0) {
     return Failed(errno, native);
   }
-  // In such a folder only the owners of file and folder may remove the file.
+  // In a sticky folder only the owners of file and folder may remove the file.
   const bool is_sticky = (of_folder.st_mode & S_ISVTX) != 0;
   const uid_t user = geteuid();
   const bool owns = user == of_file.st_uid || user == of_folder.st_uid || user == 0;
@@ -74,7 +74,7 @@ std::optional<std::uint64_t> FreeBytes(const std::wstring& folder) {
     RecordErrno(errno, native);
     return std::nullopt;
   }
-  // A file system without a fixed number of files says 0 for all of them.
+  // File systems without a fixed number of files report 0 for both.
   if (status.f_files != 0 && status.f_favail == 0) {
     return 0;
   }

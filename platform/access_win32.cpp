@@ -1,4 +1,4 @@
-// Rights of folders by opening them with the right in question, which is in nobody's way; rights of
+// Checks folders by opening them with the right in question, which conflicts with no other handle;
 // files by their security descriptors. A file must not be opened with any right to its content: the
 // uploader opens it with share mode 0 and would fail.
 #include "platform/access.h"
@@ -48,7 +48,7 @@ bool IsAllowedInFolder(const std::wstring& path, DWORD right) {
   return folder.IsValid();
 }
 
-// What AccessCheck takes: the process's own token as if it were a client's.
+// The process's own token as an impersonation token, which AccessCheck requires.
 UniqueToken ClientToken() {
   HANDLE process = nullptr;
   if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY | TOKEN_DUPLICATE, &process)) {
@@ -113,7 +113,7 @@ bool MayAccess(const std::wstring& path, Access access) {
 }
 
 bool MayRemove(const std::wstring& path) {
-  // Either right will do.
+  // Either right is enough.
   return IsAllowedForFile(path, DELETE) || IsAllowedInFolder(FolderOf(path), FILE_DELETE_CHILD);
 }
 

@@ -1,4 +1,4 @@
-// What a certificate context is on Linux.
+// The Linux representation of a certificate context.
 #pragma once
 
 #include <openssl/evp.h>

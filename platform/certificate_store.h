@@ -13,7 +13,7 @@
 
 namespace platform {
 
-// What the searches leave in LastError when there is no such certificate (winerror.h).
+// What failures leave in LastError (winerror.h).
 inline constexpr unsigned kErrorCertificateNotFound = 0x80092004;  // CRYPT_E_NOT_FOUND
 inline constexpr unsigned kErrorBadEncoding = 0x80092002;          // CRYPT_E_BAD_ENCODE
 inline constexpr unsigned kErrorInvalidPassword = 86;              // ERROR_INVALID_PASSWORD
@@ -53,8 +53,8 @@ enum class CertificateScope { kCurrentUser, kLocalMachine };
 // Whether the bytes look like PKCS #12 (PFXIsPFXBlob, RFC 7292).
 [[nodiscard]] bool IsPfx(const std::vector<std::uint8_t>& bytes);
 
-// A store of what a PKCS #12 blob without password holds (PFXImportCertStore, CRYPT_EXPORTABLE |
-// CRYPT_USER_KEYSET). Invalid on failure (LastError).
+// A store with the contents of a PKCS #12 blob that has no password (PFXImportCertStore,
+// CRYPT_EXPORTABLE | CRYPT_USER_KEYSET). Invalid on failure (LastError).
 [[nodiscard]] CertificateStore ImportPfx(const std::vector<std::uint8_t>& bytes);
 
 }  // namespace platform

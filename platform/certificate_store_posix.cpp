@@ -66,12 +66,12 @@ BioPointer BioOf(const std::string& text) {
   return BioPointer(BIO_new_mem_buf(text.data(), static_cast<int>(text.size())));
 }
 
-// An encrypted key has no password to be asked for here.
+// There is no one to ask for the password of an encrypted key.
 int NoPassword(char* /*buffer*/, int /*size*/, int /*writing*/, void* /*data*/) {
   return -1;
 }
 
-// Nothing when the text holds no certificate with its private key.
+// Null if the text has no certificate with its private key.
 Certificate ParsePem(const std::string& text) {
   auto parsed = std::make_shared<CertificateWithKey>();
   const BioPointer certificates = BioOf(text);
@@ -167,7 +167,7 @@ bool IsPfx(const std::vector<std::uint8_t>& bytes) {
 
 CertificateStore ImportPfx(const std::vector<std::uint8_t>& bytes) {
   const auto pkcs12 = ParsePfx(bytes);
-  const bool is_usable = pkcs12 && !AsksForTooManyRounds(pkcs12.get());
+  const bool is_usable = pkcs12 && !NeedsTooManyRounds(pkcs12.get());
   ERR_clear_error();
   if (!is_usable) {
     SetLastError(kErrorBadEncoding);
@@ -191,7 +191,7 @@ CertificateStore ImportPfx(const std::vector<std::uint8_t>& bytes) {
   }
   auto store = std::make_unique<Store>();
   if (!imported->certificate && !imported->issuers.empty()) {
-    // Certificates without a key are certificates all the same.
+    // A certificate without a key is imported as well.
     imported->certificate = std::move(imported->issuers.front());
     imported->issuers.erase(imported->issuers.begin());
   }

@@ -1,4 +1,4 @@
-// The machine's time, as a parameter: code that waits for seconds to pass takes a Clock.
+// The system time. Code that depends on it takes a Clock, so that tests can set the time.
 #pragma once
 
 #include <cstdint>
@@ -18,8 +18,8 @@ struct LocalTime {
 };
 
 // Seconds since 1970 of a moment in local time, by the machine's time zone
-// (TzSpecificLocalTimeToSystemTime). Of an hour that is there twice, either. Nothing when there is
-// no such moment.
+// (TzSpecificLocalTimeToSystemTime). For an hour that occurs twice, either result. std::nullopt for
+// a time that does not exist.
 [[nodiscard]] std::optional<std::int64_t> SecondsOf(const LocalTime& local);
 
 class Clock {

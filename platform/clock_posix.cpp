@@ -49,7 +49,7 @@ std::optional<std::int64_t> SecondsOf(const LocalTime& local) {
   parts.tm_isdst = -1;
   const tm wanted = parts;
   const std::int64_t seconds = mktime(&parts);
-  // The 31st of April would be the 1st of May; an hour that is skipped may move.
+  // April 31 would become May 1; a skipped hour may move.
   const bool same_day = parts.tm_year == wanted.tm_year && parts.tm_mon == wanted.tm_mon &&
                         parts.tm_mday == wanted.tm_mday && parts.tm_min == wanted.tm_min &&
                         parts.tm_sec == wanted.tm_sec;
@@ -60,7 +60,7 @@ std::optional<std::int64_t> SecondsOf(const LocalTime& local) {
 }
 
 const Clock& SystemClock() noexcept {
-  // Never destroyed: the last lines of the log are written while other objects go.
+  // Never destroyed: the last lines of the log are written while other objects are destroyed.
   alignas(RealClock) static unsigned char storage[sizeof(RealClock)];
   static const Clock& clock = *::new (static_cast<void*>(storage)) RealClock;
   return clock;

@@ -6,12 +6,10 @@
 #include <ctime>
 #include <new>
 
+#include "platform/file_handle_win32.h"
+
 namespace platform {
 namespace {
-
-// FILETIME counts hundreds of nanoseconds since 1601.
-constexpr std::uint64_t kTicksPerSecond = 10'000'000;
-constexpr std::int64_t kSecondsTo1970 = 11'644'473'600;
 
 class RealClock final : public Clock {
  public:
@@ -42,7 +40,7 @@ std::optional<std::int64_t> SecondsOf(const LocalTime& local) {
   parts.wHour = static_cast<WORD>(local.hour);
   parts.wMinute = static_cast<WORD>(local.minute);
   parts.wSecond = static_cast<WORD>(local.second);
-  // Wine takes the 29th of February of any year for a date, and makes it the 1st of March.
+  // Wine accepts February 29 of any year and turns it into March 1.
   FILETIME moved = {};
   SYSTEMTIME back = {};
   if (SystemTimeToFileTime(&parts, &moved) == FALSE ||
@@ -57,14 +55,12 @@ std::optional<std::int64_t> SecondsOf(const LocalTime& local) {
   if (SystemTimeToFileTime(&utc, &moment) == FALSE) {
     return std::nullopt;
   }
-  const std::uint64_t ticks =
-      std::uint64_t{moment.dwHighDateTime} << 32 | std::uint64_t{moment.dwLowDateTime};
-  const std::int64_t seconds = static_cast<std::int64_t>(ticks / kTicksPerSecond) - kSecondsTo1970;
+  const std::int64_t seconds = SecondsSince1970(moment);
   return seconds < 0 ? std::nullopt : std::optional<std::int64_t>(seconds);
 }
 
 const Clock& SystemClock() noexcept {
-  // Never destroyed: the last lines of the log are written while other objects go.
+  // Never destroyed: the last lines of the log are written while other objects are destroyed.
   alignas(RealClock) static unsigned char storage[sizeof(RealClock)];
   static const Clock& clock = *::new (static_cast<void*>(storage)) RealClock;
   return clock;

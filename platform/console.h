@@ -11,7 +11,7 @@ namespace platform {
 [[nodiscard]] bool WriteOutput(std::wstring_view text);
 [[nodiscard]] bool WriteErrors(std::wstring_view text);
 
-// Whether somebody may be watching standard error: it is a terminal (isatty, GetConsoleMode).
-[[nodiscard]] bool ErrorsAreSeen() noexcept;
+// Whether standard error is a terminal (isatty, GetConsoleMode).
+[[nodiscard]] bool ErrorsGoToTerminal() noexcept;
 
 }  // namespace platform

@@ -31,7 +31,7 @@ bool WriteErrors(std::wstring_view text) {
   return WriteBytes(STDERR_FILENO, ToUtf8(text));
 }
 
-bool ErrorsAreSeen() noexcept {
+bool ErrorsGoToTerminal() noexcept {
   return isatty(STDERR_FILENO) == 1;
 }
 

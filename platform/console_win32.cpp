@@ -1,4 +1,4 @@
-// The standard streams by their handles: a console takes wide text, everything else gets UTF-8.
+// The standard streams by their handles: a console gets wide text, everything else UTF-8.
 #include "platform/console.h"
 
 #include <windows.h>
@@ -11,7 +11,7 @@
 namespace platform {
 namespace {
 
-// A console takes so many characters at once, whatever its buffer.
+// A console accepts only so many characters in one call.
 constexpr std::size_t kLargestConsoleWrite = 8000;
 constexpr std::size_t kLargestWrite = std::size_t{1} << 20;
 
@@ -69,7 +69,7 @@ bool WriteErrors(std::wstring_view text) {
   return WriteText(GetStdHandle(STD_ERROR_HANDLE), text);
 }
 
-bool ErrorsAreSeen() noexcept {
+bool ErrorsGoToTerminal() noexcept {
   return IsConsole(GetStdHandle(STD_ERROR_HANDLE));
 }
 

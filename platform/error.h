@@ -15,8 +15,8 @@ inline constexpr unsigned kErrorAlreadyExists = 183;
 inline constexpr unsigned kErrorBadFormat = 193;
 inline constexpr unsigned kErrorFileNameTooLong = 206;
 
-// What GetLastError gives: every operation of this folder that fails sets it, one that succeeds may
-// leave it alone. Take it in the statement after the failing call.
+// GetLastError. Every failing operation of this folder sets it; a successful one may leave it
+// unchanged. Read it in the statement after the failing call.
 [[nodiscard]] unsigned LastError() noexcept;
 
 // SetLastError. Lets clean-up code restore the number that is being reported.

@@ -1,4 +1,4 @@
-// The thread's last error number, kept by the seam itself.
+// The thread's last error number, kept in a thread-local variable.
 #include "platform/error.h"
 
 #include <sys/stat.h>
@@ -19,7 +19,7 @@ thread_local unsigned last_error = 0;
 bool FolderIsMissing(const std::string& path) {
   const std::size_t end = path.find_last_not_of('/');
   if (end == std::string::npos) {
-    return true;  // No path at all: Windows calls that a missing folder as well.
+    return true;  // For an empty path Windows reports a missing folder as well.
   }
   const std::size_t separator = path.rfind('/', end);
   if (separator == std::string::npos || separator == 0) {
@@ -27,7 +27,7 @@ bool FolderIsMissing(const std::string& path) {
   }
   std::array<char, PATH_MAX> folder;
   if (separator + 1 >= folder.size()) {
-    return true;  // longer than any path that could be there
+    return true;  // longer than any path can be
   }
   // With its separator, so that a link is followed and a file in place of the folder is refused.
   *std::copy_n(path.begin(), separator + 1, folder.begin()) = '\0';
@@ -58,7 +58,7 @@ unsigned NumberOfErrno(int error_number) noexcept {
     case EROFS:
     case EISDIR:
       return kErrorAccessDenied;
-    case EAGAIN:  // EWOULDBLOCK: somebody else holds the lock
+    case EAGAIN:  // EWOULDBLOCK: another process holds the lock
     case EBUSY:
     case ETXTBSY:
       return kErrorSharingViolation;

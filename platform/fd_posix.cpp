@@ -9,9 +9,8 @@ namespace platform {
 
 namespace {
 
-// Opens a file whose lease or delegation another holder has to give up first; the kernel bounds how
-// long that takes. The file is pinned meanwhile, because a FIFO that took its name would be waited
-// for without end.
+// Opens a file whose lease or delegation another holder must release first; the kernel limits the
+// wait. The file is pinned meanwhile: opening a FIFO that took its name would block forever.
 int OpenBehindLease(const std::string& path, int flags) {
   const UniqueFd pinned(
       Uninterrupted([&] { return open(path.c_str(), O_PATH | O_CLOEXEC | (flags & O_NOFOLLOW)); }));
@@ -34,7 +33,7 @@ UniqueFd OpenRegularFile(const std::string& path, int flags, mode_t mode, struct
     raw = OpenBehindLease(path, flags);
   }
   if (raw < 0) {
-    // A FIFO without a reader and a socket say ENXIO.
+    // ENXIO means a socket, or a FIFO without a reader.
     const int error_number = errno == ENXIO ? EACCES : errno;
     RecordErrno(error_number, path);
     return {};
@@ -79,7 +78,7 @@ bool WriteAll(int fd, const char* bytes, std::size_t size) noexcept {
       return false;
     }
     if (count == 0) {
-      errno = ENOSPC;  // No regular file does this; were it one, the loop would not end.
+      errno = ENOSPC;  // No regular file does this, but the loop would never end.
       return false;
     }
     bytes += count;

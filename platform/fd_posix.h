@@ -1,5 +1,5 @@
-// Owned file descriptors, the calls on them that a signal may interrupt, and where errno becomes
-// one of the program's numbers.
+// Owned file descriptors, the calls on them that a signal may interrupt, and the mapping of errno
+// to the program's numbers.
 #pragma once
 
 #include <fcntl.h>
@@ -18,7 +18,7 @@ namespace platform {
 struct FdCloser {
   using Value = int;
   static constexpr Value kInvalid = -1;
-  // Leaves errno as it is. Linux gives the number back even when close is interrupted.
+  // Leaves errno as it is. Linux frees the descriptor even when close is interrupted.
   static void Close(Value fd) noexcept {
     const int error_number = errno;
     close(fd);
@@ -30,12 +30,12 @@ using UniqueFd = UniqueHandle<FdCloser>;
 // The Windows error number of an errno value. ENOENT is a missing file here; see RecordErrno.
 [[nodiscard]] unsigned NumberOfErrno(int error_number) noexcept;
 
-// Sets LastError from the errno value of a call that failed for a path, and tells a missing file
-// from a missing folder on the way to it.
+// Sets LastError from the errno value of a call that failed for a path, and distinguishes a missing
+// file from a missing folder on the way to it.
 void RecordErrno(int error_number, const std::string& path);
 
-// Repeats a call that a signal interrupted; gives its last result. Not for ever: what is
-// interrupted every time is broken.
+// Repeats a call that a signal interrupted and returns its last result. The number of attempts is
+// limited, in case a broken system interrupts every one.
 template <class Call>
 auto Uninterrupted(const Call& call) noexcept(noexcept(call())) {
   constexpr int kMostAttempts = 1000;
@@ -46,25 +46,26 @@ auto Uninterrupted(const Call& call) noexcept(noexcept(call())) {
   return result;
 }
 
-// Whether an error number says that the file system has no such call, or not for this kind of file.
+// Whether an errno value means that the file system does not support the call, or not for this kind
+// of file.
 [[nodiscard]] constexpr bool IsUnsupported(int error_number) noexcept {
   return error_number == EINVAL || error_number == ENOSYS || error_number == EOPNOTSUPP ||
          error_number == EBADF;
 }
 
-// Opens a regular file, or a link to one, and waits for nothing but the end of another's lease
-// (open(2) with O_CLOEXEC, O_NOCTTY and O_NONBLOCK besides `flags`). Invalid, with LastError set,
-// when it cannot be opened; anything that is not a regular file is kErrorAccessDenied. What fstat
-// said goes into `status`.
+// Opens a regular file or a link to one. Waits only for another holder's lease (open(2) with
+// O_CLOEXEC, O_NOCTTY and O_NONBLOCK besides `flags`). Invalid, with LastError set, when it cannot
+// be opened; anything that is not a regular file is kErrorAccessDenied. `status` receives the
+// result of fstat.
 [[nodiscard]] UniqueFd OpenRegularFile(const std::string& path, int flags, mode_t mode,
                                        struct stat& status);
 [[nodiscard]] UniqueFd OpenRegularFile(const std::string& path, int flags, mode_t mode = 0);
 
-// flock(2) without waiting, repeated when interrupted. False with errno set: EWOULDBLOCK for a lock
-// that another holds; IsMissingLock for one that cannot be had here.
+// flock(2) without waiting, repeated when interrupted. False with errno set: EWOULDBLOCK if another
+// process holds the lock, IsMissingLock if the file system has no locks.
 [[nodiscard]] bool TryLock(int fd, int operation) noexcept;
 
-// Whether an error number of flock says that there are no locks on this file system.
+// Whether an errno value of flock means that the file system has no locks.
 [[nodiscard]] constexpr bool IsMissingLock(int error_number) noexcept {
   return IsUnsupported(error_number) || error_number == ENOLCK;
 }

@@ -1,4 +1,4 @@
-// What both platforms write in the same way.
+// The part that is the same on both platforms.
 #include "platform/file.h"
 
 namespace platform {

@@ -19,27 +19,26 @@ enum class FileReaders {
 
 class File {
  public:
-  // For reading, nobody else may have it open (GENERIC_READ, share mode 0, OPEN_EXISTING,
-  // FILE_ATTRIBUTE_ARCHIVE); on Linux with a non-blocking exclusive flock, where another's lock is
-  // a sharing violation and a file system without locks opens the file all the same. Only a regular
-  // file can be opened.
+  // For exclusive reading (GENERIC_READ, share mode 0, OPEN_EXISTING, FILE_ATTRIBUTE_ARCHIVE); on
+  // Linux with a non-blocking exclusive flock: a lock of another process is a sharing violation,
+  // and on a file system without locks the file is opened anyway. Only a regular file can be
+  // opened.
   [[nodiscard]] static File OpenExclusive(const std::wstring& path);
 
-  // For reading beside other readers (GENERIC_READ, FILE_SHARE_READ, OPEN_EXISTING).
+  // For reading, shared with other readers (GENERIC_READ, FILE_SHARE_READ, OPEN_EXISTING).
   [[nodiscard]] static File OpenShared(const std::wstring& path);
 
-  // For reading beside everybody, and in nobody's way: others may open the file as they like, to
-  // write to it or to remove it (GENERIC_READ with every share mode, OPEN_EXISTING; no lock on
-  // Linux).
+  // For reading without restricting others, who may write to the file or remove it (GENERIC_READ
+  // with every share mode, OPEN_EXISTING; no lock on Linux).
   [[nodiscard]] static File OpenUnobtrusive(const std::wstring& path);
 
-  // For writing, made when missing, others may read (GENERIC_WRITE, FILE_SHARE_READ, OPEN_ALWAYS).
+  // For writing, created if missing; others may read (GENERIC_WRITE, FILE_SHARE_READ, OPEN_ALWAYS).
   // Writing starts at the beginning of the file.
   [[nodiscard]] static File OpenForWriting(const std::wstring& path,
                                            const CFileAccessSecurity& security);
 
-  // For writing to a file that must not exist yet, kErrorAlreadyExists when it does (GENERIC_WRITE,
-  // share mode 0, CREATE_NEW; O_EXCL).
+  // Creates a file for writing; kErrorAlreadyExists if it exists (GENERIC_WRITE, share mode 0,
+  // CREATE_NEW; O_EXCL).
   [[nodiscard]] static File CreateNew(const std::wstring& path, FileReaders readers);
 
   File() noexcept;
@@ -54,22 +53,22 @@ class File {
   // The size in bytes (GetFileSizeEx).
   [[nodiscard]] std::optional<std::uint64_t> Size() const;
 
-  // Reads up to `size` bytes; gives the number read, less than asked only at the end of the file
+  // Reads up to `size` bytes and returns the number read, which is less only at the end of the file
   // (ReadFile, synchronous).
   [[nodiscard]] std::optional<std::size_t> Read(void* buffer, std::size_t size);
 
-  // The same from a place in the file, counted from its beginning (ReadFile with an offset, pread).
-  // 0 for a place behind the end. Where Read goes on afterwards is left open.
+  // The same from an offset (ReadFile with an offset, pread). 0 beyond the end. The position of the
+  // next Read is unspecified.
   [[nodiscard]] std::optional<std::size_t> ReadAt(std::uint64_t offset, void* buffer,
                                                   std::size_t size);
 
   // Moves the file pointer to the end (SetFilePointer, FILE_END).
   [[nodiscard]] bool SeekToEnd();
 
-  // Writes up to `size` bytes; gives the number written, which may be less (WriteFile).
+  // Writes up to `size` bytes and returns the number written, which may be less (WriteFile).
   [[nodiscard]] std::optional<std::size_t> Write(const void* bytes, std::size_t size);
 
-  // Writes all of it: a short write is continued, a failure or a write of nothing ends the writing.
+  // Writes all bytes, continuing after short writes. False on an error or a write of 0 bytes.
   [[nodiscard]] bool WriteAll(const void* bytes, std::size_t size);
 
   // Waits until everything written is on the disk (FlushFileBuffers, fsync).
@@ -85,8 +84,8 @@ class File {
 };
 
 // A text file opened for appending in UTF-8: a new or empty file gets a byte-order mark, and a line
-// feed lands as CR LF. Others may read and write it meanwhile (_wfsopen with "a, ccs=UTF-8" and
-// _SH_DENYNO; the same bytes on Linux).
+// feed is written as CR LF. Others may read and write it meanwhile (_wfsopen with "a, ccs=UTF-8"
+// and _SH_DENYNO; the same bytes on Linux).
 class Utf8AppendFile {
  public:
   explicit Utf8AppendFile(const std::wstring& path);
@@ -105,12 +104,11 @@ class Utf8AppendFile {
 };
 
 // Moves a file without ever replacing one: an existing target is kErrorAlreadyExists, a missing
-// folder kErrorPathNotFound (MoveFileW). There is no moment in which the content exists nowhere. A
-// move that was done counts as done, whatever the system reports; when that is unknown, nothing is
-// removed.
+// folder kErrorPathNotFound (MoveFileW). The content exists under at least one name at any time. A
+// completed move counts as done whatever the system reports; if in doubt, nothing is removed.
 [[nodiscard]] bool MoveWithoutReplacing(const std::wstring& source, const std::wstring& target);
 
-// Moves a file over an older one (MoveFileExW with MOVEFILE_REPLACE_EXISTING and
+// Moves a file and replaces an existing target (MoveFileExW with MOVEFILE_REPLACE_EXISTING and
 // MOVEFILE_WRITE_THROUGH).
 [[nodiscard]] bool MoveReplacing(const std::wstring& source, const std::wstring& target);
 
@@ -121,11 +119,11 @@ class Utf8AppendFile {
 [[nodiscard]] bool IsFolder(const std::wstring& path);
 
 // Whether there is a file, or a link to one, that is not a folder; it is not opened
-// (GetFileAttributesW, stat). Nothing when that cannot be told (LastError).
+// (GetFileAttributesW, stat). std::nullopt if unknown (LastError).
 [[nodiscard]] std::optional<bool> FileExists(const std::wstring& path);
 
-// Makes a folder with all its missing parents (SHCreateDirectoryExW without security attributes).
-// False when it could not be made, and when it was there already.
+// Creates a folder and its missing parents (SHCreateDirectoryExW without security attributes).
+// False if it could not be created or already exists.
 [[nodiscard]] bool CreateFolders(const std::wstring& path);
 
 }  // namespace platform

@@ -1,4 +1,4 @@
-// What really lies under a name, asked after a call whose answer alone cannot be relied on.
+// What a name really refers to, checked after a call whose result alone is not reliable.
 //
 // A call that reports failure may have done its work: a network file system repeats a request whose
 // answer was lost, and the repeated one finds the work done.
@@ -15,7 +15,7 @@ namespace platform {
 
 struct Entry {
   int error_number = 0;  // 0: there is an entry. ENOENT: there is none. Others: unknown
-  // The rest is valid for an entry that is there.
+  // The rest is valid only if there is an entry.
   dev_t device = 0;
   ino_t inode = 0;
   mode_t mode = 0;
@@ -26,16 +26,16 @@ struct Entry {
   [[nodiscard]] bool IsAbsent() const noexcept { return error_number == ENOENT; }
 };
 
-// Looks at the entry itself, a link is not followed. A network file system asks its server (statx
-// with AT_STATX_FORCE_SYNC), unless the process may not use statx (then fstatat).
+// Does not follow links. Bypasses the cache of a network file system (statx with
+// AT_STATX_FORCE_SYNC), unless the process may not use statx (then fstatat).
 [[nodiscard]] Entry LookAt(const std::string& path) noexcept;
 
 [[nodiscard]] Entry EntryOf(const struct stat& status) noexcept;
 
-// Whether both are there and are the same file (device and inode). Unknown is not the same.
+// Whether both exist and are the same file (device and inode). Unknown is not the same.
 [[nodiscard]] bool IsSame(const Entry& a, const Entry& b) noexcept;
 
-// Whether the name verifiably stands for the file no longer: there is nothing, or another file.
+// Whether the name verifiably no longer refers to the file: nothing is there, or another file.
 [[nodiscard]] bool HasLost(const Entry& name, const Entry& file) noexcept;
 
 // Makes an entry that must not exist yet, empty and of this type (S_IFREG, S_IFDIR). `make` is

@@ -1,42 +1,41 @@
-// Moving a file without replacing one, step by step, on file systems of every kind.
+// The steps of moving a file without replacing one, for file systems of every kind.
 #pragma once
 
 #include <string>
 
 namespace platform {
 
-// All of them judge a failure by what lies under the two names afterwards: a move that was done but
-// reported as failed counts as done, and nothing is removed while it may be all that is left. When
-// that cannot be told, both names stay.
+// All of them judge a failure by what the two names refer to afterwards: a completed move that was
+// reported as failed counts as done, and nothing is removed that may be the only copy. If in doubt,
+// both names stay.
 
-// The three ways to give an entry a new name on the same file system, best first. They give 0 or an
-// errno value: EEXIST for a target that is there already, EXDEV for one on another file system.
+// The three ways to give an entry a new name on the same file system, best first. They return 0 or
+// an errno value: EEXIST for a target that already exists, EXDEV for one on another file system.
 
-// renameat2 with RENAME_NOREPLACE. IsUnsupported where the file system does not know it.
+// renameat2 with RENAME_NOREPLACE. IsUnsupported where the file system does not support it.
 [[nodiscard]] int MoveByRename(const std::string& source, const std::string& target) noexcept;
 
-// A second link, then the first one goes. EPERM, EMLINK or IsUnsupported where there is no such
-// thing, and for a folder.
+// link, then unlink of the source. EPERM, EMLINK or IsUnsupported where hard links are not
+// supported, and for a folder.
 [[nodiscard]] int MoveByLink(const std::string& source, const std::string& target) noexcept;
 
 // An empty entry of our own reserves the target's name, and the plain rename replaces it. A process
-// that dies in between leaves the empty entry behind and the source where it is.
+// that dies in between leaves the empty entry behind and the source in place.
 [[nodiscard]] int MoveByReservation(const std::string& source, const std::string& target);
 
-// The first of the three that the file system offers.
+// The first of the three that the file system supports.
 [[nodiscard]] int MoveOnSameFileSystem(const std::string& source, const std::string& target);
 
 // A regular file's copy under a temporary name beside the target, if possible with owner, mode and
 // times; written to the disk, only then given the target's name, and only then is the source
-// removed. Fails, and keeps the source, when the source changes meanwhile. False with LastError
-// set.
+// removed. Fails, and keeps the source, if the source changes meanwhile. False with LastError set.
 [[nodiscard]] bool MoveByCopy(const std::string& source, const std::string& target);
 
-// Moves over whatever has the target's name (rename). 0 or an errno value.
+// Moves a file and replaces the target (rename). 0 or an errno value.
 [[nodiscard]] int MoveOver(const std::string& source, const std::string& target) noexcept;
 
-// Has the folder of a path written to the disk (fsync). 0 or an errno value; a file system that
-// cannot do that for folders has done it.
+// Flushes the folder of a path to the disk (fsync). 0 or an errno value; 0 also if the file system
+// cannot sync folders.
 [[nodiscard]] int SyncFolderOf(const std::string& path);
 
 }  // namespace platform

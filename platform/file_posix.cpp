@@ -1,4 +1,4 @@
-// Files through the POSIX interfaces, with the manners of Windows.
+// Files through the POSIX interfaces, with the sharing rules of Windows.
 #include "platform/file.h"
 
 #include <sys/file.h>
@@ -23,9 +23,9 @@ constexpr mode_t kNewFolderMode = 0755;
 // One call moves at most this much; Linux itself stops a little below 2 GiB.
 constexpr std::size_t kLargestTransfer = std::size_t{1} << 30;
 
-// Opens a regular file and locks it (flock). A lock stands for the share mode: exclusive for a file
-// that nobody else may have open or write to, shared beside other readers. Where the file system
-// has no locks, the file is opened without one.
+// Opens a regular file and locks it (flock). The lock stands for the share mode: exclusive if no
+// one else may open or write to the file, shared for readers. Where the file system has no locks,
+// the file is opened without one.
 UniqueFd OpenLocked(const std::wstring& path, int flags, int lock) {
   const std::string native = ToNativePath(path);
   UniqueFd fd = OpenRegularFile(native, flags, kNewFileMode);
@@ -33,8 +33,8 @@ UniqueFd OpenLocked(const std::wstring& path, int flags, int lock) {
     return fd;
   }
   int error_number = errno;
-  // A network file system locks exclusively only what is open for writing. A shared lock is refused
-  // as well while a writer holds his.
+  // A network file system grants an exclusive lock only on a file that is open for writing. A
+  // shared lock is refused as well while a writer holds its lock.
   if (error_number == EBADF && lock == LOCK_EX) {
     error_number = TryLock(fd.Get(), LOCK_SH) ? 0 : errno;
   }
@@ -45,8 +45,8 @@ UniqueFd OpenLocked(const std::wstring& path, int flags, int lock) {
   return fd;
 }
 
-// Reads on after a short read, until `size` bytes are there or the file ends. `read_some` gets
-// where they go, how many there are already, and how many are wanted.
+// Continues after short reads until `size` bytes are read or the file ends. `read_some` receives
+// the destination, the bytes read so far and the bytes wanted.
 template <class ReadSome>
 std::optional<std::size_t> ReadUpTo(void* buffer, std::size_t size, const ReadSome& read_some) {
   std::size_t total = 0;
@@ -214,7 +214,7 @@ Utf8AppendFile::Utf8AppendFile(const std::wstring& path) {
     return;
   }
   if (status.st_size == 0) {
-    // Should it fail, the line that follows fails as well.
+    // If this fails, so does the line that follows.
     (void)WriteAll(handle->fd.Get(), kByteOrderMark, sizeof kByteOrderMark - 1);
   }
   handle_ = std::move(handle);
@@ -273,8 +273,8 @@ bool RemoveFile(const std::wstring& path) {
     return true;
   }
   const int error_number = errno;
-  // Whatever the failure: what has gone is removed. ENOENT, however, is an answer of its own,
-  // unless an interrupted call may have removed the file.
+  // A file that is gone counts as removed, whatever unlink reported. ENOENT stays a failure, unless
+  // an interrupted call may have removed the file.
   const bool may_be_removed = error_number != ENOENT || is_interrupted;
   return (may_be_removed && LookAt(native).IsAbsent()) || Failed(error_number, native);
 }
@@ -302,7 +302,7 @@ bool CreateFolders(const std::wstring& path) {
     native.pop_back();
   }
   if (native.empty() || native.front() != '/') {
-    SetLastError(kErrorPathNotFound);  // Only a full path says where the folder is meant to be.
+    SetLastError(kErrorPathNotFound);  // A relative path would depend on the current directory.
     return false;
   }
   for (std::size_t end = native.find('/', 1); end != std::string::npos;

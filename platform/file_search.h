@@ -1,4 +1,4 @@
-// The entries of a folder, one after the other.
+// Iterates over the entries of a folder.
 #pragma once
 
 #include <cstdint>
@@ -15,21 +15,21 @@ struct FoundEntry {
   bool is_folder = false;  // a link to a folder counts as a folder
 };
 
-// What the folder knows of an entry. While a file is being written it may lag behind.
+// Metadata of an entry. It may lag behind while the file is being written.
 struct EntryDetails {
   std::uint64_t size = 0;     // bytes
   std::int64_t modified = 0;  // last write, seconds since 1970
 };
 
-// FindFirstFileW, FindNextFileW, FindClose. The order is that of the system's search, nothing is
-// sorted.
+// FindFirstFileW, FindNextFileW, FindClose. Entries come in the order of the system's search,
+// unsorted.
 class FileSearch {
  public:
-  // Takes the place of a search until one is assigned to it.
+  // An empty search, to assign another one to.
   FileSearch();
   // Names that have the ending, such as ".log", without regard to case (on Windows also names whose
-  // short form has it); with an empty ending every entry, "." and ".." included. The folder is not
-  // touched before First.
+  // short form has it); with an empty ending every entry, "." and ".." included. The folder is
+  // first opened by First.
   FileSearch(std::wstring folder, std::wstring ending);
   ~FileSearch();
   FileSearch(FileSearch&&) noexcept;
@@ -37,26 +37,26 @@ class FileSearch {
   FileSearch(const FileSearch&) = delete;
   FileSearch& operator=(const FileSearch&) = delete;
 
-  // Starts the search, or starts it again. False when nothing matches (kErrorFileNotFound) or the
-  // folder cannot be searched (kErrorPathNotFound for a missing one).
+  // Starts or restarts the search. False if nothing matches (kErrorFileNotFound) or the folder
+  // cannot be searched (kErrorPathNotFound for a missing one).
   [[nodiscard]] bool First();
 
-  // Goes on to the next entry. False when there is none (kErrorNoMoreFiles) or the folder cannot be
-  // read on; the current entry then stays.
+  // Moves to the next entry. False if there is none (kErrorNoMoreFiles) or reading fails; the
+  // current entry then stays.
   [[nodiscard]] bool Next();
 
   // The current entry; valid after First or Next returned true, until the next call of either.
   [[nodiscard]] const FoundEntry& Current() const noexcept { return entry_; }
 
-  // Right after First or Next gave false: 0 at the end of the entries, otherwise the number of what
-  // kept the folder from being read to its end.
+  // To be called right after First or Next returned false: 0 at the end of the entries, otherwise
+  // the error that ended the search early.
   [[nodiscard]] unsigned Failure() const noexcept {
     const unsigned error = LastError();
     return error == (handle_ == nullptr ? kErrorFileNotFound : kErrorNoMoreFiles) ? 0 : error;
   }
 
-  // Size and time of the current entry (WIN32_FIND_DATAW, fstatat). Nothing when they cannot be
-  // had: kErrorFileNotFound for an entry that has vanished.
+  // Size and time of the current entry (WIN32_FIND_DATAW, fstatat). std::nullopt if unavailable:
+  // kErrorFileNotFound if the entry has been removed.
   [[nodiscard]] std::optional<EntryDetails> Details() const;
 
   // Ends the search; the destructor does it otherwise.

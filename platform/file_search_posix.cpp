@@ -27,7 +27,7 @@ struct DirectoryCloser {
   }
 };
 
-// Calls that give a pointer, repeated when interrupted.
+// Calls that return a pointer, repeated when interrupted.
 
 DIR* OpenFolder(const std::string& folder) {
   DIR* directory = nullptr;
@@ -40,7 +40,7 @@ const dirent* NextEntry(DIR* directory) {
   const dirent* entry = nullptr;
   static_cast<void>(Uninterrupted([&] {
     errno = 0;
-    // Nobody else reads this stream.
+    // No other thread reads this stream.
     entry = readdir(directory);  // NOLINT(concurrency-mt-unsafe)
     return entry != nullptr ? 0 : -1;
   }));
@@ -57,20 +57,15 @@ bool IsFolderEntry(DIR* directory, const dirent& entry) {
     return entry.d_type == DT_DIR;
   }
   struct stat status;
-  // A link to nothing, or an entry that has vanished by now, is no folder.
+  // A dangling link or an entry that has been removed is not a folder.
   return StatusOf(directory, entry.d_name, status) && S_ISDIR(status.st_mode);
-}
-
-bool EndsWith(const std::wstring& name, const std::wstring& ending) {
-  return name.size() >= ending.size() &&
-         EqualsIgnoringCase(std::wstring_view(name).substr(name.size() - ending.size()), ending);
 }
 
 }  // namespace
 
 struct FileSearch::Handle {
   UniqueHandle<DirectoryCloser> directory;
-  std::string entry;  // the current one's name as the system has it
+  std::string entry;  // the current entry's native name
 };
 
 FileSearch::FileSearch() = default;
@@ -83,8 +78,8 @@ FileSearch& FileSearch::operator=(FileSearch&&) noexcept = default;
 bool FileSearch::First() {
   Close();
   auto handle = std::make_unique<Handle>();
-  // With a separator behind it, so that the root stays the root.
-  handle->directory.Reset(OpenFolder(ToNativePath(JoinPath(folder_, {}))));
+  // With a trailing separator, so that the root stays the root.
+  handle->directory.Reset(OpenFolder(ToNativePath(JoinPath(folder_, L""))));
   if (!handle->directory) {
     const int error_number = errno;
     SetLastError(error_number == ENOENT ? kErrorPathNotFound : NumberOfErrno(error_number));
@@ -114,7 +109,7 @@ bool FileSearch::Next() {
       return false;
     }
     std::wstring name = FromNativePath(entry->d_name);
-    if (EndsWith(name, ending_)) {
+    if (EndsWithIgnoringCase(name, ending_)) {
       entry_ = {std::move(name), IsFolderEntry(directory, *entry)};
       handle_->entry = entry->d_name;
       return true;

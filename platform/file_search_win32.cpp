@@ -5,6 +5,7 @@
 
 #include <utility>
 
+#include "platform/file_handle_win32.h"
 #include "platform/text.h"
 #include "platform/unique_handle.h"
 
@@ -20,18 +21,6 @@ struct FindCloser {
     ::SetLastError(error);
   }
 };
-
-constexpr std::uint64_t Joined(DWORD high, DWORD low) {
-  return (std::uint64_t{high} << 32) | low;
-}
-
-// A FILETIME counts 100 ns since 1601.
-std::int64_t SecondsSince1970(const FILETIME& time) {
-  constexpr std::int64_t kTicksPerSecond = 10'000'000;
-  constexpr std::int64_t kSecondsFrom1601To1970 = 11'644'473'600;
-  const auto ticks = static_cast<std::int64_t>(Joined(time.dwHighDateTime, time.dwLowDateTime));
-  return ticks / kTicksPerSecond - kSecondsFrom1601To1970;
-}
 
 FoundEntry EntryOf(const WIN32_FIND_DATAW& data) {
   return {data.cFileName, (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0};

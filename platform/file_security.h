@@ -24,8 +24,8 @@ class CFileAccessSecurity {
 
   // Builds the descriptor: one entry that allows the mode's SID everything (GENERIC_ALL), inherited
   // by objects and containers, in a revision 2 list. Mode 0 does nothing and succeeds. Throws
-  // std::runtime_error when the SID or the list cannot be had; so does a mode without a SID. Modes
-  // other than 0 need Windows.
+  // std::runtime_error if the SID or the list cannot be created, and for a mode without a SID.
+  // Modes other than 0 need Windows.
   bool Build();
 
   // SECURITY_ATTRIBUTES* for CreateFileW and the like; null in mode 0. Valid while the object

@@ -24,9 +24,9 @@ namespace {
 // One call moves at most this much, a multiple of any sector size that fits a DWORD.
 constexpr std::size_t kLargestTransfer = std::size_t{1} << 30;
 
-// The C run-time converts what it writes in pieces of its own, some hundred characters long, and a
-// pair of surrogates that the end of one cuts in two is lost. So a text with such pairs is given to
-// it in pieces that fit, even if each of their characters were a line feed and became two.
+// The C run-time converts its output in blocks of some hundred characters and loses a surrogate
+// pair that spans two of them. Text with such pairs is therefore written in pieces that fit into
+// one block, even if every character were a line feed and became two.
 constexpr std::size_t kLargestTextPiece = 120;
 
 struct StreamCloser {
@@ -35,24 +35,16 @@ struct StreamCloser {
   static void Close(Value stream) noexcept { fclose(stream); }
 };
 
-constexpr bool IsSurrogate(wchar_t unit) {
-  return unit >= 0xD800 && unit <= 0xDFFF;
-}
-
-constexpr bool IsLowSurrogate(wchar_t unit) {
-  return unit >= 0xDC00 && unit <= 0xDFFF;
-}
-
 bool IsPresent(const std::wstring& path) {
   return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
 }
 
-// Verifiably not there; a look that fails is no answer.
+// Verifiably absent: a check that fails does not count.
 bool IsAbsent(const std::wstring& path) {
   return !IsPresent(path) && GetLastError() == ERROR_FILE_NOT_FOUND;
 }
 
-// Opens a file on a disk: a device or a pipe could keep the caller waiting.
+// Opens only files on a disk: a device or a pipe could block the caller.
 UniqueFile OpenDiskFile(const std::wstring& path, DWORD access, DWORD share, void* security,
                         DWORD disposition, DWORD attributes) {
   UniqueFile file(CreateFileW(path.c_str(), access, share,
@@ -63,6 +55,31 @@ UniqueFile OpenDiskFile(const std::wstring& path, DWORD access, DWORD share, voi
     ::SetLastError(ERROR_ACCESS_DENIED);
   }
   return file;
+}
+
+// Continues after short reads until `size` bytes are read or the file ends. `place_after` gives the
+// place of the next read from the number of bytes read so far, or null for the file pointer's.
+template <class PlaceAfter>
+std::optional<std::size_t> ReadUpTo(HANDLE file, void* buffer, std::size_t size,
+                                    const PlaceAfter& place_after) {
+  std::size_t total = 0;
+  while (total < size) {
+    const auto wanted = static_cast<DWORD>(std::min(size - total, kLargestTransfer));
+    DWORD count = 0;
+    OVERLAPPED* const place = place_after(total);
+    if (!ReadFile(file, static_cast<char*>(buffer) + total, wanted, &count, place)) {
+      // At the end of the file a read with a place fails; one without returns 0 bytes.
+      if (place != nullptr && GetLastError() == ERROR_HANDLE_EOF) {
+        break;
+      }
+      return std::nullopt;
+    }
+    if (count == 0) {
+      break;
+    }
+    total += count;
+  }
+  return total;
 }
 
 }  // namespace
@@ -113,7 +130,7 @@ File File::CreateNew(const std::wstring& path, FileReaders /*readers*/) {
   UniqueFile file = OpenDiskFile(path, GENERIC_WRITE, /*share=*/0, /*security=*/nullptr, CREATE_NEW,
                                  FILE_ATTRIBUTE_NORMAL);
   if (!file && GetLastError() == ERROR_FILE_EXISTS) {
-    ::SetLastError(kErrorAlreadyExists);  // One number for it, as of a move.
+    ::SetLastError(kErrorAlreadyExists);  // The same number as for a move.
   }
   return File(Handle::Holding(std::move(file)));
 }
@@ -135,20 +152,7 @@ std::optional<std::size_t> File::Read(void* buffer, std::size_t size) {
     ::SetLastError(kErrorGeneralFailure);
     return std::nullopt;
   }
-  std::size_t total = 0;
-  while (total < size) {
-    const auto wanted = static_cast<DWORD>(std::min(size - total, kLargestTransfer));
-    DWORD count = 0;
-    if (!ReadFile(handle_->file.Get(), static_cast<char*>(buffer) + total, wanted, &count,
-                  nullptr)) {
-      return std::nullopt;
-    }
-    if (count == 0) {
-      break;
-    }
-    total += count;
-  }
-  return total;
+  return ReadUpTo(handle_->file.Get(), buffer, size, [](std::size_t) { return nullptr; });
 }
 
 std::optional<std::size_t> File::ReadAt(std::uint64_t offset, void* buffer, std::size_t size) {
@@ -157,26 +161,16 @@ std::optional<std::size_t> File::ReadAt(std::uint64_t offset, void* buffer, std:
     return std::nullopt;
   }
   constexpr auto kLastPlace = static_cast<std::uint64_t>(std::numeric_limits<LONGLONG>::max());
-  std::size_t total = 0;
-  while (total < size && offset + total >= offset && offset + total < kLastPlace) {
-    const auto wanted = static_cast<DWORD>(std::min(size - total, kLargestTransfer));
-    OVERLAPPED place = {};
-    place.Offset = static_cast<DWORD>(offset + total);
-    place.OffsetHigh = static_cast<DWORD>((offset + total) >> 32);
-    DWORD count = 0;
-    if (!ReadFile(handle_->file.Get(), static_cast<char*>(buffer) + total, wanted, &count,
-                  &place)) {
-      if (LastError() == ERROR_HANDLE_EOF) {
-        break;
-      }
-      return std::nullopt;
-    }
-    if (count == 0) {
-      break;
-    }
-    total += count;
+  if (offset >= kLastPlace) {
+    return 0;
   }
-  return total;
+  const auto most = static_cast<std::size_t>(std::min<std::uint64_t>(size, kLastPlace - offset));
+  OVERLAPPED place = {};
+  return ReadUpTo(handle_->file.Get(), buffer, most, [&](std::size_t done) {
+    place.Offset = static_cast<DWORD>(offset + done);
+    place.OffsetHigh = static_cast<DWORD>((offset + done) >> 32);
+    return &place;
+  });
 }
 
 bool File::SeekToEnd() {
@@ -184,7 +178,7 @@ bool File::SeekToEnd() {
     ::SetLastError(kErrorGeneralFailure);
     return false;
   }
-  // With the upper half of the distance: without it the call fails behind 4 GiB.
+  // With the upper half of the distance: without it the call fails beyond 4 GiB.
   LONG upper = 0;
   ::SetLastError(ERROR_SUCCESS);
   return SetFilePointer(handle_->file.Get(), 0, &upper, FILE_END) != INVALID_SET_FILE_POINTER ||
@@ -234,9 +228,9 @@ void Utf8AppendFile::Write(const std::wstring& text) {
   if (handle_ == nullptr) {
     return;
   }
-  // There and back again, which leaves no unpaired surrogate: the C run-time would refuse one.
+  // The round trip replaces unpaired surrogates, which the C run-time would refuse.
   const std::wstring valid = FromUtf8(ToUtf8(text.c_str()));
-  const bool has_pairs = std::any_of(valid.begin(), valid.end(), IsSurrogate);
+  const bool has_pairs = std::any_of(valid.begin(), valid.end(), IsLowSurrogate);
   const std::size_t largest = has_pairs ? kLargestTextPiece : valid.size();
   for (std::size_t begin = 0; begin < valid.size();) {
     std::size_t size = std::min(valid.size() - begin, largest);
@@ -251,13 +245,13 @@ void Utf8AppendFile::Write(const std::wstring& text) {
 }
 
 bool MoveWithoutReplacing(const std::wstring& source, const std::wstring& target) {
-  // Known to be free, so that a file that was moved can be told from one that was there before.
+  // Only under a name known to be free can the moved file be told from an older one.
   const bool was_free = IsAbsent(target);
   if (MoveFileW(source.c_str(), target.c_str())) {
     return true;
   }
   const DWORD error = GetLastError();
-  // A server that repeats a request reports failure for what it has done.
+  // A server that repeats a request reports failure for a completed move.
   if (was_free && IsAbsent(source) && IsPresent(target)) {
     return true;
   }
@@ -275,8 +269,8 @@ bool RemoveFile(const std::wstring& path) {
     return true;
   }
   const DWORD error = GetLastError();
-  // Whatever the failure: what has gone is removed. A missing file, however, is an answer of its
-  // own.
+  // A file that is gone counts as removed, whatever the call reported; only a missing file stays a
+  // failure.
   if (error != ERROR_FILE_NOT_FOUND && error != ERROR_PATH_NOT_FOUND && IsAbsent(path)) {
     return true;
   }

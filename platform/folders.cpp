@@ -1,4 +1,4 @@
-// What is decided about folders on every platform.
+// Folder rules that are the same on every platform.
 #include "platform/folders.h"
 
 namespace platform {

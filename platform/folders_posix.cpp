@@ -1,4 +1,4 @@
-// Folders that stand for those of Windows.
+// The Linux equivalents of Windows' folders.
 #include "platform/folders.h"
 #include "platform/sysroot_posix.h"
 #include "platform/text.h"

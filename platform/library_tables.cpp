@@ -1,5 +1,5 @@
-// Every number in the file is untrusted: places are 64 bits wide, so that sums of 32-bit fields do
-// not wrap, loops have limits of their own, and a read outside of the file fails for good.
+// Every number in the file is untrusted: offsets are 64 bits wide, so that sums of 32-bit fields do
+// not wrap; every loop is bounded; and after a read outside the file every further read fails.
 #include "platform/library_tables.h"
 
 #include <algorithm>
@@ -13,14 +13,14 @@
 namespace platform {
 namespace {
 
-// Far more than any library has that a program of ours could be given.
+// Far more than any real library has.
 constexpr std::size_t kMostSections = 1024;  // segments, as well
 constexpr std::size_t kMostImports = 1024;
 constexpr std::size_t kMostDynamicEntries = 4096;
 constexpr std::size_t kLongestChain = 4096;  // of symbols with the same hash
 constexpr std::size_t kLongestName = 1024;
 
-// The bytes of the file. After a failed read everything that follows is zero.
+// The bytes of the file. After a failed read all further reads give zero.
 class Bytes {
  public:
   explicit Bytes(const ReadFileBytes& read) : read_(read) {}
@@ -33,7 +33,7 @@ class Bytes {
   std::uint32_t U32(std::uint64_t offset) { return static_cast<std::uint32_t>(Number(offset, 4)); }
   std::uint64_t U64(std::uint64_t offset) { return Number(offset, 8); }
 
-  // A text that ends in a NUL.
+  // A NUL-terminated text.
   std::string Name(std::uint64_t offset) {
     std::string name;
     std::array<char, 64> piece;
@@ -53,7 +53,7 @@ class Bytes {
     return {};
   }
 
-  // A part of the file that has to be there whole.
+  // Fails unless the whole range is in the file.
   void Require(std::uint64_t offset, std::uint64_t size) {
     if (size != 0) {
       U8(offset + size - 1 < offset ? ~std::uint64_t{0} : offset + size - 1);
@@ -78,7 +78,7 @@ class Bytes {
   bool is_good_ = true;
 };
 
-// A piece of the file and where it lies in the memory of a process.
+// A piece of the file and its address in the memory of a process.
 struct Piece {
   std::uint64_t address = 0;
   std::uint64_t offset = 0;
@@ -95,7 +95,7 @@ class Image {
     pieces_.push_back(piece);
   }
 
-  // Where the bytes of an address are in the file. Fails for one that no piece has.
+  // The file offset of an address. Fails if no piece contains it.
   std::uint64_t OffsetOf(std::uint64_t address) {
     for (const Piece& piece : pieces_) {
       if (address >= piece.address && address - piece.address < piece.size) {
@@ -111,7 +111,7 @@ class Image {
   std::vector<Piece> pieces_;
 };
 
-// Windows' format.
+// The format of Windows.
 class PeReader {
  public:
   explicit PeReader(Bytes& bytes) : bytes_(bytes), image_(bytes), header_(bytes.U32(0x3C)) {}
@@ -192,7 +192,7 @@ class PeReader {
     }
   }
 
-  // The names are sorted; Windows searches them in halves as well.
+  // The names are sorted; Windows uses a binary search as well.
   void FindExports(const std::vector<std::string>& wanted, std::vector<std::string>& found) {
     const std::uint64_t directory = Directory(kExportDirectory);
     if (directory == 0 || wanted.empty()) {
@@ -222,7 +222,7 @@ class PeReader {
   std::uint64_t header_;
 };
 
-// Linux' format.
+// The format of Linux.
 class ElfReader {
  public:
   explicit ElfReader(Bytes& bytes) : bytes_(bytes), image_(bytes) {}

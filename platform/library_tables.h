@@ -1,4 +1,4 @@
-// What the file of a library says of itself, read without loading it: nothing in it runs.
+// Reads the tables of a library file without loading it, so that none of its code runs.
 //
 // Reads PE32+ (as Microsoft documents the PE format) and 64-bit little-endian ELF (System V ABI
 // with the GNU hash table) on every platform.
@@ -33,19 +33,20 @@ inline constexpr LibraryTables::Format kLibraryFormat = LibraryTables::Format::k
 inline constexpr LibraryTables::Format kLibraryFormat = LibraryTables::Format::kElf;
 #endif
 
-// Reads the tables of a file and looks for the given exports, as the loader does. Nothing when the
-// file cannot be read, and kErrorBadFormat when it is no library, cut off or damaged. Delayed
-// imports and exports without a name are not looked at.
+// Reads the tables of a file and looks for the given exports, as the loader does. std::nullopt if
+// the file cannot be read; kErrorBadFormat if it is not a library, truncated or damaged. Delayed
+// imports and exports without a name are ignored.
 [[nodiscard]] std::optional<LibraryTables> ReadLibraryTables(
     const std::wstring& path, const std::vector<std::string>& exports = {});
 
-// Copies up to `size` bytes from a place in the file and returns their number, which is less only
+// Copies up to `size` bytes from an offset in the file and returns their number, which is less only
 // at the end of the file.
 using ReadFileBytes =
     std::function<std::size_t(std::uint64_t offset, void* buffer, std::size_t size)>;
 
-// The same for bytes from anywhere; nothing when they are not a whole library. A file of any size
-// and content takes at most a few thousand calls for each name and no more memory than the names.
+// The same for bytes from any source; std::nullopt if they are not a complete library. A file of
+// any size and content takes at most a few thousand calls for each name and no more memory than the
+// names.
 [[nodiscard]] std::optional<LibraryTables> ReadLibraryTables(
     const ReadFileBytes& read, const std::vector<std::string>& exports);
 
@@ -67,8 +68,8 @@ inline constexpr RunTime kProgramRunTime = RunTime::kUniversal;
 inline constexpr RunTime kProgramRunTime = RunTime::kMsvcrt;
 #endif
 
-// The imported run-time that shows that a module was built for another one than `wanted`; empty
-// when it imports that one, or none by name because it is linked in.
+// The imported run-time that shows that a module was built for another one than `wanted`; empty if
+// it imports that one, or none because it is linked statically.
 [[nodiscard]] std::string ForeignRunTime(const std::vector<std::string>& imports,
                                          RunTime wanted = kProgramRunTime);
 

@@ -34,20 +34,20 @@ using Library = UniqueHandle<ModuleCloser>;
 // dlopen). Invalid when it cannot be loaded.
 [[nodiscard]] Library LoadLibraryFile(const std::wstring& path);
 
-// The address of an export by its narrow name, null when there is none (GetProcAddress, dlsym).
+// The address of an export by its narrow name, null if there is none (GetProcAddress, dlsym).
 [[nodiscard]] void* FindExport(const Library& library, const char* name) noexcept;
 
-// The full path of the running program. Windows: at most 259 characters, a longer one is cut
-// (GetModuleFileNameW with a buffer of 260). Empty when it cannot be had.
+// The full path of the running program. Windows: at most 259 characters, a longer one is truncated
+// (GetModuleFileNameW with a buffer of 260). Empty on failure.
 [[nodiscard]] std::wstring ProgramPath();
 
 // The folder, without a trailing separator, of the module that holds an address: the running
 // program or a library (GetModuleFileNameW without a limit; the loader's link map, /proc/self/exe).
-// Empty when it cannot be had.
+// Empty on failure.
 [[nodiscard]] std::wstring FolderOfModule(const void* address);
 
-// The module that holds an address, referenced until the object goes (GetModuleHandleExW with
-// GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS); invalid when no module holds it.
+// The module that holds an address, referenced until the object is destroyed (GetModuleHandleExW
+// with GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS); invalid when no module holds it.
 [[nodiscard]] Library ModuleOfAddress(const void* address) noexcept;
 
 }  // namespace platform

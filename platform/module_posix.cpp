@@ -16,13 +16,13 @@
 namespace platform {
 namespace {
 
-// Kept to the end: the program is never unloaded, so that nobody needs a reference of his own.
+// Never closed: the program is never unloaded, so callers need no reference.
 void* ProgramModule() noexcept {
   static void* const program = dlopen(nullptr, RTLD_NOW | RTLD_LOCAL);
   return program;
 }
 
-// The loader has texts for its failures, but no numbers.
+// The loader reports failures as text, without numbers.
 Library Loaded(void* module) noexcept {
   if (module == nullptr) {
     SetLastError(kErrorGeneralFailure);
@@ -39,7 +39,7 @@ void ModuleCloser::Close(Value module) noexcept {
 }
 
 Library LoadLibraryFile(const std::wstring& path) {
-  // An empty name would be the program itself.
+  // An empty name would mean the program itself.
   return Loaded(path.empty() ? nullptr : dlopen(ToNativePath(path).c_str(), RTLD_NOW | RTLD_LOCAL));
 }
 
@@ -59,7 +59,7 @@ std::wstring FolderOfModule(const void* address) {
     return {};
   }
   // The loader has no name for the program itself, and a relative one for a library that was loaded
-  // by such a path.
+  // by a relative path.
   const std::string name = found.dlfo_link_map->l_name;
   if (name.empty()) {
     return FolderOf(ProgramPath());
@@ -84,12 +84,12 @@ std::wstring ProgramPath() {
       path.resize(static_cast<std::size_t>(length));
       return FromNativePath(path);
     }
-    path.resize(path.size() * 2);  // It may have been cut.
+    path.resize(path.size() * 2);  // It may have been truncated.
   }
 }
 
 Library ModuleOfAddress(const void* address) noexcept {
-  // Asked for every line of the log: dladdr would search the symbols as well.
+  // Called for every log line: dladdr would search the symbols as well.
   dl_find_object found = {};
   if (_dl_find_object(const_cast<void*>(address), &found) != 0) {
     return Loaded(nullptr);

@@ -42,20 +42,20 @@ std::wstring FolderOfModule(const void* address) {
       path.resize(length);
       return FolderOf(path);
     }
-    path.resize(path.size() * 2);  // It may have been cut.
+    path.resize(path.size() * 2);  // It may have been truncated.
   }
 }
 
 std::wstring ProgramPath() {
   wchar_t path[260] = {};
   const DWORD length = GetModuleFileNameW(nullptr, path, static_cast<DWORD>(std::size(path)));
-  // A path that was cut fills the whole buffer.
+  // A truncated path fills the whole buffer.
   return std::wstring(path, length < std::size(path) ? length : std::size(path) - 1);
 }
 
 Library ModuleOfAddress(const void* address) noexcept {
   HMODULE module = nullptr;
-  // No address would be the program itself.
+  // A null address would mean the program itself.
   if (address == nullptr) {
     ::SetLastError(ERROR_MOD_NOT_FOUND);
     return Library();

@@ -1,4 +1,4 @@
-// Adds up the rounds of a PKCS #12 blob, and opens no part that alone asks for too many.
+// Adds up the rounds of a PKCS #12 blob, and decrypts no part that needs too many.
 #include "platform/pkcs12_work_posix.h"
 
 #include <openssl/objects.h>
@@ -29,7 +29,7 @@ Owned<Type> Unpack(const ASN1_ITEM* item, const X509_ALGOR* algorithm) {
   return Owned<Type>(static_cast<Type*>(ASN1_TYPE_unpack_sequence(item, algorithm->parameter)));
 }
 
-// A number that is missing counts as 1, one that fits no `long` or is negative as too many.
+// A missing number counts as 1; one that is negative or does not fit a `long` counts as too many.
 long NumberOf(const ASN1_INTEGER* rounds) {
   const long number = rounds == nullptr ? 1 : ASN1_INTEGER_get(rounds);
   return number < 0 ? kMostRounds + 1 : number;
@@ -69,7 +69,7 @@ class Rounds {
       return;
     }
     Add(RoundsOf(part->d.encrypted->enc_data->algorithm));
-    // No password is null or empty, which are not the same to every maker of such files.
+    // "No password" is null or empty, depending on the tool that wrote the file.
     for (const char* const password : {static_cast<const char*>(nullptr), ""}) {
       if (!AreTooMany()) {
         AddBags(Owned<Bags>(PKCS12_unpack_p7encdata(part, password, 0)).get());
@@ -100,7 +100,7 @@ class Rounds {
 
 }  // namespace
 
-bool AsksForTooManyRounds(PKCS12* pkcs12) noexcept {
+bool NeedsTooManyRounds(PKCS12* pkcs12) noexcept {
   Rounds rounds;
   const ASN1_INTEGER* of_mac = nullptr;
   PKCS12_get0_mac(nullptr, nullptr, nullptr, &of_mac, pkcs12);

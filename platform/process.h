@@ -1,4 +1,4 @@
-// What the program knows about its own process.
+// Identifiers of the current process.
 #pragma once
 
 #include <cstdint>
@@ -6,8 +6,8 @@
 
 namespace platform {
 
-// The Terminal Services session of the process (ProcessIdToSessionId), 0 when it cannot be had; on
-// Linux the POSIX session, getsid(0).
+// The Terminal Services session of the process (ProcessIdToSessionId), 0 on failure; on Linux the
+// POSIX session, getsid(0).
 [[nodiscard]] std::uint32_t SessionId() noexcept;
 
 [[nodiscard]] std::uint32_t ProcessId() noexcept;
@@ -15,8 +15,8 @@ namespace platform {
 // The calling thread (GetCurrentThreadId); on Linux the kernel's thread id.
 [[nodiscard]] std::uint32_t ThreadId() noexcept;
 
-// Asks IsWow64Process, looked up by name: whether this is a 32-bit process on 64-bit Windows. False
-// when the system has no such function or the call fails; always false on Linux.
+// Whether this is a 32-bit process on 64-bit Windows (IsWow64Process, looked up by name). False if
+// the system has no such function or the call fails; always false on Linux.
 [[nodiscard]] bool IsWow64Process() noexcept;
 
 }  // namespace platform

@@ -1,11 +1,11 @@
-// The numbers of session, process and thread on Linux.
+// Session, process and thread ids on Linux.
 #include "platform/process.h"
 
 #include <unistd.h>
 
 namespace platform {
 
-// Asked once: they stay what they are, and each would be a system call in every line of the log.
+// Cached: they never change, and each would be a system call for every log line.
 
 std::uint32_t SessionId() noexcept {
   static const pid_t session = getsid(0);

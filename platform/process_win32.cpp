@@ -1,4 +1,4 @@
-// The numbers of session, process and thread on Windows.
+// Session, process and thread ids on Windows.
 #include "platform/process.h"
 
 #include <windows.h>
@@ -24,7 +24,7 @@ bool IsWow64Process() noexcept {
     return false;
   }
   using Function = BOOL(WINAPI*)(HANDLE, PBOOL);
-  // By way of void*: the compiler distrusts a cast between two function types.
+  // Through void*: the compiler warns about a cast between function types.
   const auto function =
       reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(kernel, "IsWow64Process")));
   BOOL is_wow64 = FALSE;

@@ -1,4 +1,4 @@
-// What registry data mean, on either platform.
+// The meaning of registry data, the same on both platforms.
 #include "platform/registry.h"
 
 namespace platform {

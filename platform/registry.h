@@ -25,13 +25,13 @@ struct RegistryValue {
 };
 
 // The data as a little-endian number, whatever the type: what a read into 4 zeroed bytes leaves.
-// Nothing when the data are longer than 4 bytes.
+// std::nullopt for more than 4 bytes.
 [[nodiscard]] std::optional<std::uint32_t> NumberOf(const RegistryValue& value) noexcept;
 
 // An open key under HKEY_LOCAL_MACHINE (RegOpenKeyExW, RegCloseKey).
 class RegistryKey {
  public:
-  // Nothing when the key does not exist or cannot be read. `access` is one of the two above.
+  // std::nullopt if the key does not exist or cannot be read. `access` is one of the two above.
   [[nodiscard]] static std::optional<RegistryKey> OpenLocalMachine(const std::wstring& path,
                                                                    std::uint32_t access);
   RegistryKey(RegistryKey&&) noexcept;
@@ -40,7 +40,7 @@ class RegistryKey {
   RegistryKey& operator=(const RegistryKey&) = delete;
   ~RegistryKey();
 
-  // The value's type and whole data (RegQueryValueExW). Nothing when it is absent or unreadable.
+  // The value's type and whole data (RegQueryValueExW). std::nullopt if it is absent or unreadable.
   // Names compare without regard to case.
   [[nodiscard]] std::optional<RegistryValue> Query(const std::wstring& name) const;
 

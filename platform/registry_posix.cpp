@@ -9,10 +9,10 @@
 namespace platform {
 namespace {
 
-// A text that holds a few settings is never that long; what is longer counts as unreadable.
+// A few settings never need this much; a longer file counts as unreadable.
 constexpr std::size_t kMostBytes = std::size_t{16} << 20;
 
-// The whole text. Nothing, with LastError set, when it cannot be read.
+// The whole text; std::nullopt, with LastError set, if it cannot be read.
 std::optional<std::string> ReadFileText(const std::string& path) {
   const UniqueFd file = OpenRegularFile(path, O_RDONLY);
   if (!file) {

@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <utility>
 
-#include "platform/case_fold_posix.h"
 #include "platform/text.h"
 
 namespace platform {
@@ -21,7 +20,7 @@ std::wstring_view Trimmed(std::wstring_view text) {
   return text.substr(0, text.find_last_not_of(kBlanks) + 1);
 }
 
-// What may stand behind anything that was read.
+// What may follow a complete key or value.
 bool IsBlankOrComment(std::wstring_view text) {
   const std::wstring_view rest = Trimmed(text);
   return rest.empty() || rest.front() == L';';
@@ -78,9 +77,8 @@ std::optional<std::wstring> TakeQuoted(std::wstring_view& text) {
   return std::nullopt;
 }
 
-// The lines of the text, one after the other. A line that is not valid UTF-8 comes out as a single
-// character that cannot be read either: a bracket for a key, so that it still ends the key before
-// it.
+// The lines of the text. A line that is not valid UTF-8 becomes a single unreadable character: a
+// bracket for a key, so that it still ends the key before it.
 class Lines {
  public:
   explicit Lines(std::string_view text) {
@@ -131,7 +129,7 @@ class Lines {
   bool is_wide_ = false;
 };
 
-// Reads the text line by line, and keeps what concerns one key.
+// Reads the text line by line and keeps the values of one key.
 class Reader {
  public:
   Reader(std::string_view text, std::wstring_view key) : lines_(text), key_(key) {}
@@ -216,7 +214,7 @@ class Reader {
     if (Skip(line, L"hex:") || Skip(line, L"hex(3):")) {
       return TakeBytes(line);
     }
-    // Of further types it matters only that they are others.
+    // Other types only need to be recognised as such.
     if (Skip(line, L"hex(")) {
       return RegistryValue{kRegistryBinary, {}};
     }

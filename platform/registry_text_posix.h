@@ -10,10 +10,10 @@
 //   "name"=hex...                         any other type: REG_BINARY here, without data
 //   "name"=-                              removes a value
 //   @=...                                 the key's unnamed value
-//   ; comment                             as a line, and behind anything of the above
+//   ; comment                             on a line of its own or after any of the above
 //
-// A line that cannot be read is ignored, the rest counts; below a key line that cannot be read,
-// values belong to no key. What comes later wins. Keys and names compare without regard to case.
+// An unreadable line is ignored; values below an unreadable key line belong to no key. Later lines
+// win. Keys and names compare without regard to case.
 #pragma once
 
 #include <map>
@@ -32,7 +32,7 @@ struct CaseInsensitiveLess {
 // A key's values by name, text as UTF-16LE with a terminator.
 using RegistryValues = std::map<std::wstring, RegistryValue, CaseInsensitiveLess>;
 
-// The values of one key under HKEY_LOCAL_MACHINE; nothing when the text has no such key. Throws
+// The values of one key under HKEY_LOCAL_MACHINE; std::nullopt if the text has no such key. Throws
 // std::bad_alloc only.
 [[nodiscard]] std::optional<RegistryValues> ReadRegistryText(std::string_view text,
                                                              std::wstring_view key);

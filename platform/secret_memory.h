@@ -11,7 +11,7 @@ namespace platform {
 // Overwrites memory in a way that no optimizer removes (SecureZeroMemory, OPENSSL_cleanse).
 void Wipe(void* memory, std::size_t bytes) noexcept;
 
-// Wipes all that the text's buffer holds, also beyond its end, and empties the text.
+// Wipes the text's whole buffer, including the part beyond its end, and empties the text.
 inline void Wipe(std::wstring& text) noexcept {
   text.clear();
   // The buffer is as large as the capacity says, and one character for the terminator.
@@ -30,7 +30,7 @@ class WipeAtEnd {
   std::wstring& text_;
 };
 
-// An allocator in RapidJSON's sense (its concept Allocator) that wipes whatever it frees.
+// An allocator in RapidJSON's sense (its concept Allocator) that wipes what it frees.
 class WipingAllocator {
  public:
   static constexpr bool kNeedFree = true;

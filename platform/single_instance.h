@@ -1,4 +1,4 @@
-// One owner of a name per machine, for all logged-on users at once.
+// A name with at most one owner per machine, across all logged-on users.
 #pragma once
 
 #include <memory>
@@ -8,8 +8,8 @@ namespace platform {
 
 // Windows: a named mutex "Global\" + name, created and held, never waited on (CreateMutexW). Linux:
 // /run/lock/<name>, held with a non-blocking exclusive flock; where that file system has no locks,
-// a name of Unix sockets that stands for the file. A process that ends, however, gives the name
-// back.
+// an abstract Unix socket that stands for the file. The name is released when the process ends,
+// however it ends.
 class SingleInstance {
  public:
   explicit SingleInstance(const std::wstring& name);
@@ -17,7 +17,7 @@ class SingleInstance {
   SingleInstance(const SingleInstance&) = delete;
   SingleInstance& operator=(const SingleInstance&) = delete;
 
-  // False when another process owns the name or the name could not be had.
+  // False if another process owns the name or the name could not be acquired.
   [[nodiscard]] bool IsOwner() const noexcept { return handle_ != nullptr; }
 
  private:
@@ -27,14 +27,14 @@ class SingleInstance {
 
 enum class InstanceOwner {
   kNone,
-  kSomebody,
+  kAnotherProcess,
   kUnknown,      // LastError
-  kUnavailable,  // nobody could become the owner (LastError)
+  kUnavailable,  // no process could become the owner (LastError)
 };
 
-// Whether a process owns a name, told without ever having a part in it: a program that starts
-// meanwhile becomes the owner as if nobody had asked. (OpenMutexW for a right that nobody has, so
-// that no handle keeps the mutex; /proc/locks.)
+// Whether a process owns a name. The check never holds the name, so that a program that starts
+// meanwhile still becomes the owner. (OpenMutexW for a right that no mutex grants, so that no
+// handle keeps the mutex; /proc/locks.)
 [[nodiscard]] InstanceOwner OwnerOfInstance(const std::wstring& name);
 
 }  // namespace platform

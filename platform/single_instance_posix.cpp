@@ -1,4 +1,4 @@
-// One owner per machine through a locked file, or a name of sockets where files have no locks.
+// One owner per machine through a locked file, or an abstract socket where files cannot be locked.
 #include "platform/single_instance.h"
 
 #include <sys/file.h>
@@ -26,8 +26,8 @@ namespace {
 // Any user may lock the file, regardless of its owner: read access is enough.
 constexpr mode_t kLockFileMode = 0644;
 
-// Opens the lock file, or makes it. Two steps: in a folder that everybody may write to, the kernel
-// can refuse O_CREAT for a file that another user made (fs.protected_regular).
+// Opens or creates the lock file. Two steps: in a world-writable folder the kernel can refuse
+// O_CREAT for a file that another user created (fs.protected_regular).
 UniqueFd OpenLockFile(const std::string& path) {
   for (int attempt = 0; attempt < 100; ++attempt) {
     UniqueFd existing = OpenRegularFile(path, O_RDONLY | O_NOFOLLOW);
@@ -36,7 +36,8 @@ UniqueFd OpenLockFile(const std::string& path) {
     }
     UniqueFd made = OpenRegularFile(path, O_RDONLY | O_NOFOLLOW | O_CREAT | O_EXCL, 0666);
     if (made) {
-      // The umask of the first user must not shut the others out. Nothing depends on it for us.
+      // The first user's umask must not lock the others out. A failure is ignored: this process has
+      // the file open.
       (void)fchmod(made.Get(), kLockFileMode);
       return made;
     }
@@ -51,15 +52,15 @@ std::string LockPath(const std::wstring& name) {
   return UnderSysroot("/run/lock/" + ToNativePath(name));
 }
 
-// Stands for a lock file that cannot be locked.
+// The socket name that stands for a lock file.
 std::string PlaceName(const struct stat& lock_file) {
   return "kyd-instance-" + std::to_string(lock_file.st_dev) + "-" +
          std::to_string(lock_file.st_ino);
 }
 
-// Holds the place where files cannot be locked: by a name of Unix sockets that is in no file system
-// (unix(7), abstract) and that the kernel, too, gives back when the process ends. The lock file's
-// numbers are the name, so that only runs that share the file shut each other out.
+// Replaces the lock where files cannot be locked: an abstract Unix socket (unix(7)), which the
+// kernel releases as well when the process ends. Its name is made from the lock file's device and
+// inode, so that only runs that share the file exclude each other.
 UniqueFd BindInPlaceOfLock(const UniqueFd& lock_file) {
   struct stat status;
   UniqueFd place(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
@@ -70,7 +71,8 @@ UniqueFd BindInPlaceOfLock(const UniqueFd& lock_file) {
   const std::string name = PlaceName(status);
   sockaddr_un address = {};
   address.sun_family = AF_UNIX;
-  name.copy(address.sun_path + 1, sizeof address.sun_path - 1);  // behind the NUL of such names
+  name.copy(address.sun_path + 1,
+            sizeof address.sun_path - 1);  // after the NUL that starts such names
   const auto size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + name.size());
   if (bind(place.Get(), reinterpret_cast<const sockaddr*>(&address), size) != 0) {
     SetLastError(errno == EADDRINUSE ? kErrorAlreadyExists : NumberOfErrno(errno));
@@ -88,7 +90,7 @@ bool MayMakeLockFile() {
   return true;
 }
 
-// A table of the kernel. Nothing, with LastError set, when it cannot be read.
+// A kernel table; std::nullopt, with LastError set, if it cannot be read.
 std::optional<std::string> ReadTable(const char* path) {
   const UniqueFd file(open(path, O_RDONLY | O_CLOEXEC));
   std::string text;
@@ -109,8 +111,8 @@ std::optional<std::string> ReadTable(const char* path) {
 
 bool HoldsExclusiveFlock(std::string_view locks, unsigned major_number, unsigned minor_number,
                          std::uint64_t inode) {
-  // Such as "3: FLOCK  ADVISORY  WRITE 4711 fd:01:1234 0 EOF"; one that waits has "->" before
-  // FLOCK.
+  // For example "3: FLOCK  ADVISORY  WRITE 4711 fd:01:1234 0 EOF"; a waiting request has "->"
+  // before FLOCK.
   std::istringstream lines{std::string(locks)};
   for (std::string line; std::getline(lines, line);) {
     std::istringstream words(line);
@@ -130,8 +132,8 @@ bool HoldsExclusiveFlock(std::string_view locks, unsigned major_number, unsigned
 }
 
 InstanceOwner OwnerOfInstance(const std::wstring& name) {
-  // Opened as the owner would, but never locked: a lock, however short, would end a program that
-  // starts meanwhile.
+  // Opened as the owner would, but never locked: even a short lock would end a program that starts
+  // meanwhile.
   struct stat status;
   const UniqueFd file = OpenRegularFile(LockPath(name), O_RDONLY | O_NOFOLLOW, 0, status);
   if (!file) {
@@ -143,11 +145,11 @@ InstanceOwner OwnerOfInstance(const std::wstring& name) {
     return InstanceOwner::kUnknown;
   }
   if (HoldsExclusiveFlock(*locks, major(status.st_dev), minor(status.st_dev), status.st_ino)) {
-    return InstanceOwner::kSomebody;
+    return InstanceOwner::kAnotherProcess;
   }
   const std::string sockets = ReadTable("/proc/net/unix").value_or("");
   const bool is_bound = sockets.find("@" + PlaceName(status) + "\n") != std::string::npos;
-  return is_bound ? InstanceOwner::kSomebody : InstanceOwner::kNone;
+  return is_bound ? InstanceOwner::kAnotherProcess : InstanceOwner::kNone;
 }
 
 struct SingleInstance::Handle {
@@ -178,7 +180,7 @@ SingleInstance::SingleInstance(const std::wstring& name) {
   handle_ = std::move(handle);
 }
 
-// The file stays: removing it could take it away from under a new owner's lock.
+// The file stays: removing it could detach it from a new owner's lock.
 SingleInstance::~SingleInstance() = default;
 
 }  // namespace platform

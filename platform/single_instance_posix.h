@@ -1,4 +1,4 @@
-// What the kernel's table of locks says.
+// The kernel's table of locks.
 #pragma once
 
 #include <cstdint>

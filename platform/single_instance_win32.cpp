@@ -27,7 +27,7 @@ SingleInstance::SingleInstance(const std::wstring& name) {
   const DWORD error = GetLastError();
   handle->mutex.Reset(mutex);
   if (mutex == nullptr || error == ERROR_ALREADY_EXISTS) {
-    return;  // Closes the other owner's mutex at once.
+    return;  // Closes the handle to the other owner's mutex at once.
   }
   handle_ = std::move(handle);
 }
@@ -35,21 +35,20 @@ SingleInstance::SingleInstance(const std::wstring& name) {
 SingleInstance::~SingleInstance() = default;
 
 InstanceOwner OwnerOfInstance(const std::wstring& name) {
-  // Not a right of mutexes: refused, after the name was looked up. A handle, however short its
-  // life, could be the one that keeps the mutex of a run that ends from going before the next run
-  // starts.
+  // No mutex grants this right: the call is refused after the name lookup. Even a briefly held
+  // handle could keep the mutex of an ending run alive until the next run starts.
   constexpr DWORD kNoSuchRight = 0x8000;
   const std::wstring global_name = L"Global\\" + name;
   const HANDLE mutex = OpenMutexW(kNoSuchRight, /*bInheritHandle=*/FALSE, global_name.c_str());
   if (mutex != nullptr) {
-    CloseHandle(mutex);  // by Wine, which grants every right
-    return InstanceOwner::kSomebody;
+    CloseHandle(mutex);  // under Wine, which grants every right
+    return InstanceOwner::kAnotherProcess;
   }
   switch (GetLastError()) {
     case ERROR_FILE_NOT_FOUND:
       return InstanceOwner::kNone;
     case ERROR_ACCESS_DENIED:
-      return InstanceOwner::kSomebody;
+      return InstanceOwner::kAnotherProcess;
     default:
       return InstanceOwner::kUnknown;
   }

@@ -1,4 +1,4 @@
-// The one place where machine-wide paths can be moved.
+// Machine-wide paths, which KEYWARD_SYSROOT can relocate.
 #pragma once
 
 #include <string>

@@ -1,4 +1,4 @@
-// The program's encoding law.
+// The program's text encodings.
 //
 // Text is wide above the seam: UTF-16 on Windows, code points on Linux. Narrow text is UTF-8. It is
 // converted here and nowhere else: for the narrow entry of the diagnostic log, for the REST library
@@ -27,17 +27,34 @@ inline constexpr wchar_t kPathSeparator = L'\\';
 inline constexpr wchar_t kPathSeparator = L'/';
 #endif
 
-// Folder, separator, name. Nothing is normalised.
-[[nodiscard]] inline std::wstring JoinPath(std::wstring_view folder, std::wstring_view name) {
+// The folder and the names, with a separator between them. Nothing is normalised. Allocates once:
+// there are paths for every account and every file.
+template <class... Names>
+[[nodiscard]] std::wstring JoinPath(std::wstring_view folder, const Names&... names) {
   std::wstring path;
-  path.reserve(folder.size() + 1 + name.size());
-  ((path += folder) += kPathSeparator) += name;
+  path.reserve(folder.size() + (0 + ... + (1 + std::wstring_view(names).size())));
+  path += folder;
+  ((path += kPathSeparator, path += names), ...);
   return path;
+}
+
+// A path up to its last separator and with it; empty when it has none.
+[[nodiscard]] inline std::wstring FolderPrefixOf(const std::wstring& path) {
+  return path.substr(0, path.rfind(kPathSeparator) + 1);  // npos + 1 is 0
 }
 
 // The folder of a full path; empty for an empty one.
 [[nodiscard]] inline std::wstring FolderOf(const std::wstring& path) {
   return path.substr(0, path.empty() ? 0 : path.rfind(kPathSeparator));
+}
+
+// The halves of a surrogate pair. Where a wide string holds code points, pairs do not occur, but
+// single halves may.
+[[nodiscard]] constexpr bool IsHighSurrogate(wchar_t unit) noexcept {
+  return unit >= 0xD800 && unit <= 0xDBFF;
+}
+[[nodiscard]] constexpr bool IsLowSurrogate(wchar_t unit) noexcept {
+  return unit >= 0xDC00 && unit <= 0xDFFF;
 }
 
 // Wide text of UTF-8. Every invalid byte sequence becomes U+FFFD (MultiByteToWideChar, code page
@@ -47,11 +64,11 @@ inline constexpr wchar_t kPathSeparator = L'/';
 // UTF-8 of wide text. An unpaired surrogate or a value above U+10FFFF becomes U+FFFD.
 [[nodiscard]] std::string ToUtf8(std::wstring_view text);
 
-// Wide text of UTF-16 little-endian bytes. A last odd byte is ignored; an unpaired surrogate stays
-// what it is.
+// Wide text of UTF-16 little-endian bytes. A last odd byte is ignored; an unpaired surrogate is
+// kept.
 [[nodiscard]] std::wstring FromUtf16Le(const std::uint8_t* bytes, std::size_t size);
 
-// UTF-16 little-endian bytes of wide text, without a mark. An unpaired surrogate stays what it is.
+// UTF-16 little-endian bytes of wide text, without a mark. An unpaired surrogate is kept.
 [[nodiscard]] std::vector<std::uint8_t> ToUtf16Le(std::wstring_view text);
 
 // Text as the platform's interfaces and the REST library take it: unchanged on Windows, ToUtf8 on
@@ -72,5 +89,15 @@ inline constexpr wchar_t kPathSeparator = L'/';
 // True when two names are the same without regard to case (ordinal, as the registry and the file
 // search compare names).
 [[nodiscard]] bool EqualsIgnoringCase(std::wstring_view left, std::wstring_view right);
+
+[[nodiscard]] inline bool EndsWithIgnoringCase(std::wstring_view name, std::wstring_view ending) {
+  return name.size() >= ending.size() &&
+         EqualsIgnoringCase(name.substr(name.size() - ending.size()), ending);
+}
+
+#ifndef _WIN32
+// The upper-case form of one character in any locale. Only ASCII letters fold to ASCII letters.
+[[nodiscard]] wchar_t FoldCase(wchar_t character) noexcept;
+#endif
 
 }  // namespace platform

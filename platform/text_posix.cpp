@@ -11,22 +11,12 @@
 #include <iterator>
 #include <type_traits>
 
-#include "platform/case_fold_posix.h"
-
 namespace platform {
 namespace {
 
 constexpr wchar_t kReplacement = 0xFFFD;
 // A byte 0x80..0xFF of a file name that is not UTF-8 is this plus its value.
 constexpr wchar_t kByteBase = 0xDC00;
-
-constexpr bool IsHighSurrogate(wchar_t unit) {
-  return unit >= 0xD800 && unit <= 0xDBFF;
-}
-
-constexpr bool IsLowSurrogate(wchar_t unit) {
-  return unit >= 0xDC00 && unit <= 0xDFFF;
-}
 
 constexpr bool IsEscapedByte(wchar_t unit) {
   return unit >= kByteBase + 0x80 && unit <= kByteBase + 0xFF;
@@ -36,7 +26,8 @@ constexpr wchar_t Combined(wchar_t high, wchar_t low) {
   return 0x10000 + ((high - 0xD800) << 10) + (low - 0xDC00);
 }
 
-// The next character: halves of a surrogate pair are joined, and what is no character is U+FFFD.
+// The next character: halves of a surrogate pair are joined, and anything that is not a character
+// becomes U+FFFD.
 wchar_t TakeCharacter(std::wstring_view& text) {
   const wchar_t unit = text.front();
   text.remove_prefix(1);
@@ -52,8 +43,8 @@ wchar_t TakeCharacter(std::wstring_view& text) {
 
 constexpr std::size_t kAsciiBlock = 16;  // characters
 
-// Converts a block of characters, if all are ASCII. By way of copies, which the compiler knows not
-// to overlap: so a block takes a few instructions.
+// Converts a block of characters if all are ASCII. The local copies cannot overlap, so that a block
+// takes only a few instructions.
 template <class From, class To>
 bool ConvertAsciiBlock(const From* source, To* target) {
   std::array<From, kAsciiBlock> from;
@@ -71,8 +62,8 @@ bool ConvertAsciiBlock(const From* source, To* target) {
   return true;
 }
 
-// Moves the leading ASCII characters over, which are the same in both encodings. Names and messages
-// hardly have others, and one by one they took a sixth of a run over 100,000 accounts.
+// Converts the leading ASCII characters, which are the same in both encodings. Names and messages
+// rarely have others, and one by one they took a sixth of a run over 100,000 accounts.
 template <class From, class To>
 void TakeAscii(std::basic_string_view<From>& from, std::basic_string<To>& to) {
   const std::size_t start = to.size();
@@ -200,7 +191,7 @@ wchar_t FoldCase(wchar_t character) noexcept {
   if (character >= 0 && character < 0x80) {
     return character >= L'a' && character <= L'z' ? character - (L'a' - L'A') : character;
   }
-  // Always there with glibc 2.35 and newer; without it only ASCII letters fold. Kept for good:
+  // Always available with glibc 2.35 and newer; without it only ASCII letters fold. Never freed:
   // names are compared until the last line is logged.
   static const locale_t utf8_locale = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
   if (utf8_locale == nullptr) {

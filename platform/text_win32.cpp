@@ -10,17 +10,9 @@
 namespace platform {
 namespace {
 
-// The conversions count in int, so a long text goes through them in pieces.
+// The conversions count in int, so a long text is converted in pieces.
 constexpr std::size_t kPieceSize = std::size_t{1} << 20;
 constexpr wchar_t kReplacement = 0xFFFD;
-
-constexpr bool IsHighSurrogate(wchar_t unit) {
-  return unit >= 0xD800 && unit <= 0xDBFF;
-}
-
-constexpr bool IsLowSurrogate(wchar_t unit) {
-  return unit >= 0xDC00 && unit <= 0xDFFF;
-}
 
 constexpr bool IsTrailByte(char byte) {
   return (static_cast<unsigned char>(byte) & 0xC0) == 0x80;
@@ -45,7 +37,7 @@ std::size_t PieceOf(std::wstring_view text) {
   return IsHighSurrogate(text[kPieceSize - 1]) ? kPieceSize - 1 : kPieceSize;
 }
 
-// Done here, because versions of Windows differ in what they make of an unpaired surrogate.
+// Done here, because versions of Windows differ in how they convert an unpaired surrogate.
 void ReplaceUnpairedSurrogates(std::wstring& text) {
   for (std::size_t i = 0; i < text.size(); ++i) {
     if (IsHighSurrogate(text[i]) && i + 1 < text.size() && IsLowSurrogate(text[i + 1])) {
@@ -127,7 +119,7 @@ bool EqualsIgnoringCase(std::wstring_view left, std::wstring_view right) {
     return false;
   }
   if (left.empty()) {
-    return true;  // A count of 0 may stand on a null pointer, which is refused.
+    return true;  // An empty view may hold a null pointer, which the call refuses.
   }
   const int size = static_cast<int>(left.size());
   return CompareStringOrdinal(left.data(), size, right.data(), size, /*bIgnoreCase=*/TRUE) ==

@@ -1,4 +1,4 @@
-// A program that runs where no user watches.
+// Process settings of a program that runs unattended.
 #include "platform/unattended_win32.h"
 
 #include <windows.h>
@@ -24,7 +24,7 @@ KYD_INITIALISED_FIRST const Unattended unattended;
 }  // namespace
 
 void RunUnattended() noexcept {
-  // What the starting process has switched off stays off.
+  // What the parent process has switched off stays off.
   SetErrorMode(GetErrorMode() | SEM_FAILCRITICALERRORS | SEM_NOOPENFILEERRORBOX);
   SetDllDirectoryW(L"");
 }

@@ -1,12 +1,12 @@
-// A program that runs where no user watches.
+// Process settings of a program that runs unattended.
 #pragma once
 
 namespace platform {
 
-// From then on no damaged library and no empty drive opens a box for the user (SetErrorMode), and
-// no library is loaded from the current directory (SetDllDirectoryW). The first call of a program.
-// One that contains it has made it already before its static objects are made, which ask for
-// folders.
+// From then on a damaged library or an empty drive shows no message box (SetErrorMode), and no
+// library is loaded from the current directory (SetDllDirectoryW). The first call of a program; in
+// one that links this file it is made before any other static object is constructed, because those
+// look for folders.
 void RunUnattended() noexcept;
 
 }  // namespace platform

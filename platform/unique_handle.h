@@ -1,4 +1,4 @@
-// One owner for a platform handle, whatever closes it.
+// Owns a platform handle of any kind.
 #pragma once
 
 #include <utility>

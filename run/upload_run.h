@@ -29,7 +29,7 @@ struct UploadErrInfo {
   std::uint32_t count = 0;  // its files that failed in this run
 };
 
-// What the day's result file is told at the end of the run.
+// The data of the day's result file, written at the end of the run.
 struct UploadResultReport {
   platform::InstanceHandle instance = nullptr;  // holds the text resources
   std::vector<UploadErrInfo> errors;            // in the order of their insertion

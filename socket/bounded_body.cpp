@@ -14,7 +14,7 @@ using Base = concurrency::streams::details::streambuf_state_manager<std::uint8_t
 using Traits = concurrency::streams::char_traits<std::uint8_t>;
 }  // namespace
 
-// For writing only: whatever asks it to read or to seek is told that there is nothing.
+// Write-only: reading or seeking finds nothing.
 class BoundedBody::Buffer : public Base {
  public:
   explicit Buffer(Now now) : Base(std::ios_base::out), now_(std::move(now)) {}
@@ -53,7 +53,7 @@ class BoundedBody::Buffer : public Base {
                                : pplx::task_from_exception<std::size_t>(BodyCutOff());
   }
 
-  // No memory to write into is lent: the library then brings its own.
+  // Offers no buffer to write into: the library then uses its own.
   std::uint8_t* _alloc(std::size_t /*count*/) override { return nullptr; }
   void _commit(std::size_t /*count*/) override {}
 

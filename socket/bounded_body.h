@@ -15,8 +15,8 @@ namespace CorvidSocket {
 // Bytes of a body that are kept: more than the longest line of the diagnostic log can show.
 inline constexpr std::size_t kKeptBodyBytes = 4096;
 
-// How long a body may take altogether. The library's time-out is for silence only, so that without
-// this a body without end would never let the run go on.
+// The longest time that a body may take. The library's time-out only covers silence, so that an
+// endless body would block the run forever.
 inline constexpr std::chrono::seconds kLongestBody{30};
 
 // Ends the reception of a body that takes longer than kLongestBody.
@@ -25,8 +25,8 @@ class BodyCutOff : public std::exception {
   [[nodiscard]] const char* what() const noexcept override { return "response body cut off"; }
 };
 
-// What the library writes an answer's body into: keeps the first kKeptBodyBytes, reads the rest and
-// drops it. Memory stays the same for any length.
+// Receives an answer's body from the library: keeps the first kKeptBodyBytes and drops the rest.
+// Memory use is the same for any length.
 class BoundedBody {
  public:
   using Now = std::function<std::chrono::steady_clock::time_point()>;
@@ -36,7 +36,7 @@ class BoundedBody {
   // For http_request::set_response_stream.
   [[nodiscard]] concurrency::streams::ostream Stream() const;
 
-  // The bytes kept. Complete only when the library has ended the body.
+  // The bytes kept. Complete only once the library has ended the body.
   [[nodiscard]] std::string Kept() const;
 
  private:

@@ -43,9 +43,9 @@ std::vector<std::uint8_t> DecodeBase64(const std::wstring& text, const kyd::Uplo
   return bytes;
 }
 
-// Proves that the text is an importable PFX with at least one certificate. That is all it does: the
-// store and the certificate are neither used nor released, so that the requests go out without a
-// client certificate. This is intentional. False for a failure, which has been logged.
+// Only checks that the text is an importable PFX with at least one certificate: the store and the
+// certificate are neither used nor released, and the requests go out without a client certificate.
+// This is intentional. False for a failure, which has been logged.
 bool ProvePfx(const kyd::UploadAuthData& credentials, const kyd::UploadRun& run) {
   const std::vector<std::uint8_t> bytes = DecodeBase64(credentials.cert_base64encoded, run);
   if (bytes.data() == nullptr) {
@@ -118,7 +118,7 @@ void ParseAuthParam(ClientCertificate& pair, const kyd::UploadAuthData& credenti
   try {
     proven = ProvePfx(credentials, run);
   } catch (...) {
-    // An exception ends the selection like any failure.
+    // An exception ends the selection like any other failure.
   }
   if (!proven) {
     Clear(pair);
@@ -128,7 +128,7 @@ void ParseAuthParam(ClientCertificate& pair, const kyd::UploadAuthData& credenti
 void SelectStoreCert(ClientCertificate& pair, const kyd::UploadAuthData& credentials) noexcept {
   try {
     const std::vector<std::uint8_t> thumbprint = DecodeThumbprint(credentials.cert_hash);
-    // The whole text decides, with its case; any other scope selects nothing.
+    // The whole text is compared, including case; any other scope selects nothing.
     if (credentials.cert_store == L"user") {
       SetUserCert(pair, thumbprint);
     } else if (credentials.cert_store == L"comp") {

@@ -27,8 +27,12 @@ class Exception : public boost::exception, public std::exception {
     CopyItems(items);
   }
 
+  // Not with Boost's copy constructor, which would share the items.
+  // NOLINTNEXTLINE(bugprone-copy-constructor-init)
   Exception(const Exception& other)
-      : boost::exception(), std::exception(other), message_(other.message_) {
+      : boost::exception(),  // NOLINT(readability-redundant-member-init): the compiler requires it
+        std::exception(other),
+        message_(other.message_) {
     CopyItems(other);
   }
   Exception& operator=(const Exception&) = delete;

@@ -1,4 +1,4 @@
-// The sending with its retries, over the REST library's client.
+// Sends a request, with retries, through the REST library's client.
 #include "socket/http_client.h"
 
 #include <cstdint>
@@ -8,7 +8,6 @@
 #include <utility>
 
 #include "platform/text.h"
-#include "socket/tls_hooks.h"
 
 namespace CorvidSocket {
 
@@ -19,19 +18,20 @@ using web::http::client::http_client_config;
 
 namespace {
 
-// Remembers where a body stands, to send it from there again.
+// Remembers a body's position, to send it from there again.
 class BodyStart {
  public:
-  explicit BodyStart(concurrency::streams::istream body) : body_(std::move(body)) {
+  explicit BodyStart(const concurrency::streams::istream& body) : body_(body) {
     if (CanSeek()) {
       start_ = body_.tell();
     }
   }
 
-  // False when that is not possible. There is nothing to do without a body.
+  // False if that is not possible. True without a body.
   [[nodiscard]] bool Rewind() const {
     try {
-      return !body_.is_valid() || (CanSeek() && start_ != kNowhere && body_.seek(start_) == start_);
+      return !body_.is_valid() ||
+             (CanSeek() && start_ != Position(-1) && body_.seek(start_) == start_);
     } catch (const std::exception&) {
       return false;  // A read of the failed attempt has ended in an error.
     }
@@ -43,15 +43,13 @@ class BodyStart {
   // A failed read closes the stream.
   [[nodiscard]] bool CanSeek() const { return body_.is_open() && body_.can_seek(); }
 
-  static inline const Position kNowhere{-1};
-
   concurrency::streams::istream body_;
-  Position start_ = kNowhere;
+  Position start_{-1};
 };
 
 }  // namespace
 
-// What became of an attempt: the answer, unless there is a failure.
+// The outcome of an attempt: the answer, unless there is a failure.
 struct HttpClient::Outcome {
   http_response answer;
   std::shared_ptr<const Exception> failure;
@@ -142,8 +140,8 @@ std::wstring ReadAnswerText(http_response answer, const HttpRequestBase& request
   try {
     answer.content_ready().wait();
   } catch (const BodyCutOff&) {
-    // More than one line of the log can show is there already. The library would raise the cut once
-    // more instead of giving the text.
+    // What was kept is already more than a log line can show. The library would throw again instead
+    // of returning the text.
     return platform::FromUtf8(request.answer_body.Kept());
   }
   // The library refuses text that is not valid UTF-8, and answers may hold anything.
@@ -155,7 +153,7 @@ AnswerGuard::~AnswerGuard() {
   try {
     answer_.content_ready().wait();
   } catch (...) {
-    // The answer has been judged by its status; what became of its body changes nothing.
+    // The answer was judged by its status; its body no longer matters.
   }
 }
 

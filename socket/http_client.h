@@ -5,14 +5,15 @@
 
 #include <functional>
 #include <string>
+#include <utility>
 
-#include "socket/connection_cache.h"
 #include "socket/exception.h"
 #include "socket/http_request.h"
+#include "socket/tls_hooks.h"
 
 namespace CorvidSocket {
 
-// Sends one request once. The library's client does it; tests put their own in its place.
+// Sends one request once. The default uses the library's client; tests substitute their own.
 using Transport = std::function<pplx::task<web::http::http_response>(
     const web::uri&, const web::http::client::http_client_config&, const web::http::http_request&)>;
 
@@ -34,11 +35,11 @@ class HttpClient {
   HttpClient& operator=(const HttpClient&) = delete;
 
   // Sends the request to `base` with `path` (not encoded again) and `query` appended, at most
-  // `retryCount` + 1 times without a pause, until it is answered. Gives the answer whatever its
+  // `retryCount` + 1 times without a pause, until it is answered. Returns the answer whatever its
   // status. Throws CorvidSocket::Exception for every failure of the HTTP layer; a cancelled task
-  // (task_canceled) and any other exception pass through. Each attempt sends the body from where it
-  // stood at the call. A body that cannot be rewound is sent once: the failure of that attempt is
-  // thrown.
+  // (task_canceled) and any other exception pass through. Each attempt sends the body from its
+  // position at the call. A body that cannot be rewound is sent once: the failure of that attempt
+  // is thrown.
   [[nodiscard]] web::http::http_response SendRequest(const web::uri& base, HttpRequestBase& request,
                                                      const std::wstring& path,
                                                      const std::wstring& query, int retryCount);
@@ -57,16 +58,16 @@ class HttpClient {
   ConnectionCache connections_;
 };
 
-// The whole body of an answer as text, whatever it calls itself; at most kKeptBodyBytes of it.
-// Waits for its end. Throws what the library throws for a body that cannot be read to its end.
+// The body of an answer as text, whatever its content type; at most kKeptBodyBytes of it. Waits for
+// its end. Throws what the library throws for a body that cannot be read to its end.
 [[nodiscard]] std::wstring ReadAnswerText(web::http::http_response answer,
                                           const HttpRequestBase& request);
 
-// Waits at its end until the body of an answer has ended, however it ended, so that nothing of the
-// request is left running.
+// The destructor waits until the answer's body has ended, successfully or not, so that nothing of
+// the request keeps running.
 class AnswerGuard {
  public:
-  explicit AnswerGuard(const web::http::http_response& answer) : answer_(answer) {}
+  explicit AnswerGuard(web::http::http_response answer) : answer_(std::move(answer)) {}
   ~AnswerGuard();
   AnswerGuard(const AnswerGuard&) = delete;
   AnswerGuard& operator=(const AnswerGuard&) = delete;

@@ -16,7 +16,7 @@ using HeaderSet = std::map<std::wstring, std::wstring>;
 // A request made from a method and headers. The body is set on `request` (http_msg_base::set_body).
 class HttpRequestBase {
  public:
-  // A header that is there already gets ", " and the new value appended (http_headers::add). Throws
+  // An existing header gets ", " and the new value appended (http_headers::add). Throws
   // CorvidSocket::Exception for a value with a line end or NUL.
   HttpRequestBase(web::http::method method, const HeaderSet& headers);
   virtual ~HttpRequestBase();
@@ -25,7 +25,7 @@ class HttpRequestBase {
 
   web::http::http_request request;
 
-  // Receives the body of the answer to the latest sending.
+  // Receives the body of the answer to the latest attempt.
   BoundedBody answer_body;
 };
 

@@ -1,11 +1,11 @@
-// The threads on which the REST library works.
+// The REST library's threads.
 #pragma once
 
 namespace CorvidSocket {
 
-// Gives the library as many threads as one file under way needs, if it has none yet. To be called
-// before the library is first used for a file, and not earlier: a run that finds nothing to send
-// then needs neither a thread nor OpenSSL. Windows has a pool of its own.
+// Limits the library's pool to the threads that one upload at a time needs, if there is no pool
+// yet. To be called right before the library is first used for a file: a run that finds nothing to
+// send then needs neither a thread nor OpenSSL. Windows has a pool of its own.
 void LimitLibraryThreads() noexcept;
 
 }  // namespace CorvidSocket

@@ -1,4 +1,4 @@
-// WinHTTP's threads are the system's.
+// WinHTTP uses the system's threads.
 #include "socket/library_threads.h"
 
 namespace CorvidSocket {

@@ -1,4 +1,4 @@
-// A BIO that writes to the socket, and to Asio's pair of BIOs what the socket does not take.
+// A BIO that writes to the socket, and passes what the socket does not accept to Asio's BIO pair.
 #include "socket/socket_bio_asio.h"
 
 #include <openssl/bio.h>
@@ -17,7 +17,7 @@ namespace {
 
 using Socket = boost::asio::ip::tcp::socket;
 
-// Asio waits for the socket and reports its errors when there is something in the pair.
+// While the pair holds data, Asio waits for the socket and reports its errors.
 class SocketBio {
  public:
   SocketBio(Socket& socket, BIO* pair) : socket_(socket), pair_(pair) { BIO_up_ref(pair); }
@@ -29,7 +29,7 @@ class SocketBio {
 
   int Write(BIO* bio, const char* data, int size) {
     BIO_clear_retry_flags(bio);
-    // What went into the pair comes first.
+    // Data in the pair must be sent first.
     const int sent = BIO_wpending(pair_) == 0 ? Send(data, size) : 0;
     if (sent == size) {
       return sent;
@@ -47,11 +47,11 @@ class SocketBio {
   }
 
  private:
-  // What the socket takes at once. The library holds the connection's lock when it starts a write,
-  // but not when Asio goes on with one, so a time-out may close the socket meanwhile, in another
-  // thread of the pool. Then this fails, or the system does not take the bytes. They cannot go
-  // elsewhere: the request does not end before this write has returned, and until then its caller
-  // waits and nobody opens a file that could get the descriptor's number.
+  // Sends what the socket accepts without blocking. The library holds the connection's lock when it
+  // starts a write, but not when Asio continues one, so a time-out may close the socket meanwhile,
+  // in another thread of the pool. Then this fails, or the system does not accept the bytes. They
+  // cannot go elsewhere: the request does not end before this write has returned, and until then
+  // its caller waits and no file is opened that could get the descriptor's number.
   int Send(const char* data, int size) {
     boost::system::error_code error;
     if (!socket_.non_blocking()) {
@@ -68,7 +68,7 @@ class SocketBio {
   BIO* const pair_;
 };
 
-// Never freed: a connection may outlive every destructor that could do it.
+// Never freed: a connection may outlive every destructor that could free it.
 BIO_METHOD* Method() {
   static BIO_METHOD* const method = [] {
     BIO_METHOD* const made =
@@ -107,7 +107,7 @@ void WriteToSocket(TlsStream& stream) noexcept {
   BIO_set_data(bio, owner.release());
   BIO_set_init(bio, 1);
   SSL_set0_wbio(ssl, bio);
-  // A write is all records of its data, and the buffers stay for those of the next.
+  // A write sends all records of its data, and the buffers are kept for the next one.
   SSL_clear_mode(ssl, SSL_MODE_ENABLE_PARTIAL_WRITE | SSL_MODE_RELEASE_BUFFERS);
 }
 

@@ -1,4 +1,4 @@
-// The way of TLS records from OpenSSL to the socket of the library's Asio back end.
+// Writes TLS records from OpenSSL straight to the socket of the library's Asio back end.
 #pragma once
 
 #include <boost/asio/ip/tcp.hpp>
@@ -11,7 +11,7 @@ using TlsStream = boost::asio::ssl::stream<boost::asio::ip::tcp::socket&>;
 
 // Lets OpenSSL write to the socket itself, all records of a write in a row. Asio alone copies every
 // record twice, through a pair of memory BIOs, and sends each in an operation of its own. A second
-// call for the same stream does nothing. When OpenSSL has no memory for it, Asio goes on alone.
+// call for the same stream does nothing. If OpenSSL has no memory for it, Asio keeps sending.
 void WriteToSocket(TlsStream& stream) noexcept;
 
 }  // namespace CorvidSocket

@@ -35,7 +35,7 @@ void SetProtocols(SSL_CTX* context) {
   }
 }
 
-// The message names an option of another platform; it is the text that is looked for in logs.
+// The message names an option of another platform; operators search logs for this text.
 void SetCertificate(SSL_CTX* context, const platform::CertificateWithKey& certificate) {
   bool set = SSL_CTX_use_certificate(context, certificate.certificate.get()) == 1 &&
              SSL_CTX_use_PrivateKey(context, certificate.key.get()) == 1;
@@ -57,7 +57,7 @@ void SetContext(SSL_CTX* context, const void* certificate, void*& native_request
 
 // The authorities that this machine trusts; SSL_CERT_FILE and SSL_CERT_DIR count. Parsing them
 // costs far more than a request, so it happens once, for the first server that is validated. Never
-// freed: connections may outlive every destructor that could do it.
+// freed: connections may outlive every destructor that could free it.
 X509_STORE* TrustedAuthorities() {
   static X509_STORE* const store = [] {
     SslContext context(SslContext::sslv23);
@@ -69,7 +69,7 @@ X509_STORE* TrustedAuthorities() {
   return store;
 }
 
-// What connections share that validate the server, or what those that do not.
+// What connections share: one for those that validate the server, one for the others.
 struct Shared {
   std::shared_ptr<SslContext> context;
   std::shared_ptr<TlsSessions> sessions = std::make_shared<TlsSessions>();
@@ -86,8 +86,8 @@ std::shared_ptr<SslContext> MakeContext(bool validate, const void* certificate,
   return context;
 }
 
-// Sharing is this project's addition to the library. One without it makes everything anew for each
-// connection: slower, and nothing else.
+// Sharing is this project's addition to the library. A library without it creates everything anew
+// for each connection, which is only slower.
 template <class Config, class = void>
 class Connections {
  public:

@@ -1,7 +1,7 @@
 // TLS settings through WinHTTP's session and request options.
 
 // First: the REST library defines the macro C_ASSERT where it does not exist yet, and the headers
-// of MinGW-w64 12 do not compile behind that.
+// of MinGW-w64 12 do not compile after that.
 #include <windows.h>
 
 #include "socket/tls_hooks.h"
@@ -16,7 +16,7 @@ namespace CorvidSocket {
 
 namespace {
 
-// Stated here because SDK headers differ in which of them they have.
+// Defined here because not every SDK has all of them.
 constexpr DWORD kSecureProtocolsOption = 84;    // WINHTTP_OPTION_SECURE_PROTOCOLS
 constexpr DWORD kTls12Only = 0x800;             // WINHTTP_FLAG_SECURE_PROTOCOL_TLS1_2
 constexpr DWORD kClientCertificateOption = 47;  // WINHTTP_OPTION_CLIENT_CERT_CONTEXT
@@ -31,8 +31,8 @@ void SetProtocols(HINTERNET session) {
   }
 }
 
-// On the request. The message names the option for sending no certificate; it is the text that is
-// looked for in logs.
+// On the request. The message names the option for sending no certificate; operators search logs
+// for this text.
 void SetCertificate(HINTERNET request, const void* certificate) {
   if (!WinHttpSetOption(request, kClientCertificateOption, const_cast<void*>(certificate),
                         sizeof(CERT_CONTEXT))) {

@@ -1,4 +1,4 @@
-// Offering and keeping of TLS 1.2 sessions, through OpenSSL's callback for the end of a handshake.
+// Offers and keeps TLS 1.2 sessions, through OpenSSL's callback for new sessions.
 #include "socket/tls_sessions_asio.h"
 
 #include <new>
@@ -6,7 +6,7 @@
 
 namespace CorvidSocket {
 
-// What a connection knows of its sessions, for as long as it lives.
+// A connection's reference to its sessions, for its lifetime.
 struct TlsSessions::User {
   std::shared_ptr<TlsSessions> sessions;
   std::string server;
@@ -45,8 +45,8 @@ void TlsSessions::Use(const std::shared_ptr<TlsSessions>& sessions, SSL* ssl,
   });
 }
 
-// A copy: OpenSSL spoils the connection's own session when that ends without an alert, which RFC
-// 5246, section 7.2.1, no longer asks for.
+// A copy: OpenSSL marks the connection's own session as not resumable if the connection ends
+// without an alert, which RFC 5246, section 7.2.1, no longer requires.
 void TlsSessions::Keep(const SSL* ssl, const std::string& server) noexcept {
   Session copy(SSL_SESSION_dup(SSL_get0_session(ssl)));
   const std::lock_guard<std::mutex> lock(mutex_);

@@ -10,13 +10,13 @@
 
 namespace CorvidSocket {
 
-// Sessions by the server that gave them. All connections that share them validate their servers
-// alike and show the same client certificate: a session stands for what its handshake has checked.
+// Sessions by server. All connections that share them validate their servers alike and present the
+// same client certificate: a session stands for what its handshake has checked.
 class TlsSessions {
  public:
   // To be called before the handshake of each connection. Offers the server's session, and keeps
-  // the one that the handshake ends with. A session is offered once: when the handshake fails, or
-  // another one is under way, there is none.
+  // the one that the handshake produces. Each session is offered once, so that none is left after a
+  // failed handshake or during another one.
   static void Use(const std::shared_ptr<TlsSessions>& sessions, SSL* ssl,
                   const std::string& server);
 

@@ -9,7 +9,7 @@
 
 namespace kyd {
 
-// The latest `count` days, the given one first. Of each only the date is set.
+// The latest `count` days, the given one first. Only their dates are set.
 [[nodiscard]] std::vector<platform::LocalTime> LatestDays(const platform::LocalTime& today,
                                                           unsigned count);
 

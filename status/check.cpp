@@ -1,4 +1,4 @@
-// Runs the parts of a check and tells what they have found.
+// Runs the parts of a check and reports their findings.
 #include "status/check.h"
 
 #include "status/calendar.h"

@@ -1,6 +1,6 @@
-// What would keep the uploader's next run from working, found without sending or changing anything.
+// Finds what would keep the uploader's next run from working, without sending or changing anything.
 //
-// Looks with the rights of the user who runs it. The closed libraries are read as files and never
+// Checks with the rights of the user who runs it. The closed libraries are read as files and never
 // loaded; no credential file is opened; a run that starts meanwhile is not disturbed.
 #pragma once
 
@@ -16,10 +16,10 @@ namespace kyd {
 
 struct Finding {
   // Critical: nothing is sent, or the run ends early. Warning: the run works, but something is
-  // lost, sent again or left out. Unknown: it could not be told.
+  // lost, sent again or left out. Unknown: it could not be determined.
   State state = State::kWarning;
-  std::wstring path;     // of what it is about
-  std::wstring problem;  // goes on after the path: "is missing"
+  std::wstring path;     // what it is about
+  std::wstring problem;  // continues the path: "is missing"
   std::wstring remedy;   // what to do, an imperative sentence without a full stop
 };
 

@@ -1,4 +1,4 @@
-// What a run needs of the machine.
+// Checks what a run needs from the machine.
 #include <optional>
 
 #include "debuglog/log_settings.h"
@@ -29,7 +29,7 @@ void CheckInstance(Check& check) {
   switch (platform::OwnerOfInstance(name)) {
     case platform::InstanceOwner::kNone:
       return;
-    case platform::InstanceOwner::kSomebody:
+    case platform::InstanceOwner::kAnotherProcess:
       check.findings.push_back({State::kWarning, UploaderPath(check),
                                 L"is running; a copy that is started now ends at once",
                                 L"wait for its end; if it never comes, end that process"});
@@ -51,7 +51,7 @@ void CheckInstance(Check& check) {
   }
 }
 
-// The last write of a file; nothing when there is none.
+// The last write of a file; std::nullopt if there is none.
 std::optional<std::int64_t> TimeOfFile(const std::wstring& folder, const std::wstring& name) {
   platform::FileSearch search(folder, /*ending=*/L"");
   for (bool found = search.First(); found; found = search.Next()) {
@@ -67,8 +67,8 @@ std::wstring ClockSays(const Check& check, const std::wstring& what) {
   return what + L", but the clock says " + TimeText(check.time) + L": one of the two is wrong";
 }
 
-// Without asking anybody, only a clock that contradicts what has already been written can be told
-// from a good one.
+// Without another source of time, a wrong clock is noticed only if it contradicts what has already
+// been written.
 void CheckClock(Check& check, std::int64_t now) {
   constexpr wchar_t kSetClock[] = L"set the clock, or remove the file if the clock is right";
   const std::wstring program = UploaderPath(check);
@@ -92,7 +92,7 @@ std::wstring PathInRegistry(const wchar_t* name) {
   return std::wstring(L"HKEY_LOCAL_MACHINE\\") + corvid::kSettingsKey + L"\\" + name;
 }
 
-// A value of another type counts as absent, which hardly anybody wants.
+// A value of another type counts as absent, which is hardly ever intended.
 void CheckType(Check& check, const platform::RegistryKey& key, const wchar_t* name,
                std::uint32_t type, const wchar_t* type_name) {
   const std::optional<platform::RegistryValue> value = key.Query(name);
@@ -103,16 +103,12 @@ void CheckType(Check& check, const platform::RegistryKey& key, const wchar_t* na
   }
 }
 
-// The folder itself or the nearest one above it that is there, or a file that is in its place;
-// empty when there is none.
+// The folder itself or its nearest existing parent, or a file in its place; empty if there is none.
 std::wstring NearestFolder(std::wstring folder) {
-  while (!platform::IsFolder(folder) && !platform::FileExists(folder).value_or(false)) {
-    const std::size_t end = folder.find_last_not_of(platform::kPathSeparator);
-    if (end == std::wstring::npos) {
-      return {};
-    }
-    const std::size_t separator = folder.find_last_of(platform::kPathSeparator, end);
-    folder.resize(separator == std::wstring::npos ? 0 : separator + 1);
+  while (!folder.empty() && !platform::IsFolder(folder) &&
+         !platform::FileExists(folder).value_or(false)) {
+    folder.resize(folder.find_last_not_of(platform::kPathSeparator) + 1);  // npos + 1 is 0
+    folder = platform::FolderPrefixOf(folder);
   }
   return folder;
 }

@@ -14,13 +14,13 @@ void CheckLibraries(Check& check);
 // The folders below the log directory and the files that wait in them.
 void CheckTree(Check& check, Progress& progress);
 
-// Another copy, the clock, room for what a run writes.
+// Another running copy, and the clock.
 void CheckMachine(Check& check, std::int64_t now);
 
 // Settings and folder of the diagnostic log.
 void CheckDiagnosticLog(Check& check);
 
-// A finding when there is too little room in a folder for what a run writes there.
+// Adds a finding if a folder's disk has too little space for what a run writes there.
 void CheckRoom(Check& check, const std::wstring& folder);
 
 // The full path of the uploader in its folder.

@@ -1,5 +1,5 @@
-// The folders of the product and the rights that the uploader needs in them. What many accounts
-// have in common is one finding.
+// The folders of the product and the rights that the uploader needs in them. A problem that many
+// accounts share is one finding.
 #include <array>
 #include <cstddef>
 
@@ -18,8 +18,8 @@ namespace {
 
 using platform::Access;
 
-// Asking for the rights of a file takes far longer than finding it; files of one folder mostly have
-// the same.
+// Checking the rights of a file takes far longer than finding it; files of one folder mostly have
+// the same rights.
 constexpr std::size_t kMostFilesTried = 1000;
 
 enum Trouble : std::size_t {
@@ -79,7 +79,7 @@ class TreeCheck {
                                      ? L"check the log directory, or let the product create it"
                                      : L"let the user who runs the uploader list it"});
     } else {
-      // What could be listed a moment ago is taken as far as it goes.
+      // The folder could be listed a moment ago; a failure since then is ignored.
       static_cast<void>(tree_.ForEachAccount([this](const std::wstring& account) {
         progress_.Count();
         CheckAccount(account);
@@ -156,7 +156,7 @@ class TreeCheck {
     ++tried_;
     const std::wstring path = tree_.UploadPath(account, entry.name);
     if (!platform::MayAccess(path, Access::kReadFile)) {
-      // One that has been sent meanwhile is no trouble.
+      // A file that has been sent meanwhile is not a problem.
       if (!IsMissing(platform::LastError())) {
         Note(kClosedFile, path);
       }
@@ -174,7 +174,7 @@ class TreeCheck {
       Note(kNoCredentials, path);
       return;
     }
-    // No credential file is opened, be it only for its rights.
+    // Credential files are never opened, not even to check their rights.
     if (platform::kAccessOpensFiles) {
       return;
     }

@@ -21,7 +21,7 @@ constexpr double kLeft = 64;    // for the numbers
 constexpr double kRight = 8;
 constexpr double kPlotWidth = kWidth - kLeft - kRight;
 constexpr double kPlotHeight = kHeight - kTop - kBottom;
-constexpr double kLowestBar = 2;  // what is not zero is seen
+constexpr double kLowestBar = 2;  // makes every nonzero value visible
 constexpr double kWidestBar = 26;
 constexpr double kDateWidth = 52;
 constexpr unsigned kGridLines = 4;
@@ -47,7 +47,7 @@ std::wstring Grid(std::uint64_t end) {
   std::wstring grid;
   for (unsigned i = 0; i <= kGridLines; ++i) {
     const double y = kTop + kPlotHeight * (kGridLines - i) / kGridLines;
-    // The quarters of 10 and 50 and so on are no whole numbers; these lines have no text.
+    // The quarters of 10, 50 and so on are not whole numbers; these lines have no label.
     const bool is_whole = end % kGridLines == 0 || i % kGridLines == 0;
     grid +=
         FormatBounded(kElementCapacity, L"<line x1=\"%.2f\" x2=\"%.2f\" y1=\"%.2f\" y2=\"%.2f\"/>",
@@ -71,7 +71,7 @@ std::wstring DayBars(const DayStatus& day, std::uint64_t end, double x, double s
   const double middle = x + slot / 2;
   const double gap = std::min(slot * 0.04, 2.0) / 2;
   return L"<g><title>" + Description(day) + L"</title>" +
-         // The whole slot shows the day's numbers to a pointer.
+         // Pointing anywhere in the slot shows the day's numbers.
          FormatBounded(kElementCapacity,
                        L"<rect fill=\"transparent\" x=\"%.2f\" y=\"%.2f\" width=\"%.2f\" "
                        L"height=\"%.2f\"/>",
@@ -104,7 +104,7 @@ std::wstring DayChart(const std::vector<DayStatus>& days) {
   }
   const std::uint64_t end = AxisEnd(largest);
   const double slot = kPlotWidth / static_cast<double>(std::max<std::size_t>(days.size(), 1));
-  // So many days that their dates do not touch.
+  // Enough days between two labels that the dates do not touch.
   const auto step = static_cast<std::size_t>(kDateWidth / slot) + 1;
   std::wstring chart =
       FormatBounded(kElementCapacity,

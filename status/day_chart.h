@@ -1,4 +1,4 @@
-// The days as bars.
+// A bar chart of the days.
 #pragma once
 
 #include <cstdint>
@@ -9,8 +9,8 @@
 
 namespace kyd {
 
-// A round number that is not below the given one: 1, 2, 4, 5, 10, 20, 40, 50, 100 ... (at least 4,
-// so that its quarters are different).
+// The next round number that is not below the given one: 1, 2, 4, 5, 10, 20, 40, 50, 100 ... (at
+// least 4, so that its quarters are different).
 [[nodiscard]] std::uint64_t AxisEnd(std::uint64_t largest) noexcept;
 
 // An inline SVG picture with two bars per day, sent and failed, the oldest day on the left. `days`

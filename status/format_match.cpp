@@ -1,4 +1,4 @@
-// A walk along format and text; only %s has to try where it ends.
+// Walks along format and text; only %s has to try several ends.
 #include "status/format_match.h"
 
 #include <cstddef>
@@ -7,7 +7,7 @@ namespace kyd {
 
 namespace {
 
-constexpr std::size_t kMostDigits = 18;  // fit 64 bits whatever they are
+constexpr std::size_t kMostDigits = 18;  // always fit into 64 bits
 
 bool IsDigit(wchar_t character) {
   return character >= L'0' && character <= L'9';
@@ -43,7 +43,7 @@ wchar_t TakeConversion(std::wstring_view& format) {
 
 bool Match(std::wstring_view format, std::wstring_view text, FormatFields& fields);
 
-// %s, longest first: a name may hold what follows it in the format.
+// %s, longest first: a name may contain what follows it in the format.
 bool MatchText(std::wstring_view format, std::wstring_view text, FormatFields& fields) {
   const std::size_t numbers = fields.numbers.size();
   const std::size_t place = fields.texts.size();

@@ -9,15 +9,15 @@
 
 namespace kyd {
 
-// What stood in the place of the format's %d and %s, in their order.
+// The values of the format's %d and %s, in order.
 struct FormatFields {
   std::vector<std::int64_t> numbers;
   std::vector<std::wstring> texts;
 };
 
 // Matches the whole of a text against a format of literal characters, %d with or without zero fill
-// and width, and %s, which takes as much as it can. Nothing when the text does not fit, or a number
-// has more than 18 digits.
+// and width, and %s, which takes as much as it can. std::nullopt if the text does not match, or a
+// number has more than 18 digits.
 [[nodiscard]] std::optional<FormatFields> MatchFormat(std::wstring_view format,
                                                       std::wstring_view text);
 

@@ -1,4 +1,4 @@
-// Compares, and says what was compared.
+// Compares the figures with the limits and states what was compared.
 #include "status/judgement.h"
 
 #include <algorithm>

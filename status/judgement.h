@@ -1,11 +1,11 @@
-// Whether all is well, by limits that the caller sets.
+// The state of the uploads, by limits that the caller sets.
 //
 //   warning    a waiting file is older than the largest age, or more files failed than allowed
 //   critical   the same with twice the limit
 //   unknown    something could not be read, and nothing that could be read is critical
 //
-// A limit of 0 has no room between the two: what is over it is critical. Without limits there is no
-// warning and nothing is critical.
+// With a limit of 0, any excess is critical. Without limits there is no warning and nothing is
+// critical.
 #pragma once
 
 #include <cstdint>
@@ -19,13 +19,13 @@ namespace kyd {
 
 struct Limits {
   std::optional<std::uint32_t> max_age_hours;  // of a waiting file
-  std::optional<std::uint32_t> max_errors;     // failed files in the days looked at
+  std::optional<std::uint32_t> max_errors;     // failed files in the surveyed days
 };
 
-// The numbers are exit codes, those that monitoring systems know.
+// The numbers are the exit codes that monitoring systems expect.
 enum class State : int { kOk = 0, kWarning = 1, kCritical = 2, kUnknown = 3 };
 
-// Of two findings, the one that has to be acted upon first.
+// The more urgent of two states.
 [[nodiscard]] State Worse(State left, State right) noexcept;
 
 struct Verdict {

@@ -27,7 +27,7 @@ constexpr char kFooter[] =
     "  3  unknown: something could not be read or written, and nothing is critical\n"
     "  64 wrong usage";
 
-// What the library takes from the arguments, as it takes it.
+// The values as the library reads them from the arguments.
 struct Taken {
   std::string log_dir;
   std::string html_file;
@@ -36,7 +36,7 @@ struct Taken {
   std::uint32_t max_errors = 0;
 };
 
-// Says nothing of itself in the help, where the option's own words do.
+// Adds no text of its own to the help: the option's description says it.
 CLI::Validator Between(std::uint32_t least, std::uint32_t most) {
   CLI::Range range(least, most);
   range.description("");
@@ -91,7 +91,7 @@ CommandLine ReadCommandLine(const std::vector<std::string>& arguments, const Pat
   Taken taken;
   CLI::App app(kDescription, platform::ToUtf8(kStatusName));
   app.footer(kFooter);
-  app.allow_windows_style_options(false);  // the same line on both platforms
+  app.allow_windows_style_options(false);  // the same command line on both platforms
   app.set_help_flag("-h,--help", "Say this and end");
   app.set_version_flag("--version", std::string(), "Say the version and end");
   app.add_option("LogDir", taken.log_dir, "The log directory that KydLogUploader is started with")
@@ -118,7 +118,7 @@ CommandLine ReadCommandLine(const std::vector<std::string>& arguments, const Pat
           ->check(Between(0U, kMostErrors))
           ->type_name("N");
   try {
-    // The library takes them from the back.
+    // The library takes arguments from the back.
     app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
     RefuseWhatDoesNotFitTogether(app, taken, options.per_account);
   } catch (const CLI::ParseError& error) {

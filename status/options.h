@@ -14,14 +14,14 @@ struct Options {
   std::wstring log_dir;
   unsigned days = 7;
   bool json = false;
-  bool check = false;         // look at what the next run needs instead
+  bool check = false;         // check what the next run needs instead
   std::wstring html_file;     // empty: no page
   std::wstring metrics_file;  // empty: no metrics
   bool per_account = false;   // metrics of each account as well
   Limits limits;
 };
 
-// What to do instead of looking around: a text for standard output (0) or standard error (64).
+// The output instead of a survey: a text for standard output (0) or standard error (64).
 struct Answer {
   int exit_code = 0;
   std::wstring text;
@@ -34,7 +34,7 @@ struct CommandLine {
   Options options;  // without an answer
 };
 
-// Makes a path of an argument.
+// Converts an argument to a path.
 using PathDecoder = std::function<std::wstring(const std::string&)>;
 
 // Arguments are UTF-8, without the program's name; on Linux a path may hold any bytes.

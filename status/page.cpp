@@ -1,4 +1,4 @@
-// Escapes the characters that mean something in HTML and XML.
+// Escapes the special characters of HTML and XML.
 #include "status/page.h"
 
 #include "status/wording.h"

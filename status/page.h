@@ -6,7 +6,7 @@
 
 namespace kyd {
 
-// Text as it may stand between tags and in quoted attributes, and safe to look at (Printable).
+// The text escaped for use between tags and in quoted attributes, and made Printable.
 [[nodiscard]] std::wstring Escaped(std::wstring_view text);
 
 }  // namespace kyd

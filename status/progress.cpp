@@ -1,4 +1,4 @@
-// Asks the clock now and then only: there may be millions of entries.
+// Reads the clock only now and then: there may be millions of entries.
 #include "status/progress.h"
 
 #include <utility>
@@ -8,8 +8,8 @@ namespace kyd {
 namespace {
 
 constexpr std::int64_t kPatience = 1000;       // ms until the line is shown
-constexpr std::int64_t kRefresh = 200;         // ms until it is shown anew
-constexpr std::uint64_t kEntriesPerLook = 64;  // at the clock
+constexpr std::int64_t kRefresh = 200;         // ms until it is updated
+constexpr std::uint64_t kEntriesPerLook = 64;  // between two reads of the clock
 
 }  // namespace
 

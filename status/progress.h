@@ -1,4 +1,4 @@
-// One line that says that the program is still at it.
+// One line that shows that the program is still working.
 #pragma once
 
 #include <cstdint>
@@ -9,21 +9,21 @@ namespace kyd {
 
 class Progress {
  public:
-  using Milliseconds = std::function<std::int64_t()>;      // any clock that does not go back
+  using Milliseconds = std::function<std::int64_t()>;      // any monotonic clock
   using Write = std::function<void(const std::wstring&)>;  // to the terminal
 
-  // Nothing to see: without a terminal there is nobody to tell.
+  // Shows nothing: there is no terminal.
   Progress() = default;
   Progress(Milliseconds now, Write write);
-  // Takes the line away.
+  // Removes the line.
   ~Progress();
   Progress(const Progress&) = delete;
   Progress& operator=(const Progress&) = delete;
 
-  // Another entry was looked at. Shows a line once a second has passed, and keeps it up to date.
+  // Counts an entry. Shows the line once a second has passed, and keeps it up to date.
   void Count();
 
-  // The work is done; the line goes.
+  // The work is done: removes the line.
   void End();
 
  private:

@@ -85,9 +85,9 @@ footer { margin-top: 1.5rem; color: var(--soft); font-size: .875rem; }
 @media print { body { background: none; } .controls { display: none; } section, .figures div { break-inside: avoid; } }
 )";
 
-// Without it the page is the same, but for what it adds: the controls and the buttons in the heads
-// of the columns. It takes names from the table as text and never makes markup of them. The page is
-// XML as well, so there is no character in it that XML would not leave alone.
+// Without the script the page only lacks the controls and the buttons in the column heads. The
+// script reads names from the table as text and never turns them into markup. The page is XML as
+// well, so the script has no character that XML would require to be escaped.
 constexpr wchar_t kScript[] =
     LR"("use strict";
 (() => {
@@ -157,7 +157,8 @@ constexpr wchar_t kScript[] =
 })();
 )";
 
-// Of the script, for the policy: SHA-256 in Base64. test_status_page.py computes it.
+// SHA-256 of the script in Base64, for the content security policy. test_status_page.py computes
+// it.
 constexpr wchar_t kScriptHash[] = L"sha256-T4tS41iauxvP2vAgsQjkHM6stVZG5L7J5W3a22kSVFE=";
 
 std::wstring Number(std::uint64_t number) {
@@ -178,7 +179,7 @@ std::wstring StateClass(State state) {
   return L"unknown";
 }
 
-// A number that is bad news unless it is zero.
+// A number that is highlighted unless it is zero.
 std::wstring BadNumber(std::uint64_t number) {
   return number == 0 ? L"<td>0</td>" : L"<td class=\"bad\">" + Number(number) + L"</td>";
 }
@@ -224,7 +225,7 @@ std::wstring SortableCell(std::uint64_t value, const std::wstring& text) {
   return L"<td data-value=\"" + Number(value) + L"\">" + text + L"</td>";
 }
 
-// Accounts in which nothing waits come before a file of this second.
+// Accounts without waiting files sort before a file of this second.
 std::uint64_t AgeForOrder(const WaitingFiles& waiting, std::int64_t now) {
   return waiting.oldest ? static_cast<std::uint64_t>(AgeOf(*waiting.oldest, now)) + 1 : 0;
 }
@@ -320,7 +321,7 @@ std::wstring Days(const Survey& survey) {
                rows});
 }
 
-// What does not fit on a narrow screen is the oldest days: the box begins at its right end.
+// On a narrow screen the oldest days are hidden: the box is scrolled to its right end.
 std::wstring Chart(const Survey& survey) {
   return L"<section>\n<h2 id=\"chart\">Sent and failed per day</h2>\n"
          L"<ul class=\"legend\"><li><span class=\"sent\"></span>sent</li>"

@@ -2,8 +2,8 @@
 //
 // Those read Prometheus' own text format; the file is valid OpenMetrics as well. The two disagree
 // about counters (whether "_total" belongs to the name in the TYPE line), so everything is a gauge,
-// which the figures are: those of today begin anew at midnight. UNIT and EOF are comments to the
-// older format.
+// which suits the figures: today's start over at midnight. UNIT and EOF are comments in the older
+// format.
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -23,7 +23,7 @@ namespace {
 
 constexpr std::string_view kPrefix = "kydloguploader_";
 
-// What the metrics of the whole log directory are made of.
+// The figures behind the metrics of the whole log directory.
 struct Totals {
   const Survey& survey;
   WaitingFiles waiting;
@@ -134,7 +134,7 @@ constexpr Metric<AccountToday> kOfAccount[] = {
      [](const AccountToday& one) -> Value { return one.failed; }},
 };
 
-// Nothing for a time that no clock shows: a result file may hold anything.
+// std::nullopt for an impossible time: a result file may contain anything.
 std::optional<std::int64_t> TimeOfLastRun(const DayStatus& day) {
   const std::optional<FormatFields> fields = MatchFormat(L"%02d:%02d:%02d", day.result.last_run);
   if (!fields) {
@@ -234,7 +234,7 @@ void WriteAccounts(const Survey& survey, const Totals& all, const std::string& l
   for (const Metric<AccountToday>& metric : kOfAccount) {
     text.Describe(metric.name, metric.unit, metric.help);
     for (const AccountStatus& account : survey.accounts) {
-      // A name in a result file may come from anywhere: there may be any number of them.
+      // Names in a result file are untrusted, and there may be any number of them.
       if (!account.has_folder) {
         continue;
       }
@@ -249,7 +249,7 @@ void WriteAccounts(const Survey& survey, const Totals& all, const std::string& l
 }  // namespace
 
 std::string MetricsReport(const Survey& survey, bool per_account) {
-  // Files of several log directories may lie side by side.
+  // Files of several log directories may be in one folder.
   const std::string labels = Label("log_dir", survey.log_dir);
   const Totals all = TotalsOf(survey);
   MetricsText text;

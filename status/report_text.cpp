@@ -1,4 +1,4 @@
-// The report in columns. The last one takes what may be of any length.
+// The report in columns. The last one holds text of any length.
 #include <algorithm>
 #include <cstddef>
 #include <vector>

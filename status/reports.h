@@ -20,7 +20,7 @@ namespace kyd {
 // For machines: one JSON object (RFC 8259), UTF-8.
 [[nodiscard]] std::string JsonReport(const Survey& survey, const Verdict& verdict);
 
-// For people: a page that needs nothing but itself, UTF-8, well-formed as XML too.
+// For people: a self-contained page, UTF-8, well-formed as XML too.
 [[nodiscard]] std::string HtmlReport(const Survey& survey, const Verdict& verdict);
 
 // For Prometheus: gauges in a text that is valid both in its own format and in OpenMetrics, UTF-8.

@@ -1,4 +1,4 @@
-// Follows the lines of a block through the very texts from which the uploader makes it.
+// Matches the lines of a block against the formats from which the uploader makes them.
 #include "status/result_reader.h"
 
 #include <algorithm>
@@ -17,7 +17,7 @@ constexpr std::wstring_view kLineEnd = L"\r\n";
 // Bytes. The longest line of a block holds the log directory, which the uploader cuts at 2047
 // characters.
 constexpr std::size_t kLongestLine = 8192;
-// Places of the numbers in the head of a block.
+// Positions of the numbers in the head of a block.
 enum Number : std::size_t { kHour = 3, kMinute, kSecond, kTotal, kSent = 9, kErrors, kNumbers };
 
 std::vector<std::wstring> LinesOf(std::wstring_view text) {
@@ -142,7 +142,7 @@ void ResultReader::TakeLineOfErrors(std::wstring_view line) {
   if (next_line_ < errors_.size()) {
     const bool fits = MatchFormat(errors_[next_line_], line).has_value();
     ++next_line_;
-    // A very long log directory is cut, with what stands behind it.
+    // A very long log directory is cut, with what follows it.
     if (fits || next_line_ < errors_.size()) {
       return;
     }

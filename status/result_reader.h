@@ -1,8 +1,8 @@
 // Reads the result file of a day: what the uploader's runs have written about themselves.
 //
-// The file may be in the middle of being written, may end in half a block because a disk was full,
-// and may hold what somebody else wrote. A run counts once the lines with its numbers are there
-// whole; everything that is no part of a block is skipped.
+// The file may still be growing, may end in half a block because a disk was full, and may contain
+// text from elsewhere. A run counts once the lines with its numbers are complete; everything
+// outside a block is skipped.
 #pragma once
 
 #include <cstddef>
@@ -15,10 +15,10 @@
 
 namespace kyd {
 
-// What the runs of a day come to.
+// The totals of a day's runs.
 struct DayResult {
   std::uint64_t runs = 0;
-  std::uint64_t folders = 0;  // of the run that met the most
+  std::uint64_t folders = 0;  // of the run that found the most
   std::uint64_t sent = 0;
   std::uint64_t errors = 0;
   std::map<std::wstring, std::uint64_t> errors_by_account;
@@ -30,15 +30,15 @@ struct DayResult {
 };
 
 // Takes the bytes of a result file in pieces of any size, and needs little memory whatever they
-// hold.
+// contain.
 class ResultReader {
  public:
   ResultReader();
 
   void Take(const std::uint8_t* bytes, std::size_t size);
 
-  // What was read, once everything has been taken. A last line without its end does not count: the
-  // rest of it may be on its way.
+  // The result, once everything has been taken. A last line without a line end does not count, as
+  // it may still be being written.
   [[nodiscard]] DayResult Finish();
 
  private:

@@ -22,8 +22,8 @@ namespace {
 
 constexpr int kCannotTell = static_cast<int>(State::kUnknown);
 
-// When not even standard error takes it, there is nobody left to tell.
-void Complain(const std::wstring& text) {
+// A failure to write to standard error cannot be reported.
+void ReportProblem(const std::wstring& text) {
   static_cast<void>(platform::WriteErrors(std::wstring(kStatusName) + L": " + text + L"\n"));
 }
 
@@ -36,7 +36,7 @@ std::int64_t SteadyMilliseconds() {
 // Calls a function with a progress line for a terminal, if there is one.
 template <class Function>
 auto InSight(const Function& function) {
-  if (!platform::ErrorsAreSeen()) {
+  if (!platform::ErrorsGoToTerminal()) {
     Progress unseen;
     return function(unseen);
   }
@@ -52,7 +52,8 @@ bool CanBeReplaced(const std::wstring& path) {
          platform::File::OpenUnobtrusive(path).IsOpen();
 }
 
-// For readers who may come at any moment. True without a path, too: the file was not asked for.
+// Replaces the file in one step, as it may be read at any moment. True without a path, as no file
+// was requested.
 bool WriteFileOf(const std::wstring& path, const std::function<std::string()>& content) {
   if (path.empty()) {
     return true;
@@ -63,7 +64,7 @@ bool WriteFileOf(const std::wstring& path, const std::function<std::string()>& c
     return true;
   }
   const unsigned error = platform::LastError();
-  Complain(L"cannot write " + Printable(path) + L" (" + ErrorText(error) + L")");
+  ReportProblem(L"cannot write " + Printable(path) + L" (" + ErrorText(error) + L")");
   return false;
 }
 
@@ -71,14 +72,14 @@ bool Print(const std::wstring& report) {
   const bool printed = platform::WriteOutput(report);
   if (!printed) {
     const unsigned error = platform::LastError();
-    Complain(L"cannot print the report (" + ErrorText(error) + L")");
+    ReportProblem(L"cannot print the report (" + ErrorText(error) + L")");
   }
   return printed;
 }
 
 int Report(const Options& options) {
   const Survey survey = InSight([&](Progress& progress) {
-    return LookAround(options.log_dir, options.days, platform::SystemClock(), progress);
+    return TakeSurvey(options.log_dir, options.days, platform::SystemClock(), progress);
   });
   const Verdict verdict = Judge(survey, options.limits);
   int exit_code = static_cast<int>(verdict.state);
@@ -122,7 +123,7 @@ int RunStatus(const std::vector<std::string>& arguments, const PathDecoder& path
     }
     return line.options.check ? ReportCheck(line.options) : Report(line.options);
   } catch (const std::exception& unexpected) {
-    Complain(platform::FromUtf8(unexpected.what()));
+    ReportProblem(platform::FromUtf8(unexpected.what()));
     return kCannotTell;
   }
 }

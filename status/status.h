@@ -8,7 +8,7 @@
 
 namespace kyd {
 
-// Looks around and reports; gives the exit code. See ReadCommandLine for the arguments.
+// Surveys the folders and reports; returns the exit code. See ReadCommandLine for the arguments.
 [[nodiscard]] int RunStatus(const std::vector<std::string>& arguments, const PathDecoder& path_of);
 
 }  // namespace kyd

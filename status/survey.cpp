@@ -28,7 +28,7 @@ class Surveyor {
       : survey_(survey), progress_(progress), tree_(survey.log_dir) {}
 
   void LookAtAccounts() {
-    // An upload folder that is missing is worth a line: the product provides it.
+    // A missing upload folder is reported: the product provides it.
     const platform::FileSearch search = tree_.ForEachAccount([this](const std::wstring& account) {
       progress_.Count();
       survey_.accounts.push_back(LookAtAccount(account));
@@ -59,7 +59,7 @@ class Surveyor {
   }
 
  private:
-  // Calls a function for every entry. Gives 0, or why the folder could not be read to its end.
+  // Calls a function for every entry. Returns 0, or the error that ended the search early.
   template <class Function>
   unsigned ForEachEntry(platform::FileSearch search, const Function& function) {
     for (bool found = search.First(); found; found = search.Next()) {
@@ -90,7 +90,7 @@ class Surveyor {
   }
 
   void LookAtWaiting(const std::wstring& name, WaitingFiles& waiting) {
-    unsigned unknown = 0;  // why the details of a file could not be had
+    unsigned unknown = 0;  // the error for a file without details
     const auto count = [&](const platform::FileSearch& search) {
       if (search.Current().is_folder) {
         return;
@@ -111,7 +111,7 @@ class Surveyor {
       }
     };
     Note(tree_.UploadPath(name), ForEachEntry(tree_.WaitingFiles(name), count));
-    Note(tree_.UploadPath(name, L"*.log"), unknown);
+    Note(tree_.WaitingPattern(name), unknown);
   }
 
   void LookAtArchive(const std::wstring& name, ArchivedFiles& archived) {
@@ -156,8 +156,8 @@ class Surveyor {
     return reader.Finish();
   }
 
-  // By name; one that has no folder is kept apart. Its name is never made a path: it may come from
-  // anywhere.
+  // Finds an account by name; one without a folder is kept apart. Its name is untrusted and never
+  // becomes part of a path.
   AccountStatus& AccountNamed(const std::wstring& name,
                               std::map<std::wstring, AccountStatus>& strangers) {
     const auto place =
@@ -217,7 +217,7 @@ std::int64_t AgeOf(std::int64_t moment, std::int64_t now) noexcept {
   return moment >= now ? 0 : now - moment;
 }
 
-Survey LookAround(const std::wstring& log_dir, unsigned days, const platform::Clock& clock,
+Survey TakeSurvey(const std::wstring& log_dir, unsigned days, const platform::Clock& clock,
                   Progress& progress) {
   Survey survey;
   survey.log_dir = log_dir;

@@ -1,7 +1,6 @@
-// What lies below the log directory now, and what the uploader has said about the last days.
+// The present contents of the log directory, and the uploader's results of the last days.
 //
-// Nothing is changed, no credential file is opened, and nobody is kept from opening a file
-// meanwhile.
+// Changes nothing, opens no credential file and locks no file.
 #pragma once
 
 #include <cstdint>
@@ -32,8 +31,8 @@ struct AccountStatus {
   bool has_folder = true;  // false for an account that only a result file names
   WaitingFiles waiting;
   ArchivedFiles archived;
-  std::optional<bool> has_credentials;  // nothing when it cannot be told
-  std::uint64_t errors = 0;             // failed files in the days looked at
+  std::optional<bool> has_credentials;  // std::nullopt if unknown
+  std::uint64_t errors = 0;             // failed files in the surveyed days
   std::optional<platform::LocalTime> last_error_day;
 };
 
@@ -70,8 +69,9 @@ struct AllDays {
 // Seconds that have passed since a moment; 0 for one in the future.
 [[nodiscard]] std::int64_t AgeOf(std::int64_t moment, std::int64_t now) noexcept;
 
-// Looks around. `days` is the number of result files that are read, today's and those before.
-[[nodiscard]] Survey LookAround(const std::wstring& log_dir, unsigned days,
+// Surveys the folders. `days` is the number of result files that are read, today's and those
+// before.
+[[nodiscard]] Survey TakeSurvey(const std::wstring& log_dir, unsigned days,
                                 const platform::Clock& clock, Progress& progress);
 
 }  // namespace kyd

@@ -6,6 +6,7 @@
 
 #include "debuglog/format.h"
 #include "platform/error.h"
+#include "platform/text.h"
 
 namespace kyd {
 
@@ -18,24 +19,20 @@ constexpr std::int64_t kMinute = 60;
 constexpr std::int64_t kHour = 60 * kMinute;
 constexpr std::int64_t kDay = 24 * kHour;
 
-bool Steers(wchar_t character) {
+bool NeedsReplacing(wchar_t character) {
   const auto value = static_cast<std::uint32_t>(std::make_unsigned_t<wchar_t>(character));
   const bool controls = value < 0x20 || (value >= 0x7F && value < 0xA0);
   const bool directs = value == 0x061C || value == 0x200E || value == 0x200F ||
                        (value >= 0x2028 && value <= 0x202E) || (value >= 0x2066 && value <= 0x2069);
-  // No characters at all, and not allowed in a page.
+  // Noncharacters, which are not allowed in a page.
   const bool is_none = (value & 0xFFFEU) == 0xFFFEU;
   return controls || directs || is_none;
 }
 
-bool IsSurrogate(wchar_t character, std::uint32_t first) {
-  return (static_cast<std::uint32_t>(character) & 0xFFFFFC00U) == first;
-}
-
 // Where wide text is UTF-16.
 bool BeginsPair(std::wstring_view text) {
-  return sizeof(wchar_t) == 2 && text.size() >= 2 && IsSurrogate(text[0], 0xD800) &&
-         IsSurrogate(text[1], 0xDC00);
+  return sizeof(wchar_t) == 2 && text.size() >= 2 && platform::IsHighSurrogate(text[0]) &&
+         platform::IsLowSurrogate(text[1]);
 }
 
 std::wstring TwoParts(std::int64_t first, const wchar_t* first_unit, std::int64_t second,
@@ -52,7 +49,7 @@ std::wstring TwoParts(std::int64_t first, const wchar_t* first_unit, std::int64_
 std::wstring Printable(std::wstring_view text) {
   std::wstring printable(text);
   for (wchar_t& character : printable) {
-    if (Steers(character)) {
+    if (NeedsReplacing(character)) {
       character = kReplacement;
     }
   }
@@ -68,8 +65,8 @@ std::wstring PrintableAndDistinct(std::wstring_view text) {
       printable += text[1];
       text.remove_prefix(1);
     } else if (character != L'\n' &&
-               (Steers(character) || character == kReplacement || IsSurrogate(character, 0xD800) ||
-                IsSurrogate(character, 0xDC00))) {
+               (NeedsReplacing(character) || character == kReplacement ||
+                platform::IsHighSurrogate(character) || platform::IsLowSurrogate(character))) {
       printable += kReplacement;
       printable += FormatBounded(kTextCapacity, L"%06X", static_cast<unsigned>(character));
     } else {
@@ -105,7 +102,7 @@ std::wstring SizeText(std::uint64_t bytes) {
   }
   double value = static_cast<double>(bytes) / 1024;
   const wchar_t* units = L"KMGTPE";
-  // As long as it would be printed as 1024.0.
+  // From 1023.95 on it would be printed as 1024.0.
   while (value >= 1023.95 && units[1] != L'\0') {
     value /= 1024;
     ++units;

@@ -1,4 +1,4 @@
-// How the reports say things.
+// The wording that the reports share.
 #pragma once
 
 #include <cstdint>
@@ -9,8 +9,7 @@
 
 namespace kyd {
 
-// A text without what could steer a terminal or turn a line around: control and direction
-// characters become U+FFFD.
+// A text that is safe to show on a terminal: control and direction characters become U+FFFD.
 [[nodiscard]] std::wstring Printable(std::wstring_view text);
 
 // Like Printable, but different texts stay different, also in UTF-8: what is replaced, U+FFFD
@@ -36,7 +35,7 @@ namespace kyd {
 // "missing", "access denied" or the number of the error.
 [[nodiscard]] std::wstring ErrorText(unsigned error);
 
-// What one line can say of a survey.
+// A survey in one line.
 [[nodiscard]] std::wstring SummaryText(const Survey& survey);
 
 }  // namespace kyd

@@ -52,7 +52,7 @@ CorvidSocket::ClientCertificate SelectCertificate(const UploadRun& run,
   return certificate;
 }
 
-// A certificate is its account's alone, and so is what was agreed upon with it.
+// A certificate belongs to one account, and so do the TLS sessions negotiated with it.
 CorvidSocket::ConnectionCache ConnectionsOf(UploadRun& run,
                                             const CorvidSocket::ClientCertificate& certificate) {
   if (certificate.context.Get() != nullptr) {
@@ -66,7 +66,7 @@ CorvidSocket::ConnectionCache ConnectionsOf(UploadRun& run,
 
 HeaderSet MakeHeaders(const UploadRun& run, const UploadAuthData& credentials,
                       const wchar_t* connection) {
-  // The session is taken up to its first NUL, the key whole.
+  // The session ends at its first NUL. The key is not cut: a NUL in it is refused.
   // NOLINTNEXTLINE(readability-redundant-string-cstr)
   const std::wstring session = credentials.idp_session.c_str();
   return {{L"Connection", connection},
@@ -87,7 +87,8 @@ Account PrepareAccount(UploadRun& run, const std::wstring& name, const UploadAut
   return account;
 }
 
-// Other 2xx codes are failures, on purpose: only these two say that the service has kept the file.
+// Other 2xx codes are failures, on purpose: only these two mean that the service has stored the
+// file.
 bool IsAccepted(web::http::status_code status) {
   return status == status_codes::OK || status == status_codes::Accepted;
 }
@@ -142,7 +143,7 @@ void UploadFile(Account& account, const std::wstring& file, const HeaderSet& hea
   }
 }
 
-// Goes through the folder one entry ahead: the request for its last file closes the connection.
+// Searches one entry ahead: the request for the last file closes the connection.
 void UploadFolder(Account& account, platform::FileSearch& search) {
   CorvidSocket::LimitLibraryThreads();
   bool more = true;

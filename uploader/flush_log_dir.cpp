@@ -44,7 +44,7 @@ void LogResult(const UploadRun& run, int result) {
 
 void CleanupFile(const LogTree& tree, const std::wstring& account, const std::wstring& file) {
   const bool moved = tree.ArchiveUnsent(account, file);
-  // Both lines carry the number, whatever it happens to be after a success.
+  // Both messages contain the number, which is arbitrary after a success.
   const unsigned error = platform::LastError();
   Log().WriteLogA(moved ? "<Cleanup MOVE> Move OK [%d]" : "<Cleanup MOVE> Move NG [%d]", error);
 }

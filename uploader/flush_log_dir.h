@@ -7,7 +7,7 @@
 
 namespace kyd {
 
-// Uploads account by account, has the result file written and, with `force`, archives what is still
+// Uploads account by account, writes the result file and, with `force`, archives what is still
 // waiting. Everything thrown inside is caught and logged.
 void FlushLogDir(UploadRun& run, bool force);
 

@@ -1,4 +1,4 @@
-// The name of the one copy.
+// The name that lets only one copy run.
 #pragma once
 
 namespace kyd {

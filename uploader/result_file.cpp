@@ -30,12 +30,12 @@ void AppendToFile(const std::wstring& path, const std::wstring& text) {
   platform::CFileAccessSecurity security(platform::CFileAccessSecurity::kDefault);
   security.Build();
   platform::File file = platform::File::OpenForWriting(path, security);
-  // Anywhere else than at its end the block would overwrite another one.
+  // Elsewhere than at the end the block would overwrite another one.
   if (!file.IsOpen() || !file.SeekToEnd()) {
     return;
   }
   const std::vector<std::uint8_t> bytes = platform::ToUtf16Le(text);
-  // What cannot be written is left out, and nobody is told.
+  // A block that cannot be written is lost; there is no message for it.
   static_cast<void>(file.WriteAll(bytes.data(), bytes.size()));
 }
 
@@ -66,7 +66,7 @@ void OutputResult(const UploadResultReport& report, const std::wstring& logDir,
     if (fileOkCount == 0 && fileErrorCount == 0) {
       return;
     }
-    // Read once: text and file name are of the same instant.
+    // Read once, so that text and file name have the same date.
     const platform::LocalTime now = clock.Local();
     AppendToFile(LogTree(logDir).ResultPath(now),
                  ResultText(report, logDir, now, accountCount, sendCount, noSendCount, fileOkCount,

@@ -18,8 +18,8 @@ namespace kyd {
                                       std::uint32_t sendCount, std::uint32_t noSendCount,
                                       std::uint32_t fileOkCount, std::uint32_t fileErrorCount);
 
-// Appends the run's block to the day's file; nothing at all when no file was sent or failed.
-// Whatever cannot be opened or written is left, silently.
+// Appends the run's block to the day's file, unless no file was sent or failed. A failure to open
+// or write it is ignored.
 void OutputResult(const UploadResultReport& report, const std::wstring& logDir,
                   std::uint32_t accountCount, std::uint32_t sendCount, std::uint32_t noSendCount,
                   std::uint32_t fileOkCount, std::uint32_t fileErrorCount,

@@ -11,8 +11,8 @@ namespace kyd {
 #define KYD_WIDE_(text) L##text
 #define KYD_WIDE(text) KYD_WIDE_(text)
 
-// A block is these, one behind the other; the third and the lines of the accounts stand there only
-// when an account had errors.
+// A block is the concatenation of these; the third and the lines of the accounts are there only if
+// an account had errors.
 inline constexpr wchar_t kResultTimeText[] = KYD_WIDE(KYD_TEXT_101);
 inline constexpr wchar_t kResultCountsText[] = KYD_WIDE(KYD_TEXT_102);
 inline constexpr wchar_t kResultErrorsText[] = KYD_WIDE(KYD_TEXT_103);

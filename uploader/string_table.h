@@ -1,7 +1,7 @@
 // The text resources of the program, by identifier. Included by C++ and by the resource compiler,
-// so that each text stands once; blanks are significant.
+// so that each text is written once; spaces are significant.
 
-// The resource compiler takes a text in one piece only.
+// The resource compiler does not join literals.
 // clang-format off
 
 #define KYD_TEXT_RESULT_TIME 101

@@ -17,22 +17,22 @@ constexpr std::size_t kTagSize = 16;
 using Nonce = std::array<std::uint8_t, kNonceSize>;
 using Tag = std::array<std::uint8_t, kTagSize>;
 
-/// Bytes that belong to somebody else. `data` may be null when `size` is 0.
+/// A view of bytes. `data` may be null if `size` is 0.
 struct ByteView {
   const std::uint8_t* data = nullptr;
   std::size_t size = 0;
 };
 
-/// Fills with bytes from the system's cryptographic generator. False when it cannot.
+/// Fills with bytes from the system's cryptographic generator. False on failure.
 [[nodiscard]] bool FillRandom(std::uint8_t* bytes, std::size_t size) noexcept;
 
 /// Encrypts `plaintext` into `ciphertext`, which has room for as many bytes, and makes the tag over
-/// `associated` and the ciphertext. A key of the wrong size or a failure of the library is false.
+/// `associated` and the ciphertext. False for a key of the wrong size or a failure of the library.
 [[nodiscard]] bool AeadSeal(const SecretBytes& key, const Nonce& nonce, ByteView associated,
                             ByteView plaintext, std::uint8_t* ciphertext, Tag* tag);
 
-/// The reverse. False when the tag does not fit, too; `plaintext` then holds nothing of meaning. It
-/// may be null when the text is empty, whose tag is checked all the same.
+/// The reverse. Also false if the tag does not match; the contents of `plaintext` are then
+/// meaningless. `plaintext` may be null for an empty text, whose tag is still checked.
 [[nodiscard]] bool AeadOpen(const SecretBytes& key, const Nonce& nonce, ByteView associated,
                             ByteView ciphertext, const Tag& tag, std::uint8_t* plaintext);
 

@@ -34,7 +34,7 @@ Context MakeContext(const SecretBytes& key, const Nonce& nonce, Direction direct
   return context;
 }
 
-// EVP counts in int, so that long input goes through in pieces. `output` null: associated data.
+// EVP counts in int, so that long input is processed in pieces. `output` null: associated data.
 bool Update(EVP_CIPHER_CTX* context, ByteView input, std::uint8_t* output) {
   constexpr std::size_t kPiece = std::size_t{1} << 20U;
   for (std::size_t done = 0; done < input.size;) {
@@ -51,7 +51,7 @@ bool Update(EVP_CIPHER_CTX* context, ByteView input, std::uint8_t* output) {
 }
 
 bool Finish(EVP_CIPHER_CTX* context) {
-  // GCM has nothing left to give here; the call makes or checks the tag.
+  // GCM produces no more output here; the call computes or checks the tag.
   std::array<std::uint8_t, EVP_MAX_BLOCK_LENGTH> rest{};
   int written = 0;
   return EVP_CipherFinal_ex(context, rest.data(), &written) == 1 && written == 0;

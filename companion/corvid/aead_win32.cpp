@@ -29,12 +29,12 @@ bool FitsUlong(std::size_t size) {
   return size <= std::numeric_limits<ULONG>::max();
 }
 
-// CNG declares its input without const and reads it only.
+// CNG declares its input without const but only reads it.
 PUCHAR Input(const std::uint8_t* bytes) {
   return const_cast<PUCHAR>(bytes);
 }
 
-// One AES key in GCM mode; the algorithm has to outlive the key.
+// One AES key in GCM mode; the algorithm must outlive the key.
 class GcmKey {
  public:
   bool Open(const SecretBytes& key) {
@@ -109,8 +109,8 @@ bool AeadOpen(const SecretBytes& key, const Nonce& nonce, ByteView associated, B
   }
   BCRYPT_AUTHENTICATED_CIPHER_MODE_INFO info = ModeInfo(nonce, associated, tag);
   const ULONG size = static_cast<ULONG>(ciphertext.size);
-  // Without an output buffer the call only tells the size and checks no tag, so that an empty text
-  // gets one, too.
+  // Without an output buffer the call only returns the size and checks no tag, so even an empty
+  // text gets one.
   std::uint8_t nothing = 0;
   std::uint8_t* const output = plaintext == nullptr ? &nothing : plaintext;
   ULONG written = 0;

@@ -35,13 +35,13 @@ bool IsWellFormed(const SecretVector<wchar_t>& text) {
 // The bytes of a well-formed text.
 std::vector<std::uint8_t> Decoded(const SecretVector<wchar_t>& text) {
   std::vector<std::uint8_t> bytes;
-  bytes.reserve(text.size() / 4 * 3);  // At once: growing would leave copies on the heap.
+  bytes.reserve(text.size() / 4 * 3);  // Growing would leave copies on the heap.
   std::uint32_t bits = 0;
-  int count = 0;  // bits at hand
+  int count = 0;  // bits collected so far
   for (const wchar_t character : text) {
     const std::size_t digit = kAlphabet.find(character);
     if (digit == std::wstring_view::npos) {
-      break;  // The padding: what is left are the unused bits of the last digit.
+      break;  // Padding: only the unused bits of the last digit are left.
     }
     bits = bits << 6U | static_cast<std::uint32_t>(digit);
     count += 6;

@@ -9,7 +9,7 @@
 
 namespace companion {
 
-/// Decodes the standard alphabet with its padding; blanks, tabs and line breaks may stand anywhere.
+/// Decodes the standard alphabet with its padding; blanks, tabs and line breaks may occur anywhere.
 /// Everything else is refused: other characters, missing or misplaced padding, nonzero bits after
 /// the last byte, and a text that decodes to no byte. `bytes` is assigned only on true.
 [[nodiscard]] bool DecodeBase64(const wchar_t* text, std::size_t count,

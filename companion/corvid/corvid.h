@@ -1,10 +1,10 @@
 // The exports of the Corvid library: the one declaration of their contract, which the program that
 // looks them up shares with the stand-in that provides them.
 //
-// The string and the vector belong to the caller and are grown by the library: both sides must be
+// The string and the vector belong to the caller and are resized by the library: both sides must be
 // built with the same C++ library and use the same C run-time heap. Each Windows module of this
-// project links the C++ library statically and imports the C run-time from the system. Never put a
-// module with another C run-time in this place.
+// project links the C++ library statically and imports the C run-time from the system. Never use a
+// module with another C run-time here.
 #pragma once
 
 #include <cstdint>
@@ -24,7 +24,7 @@ std::int32_t Corvid_CmpCphr_Decrypt(const std::uint8_t* data, std::uint64_t size
 std::int32_t Corvid_Base64_Decode(const wchar_t* text, std::uint64_t count,
                                   std::vector<std::uint8_t>* bytes);
 
-/// Must be there and is never called. The stand-in writes nothing; it ignores any arguments, which
+/// Must exist, but is never called. The stand-in writes nothing; it ignores any arguments, which
 /// the calling conventions of x86-64 allow.
 std::int32_t Corvid_Write_EventLog();
 

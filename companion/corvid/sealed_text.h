@@ -1,4 +1,4 @@
-// The sealed text: what lies in a credential file, and how it becomes a wide string.
+// The sealed text: the contents of a credential file, and their conversion to a wide string.
 //
 // Layout: "KYD1" (4 bytes, authenticated as associated data), nonce (12), ciphertext (any number of
 // bytes), tag (16). The plaintext is UTF-16LE without a byte-order mark, so that a file sealed on
@@ -20,7 +20,7 @@ enum class OpenResult {
   kNotUtf16,      ///< an odd number of bytes
 };
 
-/// Seals the bytes under a fresh random nonce; `plaintext` is taken as it is. False when the
+/// Seals the bytes under a fresh random nonce; `plaintext` is sealed unchanged. False when the
 /// cryptographic library fails.
 [[nodiscard]] bool SealText(const SecretBytes& key, const SecretBytes& plaintext,
                             std::vector<std::uint8_t>* sealed);

@@ -14,8 +14,8 @@ namespace {
 
 using Utf16Text = SecretVector<char16_t>;
 
-// A stream over the text for RapidJSON, which counts the position for its error report. A zero is
-// its sign for the end.
+// A stream over the text for RapidJSON, which counts the position for its error report. A zero
+// marks the end.
 class Utf16Stream {
  public:
   using Ch = char16_t;
@@ -30,7 +30,7 @@ class Utf16Stream {
   }
   [[nodiscard]] std::size_t Tell() const { return position_; }
 
-  // The reader asks for these only when it writes in place, which it is not told to do.
+  // The reader calls these only when parsing in place, which is not used.
   Ch* PutBegin() { return nullptr; }
   void Put(Ch /*unit*/) {}
   std::size_t PutEnd(Ch* /*begin*/) { return 0; }
@@ -44,7 +44,7 @@ bool IsJson(const Utf16Text& text, std::string* problem) {
   Utf16Stream stream(text);
   rapidjson::GenericReader<rapidjson::UTF16<char16_t>, rapidjson::UTF16<char16_t>> reader;
   rapidjson::BaseReaderHandler<rapidjson::UTF16<char16_t>> handler;
-  // Iterative: the depth of the nesting comes from outside and must not use up the stack.
+  // Iterative: deeply nested input must not exhaust the stack.
   const rapidjson::ParseResult result =
       reader.Parse<rapidjson::kParseIterativeFlag>(stream, handler);
   if (result.IsError()) {

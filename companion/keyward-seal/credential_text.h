@@ -7,7 +7,7 @@
 
 namespace companion {
 
-/// How the input is written.
+/// The encoding of the input.
 enum class InputEncoding {
   kUtf8,     ///< with or without a byte-order mark, which is dropped
   kUtf16Le,  ///< taken byte for byte; a mark would become part of the text

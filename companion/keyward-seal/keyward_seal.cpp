@@ -44,7 +44,7 @@ enum ExitCode : int {
   kExitNoKey = 78,
 };
 
-// Far more than any credential text, and a bound for input that never ends.
+// Far more than any credential text; a limit for endless input.
 constexpr std::size_t kLargestInput = std::size_t{64} << 20U;
 
 struct Options {
@@ -66,13 +66,13 @@ std::wstring Quoted(const std::wstring& path) {
   return L"\"" + path + L"\"";
 }
 
-// The platform's number of what has just failed.
+// The platform's number of the last failure.
 std::wstring LastErrorText() {
   const unsigned error = platform::LastError();
   return L" (error " + std::to_wstring(error) + L")";
 }
 
-// Prints what ended the reading of the command line: help, version or a mistake.
+// Prints what ended the parsing of the command line: help, version or an error.
 ExitCode Answer(const CLI::App& app, const CLI::ParseError& end) {
   if (end.get_name() == "CallForHelp" || end.get_name() == "CallForVersion") {
     const bool is_help = end.get_name() == "CallForHelp";
@@ -88,14 +88,14 @@ std::optional<Options> ParseArguments(const std::vector<std::string>& arguments,
                                       PathDecoder path_of, ExitCode* code) {
   CLI::App app(kDescription, "keyward-seal");
   app.footer(kFooter);
-  app.allow_windows_style_options(false);  // the same line on both platforms
+  app.allow_windows_style_options(false);  // the same command line on both platforms
   app.set_help_flag("--help", "Show this text");
   app.set_version_flag("--version", std::string(), "Show the version");
   std::string file;
   app.add_option("file", file, "The credential file")->required();
   CLI::Option* const check =
       app.add_flag("--check", "Refuse a text that is not JSON (this is the default)");
-  CLI::Option* const raw = app.add_flag("--raw", "Seal the text whatever it is");
+  CLI::Option* const raw = app.add_flag("--raw", "Seal any text without checking it");
   CLI::Option* const utf16 =
       app.add_flag("--utf16", "The input is UTF-16LE and sealed byte for byte; otherwise UTF-8");
   for (CLI::Option* const flag : {check, raw, utf16}) {
@@ -103,7 +103,7 @@ std::optional<Options> ParseArguments(const std::vector<std::string>& arguments,
   }
   check->excludes(raw);
   try {
-    // The library takes them from the back.
+    // The library takes arguments from the back.
     app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
     if (file.empty()) {
       throw CLI::ValidationError("file", "is empty");
@@ -119,7 +119,7 @@ std::optional<Options> ParseArguments(const std::vector<std::string>& arguments,
   return options;
 }
 
-// Standard input to its end, or std::nullopt after saying why.
+// Standard input to its end, or std::nullopt after reporting why.
 std::optional<SecretBytes> ReadStandardInput(ExitCode* code) {
   // Unbuffered, so that the run-time keeps no copy of the credentials; reading works either way.
   static_cast<void>(std::setvbuf(stdin, nullptr, _IONBF, 0));
@@ -145,7 +145,7 @@ std::optional<SecretBytes> ReadStandardInput(ExitCode* code) {
   return input;
 }
 
-// The key beside the program, made if there is none; or std::nullopt after saying why.
+// The key beside the program, created if there is none; or std::nullopt after reporting why.
 std::optional<SecretBytes> LoadOrMakeKey(const std::wstring& path) {
   SecretBytes key;
   KeyFileState state = ReadKeyFile(path, &key);
@@ -164,7 +164,7 @@ std::optional<SecretBytes> LoadOrMakeKey(const std::wstring& path) {
       PrintProblem(L"the key file " + Quoted(path) + L" cannot be written" + LastErrorText());
       return std::nullopt;
     }
-    // Another process was faster; its key is the one.
+    // Another process was faster; its key is used.
     state = ReadKeyFile(path, &key);
   }
   if (state != KeyFileState::kRead) {

@@ -6,7 +6,7 @@
 
 namespace companion {
 
-/// Turns a path on the command line, as the library of options gives it back, into a wide path.
+/// Turns a path on the command line, as the options library returns it, into a wide path.
 using PathDecoder = std::wstring (*)(const std::string& argument);
 
 /// Runs the tool with the arguments after the program's name. Reads standard input, writes to

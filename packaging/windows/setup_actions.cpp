@@ -17,14 +17,13 @@ using kyd::setup::AsArgument;
 
 // The name by which the program makes sure that it runs once.
 constexpr wchar_t kInstanceName[] = L"Global\\VeltraneKydLogUploaderMutexString";
-// The name by which an installer knows that another one, which it is a part of, holds the program's
-// name.
+// The name that tells a nested installer that its outer one holds the program's name.
 constexpr wchar_t kSetupName[] = L"Global\\VeltraneKydLogUploaderSetup";
 constexpr wchar_t kTaskName[] = L"Veltrane\\KydLogUploader";
 constexpr wchar_t kDefinition[] = L"deploy\\windows\\KydLogUploader.task.xml";
 // Beside the program, where only administrators can write.
 constexpr wchar_t kOwnDefinition[] = L"KydLogUploader.task.tmp";
-// Between the values that are handed to the deferred action; no value can have it.
+// Separates the values that are passed to the deferred action; no value can contain it.
 constexpr wchar_t kSeparator = L'|';
 
 std::wstring Property(MSIHANDLE install, const wchar_t* name) {
@@ -40,8 +39,8 @@ std::wstring Property(MSIHANDLE install, const wchar_t* name) {
   return {text.data(), length};
 }
 
-// Shows a message, or writes it to the installer's log when nobody looks. The result ends the
-// installation.
+// Shows a message, or writes it to the installer's log of a silent installation. The result ends
+// the installation.
 UINT Refuse(MSIHANDLE install, const std::wstring& message) {
   const MSIHANDLE record = MsiCreateRecord(1);
   MsiRecordSetStringW(record, 0, L"[1]");
@@ -51,7 +50,7 @@ UINT Refuse(MSIHANDLE install, const std::wstring& message) {
   return ERROR_INSTALL_FAILURE;
 }
 
-// Takes a name, unless somebody has it. Deliberately never given back: it is free again when the
+// Takes a name unless it is taken. Deliberately never released: it is free again when the
 // installer's process for these actions ends.
 bool Hold(const wchar_t* name) {
   const HANDLE mutex = CreateMutexW(nullptr, FALSE, name);
@@ -75,7 +74,7 @@ bool IsHeld(const wchar_t* name) {
   return true;
 }
 
-// A program that runs cannot be opened for writing.
+// A running program cannot be opened for writing.
 bool IsInUse(const std::wstring& path) {
   const HANDLE file =
       CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
@@ -87,7 +86,7 @@ bool IsInUse(const std::wstring& path) {
   return false;
 }
 
-// The exit code of schtasks, or nothing if it could not be started.
+// The exit code of schtasks, or std::nullopt if it could not be started.
 std::optional<DWORD> RunSchTasks(const std::wstring& arguments) {
   wchar_t folder[MAX_PATH];
   if (GetSystemDirectoryW(folder, MAX_PATH) == 0) {
@@ -142,15 +141,15 @@ bool WriteDefinition(const std::wstring& path, const std::wstring& text) {
 
 }  // namespace
 
-// Immediate, before anything is changed: refuses while a program runs, and looks at the properties.
+// Immediate, before anything is changed: refuses while a program runs, and checks the properties.
 extern "C" UINT __stdcall CheckSetup(MSIHANDLE install) {
   const std::wstring folder = Property(install, L"InstallFolder");
   if (IsHeld(kSetupName)) {
-    // The version that is replaced is removed by the installer of the new one, which has looked.
-    // Windows says so by UPGRADINGPRODUCTCODE; not everything that runs packages does.
+    // The version that is replaced is removed by the installer of the new one, which has checked
+    // already. Windows says so by UPGRADINGPRODUCTCODE; not everything that runs packages does.
     return MsiSetPropertyW(install, L"Replaced", L"1");
   }
-  // A running program keeps us out; one that is started from now on ends at once.
+  // Fails while a program runs; one that is started from now on ends at once.
   if (!Hold(kInstanceName)) {
     return Refuse(
         install,

@@ -50,7 +50,7 @@ def test_lists_that_are_locked_are_waited_for(installing, tmp_path):
     assert BUSY not in done.stderr
 
 
-def test_lists_that_cannot_be_had_are_no_reason_to_wait(installing):
+def test_unavailable_lists_are_not_waited_for(installing):
     done, calls = installing('echo "E: The repository is not signed" >&2; exit 100', "build", "linux")
     assert done.returncode != 0
     assert "E: The repository is not signed" in done.stderr

@@ -39,7 +39,7 @@ def test_version_that_is_not_supported_is_refused(building, version):
     )
 
 
-def test_mirror_that_has_no_source_is_told(building):
+def test_mirror_without_the_source_is_reported(building):
     assert building("none").startswith("cpprestsdk: version unknown of this machine's release is not supported")
 
 

@@ -343,6 +343,6 @@ def judge(text: str, place: Place) -> None:
             words.append(word)
             continue
         program, *arguments = words
-        _need(program in JUDGES, f"nobody knows the command {program}")
+        _need(program in JUDGES, f"unknown command {program}")
         JUDGES[program](arguments, place)
         words = []

@@ -64,7 +64,7 @@ def test_every_message_is_explained(guide):
         assert remedy or kind == "step", f"what is to be done? {message}"
 
 
-def test_failures_are_told_by_their_words(guide):
+def test_failures_are_recognised_by_their_words(guide):
     """The sentence by which a reader recognises failures in the log holds for every message."""
     rows, texts = listed(guide, "Messages", "Message")
     failure = re.compile(r"\b(error|failed|ng|exception)\b", re.IGNORECASE)

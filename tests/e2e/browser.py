@@ -68,7 +68,7 @@ class Browser:
             pass
 
     def run(self, expression):
-        """The value of an expression in the page, awaited; the page's policy does not bind it."""
+        """The value of an expression in the page, awaited; the page's policy does not apply to it."""
         answer = self._call("Runtime.evaluate", expression=expression, awaitPromise=True,
                             returnByValue=True)
         assert "exceptionDetails" not in answer, answer
@@ -85,7 +85,7 @@ class Browser:
         path.write_bytes(base64.b64decode(self._call("Page.captureScreenshot", format="png")["data"]))
 
     def broken_rules(self):
-        """What axe-core says against the page, of every rule it has, and what it could not judge."""
+        """Violations that axe-core finds in the page by all of its rules, and what it could not judge."""
         self.run(AXE.read_text("utf-8") + "; true")
         found = json.loads(self.run("axe.run(document).then(JSON.stringify)"))
         assert len(found["passes"]) > 10

@@ -47,8 +47,7 @@ def pytest_generate_tests(metafunc):
 
 
 def pytest_collection_modifyitems(config, items):
-    # What does not start the program is the same on all platforms: once is enough, and the native
-    # run takes it.
+    # A test that does not start the program is the same on all platforms: the native run has it.
     if config.getoption("--platform") not in (None, "linux"):
         elsewhere = [item for item in items if "platform" not in item.fixturenames]
         config.hook.pytest_deselected(items=elsewhere)
@@ -82,7 +81,7 @@ def platform(request, tmp_path_factory):
 
 @pytest.fixture
 def machine(platform, tmp_path):
-    """A machine of its own for the test; whatever the test is about, no secret may be left there."""
+    """A machine of its own for the test; no test may leave a secret there."""
     made = Machine(platform, tmp_path)
     yield made
     made.expect_no_secret()
@@ -107,31 +106,43 @@ def plan(machine):
 
 @pytest.fixture
 def ordinary(machine):
-    """Runs the tool over a tree as a user who is nobody special."""
+    """Runs the status tool over a tree as an ordinary user, who owns the tree and the programs."""
     if machine.platform.name == "windows":
         pytest.skip("Wine knows the rights of the one user only who runs it")
     folder = Path(tempfile.mkdtemp())
-    folder.chmod(0o755)
     tree = folder / "logs"
     for path in ("Upload/alice", "Upload/bob", "Archive/alice", "Archive/bob", "LogWork/alice",
                  "UploadResult"):
         (tree / path).mkdir(parents=True)
-    program = folder / "KydUploadStatus"
-    shutil.copy2(machine.program_folder / machine.platform.status_name, program)
+    for path in ("run/lock", "var/log", "etc/keyward"):
+        (folder / "sysroot" / path).mkdir(parents=True)
+    shutil.copytree(machine.platform.program_folder, folder / "program")
+    is_root = os.getuid() == 0
+    subprocess.run(["chown", "-R", "nobody:nogroup", folder], check=is_root)
+    switch = {"user": "nobody", "group": "nogroup", "extra_groups": []} if is_root else {}
 
     def run(*arguments):
-        switch = {"user": 65534, "group": 65534, "extra_groups": []} if os.getuid() == 0 else {}
         finished = subprocess.run(
-            [program, tree, *arguments], cwd="/", stdin=subprocess.DEVNULL, capture_output=True,
-            timeout=SECONDS, check=False, env=machine.environment, **switch,
+            [folder / "program" / machine.platform.status_name, tree, *arguments], cwd="/",
+            stdin=subprocess.DEVNULL, capture_output=True, timeout=SECONDS, check=False,
+            env={**machine.environment, "KEYWARD_SYSROOT": str(folder / "sysroot")}, **switch,
         )
         return Finished(finished.returncode, finished.stdout, finished.stderr)
 
+    def write(path, content=b""):
+        """A file of the user in the folder."""
+        (folder / path).write_bytes(content)
+        if is_root:
+            shutil.chown(folder / path, "nobody", "nogroup")
+        return folder / path
+
+    run.folder = folder
     run.tree = tree
+    run.write = write
     try:
         yield run
     finally:
-        for path in (tree, *tree.rglob("*")):
+        for path in (folder, *folder.rglob("*")):
             if path.is_dir():
                 path.chmod(0o755)
         shutil.rmtree(folder)

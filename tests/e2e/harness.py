@@ -29,7 +29,7 @@ _BYTE_ORDER_MARK = b"\xef\xbb\xbf"
 
 @dataclass(frozen=True)
 class LogLine:
-    """A line of the diagnostic log, taken apart."""
+    """A parsed line of the diagnostic log."""
 
     time: str
     session: int
@@ -39,7 +39,7 @@ class LogLine:
 
 
 def parse_log(content):
-    """Takes a whole diagnostic log apart; fails when a byte of it is out of format.
+    """Parses a whole diagnostic log; fails if any byte is out of format.
 
     A message may hold line ends of its own; the next line begins where the next prefix does.
     """
@@ -120,12 +120,12 @@ class Running:
         return self._process.poll() is None
 
     def wait(self, seconds=RUN_SECONDS):
-        """Waits for the end and judges what always holds: code 0, no output, nothing lost."""
+        """Waits for the end and checks what always holds: code 0, no output, nothing lost."""
         self.wait_for_good_end(seconds)
         self._machine.lost_nothing()
 
     def wait_for_good_end(self, seconds=RUN_SECONDS):
-        """Like `wait`, for a program beside which another one still moves files."""
+        """Like `wait`, while another program still moves files."""
         code, output = self.wait_for_end(seconds)
         assert output == b"", f"the program wrote: {output[:2000]!r}"
         assert code == 0, f"the program ended with {code}; its platform wrote: {self._output()!r}"
@@ -144,7 +144,7 @@ class Running:
 
 
 class Machine:
-    """The machine of one test: everything that the program sees lies under `folder`."""
+    """The machine of one test: everything that the program sees is under `folder`."""
 
     def __init__(self, platform, folder):
         self.platform = platform
@@ -225,7 +225,7 @@ class Machine:
     # Certificates.
 
     def trust(self, authority):
-        """The machine takes server certificates of this authority for good from now on."""
+        """From now on the machine trusts server certificates of this authority."""
         self.platform.trust(authority, self.sysroot)
 
     def client_certificate(self, scope, identity):
@@ -237,7 +237,7 @@ class Machine:
 
     def account(self, name, *, archive=True, seal=True, **members):
         """An account with its folders and, unless told otherwise, sealed credentials."""
-        # Names may hold anything, credentials go into headers.
+        # Names may contain anything; credentials go into headers.
         own = f"{re.sub('[^A-Za-z0-9]', '-', name)[:40]}-{71 + len(self.accounts)}"
         self.accounts[name] = Account(name, f"key-of-{own}", f"session-of-{own}")
         self.upload(name).mkdir()
@@ -261,7 +261,7 @@ class Machine:
         self.platform.seal(self.credential(name), content)
 
     def log(self, account, name, content=None):
-        """A waiting log file; its content is its own unless given."""
+        """A waiting log file with unique content unless given."""
         if content is None:
             content = f"{account}/{name}: something happened\r\n".encode("utf-8", "surrogateescape")
         self.upload(account, name).write_bytes(content)
@@ -276,7 +276,7 @@ class Machine:
         return self._made[account, name]
 
     def made(self):
-        """The log files that lie in Upload or Archive, as (account, name)."""
+        """The log files in Upload or Archive, as (account, name)."""
         return list(self._made)
 
     def remove_log(self, account, name):
@@ -285,7 +285,7 @@ class Machine:
         return self.forget_log(account, name)
 
     def forget_log(self, account, name):
-        """Somebody else has taken the file out of the tree during the run."""
+        """Another program has taken the file out of the tree during the run."""
         content = self._made.pop((account, name))
         self._before.pop(os.path.join("Upload", account, name), None)
         return content
@@ -296,18 +296,18 @@ class Machine:
         self.note_change(account, name, content)
 
     def note_change(self, account, name, content):
-        """Somebody else has given a waiting file this content."""
+        """Another program has given a waiting file this content."""
         self._made[account, name] = content
         digest = hashlib.sha256(content).hexdigest()
         self._before[os.path.join("Upload", account, name)] = digest
 
     def expect_more(self, content):
-        """Somebody else puts such a file into the archive."""
+        """Another program puts such a file into the archive."""
         self._before["Archive/more"] = hashlib.sha256(content).hexdigest()
 
     @contextlib.contextmanager
     def held_by_another(self, path, *how):
-        """Another Windows program has the file open and shares it with nobody, or "for-reading"."""
+        """Another Windows program has the file open and shares it not at all, or "for-reading"."""
         arguments = [self.platform.native_path(path), *how]
         holder = subprocess.Popen(
             self.platform.command(self.platform.hold_open, arguments),
@@ -324,7 +324,7 @@ class Machine:
             holder.wait(30)
 
     def archived(self, account, name, content=b"sent before\n"):
-        """A file that lies in the archive from an earlier run."""
+        """A file that is in the archive from an earlier run."""
         self.archive(account, name).write_bytes(content)
 
     # Runs.
@@ -334,7 +334,7 @@ class Machine:
         self.program_folder = self.folder / "program"
         self.program_folder.mkdir()
         for path in self.platform.program_folder.iterdir():
-            # Nobody changes the program itself, and it is large.
+            # The program itself is never changed, and it is large.
             is_program = path.name == self.platform.program_name
             copy = os.link if is_program else shutil.copy2
             copy(path, self.program_folder / path.name)
@@ -350,7 +350,7 @@ class Machine:
         return Running(self, command, self.folder / "output" / str(self._runs))
 
     def run(self, arguments=None, seconds=RUN_SECONDS):
-        """A whole run, judged for what always holds: code 0, no output, nothing lost."""
+        """A whole run, checked for what always holds: code 0, no output, nothing lost."""
         with self.start(arguments) as running:
             running.wait(seconds)
 
@@ -380,7 +380,7 @@ class Machine:
         return gone, new
 
     def lost_nothing(self):
-        """Every log file is in Upload or in Archive, once, byte for byte, and no other came up."""
+        """Every log file is in Upload or in Archive, once, byte for byte, and there is no other."""
         for (account, name), content in self._made.items():
             places = [
                 path
@@ -437,7 +437,7 @@ class Machine:
         """No key and no session stands in anything that runs have written."""
         left = self.all_bytes()
         for secret in self._secrets:
-            # A shorter one could stand there by chance.
+            # A shorter one could occur by chance.
             if isinstance(secret, str) and len(secret) >= 8:
                 assert secret.encode("utf-8", "surrogatepass") not in left
                 assert secret.encode("utf-16-le", "surrogatepass") not in left

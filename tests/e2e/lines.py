@@ -1,4 +1,4 @@
-"""The line to the tenant: services for one test, and the two ways in which all of it can end."""
+"""The connection to the tenant: services for one test, and the two outcomes of a run."""
 
 from service.log_service import LogService
 
@@ -21,7 +21,7 @@ def expect_all_sent(machine, account="alice"):
 
 
 def expect_nothing_sent(machine, account="alice"):
-    """The first file meets a transport failure; the account ends, the run goes on."""
+    """The first file has a transport failure: the account ends, the run continues."""
     first = machine.search_order(account)[0]
     machine.run()
     assert machine.is_waiting(account, "a.log") and machine.is_waiting(account, "b.log")

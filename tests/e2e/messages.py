@@ -74,7 +74,7 @@ def flushed(accounts):
         messages.append(f"<CleanupUploadDir> start [{name}]")
         for error in moves:
             messages.append(
-                # The number behind a move that was done is whatever the last error happens to be.
+                # The number after a successful move is an arbitrary earlier error.
                 re.compile(rf"<Cleanup MOVE> Move OK \[{ANY_NUMBER}\]")
                 if error is None
                 else f"<Cleanup MOVE> Move NG [{error}]"

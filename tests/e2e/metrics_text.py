@@ -1,4 +1,4 @@
-"""Reads a file of metrics as strictly as the strictest of those who take it.
+"""Reads a file of metrics as strictly as its strictest consumer.
 
 node_exporter and windows_exporter read Prometheus' text format; windows_exporter drops the whole file for
 a byte-order mark of another encoding, for a time behind a value and for a sample that is there twice.

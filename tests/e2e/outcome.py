@@ -85,7 +85,7 @@ class Plan:
 
     def __init__(self, machine):
         self.machine = machine
-        self.gone = set()  # files that somebody takes away during the run
+        self.gone = set()  # files that are taken away during the run
         self.order = [
             (account, machine.search_order(account)) for account in machine.account_order()
         ]

@@ -115,7 +115,7 @@ class Platform:
         raise NotImplementedError
 
     def trust(self, authority, sysroot):
-        """Makes an authority one of those whose server certificates the machine takes for good."""
+        """Makes the machine trust an authority's server certificates."""
         raise NotImplementedError
 
     def add_client_certificate(self, scope, identity, sysroot):

@@ -59,7 +59,7 @@ def serve_asking(machine, factory, **options):
 
 
 def expect_sent_without_certificate(machine, service, *selection):
-    """A run that sends both files all the same; its selection of a certificate says only this."""
+    """A run that still sends both files; the selection of a certificate logs only this."""
     first, second = machine.search_order("alice")
     machine.run()
     assert shown(service) == [None, None]
@@ -85,7 +85,7 @@ def shown(service):
 
 
 @pytest.mark.parametrize("scope", SCOPES)
-def test_certificate_of_the_scopes_store_is_shown_for_every_file(machine, trusted, scope):
+def test_certificate_of_the_scopes_store_is_presented_for_every_file(machine, trusted, scope):
     by_scope = {"user": trusted.client, "comp": trusted.second_client}
     references = {one: machine.client_certificate(one, by_scope[one]) for one in SCOPES}
     mine = by_scope[scope]
@@ -169,7 +169,7 @@ def pfx_text(content):
     return base64.b64encode(content).decode("ascii")
 
 
-def test_certificate_text_wins_over_the_store_and_is_not_shown(alice, trusted, certificates):
+def test_certificate_text_takes_precedence_over_the_store_and_is_not_presented(alice, trusted, certificates):
     reference = {"hash": trusted.client.thumbprint, "store": "user"}
     text = pfx_text(trusted.client.pfx())
     alice.seal("alice", cert={"base64encoded": text, **reference})
@@ -180,7 +180,7 @@ def test_certificate_text_wins_over_the_store_and_is_not_shown(alice, trusted, c
         expect_sent_without_certificate(alice, service)
 
 
-def test_faulty_certificate_text_does_not_bring_the_store_back(alice, trusted):
+def test_faulty_certificate_text_does_not_fall_back_to_the_store(alice, trusted):
     reference = {"hash": trusted.client.thumbprint, "store": "user"}
     alice.seal("alice", cert={"base64encoded": "*", **reference})
     with serve_asking(alice, trusted) as service:
@@ -219,13 +219,13 @@ def test_trusted_server_with_a_published_revocation_list_is_accepted(alice, trus
     "identity",
     ["other_authority_server", "self_signed_server", "wrong_host_server", "expired_server"],
 )
-def test_server_that_proves_nothing_is_refused(alice, trusted, identity):
+def test_untrusted_server_is_refused(alice, trusted, identity):
     with serve(alice, getattr(trusted, identity)) as service:
         expect_nothing_sent(alice)
         assert not service.requests
 
 
-def test_server_that_proves_nothing_from_the_second_file_on_is_refused_then(alice, trusted):
+def test_server_untrusted_from_the_second_file_on_is_refused_then(alice, trusted):
     first, second = alice.search_order("alice")
     with serve(alice, trusted.server) as service:
         service.on_request = lambda request: service.present(trusted.self_signed_server)
@@ -250,7 +250,7 @@ def needs_revocation_check(machine):
         pytest.skip("only WinHTTP checks revocation")
 
 
-def test_server_whose_revocation_list_cannot_be_had_is_refused(alice, trusted):
+def test_server_with_unavailable_revocation_list_is_refused(alice, trusted):
     needs_revocation_check(alice)
     unpublished = dataclasses.replace(
         trusted.authority, revocation_url="http://127.0.0.1:9/nobody.crl"
@@ -280,7 +280,7 @@ def test_server_without_a_revocation_address_is_refused(alice, trusted):
 
 
 def test_validation_follows_each_accounts_own_certificate(alice, trusted):
-    """One server that nobody trusts: refused with a certificate, accepted without one."""
+    """An untrusted server: refused with a certificate, accepted without one."""
     alice.account("bob")
     alice.logs("bob", "a.log", "b.log")
     with serve(alice, trusted.self_signed_server) as service:
@@ -325,7 +325,7 @@ def test_real_web_server_verifies_the_certificate(machine, trusted, tmp_path, sc
 
 
 @needs_nginx
-def test_real_web_servers_demand_of_a_certificate_is_a_failure_like_any_other(
+def test_real_web_server_that_requires_a_certificate_is_an_ordinary_failure(
     machine, trusted, tmp_path
 ):
     """nginx lets the handshake pass and answers 400."""

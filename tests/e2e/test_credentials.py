@@ -224,7 +224,7 @@ def test_texts_without_usable_credentials_are_refused(machine, service):
 
 @pytest.mark.parametrize("closed", [False, True], ids=["open", "closed"])
 @pytest.mark.parametrize("bracket", ["[]", "{}"], ids=["arrays", "objects"])
-def test_text_nested_without_measure_does_not_crash(alice, service, bracket, closed):
+def test_deeply_nested_text_does_not_crash(alice, service, bracket, closed):
     depth = 300_000
     opening = "[" if bracket == "[]" else '{"a":'
     inner = opening * depth + ("1" + bracket[1] * depth if closed else "")
@@ -255,7 +255,7 @@ MORE_MEMBERS = [
 ]
 
 
-def test_members_beyond_the_two_do_not_matter(machine, service):
+def test_further_members_are_ignored(machine, service):
     machine.switch_log_on()
     for number, more in enumerate(MORE_MEMBERS):
         machine.account(f"case-{number:02}", **more)

@@ -1,4 +1,4 @@
-"""The files that administrators roll out: each of them is used, and has the effect that it promises."""
+"""The files that administrators roll out: each of them is used and has the effect that it promises."""
 
 import configparser
 import os
@@ -68,7 +68,7 @@ def test_files_switch_the_log_on_and_off(machine, default_log):
 
 
 def edited(machine, name, *changes):
-    """A copy of a settings file with changes that the file itself tells of."""
+    """A copy of a settings file with the changes that its comments describe."""
     text = (SETTINGS / name).read_text("ascii")
     for old, new in changes:
         assert old in text
@@ -331,7 +331,7 @@ def test_settings_are_checked_before_the_program_starts(tmp_path, tenant, ok):
         assert finished.stderr.startswith("TENANT ")
 
 
-def test_service_runs_once_and_not_for_ever():
+def test_service_runs_once():
     section = unit(SERVICE)["Service"]
     assert section["Type"] == "oneshot"
     assert section["TimeoutStartSec"] == "2h"

@@ -35,7 +35,7 @@ def base(machine):
 
 
 def expect_no_log(machine):
-    """A whole run that does its work and leaves no trace of a log anywhere."""
+    """A complete run that leaves no trace of a log anywhere."""
     machine.run()
     assert machine.is_archived("alice", "a.log")
     assert not list(machine.diagnostic_base.iterdir())
@@ -105,7 +105,7 @@ def test_line_is_prefix_message_comma_and_line_end(loaded):
     assert start - slack <= stamps[0] and stamps[-1] <= end + slack
 
 
-def test_further_runs_append_and_the_mark_stands_once(loaded):
+def test_further_runs_append_without_another_mark(loaded):
     loaded.switch_log_on()
     loaded.run()
     first = loaded.diagnostic_log.read_bytes()

@@ -1,4 +1,4 @@
-"""Many runs: killed, raced, failing and ordinary ones. Each is judged like the only one.
+"""Many runs: killed, raced, failing and ordinary ones. Each is checked as if it were the only one.
 
 `--endurance long` makes as many as trust needs; the usual run makes a sample of them. The moments
 are random, and the number that a failing test prints brings them back.
@@ -25,7 +25,7 @@ from .platforms import wait_until
 
 ACCOUNTS = ("alice", "bob", "carol")
 SIZES = (0, 200, 20_000, 700_000)
-# What is made of a kind: (usually, at length), by platform.
+# The number of runs of a kind: (sample, long), by platform.
 ROUNDS = {
     "kills": {"linux": (40, 1000), "windows": (5, 100)},
     "service kills": {"linux": (10, 200), "windows": (2, 20)},
@@ -52,7 +52,7 @@ def chance():
 
 
 class Tree:
-    """Accounts with log files that lie in Upload again before every round."""
+    """Accounts with log files that are put back into Upload before every round."""
 
     def __init__(self, machine, chance):
         self.machine = machine
@@ -77,7 +77,7 @@ class Tree:
         return file
 
     def accepted(self, requests):
-        """How often each file was accepted whole."""
+        """How often each file was accepted completely."""
         return collections.Counter(
             self.file_of(one.body) for one in list(requests) if one.status in (200, 202)
         )
@@ -101,8 +101,8 @@ def test_killed_at_any_moment_nothing_is_lost(machine, service, tree, rounds, ch
     for at in range(rounds("kills")):
         tree.reset()
         service.forget_requests()
-        # Where a program starts slowly, few moments of its whole time find it at work. Every other
-        # kill therefore comes soon after a file did, with a service that leaves it the time.
+        # A program that starts slowly works for only a small part of its time. Every other kill
+        # therefore follows soon after a file arrives, with a slow service.
         at_work = at % 2 == 0
         service.decide = (lambda _: Answer(200, delay=UNHURRIED)) if at_work else None
         with machine.start() as running:
@@ -115,7 +115,7 @@ def test_killed_at_any_moment_nothing_is_lost(machine, service, tree, rounds, ch
         machine.lost_nothing()
         accepted = tree.accepted(service.requests)
         waiting = tree.waiting()
-        assert set(tree.files) - waiting <= set(accepted), "archived, and nobody accepted it"
+        assert set(tree.files) - waiting <= set(accepted), "archived without having been accepted"
         doubtful = waiting & set(accepted)
         assert len(doubtful) <= 1, "only one file can be under way"
         cut_off += 0 < len(waiting) < len(tree.files)
@@ -185,7 +185,7 @@ def test_service_killed_at_any_moment_nothing_is_lost(machine, tree, tmp_path, r
             service.kill()
             running.wait()
         archived = {tree.files[file] for file in set(tree.files) - tree.waiting()}
-        assert archived <= set(service.bodies()), "archived, and nobody accepted it"
+        assert archived <= set(service.bodies()), "archived without having been accepted"
     service.start()
     try:
         machine.run()
@@ -210,7 +210,7 @@ def test_of_copies_that_start_together_one_works(machine, service, rounds, chanc
             assert machine.is_waiting("alice", name)
             assert len(service.requests) == earlier + 1
             if at % 2:
-                # A holder that is killed leaves the place to the next start.
+                # A killed owner releases the name for the next start.
                 (holder,) = (copy for copy in copies if copy.is_running())
                 holder.kill()
                 copies.remove(holder)
@@ -239,7 +239,7 @@ def test_ordinary_runs_end_well(machine, service, tree, rounds):
 
 
 def random_failure(chance):
-    """An answer that is none: the line breaks somewhere, or what comes is no HTTP."""
+    """An invalid answer: the connection breaks, or the bytes are not HTTP."""
     stage = chance.choice([*Stage, None])
     if stage is None:
         return Answer(raw=chance.randbytes(chance.randrange(1, 2000)))
@@ -256,7 +256,7 @@ def test_failing_runs_end_well(machine, service, tree, rounds, chance):
         service.forget_requests()
         for account in ACCOUNTS:
             machine.seal(account)
-        # Port 1 of the loopback is nobody's: every tenth run is refused.
+        # Port 1 of the loopback is unused: every tenth run is refused.
         machine.tenant = "localhost:1" if at % 10 == 9 else usual_tenant
         service.answer_with(*(random_failure(chance) for _ in range(3)))
         machine.run(seconds=60)
@@ -298,8 +298,8 @@ def test_long_run_takes_no_more_at_its_end_than_at_its_beginning(machine, servic
         running.wait(seconds=1800)
     print(samples)
     assert machine.messages()[-3:] == say.summary(accounts=3, send=3, ok=count)
-    # The first samples are the warming up. The pools of the platform may still grow by some threads
-    # after it, each with a few descriptors; what leaked with every file would be beyond all that.
+    # The first samples are warm-up. The platform's pools may still grow by some threads
+    # afterwards, each with a few descriptors; a leak with every file would exceed all that.
     early, late = samples[2:6], samples[-4:]
     for what, slack in enumerate((2_000_000, 20, 5)):
         most = max(sample[what] for sample in early)
@@ -313,7 +313,7 @@ def dripping(piece=b"x" * 10_000, pause=0.01):
         time.sleep(pause)
 
 
-def only_at_length(request):
+def skip_unless_long(request):
     if request.config.getoption("--endurance") != "long":
         pytest.skip("one wait of 30 s is enough for every day")
 
@@ -335,7 +335,7 @@ def hurried(request, machine):
 @pytest.mark.parametrize("status", [500, 200])
 def test_body_without_end_is_cut_off_and_takes_no_memory(request, machine, service, status):
     if status == 200 or machine.platform.name == "windows":
-        only_at_length(request)
+        skip_unless_long(request)
     machine.switch_log_on()
     machine.account("alice")
     machine.logs("alice", "a.log", "b.log")

@@ -97,7 +97,7 @@ def test_empty_arguments_are_a_run_that_finds_nothing(machine, arguments):
     ],
     ids=lambda tenant: tenant[:20],
 )
-def test_tenant_that_is_no_host_sends_nothing_and_ends_in_order(loaded, service, tenant):
+def test_invalid_tenant_sends_nothing_and_ends_cleanly(loaded, service, tenant):
     loaded.run([tenant, loaded.native()])
     assert loaded.is_waiting("alice", "a.log")
     assert not service.connections
@@ -148,7 +148,7 @@ def test_second_copy_ends_at_once_and_touches_nothing(machine, platform, service
     assert len(service.requests) == 3
 
 
-def test_place_is_free_again_after_a_killed_copy(machine, service):
+def test_instance_name_is_free_after_a_killed_copy(machine, service):
     machine.account("alice")
     machine.log("alice", "a.log")
     hold = Hold()

@@ -1,4 +1,4 @@
-"""What other programs and the machine can do to files during a run; each case is judged in full."""
+"""What other programs and the machine can do to files during a run; each case is checked in full."""
 
 import contextlib
 import os
@@ -20,7 +20,7 @@ def only_on_linux(plan, why):
 
 @contextlib.contextmanager
 def run_held(plan, hold):
-    """A run that stands still within the block."""
+    """A run that is paused within the block."""
     with plan.machine.start() as running:
         assert hold.reached.wait(30)
         yield plan.machine.upload(*plan.victim)
@@ -46,7 +46,7 @@ def before_moving(plan, service):
 
 @pytest.fixture
 def while_reading(plan, service):
-    """The victim has been opened and mostly not been read: the service has stopped to listen."""
+    """The victim has been opened and mostly not been read: the service has stopped reading."""
     plan.machine.log(*plan.victim, os.urandom(30_000_000))
     hold = Hold()
     plan.answer_victim(service, Answer(body_hold=hold))
@@ -112,7 +112,7 @@ def test_file_that_shrinks_while_it_is_read(plan, service, while_reading):
     windows = plan.machine.platform.name == "windows"
     content = plan.machine.content(*plan.victim)
     kept = content[:25_000_000]
-    # Where the length is announced ahead, what is missing breaks the request.
+    # Where the length is announced in advance, missing bytes break the request.
     plan.fates[plan.victim] = BrokenLine() if windows else Accepted()
     with while_reading() as path:
         os.truncate(path, len(kept))
@@ -152,13 +152,13 @@ def test_file_that_vanishes_before_it_is_moved(plan, service, before_moving):
     plan.expect(service, bodies={plan.victim: content})
 
 
-def test_target_that_somebody_makes_before_the_move_is_kept(plan, service, before_moving):
+def test_target_created_before_the_move_is_kept(plan, service, before_moving):
     plan.fates[plan.victim] = Accepted(move_error=183)
     with before_moving():
-        plan.machine.archived(*plan.victim, b"of somebody else\n")
-        plan.machine.expect_more(b"of somebody else\n")
+        plan.machine.archived(*plan.victim, b"of another program\n")
+        plan.machine.expect_more(b"of another program\n")
     plan.expect(service)
-    assert plan.machine.archive(*plan.victim).read_bytes() == b"of somebody else\n"
+    assert plan.machine.archive(*plan.victim).read_bytes() == b"of another program\n"
 
 
 def test_archive_folder_that_vanishes_before_the_move(plan, service, before_moving):
@@ -231,7 +231,7 @@ def test_archive_folder_on_another_file_system_that_is_full(plan, service):
         assert not os.listdir(elsewhere), "half a copy is left"
 
 
-# What looks like a log file and is none.
+# What looks like a log file but is not one.
 
 
 def replace_victim(plan):
@@ -277,14 +277,14 @@ def test_device_in_place_of_a_file(plan, service, device):
 
 def test_file_that_cannot_be_read(plan, service):
     only_on_linux(plan, "there are no such files on Windows")
-    # It can be opened, and its first byte is nobody's.
+    # It can be opened, but reading its first byte fails.
     replace_victim(plan).symlink_to("/proc/self/mem")
     expect_end_at_victim(plan, service)
 
 
 def test_file_that_another_program_holds(plan, service):
     if plan.machine.platform.name == "linux":
-        pytest.skip("nobody keeps others from reading on Linux")
+        pytest.skip("on Linux no program can keep others from reading")
     with plan.machine.held_by_another(plan.machine.upload(*plan.victim)):
         plan.machine.run()
     plan.fates[plan.victim] = EndOfRun()

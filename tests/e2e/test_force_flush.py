@@ -82,7 +82,7 @@ def test_existing_bak_is_not_replaced(machine, service):
     expect_messages(machine.messages()[-len(expected) :], expected)
 
 
-def test_existing_archived_file_does_not_stand_in_the_way_of_the_bak(machine, service):
+def test_existing_archived_file_does_not_block_the_bak(machine, service):
     machine.account("alice")
     machine.log("alice", "a.log")
     machine.archived("alice", "a.log", b"of an earlier run\n")
@@ -105,7 +105,7 @@ def test_files_stay_when_the_archive_folder_is_missing(machine, service):
     expect_messages(machine.messages()[-len(expected) :], expected)
 
 
-def test_run_that_ended_early_is_flushed_all_the_same(machine, service):
+def test_run_that_ended_early_is_still_flushed(machine, service):
     machine.switch_log_on()
     for name in ("alice", "bob", "carol"):
         machine.account(name)

@@ -1,4 +1,4 @@
-"""What a network and a server can do to a run; each case is judged in full."""
+"""What a network and a server can do to a run; each case is checked in full."""
 
 import re
 import socket
@@ -26,10 +26,10 @@ def only_on_linux(machine, why):
 
 
 def leave_to_linux(request, plan, status):
-    """Wine never looks at the body behind an acceptance; that is shown at length only."""
+    """Wine does not read the body of an acceptance; only the long form tests that."""
     at_length = request.config.getoption("--endurance") == "long"
     if plan.machine.platform.name == "windows" and status == 200 and not at_length:
-        pytest.skip("shown at length only")
+        pytest.skip("part of the long form only")
 
 
 # The connection.
@@ -37,7 +37,7 @@ def leave_to_linux(request, plan, status):
 
 def test_refused_connection(plan):
     with socket.socket() as taken:
-        taken.bind(("127.0.0.1", 0))  # Taken and not listening: nobody else can open it.
+        taken.bind(("127.0.0.1", 0))  # Taken and not listening: no other process can open it.
         plan.machine.tenant = f"localhost:{taken.getsockname()[1]}"
         for account, names in plan.order:
             plan.fates[account, names[0]] = BrokenLine()
@@ -47,13 +47,13 @@ def test_refused_connection(plan):
 
 @pytest.mark.parametrize("reset", [False, True], ids=["ended", "reset"])
 @pytest.mark.parametrize("stage", [Stage.ACCEPT, Stage.HANDSHAKE, Stage.AFTER_HANDSHAKE])
-def test_line_that_breaks_before_the_request(plan, service, stage, reset):
+def test_connection_that_breaks_before_the_request(plan, service, stage, reset):
     run_with(plan, service, Answer(drop=stage, reset=reset), BrokenLine(), heard=False)
 
 
 @pytest.mark.parametrize("reset", [False, True], ids=["ended", "reset"])
 @pytest.mark.parametrize("after", [1, VICTIM_SIZE // 2, VICTIM_SIZE])
-def test_line_that_breaks_in_the_requests_body(plan, service, after, reset):
+def test_connection_that_breaks_in_the_requests_body(plan, service, after, reset):
     answer = Answer(drop=Stage.REQUEST_BODY, drop_after=after, reset=reset)
     run_with(plan, service, answer, BrokenLine(), heard=False)
 
@@ -68,7 +68,7 @@ def test_line_that_breaks_in_the_requests_body(plan, service, after, reset):
         (Stage.ANSWER_HEAD, 30),
     ],
 )
-def test_line_that_breaks_before_the_answers_end_of_head(plan, service, stage, after, reset):
+def test_connection_that_breaks_in_the_answers_head(plan, service, stage, after, reset):
     fate = BrokenLine()
     if plan.machine.platform.name == "windows" and after == 30:
         if reset:
@@ -95,12 +95,12 @@ def test_refusal_whose_body_breaks_off(plan, service, after):
         run_with(plan, service, answer, EndOfRun())
 
 
-# Answers that nobody expects.
+# Unexpected answers.
 
 
 @pytest.mark.parametrize("status", [200, 500])
 def test_answer_that_comes_byte_by_byte(request, plan, service, status):
-    # At length it takes longer than the time-out of 30 s, which is for silence only.
+    # The long form takes longer than the time-out of 30 s, which covers silence only.
     pause = 0.4 if request.config.getoption("--endurance") == "long" else 0.01
 
     # The service ends the connection behind the answer, and says so: otherwise the next request may use the
@@ -123,7 +123,7 @@ def test_answer_that_comes_byte_by_byte(request, plan, service, status):
 
 
 def test_certificate_that_changes_between_files(plan, service, certificates):
-    """Nothing is validated without a client certificate, so this is nobody's business."""
+    """Nothing is validated without a client certificate, so this does not matter."""
     asked = plan.files().index(plan.victim)
 
     def change(request):
@@ -210,7 +210,7 @@ COMPRESSED = b"\x1f\x8b\x08\x00" + b"no compressed text" * 10
 
 @pytest.mark.parametrize("status", [200, 500])
 @pytest.mark.parametrize("coding", ["gzip", "deflate", "br", "unheard-of"])
-def test_compressed_body_that_nobody_asked_for(request, plan, service, status, coding):
+def test_unrequested_compressed_body(request, plan, service, status, coding):
     leave_to_linux(request, plan, status)
     answer = Answer(status, COMPRESSED, (TEXT, ("Content-Encoding", coding)))
     run_with(plan, service, answer, Accepted() if status == 200 else Refused(500, re.compile(".*")))
@@ -234,14 +234,14 @@ def test_content_type_that_cannot_be_text(plan, service, content_type):
 
 
 def run_with_framing(plan, service, status, head, fate, windows_believes=True):
-    """`fate` is what becomes of the file when the status is no acceptance.
+    """`fate` is the file's outcome if the status is not an acceptance.
 
     Wine believes nearly everything and reads up to the end of the line.
     """
     if plan.machine.platform.name == "windows" and windows_believes:
         fate = Refused(status, re.compile("(short.*|x?)]"))
     if status == 200 and fate != BrokenLine():
-        fate = Accepted()  # Nobody looks at the body.
+        fate = Accepted()  # The body is ignored.
     answer = f"HTTP/1.1 {status} Text\r\nContent-Type: text/plain\r\n{head}".encode("latin-1")
     run_with(plan, service, Answer(raw=answer), fate)
 
@@ -260,7 +260,7 @@ def test_wrong_length(plan, service, status, length, linux):
     ["-1", "zz", "", "f" * 16, "1" + "0" * 16, pytest.param("0" * 100_000, id="many zeros")],
 )
 @pytest.mark.parametrize("status", [200, 500])
-def test_chunk_whose_size_is_none(request, plan, service, status, size):
+def test_invalid_chunk_size(request, plan, service, status, size):
     leave_to_linux(request, plan, status)
     head = f"Transfer-Encoding: chunked\r\n\r\n{size}\r\nx\r\n"
     run_with_framing(plan, service, status, head, EndOfRun(), windows_believes=size != "f" * 16)
@@ -268,8 +268,8 @@ def test_chunk_whose_size_is_none(request, plan, service, status, size):
 
 @pytest.mark.parametrize("length", ["-1", str(2**64), str(2**63 - 1), "many"])
 @pytest.mark.parametrize("status", [200, 500])
-def test_length_that_is_none(request, plan, service, status, length):
+def test_invalid_content_length(request, plan, service, status, length):
     leave_to_linux(request, plan, status)
-    # A number that fits is believed, and the body then breaks off; any other head is no answer.
+    # A plausible number is accepted, and the body then breaks off; any other head is not an answer.
     fate = EndOfRun() if length == str(2**63 - 1) else BrokenLine()
     run_with_framing(plan, service, status, f"Content-Length: {length}\r\n\r\nx", fate)

@@ -1,4 +1,4 @@
-"""Every call to the C library misbehaves in turn, in every way that kernels and file systems know.
+"""Every call to the C library misbehaves in turn, in every way that real systems do.
 
 An ordinary run is recorded, and then repeated for each of its calls and each way to misbehave, once
 and from that call on. What has to hold: each file that was made lies whole in Upload or in Archive,
@@ -174,7 +174,7 @@ class Worker:
     # A run.
 
     def run(self, environment, forced=False):
-        """What is wrong with the end of a run: nothing, as a rule."""
+        """Problems with the end of a run, normally none."""
         machine = self.machine
         arguments = [machine.tenant, machine.native()]
         if forced:
@@ -292,13 +292,13 @@ class Worker:
         """A text without what differs from one worker or run to the next."""
         for own in (self.machine.native(), self.machine.tenant):
             text = text.replace(own, "")
-        # The number behind a move that was done is whatever the last error happens to be.
+        # The number after a successful move is an arbitrary earlier error.
         return re.sub(r"\d{4}:\d\d:\d\d \d\d:\d\d:\d\d|(?<=Move OK) \[-?\d+\]", "", text)
 
     # A case.
 
     def judge(self, case, ordinary):
-        """What is wrong with a case, nothing as a rule; and whether its call came up at all."""
+        """Problems with a case, normally none; and whether its call was made at all."""
         forced = case.surroundings.forced
         self.lay_out(case.surroundings)
         self.misbehaved.write_bytes(b"")
@@ -315,7 +315,7 @@ class Worker:
         return wrong, came_up
 
     def _follow_up(self, forced, spared):
-        """An undisturbed run, after which everything has arrived."""
+        """An undisturbed run, after which everything is in place."""
         doubly = {file for file in FILES if len(self.places(*file)) > 1}
         self.seal()
         self.refuses = False
@@ -423,7 +423,7 @@ def record_all(worker):
 
 
 def judge_all(workers, cases, outcomes, tell):
-    """Triples: the case, what is wrong with it, and whether its call came up. Tells how it goes."""
+    """Triples: the case, its problems, and whether its call was made. Reports the progress."""
     idle = queue.SimpleQueue()
     for worker in workers:
         idle.put(worker)
@@ -469,7 +469,7 @@ def test_each_call_misbehaves_in_every_way(request, workers, capsys):
     for (function, kind), count in sorted(kinds.items()):
         print(f"{function:16} {kind:36} {count:6}")
     assert not failures
-    # What comes in pieces comes in fewer ones at times.
+    # The number of pieces can vary.
     assert len(missed) < len(chosen) / 20, missed
     for worker in workers:
         worker.machine.expect_no_secret()

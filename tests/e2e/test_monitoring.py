@@ -25,7 +25,7 @@ from .status_tool import HOUR, OK, SECONDS, make_older, result, run_bare, status
 MONITORING = ROOT / "deploy/monitoring"
 RULES = MONITORING / "kydloguploader.rules.yml"
 DASHBOARD = json.loads((MONITORING / "kydloguploader.dashboard.json").read_text("utf-8"))
-# As a browser puts them in: of everything.
+# As a browser fills them in: everything.
 CHOSEN = {"$job": ".*", "$instance": ".*", "$log_dir": ".*"}
 
 
@@ -41,7 +41,7 @@ def expressions():
             for panel in DASHBOARD["panels"] for target in panel["targets"]]
 
 
-# What needs no server.
+# Without servers.
 
 
 def test_rules_are_valid():
@@ -126,7 +126,7 @@ def test_service_writes_metrics_after_every_run(machine):
     lines = (MONITORING / "metrics.conf").read_text("ascii").splitlines()
     (call,) = (line.partition("=")[2] for line in lines if line.startswith("ExecStopPost="))
     program, *arguments = shlex.split(call)
-    # With the sign a full disk or a file that cannot be read does not make a failed run of it.
+    # With the sign, a full disk or an unreadable file does not fail the run.
     assert program.startswith("-/") and program.endswith("/KydUploadStatus")
     folder = arguments[-1].rpartition("/")[0]
     assert f"ReadWritePaths=-{folder}" in lines
@@ -140,7 +140,7 @@ def test_task_writes_metrics_after_every_run(machine):
     action = xml.etree.ElementTree.fromstring(shown)
     assert [child.tag for child in action] == ["Command", "Arguments"]
     assert action.find("Command").text.endswith('\\KydUploadStatus.exe"')
-    # As Windows takes them apart: a backslash is nothing special.
+    # As Windows parses them: a backslash is an ordinary character.
     arguments = [one.strip('"') for one in shlex.split(action.find("Arguments").text, posix=False)]
     writes_metrics(machine, arguments, arguments[-1])
 

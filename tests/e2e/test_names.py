@@ -1,4 +1,4 @@
-"""Names that a careless program would stumble over."""
+"""Names that a careless program would mishandle."""
 
 import os
 import re
@@ -116,7 +116,7 @@ def test_names_that_are_no_utf8_are_handled_like_all_others(machine, service, na
     machine.run_forced()
     assert machine.is_archived(text, order[0])
     assert machine.archive(text, order[1] + ".bak").exists()
-    # The log is UTF-8 all the same; what cannot be written in it is replaced.
+    # The log is still UTF-8; what cannot be encoded is replaced.
     assert say.summary(accounts=1, send=1, ok=1, error=1) == machine.messages()[-3:]
 
 

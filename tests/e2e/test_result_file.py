@@ -55,7 +55,7 @@ def test_accounts_with_failures_are_listed_in_the_order_of_the_run(machine, serv
     assert content == expected.encode("utf-16-le")
 
 
-def test_log_directory_stands_there_exactly_as_passed(machine, service):
+def test_log_directory_is_written_exactly_as_passed(machine, service):
     machine.account("alice")
     machine.log("alice", "a.log")
     service.answer_with(Answer(500))
@@ -89,7 +89,7 @@ def test_further_runs_of_a_day_append(machine, service):
     assert content == expected.encode("utf-16-le")
 
 
-def test_what_already_stands_in_the_file_is_kept_as_it_is(machine, service):
+def test_existing_content_of_the_file_is_kept(machine, service):
     machine.account("alice")
     machine.log("alice", "a.log")
     odd = b"\xff\xfeodd bytes\x00"
@@ -126,7 +126,7 @@ def test_run_whose_only_file_met_a_broken_connection_leaves_no_result_file(machi
     assert not machine.result_files()
 
 
-def test_missing_result_folder_is_passed_over_silently(machine, service):
+def test_missing_result_folder_is_ignored(machine, service):
     machine.switch_log_on()
     machine.account("alice")
     machine.log("alice", "a.log")
@@ -137,7 +137,7 @@ def test_missing_result_folder_is_passed_over_silently(machine, service):
     assert not [text for text in machine.messages() if "OutputResult" in text]
 
 
-def test_folder_in_place_of_the_result_file_is_passed_over_silently(machine, service):
+def test_folder_in_place_of_the_result_file_is_ignored(machine, service):
     machine.switch_log_on()
     machine.account("alice")
     machine.log("alice", "a.log")

@@ -1,4 +1,4 @@
-"""The service must be right before anything is judged by it."""
+"""The service must be correct before tests rely on it."""
 
 import http.client
 import json
@@ -139,7 +139,7 @@ def test_held_answer_waits_for_its_release(service, certificates):
 @pytest.mark.parametrize(
     "identity", ["expired_server", "wrong_host_server", "other_authority_server"]
 )
-def test_bad_server_certificate_is_refused_by_a_client_that_looks(certificates, identity):
+def test_bad_server_certificate_is_refused_by_a_validating_client(certificates, identity):
     with LogService(getattr(certificates, identity)) as service:
         with pytest.raises(ssl.SSLCertVerificationError):
             _post(certificates, service)

@@ -1,4 +1,4 @@
-"""KydUploadStatus, the tool that looks at the tree: the real executable, beside the real uploader."""
+"""KydUploadStatus: the real executable, beside the real uploader."""
 
 import ctypes
 import datetime
@@ -42,7 +42,7 @@ from .test_binary import project_version
 # Beside the uploader.
 
 
-def test_tells_what_a_run_has_done(machine, service):
+def test_reports_what_a_run_has_done(machine, service):
     machine.account("alice")
     machine.logs("alice", "a.log", "b.log")
     machine.account("bob")
@@ -72,7 +72,7 @@ def test_tells_what_a_run_has_done(machine, service):
     assert report["totals"]["sent"] == 2 and report["totals"]["waiting"]["files"] == 1
 
 
-def test_tells_flushed_files_from_sent_ones(machine, service):
+def test_distinguishes_flushed_from_sent_files(machine, service):
     machine.account("alice")
     machine.log("alice", "a.log")
     machine.run()
@@ -83,7 +83,7 @@ def test_tells_flushed_files_from_sent_ones(machine, service):
     assert of_account(report, "alice")["archive"] == {"folder": True, "files": 2, "notSent": 1}
 
 
-def test_looks_on_while_a_run_is_at_work(machine, service):
+def test_works_during_a_run(machine, service):
     machine.account("alice")
     machine.logs("alice", "a.log", "b.log")
     seen = []
@@ -100,7 +100,7 @@ def test_looks_on_while_a_run_is_at_work(machine, service):
 
 
 class OpenWatch:
-    """Who opens a file: inotify(7), without rights to the file or a part in what opens it."""
+    """Watches who opens a file: inotify(7), without rights to the file."""
 
     OPENED = 0x20
 
@@ -136,13 +136,13 @@ def test_never_opens_a_credential_file(machine, service):
         )
         assert program.returncode == OK and page.exists()
         assert not watch.was_opened()
-        # The uploader does: what is watched is the right thing.
+        # The uploader does open it: the watch works.
         with machine.start() as running:
             running.wait_for_good_end()
         assert watch.was_opened()
 
 
-# What lies in the tree.
+# The contents of the tree.
 
 
 def test_half_written_blocks(machine):
@@ -222,7 +222,7 @@ def test_log_directory_of_any_name(machine):
         assert report["totals"]["waiting"]["bytes"] == 3
 
 
-def test_terminal_is_not_steered_by_names(machine):
+def test_names_cannot_control_the_terminal(machine):
     if machine.platform.name == "windows":
         pytest.skip("Windows has no such names")
     machine.account("a\x1b[2Jb\nc")
@@ -234,9 +234,7 @@ def test_terminal_is_not_steered_by_names(machine):
 
 
 def test_credential_file_without_any_rights_is_seen(ordinary):
-    credential = ordinary.tree / "LogWork/alice/UserData.dat"
-    credential.write_bytes(b"sealed")
-    credential.chmod(0)
+    ordinary.write("logs/LogWork/alice/UserData.dat", b"sealed").chmod(0)
     finished = ordinary("--json")
     assert finished.code == OK
     assert of_account(finished.json(), "alice")["credentials"] is True
@@ -244,7 +242,7 @@ def test_credential_file_without_any_rights_is_seen(ordinary):
 
 
 def test_folders_that_may_not_be_read(ordinary):
-    (ordinary.tree / "Upload/bob/b.log").write_bytes(b"12345")
+    ordinary.write("logs/Upload/bob/b.log", b"12345")
     for path in ("Upload/alice", "Archive/alice", "LogWork/alice"):
         (ordinary.tree / path).chmod(0)
     finished = ordinary("--json", "--max-age", "1")
@@ -335,7 +333,7 @@ def test_wrong_usage(machine, arguments):
     assert finished.errors.startswith("KydUploadStatus: ") and "--help" in finished.errors
 
 
-def test_report_that_nobody_takes(machine):
+def test_report_that_cannot_be_written(machine):
     if machine.platform.name == "windows":
         pytest.skip("Windows has no device that is always full")
     with open("/dev/full", "wb") as full:
@@ -382,7 +380,7 @@ def test_progress_is_shown_on_a_terminal_and_taken_away(machine, many_files):
             env=machine.environment,
         )
         os.close(terminal)
-        # Caught at its work, the tool is made to take long.
+        # To observe the tool at work, it is slowed down.
         folder = f"/proc/{process.pid}/fd"
         at_work = os.fspath(many_files / "Upload" / "alice")
         assert wait_until(lambda: at_work in links_in(folder), 20)

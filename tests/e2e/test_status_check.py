@@ -1,4 +1,4 @@
-"""KydUploadStatus --check: what would keep the next run from working, told without a run."""
+"""KydUploadStatus --check: reports what would keep the next run from working, without a run."""
 
 import datetime
 import os
@@ -26,7 +26,7 @@ def check(machine, *arguments, **more):
 
 
 def findings(machine, code):
-    """What a check finds, as (state, name of the path, problem); its exit code has to fit."""
+    """A check's findings, as (state, name of the path, problem); its exit code must match."""
     finished = check(machine, "--json")
     assert finished.code == code, finished.output
     assert finished.errors == ""
@@ -57,7 +57,7 @@ def test_says_that_nothing_was_found(good):
     assert findings(good, OK) == []
 
 
-def test_changes_nothing_and_makes_nothing(good):
+def test_changes_and_creates_nothing(good):
     good.switch_log_on()
     before = sorted(good.folder.rglob("*"))
     assert findings(good, OK) == []
@@ -145,7 +145,7 @@ def test_library_without_the_user_agent(good):
 def test_library_of_another_run_time(good):
     if good.platform.name == "linux":
         pytest.skip("on Linux there is one C run-time")
-    # Names in the table of imports, changed for others of no more letters.
+    # Names in the import table, replaced by names that are not longer.
     own, other = {
         "MinGW-w64": (rb"msvcrt\.dll", b"MSVCR7.dll"),
         "Visual C++": (rb"(?:VCRUNTIME140(?:_1)?|MSVCP140|ucrtbase|api-ms-win-crt-[a-z0-9-]+)\.dll", b"msvcrt.dll"),
@@ -173,7 +173,7 @@ def test_tool_without_the_uploader_beside_it(good):
 # Another copy.
 
 
-def test_sees_a_run_and_leaves_it_alone(good, service):
+def test_reports_a_run_without_disturbing_it(good, service):
     hold = Hold()
     service.decide = lambda request: Answer(hold=hold)
     good.log("alice", "b.log")
@@ -190,7 +190,7 @@ def test_sees_a_run_and_leaves_it_alone(good, service):
 
 
 def test_a_run_starts_while_checks_are_made(good, service):
-    """A check that held the name of the one copy, however briefly, would end some of these."""
+    """A check that held the instance name, however briefly, would end some of these."""
     checking = subprocess.Popen(
         ["sh", "-c", 'while [ -e "$0" ]; do "$@" >/dev/null; done', good.sysroot / "run",
          *command(good, good.native(), "--check")],
@@ -297,50 +297,23 @@ def test_never_opens_a_credential_file(good, service):
 
 
 @pytest.fixture
-def ordinary(machine):
-    """Runs a check over a tree as a user who is nobody special."""
-    if machine.platform.name == "windows":
-        pytest.skip("Wine knows the rights of the one user only who runs it")
-    folder = Path(tempfile.mkdtemp())
-    folder.chmod(0o755)
-    tree = folder / "logs"
-    for path in ("Upload/alice", "Archive/alice", "LogWork/alice", "UploadResult"):
-        (tree / path).mkdir(parents=True)
-    (tree / "Upload/alice/a.log").write_bytes(b"a")
-    (tree / "LogWork/alice/UserData.dat").write_bytes(b"sealed")
-    shutil.copytree(machine.platform.program_folder, folder / "program")
-    (folder / "sysroot/run/lock").mkdir(parents=True)
-    (folder / "sysroot/var/log").mkdir(parents=True)
-    (folder / "sysroot/etc/keyward").mkdir(parents=True)
-    subprocess.run(["chown", "-R", "nobody", folder], check=os.getuid() == 0)
+def ordinary_check(ordinary):
+    """Runs a check as an ordinary user, of a tree with one waiting file."""
+    ordinary.write("logs/Upload/alice/a.log", b"a")
+    ordinary.write("logs/LogWork/alice/UserData.dat", b"sealed")
 
     def run():
-        switch = {"user": "nobody", "group": "nogroup", "extra_groups": []}
-        finished = subprocess.run(
-            [folder / "program/KydUploadStatus", tree, "--check", "--json"],
-            cwd="/", stdin=subprocess.DEVNULL, capture_output=True, timeout=SECONDS, check=False,
-            env={**machine.environment, "KEYWARD_SYSROOT": str(folder / "sysroot")},
-            **(switch if os.getuid() == 0 else {}),
-        )
-        report = Finished(finished.returncode, finished.stdout, finished.stderr).json()
-        return finished.returncode, [
-            (one["state"], one["path"].removeprefix(f"{folder}/"), one["problem"])
-            for one in report["findings"]
+        finished = ordinary("--check", "--json")
+        return finished.code, [
+            (one["state"], one["path"].removeprefix(f"{ordinary.folder}/"), one["problem"])
+            for one in finished.json()["findings"]
         ]
 
-    run.folder = folder
-    run.tree = tree
-    try:
-        yield run
-    finally:
-        for path in (folder, *folder.rglob("*")):
-            if path.is_dir():
-                path.chmod(0o755)
-        shutil.rmtree(folder)
+    return run
 
 
-def test_ordinary_user_with_all_rights(ordinary):
-    assert ordinary() == (OK, [])
+def test_ordinary_user_with_all_rights(ordinary_check):
+    assert ordinary_check() == (OK, [])
 
 
 @pytest.mark.parametrize(
@@ -364,33 +337,30 @@ def test_ordinary_user_with_all_rights(ordinary):
          "cannot make sure that only one copy runs, and would end at once (access denied)"),
     ],
 )
-def test_missing_right(ordinary, path, mode, code, problem):
+def test_missing_right(ordinary, ordinary_check, path, mode, code, problem):
     (ordinary.folder / path).chmod(mode)
-    found = ordinary()
+    found = ordinary_check()
     assert (found[0], [one[2] for one in found[1]]) == (code, [problem])
     if not path.startswith("sysroot"):
         named = {"logs/Upload/alice/a.log", path, f"{path}/a.log", f"{path}/UserData.dat"}
         assert found[1][0][1] in named
 
 
-def test_settings_that_cannot_be_read(ordinary):
-    settings = ordinary.folder / "sysroot/etc/keyward/registry.reg"
-    settings.write_bytes(b"Windows Registry Editor Version 5.00\n")
-    assert ordinary() == (OK, [])
+def test_settings_that_cannot_be_read(ordinary, ordinary_check):
+    settings = ordinary.write("sysroot/etc/keyward/registry.reg",
+                              b"Windows Registry Editor Version 5.00\n")
+    assert ordinary_check() == (OK, [])
     settings.chmod(0)
-    code, [(state, _, problem)] = ordinary()
+    code, [(state, _, problem)] = ordinary_check()
     assert (code, state) == (WARNING, "warning")
     assert problem == "cannot be read, so there will be no diagnostic log (access denied)"
 
 
-def test_result_file_of_the_day_that_cannot_be_written(ordinary):
+def test_result_file_of_the_day_that_cannot_be_written(ordinary, ordinary_check):
     today = datetime.date.today()
     for day in (today, today + datetime.timedelta(days=1)):  # around midnight
-        path = ordinary.tree / f"UploadResult/UploadResult{day:%Y%m%d}.log"
-        path.touch()
-        path.chmod(0o444)
-        shutil.chown(path, "nobody")
-    code, [(_, path, problem)] = ordinary()
+        ordinary.write(f"logs/UploadResult/UploadResult{day:%Y%m%d}.log").chmod(0o444)
+    code, [(_, path, problem)] = ordinary_check()
     assert code == WARNING and path.startswith("logs/UploadResult/UploadResult")
     assert problem == "cannot be written to (access denied), so runs leave no results"
 

@@ -1,4 +1,4 @@
-"""The metrics of KydUploadStatus: their values, their text, and that there is always a whole file."""
+"""The metrics of KydUploadStatus: their values, their text, and that the file is always complete."""
 
 import datetime
 import os
@@ -48,10 +48,10 @@ def drafts_of(path):
     return list(path.parent.glob(f"{path.name}.*"))
 
 
-# What they tell.
+# Their values.
 
 
-def test_metrics_tell_what_a_run_has_done(machine, service):
+def test_metrics_show_what_a_run_has_done(machine, service):
     machine.account("alice")
     machine.logs("alice", "a.log", "b.log")
     machine.account("bob")
@@ -188,7 +188,7 @@ def test_log_directories_of_all_kinds_in_labels(machine):
         assert log_dir.endswith(label)
 
 
-def test_promtool_finds_nothing_to_say(machine):
+def test_promtool_accepts_the_metrics(machine):
     promtool = shutil.which("promtool")
     if promtool is None:
         pytest.skip("no promtool is installed: ./dev setup --monitoring")
@@ -266,7 +266,7 @@ def test_metrics_that_cannot_be_written(machine):
     assert finished.code == UNKNOWN
     assert finished.errors.startswith("KydUploadStatus: cannot write ")
     assert finished.errors.rstrip().endswith("x.prom (missing)")
-    assert "alice" in finished.output  # the report is there all the same
+    assert "alice" in finished.output  # the report is still printed
 
 
 def test_metrics_do_not_take_the_place_of_a_folder(machine):
@@ -353,7 +353,7 @@ def test_metrics_of_many_files_take_little(machine, many_files):
     metrics = metrics_text.read(path.read_bytes())
     assert metrics.value("waiting_files") == MANY
     assert metrics.value("waiting_bytes") == MANY * 4096
-    # 0.5 s where nothing else is at work; tests share their machine.
+    # 0.5 s on an idle machine; tests share theirs.
     assert cpu < 2
 
 

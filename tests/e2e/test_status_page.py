@@ -1,4 +1,4 @@
-"""The page of KydUploadStatus: what it tells, and that it is all in one file."""
+"""The page of KydUploadStatus: its contents, and that it is self-contained."""
 
 import base64
 import hashlib
@@ -36,7 +36,7 @@ def texts_of(element):
     return " ".join("".join(element.itertext()).split())
 
 
-def test_page_tells_the_same(machine):
+def test_page_shows_the_same(machine):
     account = "carol & dave" if machine.platform.name == "windows" else "<b>&\"'\x01;"
     shown = account.replace("\x01", "\ufffd")
     machine.account(account)
@@ -45,7 +45,7 @@ def test_page_tells_the_same(machine):
     write_result(machine, day_before(1), result(day_before(1), 5, 3, [(account, 3)]))
     finished, path = page_of(machine, "--max-age", "20")
     assert finished.code == WARNING
-    # It is well-formed: nothing that comes from outside is markup.
+    # It is well-formed: no outside text is markup.
     page = xml.etree.ElementTree.fromstring(path.read_text("utf-8"))
     assert page.get("lang") == "en"
     assert texts_of(page.find("head/title")) == "WARNING: log upload status"
@@ -115,7 +115,7 @@ def test_page_that_cannot_be_written(machine):
     assert finished.code == UNKNOWN
     assert finished.errors.startswith("KydUploadStatus: cannot write ")
     assert finished.errors.rstrip().endswith("(missing)")
-    assert "files wait" in finished.output  # the report is there all the same
+    assert "files wait" in finished.output  # the report is still printed
 
 
 def test_page_does_not_take_the_place_of_a_folder(machine):
@@ -183,7 +183,7 @@ def test_accounts_are_sorted_by_any_column(machine, browser):
     assert browser.run(
         "Array.from(document.querySelectorAll('th[aria-sort]'))"
         ".map(one => one.textContent + ' ' + one.getAttribute('aria-sort'))") == ["Account descending"]
-    # Nothing went against the page's policy, and no name became a script.
+    # Nothing violated the page's policy, and no name became a script.
     assert not browser.messages
     assert browser.run("document.images.length") == 0
 

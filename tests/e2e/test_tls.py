@@ -1,4 +1,4 @@
-"""The line to the tenant: TLS versions, certificates, unreachable servers, nginx."""
+"""The connection to the tenant: TLS versions, certificates, unreachable servers, nginx."""
 
 import socket
 import ssl
@@ -57,7 +57,7 @@ def test_any_server_certificate_is_accepted_without_a_client_certificate(
         expect_all_sent(loaded)
 
 
-def test_no_client_certificate_is_shown_unasked_for(loaded, certificates):
+def test_no_client_certificate_is_presented_without_one_in_the_credentials(loaded, certificates):
     with serve(
         loaded, certificates.server, client_authority=certificates.authority.pem
     ) as service:
@@ -95,7 +95,7 @@ def test_server_that_speaks_no_tls_is_a_transport_failure(loaded):
         thread.join()
 
 
-def test_tenant_whose_name_nobody_knows_is_a_transport_failure(loaded):
+def test_unknown_tenant_name_is_a_transport_failure(loaded):
     loaded.tenant = "no-such-host.invalid"
     expect_nothing_sent(loaded)
 

@@ -1,4 +1,4 @@
-"""Certificates that can be read and are of no use."""
+"""Certificates that can be read but not used."""
 
 import base64
 import datetime
@@ -23,7 +23,7 @@ def test_certificate_text_with_a_key_and_no_certificate_is_logged(machine, servi
     machine.log("alice", "a.log")
     refusal = "<ParseAuthParam> CertFindCertificateInStore error [-2146885628]"
     if machine.platform.name == "windows":
-        # Wine does not even import it, and says nothing of why.
+        # Wine does not even import it, without giving a reason.
         refusal = re.compile(
             r"<ParseAuthParam> (PFXImportCertStore|CertFindCertificateInStore) error \[-?\d+\]"
         )

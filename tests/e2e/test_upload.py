@@ -439,7 +439,7 @@ ANSWER_TEXTS = [
 ]
 
 
-def test_body_of_a_refusal_is_logged_as_text_whatever_it_calls_itself(machine, service):
+def test_body_of_a_refusal_is_logged_as_text_whatever_its_type(machine, service):
     machine.switch_log_on()
     machine.account("alice")
     machine.logs("alice", *(f"{number:02}.log" for number in range(len(ANSWER_TEXTS))))

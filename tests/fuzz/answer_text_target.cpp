@@ -33,7 +33,7 @@ int FuzzAnswerText(const std::uint8_t* bytes, std::size_t size) {
                        platform::ToNative(platform::FromUtf8(type)));
   answer._get_impl()->_complete(body.size());
   Require(CorvidSocket::ReadAnswerText(answer, request) == platform::FromUtf8(kept),
-          "a text is read whatever it calls itself");
+          "a text is read whatever its content type");
   return 0;
 }
 

@@ -154,9 +154,9 @@ class Trial:
         requests = f"{account} sent {sent} requests; its answer: {answer[:200]!r}"
         assert fewest <= sent <= had_its_turn, requests
         if self.machine.is_archived(account, FILE):
-            assert re.search(rb"20[02]", answer), f"nobody accepted it: {answer[:200]!r}"
+            assert re.search(rb"20[02]", answer), f"no acceptance: {answer[:200]!r}"
         if not self.machine.credential(account).exists():
-            assert b"401" in answer, f"nobody refused the credentials: {answer[:200]!r}"
+            assert b"401" in answer, f"the credentials were not refused: {answer[:200]!r}"
 
 
 def corpus():

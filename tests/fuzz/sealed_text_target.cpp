@@ -35,10 +35,10 @@ OpenResult Open(const std::vector<std::uint8_t>& sealed, std::wstring& text) {
 void CheckHostile(std::string_view bytes) {
   std::vector<std::uint8_t> sealed(bytes.begin(), bytes.end());
   std::wstring text = kBefore;
-  Require(Open(sealed, text) != OpenResult::kOpened, "nobody makes a sealed file without the key");
+  Require(Open(sealed, text) != OpenResult::kOpened, "no sealed file without the key");
   // The same behind a beginning that is right.
   sealed.insert(sealed.begin(), kMagic.begin(), kMagic.end());
-  Require(Open(sealed, text) != OpenResult::kOpened, "nobody makes a sealed file without the key");
+  Require(Open(sealed, text) != OpenResult::kOpened, "no sealed file without the key");
   Require(text == kBefore, "what is not opened changes no text");
 }
 

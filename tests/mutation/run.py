@@ -33,7 +33,7 @@ LAYERS = ("platform", "debuglog", "logtree", "run", "credentials", "socket", "up
 MORE_PROGRAMS = {
     "platform": ["kyd_certificate_store_tests"],
     "debuglog": ["kyd_default_log_tests"],
-    "socket": ["kyd_certificate_roads_tests"],
+    "socket": ["kyd_certificate_sources_tests"],
 }
 BUILD_SECONDS = 900
 # A test run that takes this many times as long as the sound program's, and a minute, hangs.

@@ -47,7 +47,7 @@ def test_bill_says_what_it_is(bill, version):
     assert (component["type"], component["name"], component["version"]) == ("application", product, version)
 
 
-def test_bill_names_whatever_is_linked_in(bill):
+def test_bill_names_everything_that_is_linked_in(bill):
     _, content, expected = bill
     names = [component["name"] for component in content["components"]]
     assert names == sorted(expected)

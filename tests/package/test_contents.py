@@ -62,7 +62,7 @@ def test_product_has_programs_documents_and_settings(archives):
     }
 
 
-def test_product_has_the_licence_of_whatever_is_in_it(archives):
+def test_product_has_the_licence_of_everything_in_it(archives):
     assert licences(files_below(archives.product)) == {
         "cpprest", BOOST, "rapidjson-dev", "libfmt-dev", "libcli11-dev",
         "mingw-w64-common", "mingw-w64-x86-64-dev", "g++-mingw-w64-x86-64-posix",

@@ -168,7 +168,7 @@ def test_run_of_a_system_user_uploads(installed, service, tmp_path):
     ("TENANT=a\nLOG_DIR=/home\n",
      f"LOG_DIR in {SETTINGS} is read-only for the service (ProtectHome, ProtectSystem): /home"),
 ])
-def test_wrong_settings_are_told_in_the_journal(installed_once, settings, message):
+def test_wrong_settings_are_reported_in_the_journal(installed_once, settings, message):
     installed_once.path(SETTINGS).write_text(settings, "utf-8")
     installed_once.do("journalctl", "--rotate")
     installed_once.do("journalctl", "--vacuum-time=1s", f"--unit={SERVICE}")
@@ -181,14 +181,14 @@ def test_wrong_settings_are_told_in_the_journal(installed_once, settings, messag
     assert "pid=0" in state["ExecStart"]  # never started
 
 
-def test_settings_as_they_come_are_told_in_the_journal(installed_once, debian_files):
+def test_unchanged_settings_are_reported_in_the_journal(installed_once, debian_files):
     shutil.copyfile(debian_files / SETTINGS.lstrip("/"), installed_once.path(SETTINGS))
     installed_once.do("systemctl", "reset-failed")
     assert installed_once.run("systemctl", "start", SERVICE).returncode != 0
     assert f"TENANT is not set in {SETTINGS}" in installed_once.journal(SERVICE)
 
 
-def test_missing_library_is_told_in_the_journal(installed_once):
+def test_missing_library_is_reported_in_the_journal(installed_once):
     set_up(installed_once, "tenant.example.com", "/srv")
     installed_once.do("systemctl", "reset-failed")
     assert installed_once.run("systemctl", "start", SERVICE).returncode != 0

@@ -228,7 +228,7 @@ class CertificateFactory:
 
     @functools.cached_property
     def other_authority(self):
-        """An authority that nobody trusts."""
+        """An authority that is not trusted."""
         return Authority.create(AUTHORITY_NAMES[1], self.revocation_url)
 
     @functools.cached_property

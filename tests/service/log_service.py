@@ -92,7 +92,7 @@ class Answer:
 
 @dataclass(frozen=True)
 class Account:
-    """Credentials that the service knows; `refused` ones are answered with 401 all the same."""
+    """Credentials that the service knows; `refused` ones are still answered with 401."""
 
     name: str
     apikey: str
@@ -285,7 +285,7 @@ class LogService:
             self._queue.clear()
 
     def forget_requests(self):
-        """Begins to count anew; what was recorded of earlier requests goes."""
+        """Restarts the count and forgets earlier requests."""
         with self._changed:
             self.requests.clear()
             self.connections.clear()

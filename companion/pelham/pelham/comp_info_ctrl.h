@@ -41,11 +41,11 @@ class CompInfoCtrl {
   /// The HTTP user agent of the installed product.
   ///
   /// This tree builds a stand-in of the library. It answers with a fixed text that calls itself a
-  /// stand-in, unless a text file `pelham.useragent` is in its folder: then with the first
-  /// line of that file (UTF-8, with or without a byte-order mark, at most 4096 bytes), which may be
-  /// empty. Throws std::runtime_error when that line is exactly "!throw", when it is too long or
-  /// not UTF-8, or when the file cannot be read; so every way in which the library can behave can
-  /// be shown to the program.
+  /// stand-in, unless a text file `pelham.useragent` is in its folder: then with the first line of
+  /// that file (UTF-8, with or without a byte-order mark, at most 4096 bytes), which may be empty.
+  /// Throws std::runtime_error when that line is exactly "!throw", when it is too long or not
+  /// UTF-8, or when the file cannot be read; so that tests can produce every behaviour of the
+  /// library.
   ///
   /// The string is allocated here and freed by the caller: both modules have to use the same C++
   /// library and the same C run-time heap.

@@ -1,6 +1,6 @@
 // Holds a file open until its own input ends: hold-open <path> [for-reading]
 //
-// It shares the file with nobody, or with readers and writers, so that it can be neither moved nor
+// It shares the file not at all, or with readers and writers, so that it can be neither moved nor
 // removed.
 #include <windows.h>
 

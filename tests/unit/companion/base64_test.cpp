@@ -1,4 +1,4 @@
-// Which Base64 texts the Corvid library takes, the same on both platforms.
+// Which Base64 texts the Corvid library accepts, the same on both platforms.
 #include <gtest/gtest.h>
 
 #include <algorithm>

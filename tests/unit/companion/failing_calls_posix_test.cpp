@@ -53,7 +53,7 @@ TEST_F(CorvidWithout, MemoryLetsNoExceptionOut) {
   GTEST_SKIP() << "a sanitizer's allocator ends the process instead";
 #endif
   // Blocks of this size always come from the system and never from memory at hand. The call that
-  // moves the program's break says no by giving a lower one.
+  // moves the program's break fails by returning a lower one.
   constexpr std::size_t kLarge = std::size_t{80} << 20U;
   Bytes sealed(kLarge);
   const std::string magic = "KYD1";

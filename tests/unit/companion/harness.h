@@ -1,5 +1,5 @@
 // What the tests of the stand-ins share: a folder with copies of them, the loaded libraries, and
-// the started tool. The tests judge what a user of the modules sees.
+// the started tool. The tests check what a user of the modules sees.
 #pragma once
 
 #include <cstdint>

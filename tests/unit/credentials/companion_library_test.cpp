@@ -25,7 +25,7 @@ TEST(GetCompanionLibraryPath, NamesTheProgramsOwnFolder) {
   EXPECT_EQ(path, folder + L"Corvid" + platform::kLibraryEnding);
 }
 
-TEST(GetCompanionLibraryPath, FailsWhateverIsThrown) {
+TEST(GetCompanionLibraryPath, FailsOnAnyException) {
   for (const auto what : {FailingMemory::Throwing::kBadAlloc, FailingMemory::Throwing::kNumber}) {
     std::wstring path;
     int result = 1;
@@ -37,8 +37,8 @@ TEST(GetCompanionLibraryPath, FailsWhateverIsThrown) {
   }
 }
 
-// The test programs' folder has no companion library. One lies in the system's search order, and is
-// not taken.
+// The test programs' folder has no companion library. One is in the system's search order, and is
+// not used.
 TEST(LoadCompanionLibrary, FailsAndLogsWithoutTheLibrary) {
   const kyd_test::LogCapture log;
   kyd::UploadRun run;
@@ -74,7 +74,7 @@ TEST(LoadCompanionLibrary, BindsAllAndSetsTheUserAgent) {
     EXPECT_NE(run.decryptEntry, nullptr);
     EXPECT_NE(run.base64DecodeEntry, nullptr);
     EXPECT_NE(run.eventLogEntry, nullptr);
-    // It is the run object's to free.
+    // The run object frees it.
     EXPECT_TRUE(kyd_test::CompanionBesideIsLoaded());
   }
   EXPECT_FALSE(kyd_test::CompanionBesideIsLoaded());

@@ -29,7 +29,7 @@ std::int32_t DecryptToBytes(const std::uint8_t* data, std::uint64_t size, std::w
   plaintext->assign(data, data + size);
   return 0;
 }
-// The same without a copy of the plaintext that nobody wipes.
+// The same without a copy of the plaintext that is not wiped.
 std::int32_t DecryptInPlace(const std::uint8_t* data, std::uint64_t size, std::wstring* plaintext) {
   plaintext->resize(static_cast<std::size_t>(size));
   std::copy(data, data + size, plaintext->begin());
@@ -117,7 +117,7 @@ TEST_F(CredentialFileTest, ReportsAMissingFileWithNumber2) {
   EXPECT_EQ(log_.Messages(), Lines{"<Read AuthFile> CreateFile error (2)"});
 }
 
-TEST_F(CredentialFileTest, ReportsAFileThatSomebodyElseHasOpenWithNumber32) {
+TEST_F(CredentialFileTest, ReportsAFileOpenElsewhereWithNumber32) {
   Write("x");
   const platform::File other = platform::File::OpenExclusive(file_);
   ASSERT_TRUE(other.IsOpen());
@@ -167,7 +167,7 @@ TEST_F(CredentialFileTest, EndsTheRunForAnExceptionInTheLibrary) {
   EXPECT_EQ(log_.Messages(), (Lines{"<Read AuthFile> exception", "<Read AuthFile> exception etc"}));
 }
 
-TEST_F(CredentialFileTest, LetsGoOfTheFileOnEveryPath) {
+TEST_F(CredentialFileTest, ClosesTheFileOnEveryPath) {
   Write("x");
   for (const kyd::DecryptEntry entry :
        {&DecryptToBytes, &RefuseToDecrypt, &ThrowStandard, &ThrowNumber}) {
@@ -185,7 +185,7 @@ TEST_F(CredentialFileTest, DeletesTheFile) {
   EXPECT_EQ(log_.Messages(), Lines{"<DeleteAuthFile> deleted auth file."});
 }
 
-TEST_F(CredentialFileTest, CountsAFileThatIsGoneAsDeleted) {
+TEST_F(CredentialFileTest, CountsAMissingFileAsDeleted) {
   Write("x");
   ASSERT_TRUE(platform::RemoveFile(file_));
   EXPECT_EQ(kyd::DeleteAuthFile(run_, L"alice"), 0);
@@ -197,7 +197,7 @@ TEST_F(CredentialFileTest, FailsToDeleteWithoutTheFolder) {
   EXPECT_EQ(log_.Messages(), Lines{"<DeleteAuthFile> failed."});
 }
 
-TEST_F(CredentialFileTest, LogsWhateverIsThrownOutsideOfReadingAndParsing) {
+TEST_F(CredentialFileTest, LogsAnyExceptionOutsideReadingAndParsing) {
   run_.logDir = std::wstring(FailingMemory::kLongText, L'd');
   for (const auto& one : FailingMemory::kBoth) {
     const kyd_test::LogCapture log;
@@ -211,7 +211,7 @@ TEST_F(CredentialFileTest, LogsWhateverIsThrownOutsideOfReadingAndParsing) {
   }
 }
 
-// Whatever the library gives other than 0 is a failure.
+// Any result of the library other than 0 is a failure.
 template <std::int32_t result>
 std::int32_t DecryptTo(const std::uint8_t* /*data*/, std::uint64_t /*size*/,
                        std::wstring* plaintext) {
@@ -418,7 +418,7 @@ TEST(ParseUpldAuthJson, EmptiesTheRecordAndKeepsWhatCameBeforeTheFault) {
   }
 }
 
-TEST(ParseUpldAuthJson, LogsWhateverIsThrown) {
+TEST(ParseUpldAuthJson, LogsAnyException) {
   const std::wstring text =
       LR"({"idp_session":"s","apikey":")" + std::wstring(FailingMemory::kLongText, L'k') + L"\"}";
   for (const auto& one : FailingMemory::kBoth) {

@@ -7,7 +7,7 @@
 
 namespace {
 
-// The integer that a path leads to, -1 when it leads nowhere.
+// The integer that a path leads to, or -1 if it leads nowhere.
 int Look(const wchar_t* path, const wchar_t* json) {
   kyd::JsonDocument document;
   document.Parse(json);

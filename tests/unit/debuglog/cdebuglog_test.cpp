@@ -47,7 +47,7 @@ TEST(CDebugLog, ReadsTheDebugFlagAsFourBytesOfAnyType) {
   EXPECT_FALSE(kyd::CDebugLog().IsDebug());
 }
 
-TEST(CDebugLog, NeverThrowsWhateverIsThrownWithinIt) {
+TEST(CDebugLog, NeverThrows) {
   using kyd_test::FailingMemory;
   const kyd_test::LogCapture log;
   // The settings are read now, and not again while memory fails: that would switch the log off.

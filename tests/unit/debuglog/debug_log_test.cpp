@@ -231,7 +231,7 @@ TEST_F(DebugLogTest, ReadsTheRegistryOnlyWhenItIsDue) {
   EXPECT_EQ(registry_reads, 3);  // at seconds 0, 10 and 20
 }
 
-TEST_F(DebugLogTest, LiesAtTheRootWhenNoBaseCanBeHad) {
+TEST_F(DebugLogTest, IsAtTheRootWithoutABaseFolder) {
   registry_.Remove(kKey, L"OutputLogDir");
   // The name leads from the root to the test's own folder.
   const std::wstring path = folder_ / L"rooted.log";
@@ -295,7 +295,7 @@ TEST_F(DebugLogTest, LosesALineThatCannotBeBuiltAndNothingElse) {
   }
 }
 
-TEST_F(DebugLogTest, ThrowsNothingWhereTheTimeIsAskedFor) {
+TEST_F(DebugLogTest, ThrowsNothingIfTheClockThrows) {
   for (const std::exception_ptr& what : WhateverCanBeThrown()) {
     ThrowingClock clock;
     corvid::DebugLog log(L"test.log", 16, {&clock, &NoBase, &PlainAccess});
@@ -415,7 +415,7 @@ TEST_F(DebugLogTest, LeavesAFileOneByteBelowTheLimit) {
   EXPECT_EQ(Text(), Line(L"x"));
 }
 
-TEST_F(DebugLogTest, LooksAtTheSizeOnceInTenSeconds) {
+TEST_F(DebugLogTest, ChecksTheSizeOnceInTenSeconds) {
   log_->WriteLine(L"starts the ten seconds");
   registry_.SetDword(kKey, L"OutputLogSize", 1);
   clock_.seconds += 9;
@@ -435,7 +435,7 @@ TEST_F(DebugLogTest, ReplacesTheOlderBackup) {
   EXPECT_EQ(kyd_test::ReadFileBytes(BackupPath()), kMark + Line(L"two"));
 }
 
-TEST_F(DebugLogTest, LooksAtTheSizeAfterAFlush) {
+TEST_F(DebugLogTest, ChecksTheSizeAfterAFlush) {
   registry_.SetDword(kKey, L"OutputLogSize", 1);
   log_->ReloadSettings();
   BlockLog();
@@ -452,7 +452,7 @@ TEST_F(DebugLogTest, FlushesNothingWithoutAFile) {
   EXPECT_FALSE(kyd_test::PathExists(LogPath()));
 }
 
-TEST_F(DebugLogTest, CountsALookAtAMissingFileAsALook) {
+TEST_F(DebugLogTest, CountsACheckOfAMissingFile) {
   registry_.SetDword(kKey, L"OutputLogSize", 1);
   log_->ReloadSettings();
   log_->RotateIfNeeded((folder_ / L"missing.log").c_str());
@@ -461,7 +461,7 @@ TEST_F(DebugLogTest, CountsALookAtAMissingFileAsALook) {
   EXPECT_EQ(Text(), Line(L"stays"));
 }
 
-TEST_F(DebugLogTest, TriesAMoveThatFailedAgainAtTheNextLook) {
+TEST_F(DebugLogTest, RetriesAFailedMoveAtTheNextCheck) {
   registry_.SetDword(kKey, L"OutputLogSize", 1);
   log_->ReloadSettings();
   ASSERT_TRUE(platform::CreateFolders(BackupPath()));

@@ -50,7 +50,7 @@ TEST(ProgramLog, CutsNarrowMessagesAt259BytesAndWideAt1023Characters) {
             (std::vector<std::string>{std::string(259, 'n'), std::string(1023, 'w')}));
 }
 
-TEST(ProgramLog, IsUnmovedByNullAndByAFormatThatDoesNotFit) {
+TEST(ProgramLog, IgnoresNullAndAFormatThatDoesNotFit) {
   const kyd_test::LogCapture log;
   corvid::WriteModuleLogA(nullptr);
   EXPECT_EQ(kyd::Log().WriteLogA("%s %s", "one"), 1);
@@ -125,7 +125,7 @@ TEST_F(ModuleLogsTest, MakesATextOnlyForALoggerThatIsEnabled) {
   EXPECT_NE(kyd_test::ReadFileBytes(Path(L"kyd.log")).find(", text,\r\n"), std::string::npos);
 }
 
-TEST_F(ModuleLogsTest, AsksTheLoggerOfTheModuleWhetherItIsEnabled) {
+TEST_F(ModuleLogsTest, ChecksWhetherTheLoggerOfTheModuleIsEnabled) {
   registry_.SetDword(kKey, L"OutputLog", 1);
   const auto default_log = MakeLog(L"kyd.log", 1);
   corvid::ModuleLogs logs(*default_log);

@@ -28,12 +28,13 @@ TEST(LogTree, PutsEveryNameInItsPlace) {
   EXPECT_EQ(tree.UploadPath(), Native(L"logs/Upload"));
   EXPECT_EQ(tree.UploadPath(L"alice"), Native(L"logs/Upload/alice"));
   EXPECT_EQ(tree.UploadPath(L"alice", L"a.log"), Native(L"logs/Upload/alice/a.log"));
+  EXPECT_EQ(tree.WaitingPattern(L"alice"), Native(L"logs/Upload/alice/*.log"));
   EXPECT_EQ(tree.ArchivePath(L"alice"), Native(L"logs/Archive/alice"));
   EXPECT_EQ(tree.ArchivePath(L"alice", L"a.log"), Native(L"logs/Archive/alice/a.log"));
   EXPECT_EQ(tree.CredentialPath(L"alice"), Native(L"logs/LogWork/alice/UserData.dat"));
 }
 
-TEST(LogTree, JoinsWithoutLookingAtTheParts) {
+TEST(LogTree, JoinsWithoutNormalising) {
   EXPECT_EQ(LogTree(Native(L"logs/")).UploadPath(), Native(L"logs//Upload"));
 }
 
@@ -42,7 +43,7 @@ TEST(LogTree, NamesTheResultFileAfterTheLocalDay) {
             Native(L"logs/UploadResult/UploadResult20240305.log"));
 }
 
-TEST(LogTree, TellsSentFilesOfTheArchiveFromOthers) {
+TEST(LogTree, DistinguishesSentFilesInTheArchive) {
   EXPECT_TRUE(LogTree::IsSent(L"a.LOG"));
   EXPECT_FALSE(LogTree::IsSent(L"a.log.bak"));
   EXPECT_TRUE(LogTree::IsUnsent(L"a.log.BAK"));
@@ -94,7 +95,7 @@ TEST_F(LogTreeOnDisk, ComparesTheReservedNameWithItsCase) {
   EXPECT_EQ(accounts, 1);
 }
 
-TEST_F(LogTreeOnDisk, TheWalkEndsWhenItsVisitorSaysSo) {
+TEST_F(LogTreeOnDisk, TheWalkEndsWhenItsVisitorReturnsFalse) {
   MakeFolder(tree_.UploadPath(L"alice"));
   MakeFolder(tree_.UploadPath(L"bob"));
   int accounts = 0;
@@ -104,7 +105,7 @@ TEST_F(LogTreeOnDisk, TheWalkEndsWhenItsVisitorSaysSo) {
   EXPECT_NE(search.Current().name, L"");
 }
 
-TEST_F(LogTreeOnDisk, TheWalkSaysWhyThereAreNoAccounts) {
+TEST_F(LogTreeOnDisk, TheWalkReportsWhyThereAreNoAccounts) {
   EXPECT_EQ(tree_.ForEachAccount([](const std::wstring& /*account*/) { return true; }).Failure(),
             platform::kErrorPathNotFound);
 }

@@ -22,7 +22,7 @@ TEST(MayAccess, AllowsWhatTheOwnerOfAFolderMayDo) {
   EXPECT_EQ(kyd_test::ReadFileBytes(folder / L"a.log"), "a");
 }
 
-TEST(MayAccess, TellsWhatIsMissing) {
+TEST(MayAccess, ReportsWhatIsMissing) {
   const kyd_test::TempFolder folder;
   for (const Access access :
        {Access::kListFolder, Access::kAddFile, Access::kReadFile, Access::kAppendFile}) {

@@ -69,7 +69,7 @@ TEST(PemStore, TakesAFileOfOneMebibyteAndNoLargerOne) {
   EXPECT_EQ(kyd_test::UserWithCertificate(filled).Context(), nullptr);
 }
 
-TEST(PemStore, AsksNobodyForAPassword) {
+TEST(PemStore, NeverAsksForAPassword) {
   const std::string pem = NewPem();
   EXPECT_NE(kyd_test::UserWithCertificate(pem).Context(), nullptr);
   EXPECT_EQ(kyd_test::UserWithCertificate(WithLockedKey(pem)).Context(), nullptr);
@@ -130,19 +130,19 @@ TEST(Pfx, IsImportedWithManyRounds) {
   }
 }
 
-TEST(Pfx, WithSoManyRoundsThatARunWouldNotEndIsRefused) {
+TEST(Pfx, WithTooManyRoundsIsRefused) {
   // Integers of three bytes: 40000 and 8388607.
   const Bytes usual{0x02, 0x03, 0x00, 0x9C, 0x40};
   const Bytes most{0x02, 0x03, 0x7F, 0xFF, 0xFF};
   for (const int kind : {NID_pbe_WithSHA1And3_Key_TripleDES_CBC, NID_aes_256_cbc}) {
     ExpectRefused(WithRounds(BytesOf(Encrypted(kind, kind, 40'000, 1).get()), usual, most));
     ExpectRefused(WithRounds(BytesOf(Encrypted(kind, kind, 1, 40'000).get()), usual, most));
-    // Nothing but the key is encrypted, and no check of the whole comes before it.
+    // Only the key is encrypted, and no MAC is checked before it.
     ExpectRefused(WithRounds(BytesOf(Encrypted(kind, -1, 40'000, -1).get()), usual, most));
   }
 }
 
-TEST(Pfx, WithoutAKeyGivesItsCertificateAllTheSame) {
+TEST(Pfx, WithoutAKeyStillGivesItsCertificate) {
   const platform::X509Pointer certificate = CertificateIn(NewPem());
   const Owned<STACK_OF(X509)> others(sk_X509_new_null());
   sk_X509_push(others.get(), certificate.get());

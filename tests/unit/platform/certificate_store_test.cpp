@@ -18,7 +18,7 @@ using platform::CertificateScope;
 using platform::CertificateStore;
 using Bytes = std::vector<std::uint8_t>;
 
-// A certificate of nobody with its key, which is RSA because that imports everywhere; without
+// A certificate without a name, with its key, which is RSA because that imports everywhere; without
 // password.
 constexpr char kPfx[] =
     "MIIFNwIBAzCCBO0GCSqGSIb3DQEHAaCCBN4EggTaMIIE1jCCBNIGCSqGSIb3DQEHAaCCBMMEggS/MIIEuzCCAeQG"
@@ -127,7 +127,7 @@ TEST(CertificateStore, ACertificateOutlivesItsStore) {
   EXPECT_TRUE(found.IsValid());
 }
 
-TEST(Pfx, IsToldFromOtherBytes) {
+TEST(Pfx, IsDistinguishedFromOtherBytes) {
   EXPECT_TRUE(platform::IsPfx(Decode(kPfx)));
   EXPECT_TRUE(platform::IsPfx(Decode(kLockedPfx)));
   EXPECT_FALSE(platform::IsPfx({}));

@@ -45,7 +45,7 @@ TEST(Clock, SecondsOfALocalTimeLeadBackToIt) {
   EXPECT_LE(*seconds, after);
 }
 
-TEST(Clock, NoMomentHasADateThatIsInNoCalendar) {
+TEST(Clock, AnImpossibleDateHasNoSeconds) {
   EXPECT_TRUE(platform::SecondsOf({2024, 2, 29, 12, 0, 0, 0}));
   EXPECT_FALSE(platform::SecondsOf({2023, 2, 29, 12, 0, 0, 0}));
   EXPECT_FALSE(platform::SecondsOf({2024, 4, 31, 12, 0, 0, 0}));

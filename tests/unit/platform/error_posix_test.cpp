@@ -25,7 +25,7 @@ TEST(ErrnoTable, GivesTheNumbersOfWindows) {
   }
 }
 
-TEST(ErrnoTable, TellsAMissingFileFromAMissingFolder) {
+TEST(ErrnoTable, DistinguishesAMissingFileFromAMissingFolder) {
   const kyd_test::TempFolder folder;
   kyd_test::WriteFileBytes(folder / L"file", "");
   const struct {

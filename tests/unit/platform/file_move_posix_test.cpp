@@ -165,14 +165,14 @@ const std::vector<DoubtfulCall>& DoubtfulCalls() {
   return calls;
 }
 
-class DoneAllTheSame : public testing::TestWithParam<DoubtfulCall> {
+class MoveReportedAsFailed : public testing::TestWithParam<DoubtfulCall> {
  protected:
   kyd_test::TempFolder folder_;
   std::string source_ = Native(folder_ / L"source");
   std::string target_ = Native(folder_ / L"target");
 };
 
-TEST_P(DoneAllTheSame, CountsAsMoved) {
+TEST_P(MoveReportedAsFailed, CountsAsMoved) {
   WriteFileBytes(folder_ / L"source", "content");
   int result = -1;
   RunWithInstead({GetParam().number}, DoneButFailing(GetParam().error_number), [&] {
@@ -184,7 +184,7 @@ TEST_P(DoneAllTheSame, CountsAsMoved) {
   EXPECT_EQ(EntryCount(folder_.Path()), 1U);
 }
 
-INSTANTIATE_TEST_SUITE_P(SameFileSystem, DoneAllTheSame, testing::ValuesIn(DoubtfulCalls()),
+INSTANTIATE_TEST_SUITE_P(SameFileSystem, MoveReportedAsFailed, testing::ValuesIn(DoubtfulCalls()),
                          [](const auto& call) {
                            return call.param.name + std::to_string(call.param.error_number) + "At" +
                                   std::to_string(call.index);
@@ -219,7 +219,7 @@ TEST(MoveByRename, AFileThatIsThereAlreadyIsNotTakenForTheMovedOne) {
   const kyd_test::TempFolder folder;
   WriteFileBytes(folder / L"source", "new");
   WriteFileBytes(folder / L"target", "old");
-  // Somebody else removes the source at the same moment.
+  // Another process removes the source at the same moment.
   const auto instead = [&](const SystemCall& /*call*/) -> long {
     std::filesystem::remove(Native(folder / L"source"));
     return -EEXIST;
@@ -239,7 +239,7 @@ TEST(MoveByLink, TwoNamesOfOneFileAreNotMovedOntoEachOther) {
   EXPECT_EQ(ReadFileBytes(folder / L"source"), "content");
 }
 
-// From the first failure of the given call on, nothing can be looked at any more.
+// From the first failure of the given call on, every check of a path fails.
 kyd_test::Instead FailingBlindly(unsigned number) {
   return [number, blind = false](const SystemCall& call) mutable -> long {
     if (call.number == number) {
@@ -250,7 +250,7 @@ kyd_test::Instead FailingBlindly(unsigned number) {
   };
 }
 
-TEST(MoveByLink, BothNamesStayWhenItCannotBeToldWhatHappened) {
+TEST(MoveByLink, BothNamesStayIfTheOutcomeIsUnknown) {
   const kyd_test::TempFolder folder;
   WriteFileBytes(folder / L"source", "content");
   EXPECT_TRUE(RunWithInstead({SYS_unlink, SYS_statx}, FailingBlindly(SYS_unlink), [&] {
@@ -280,7 +280,7 @@ TEST(MoveByLink, TheNewNameStaysUnlessBothAreCounted) {
   EXPECT_EQ(ReadFileBytes(folder / L"target"), "content");
 }
 
-TEST(MoveByReservation, NothingIsRemovedWhenItCannotBeToldWhatHappened) {
+TEST(MoveByReservation, NothingIsRemovedIfTheOutcomeIsUnknown) {
   const kyd_test::TempFolder folder;
   WriteFileBytes(folder / L"source", "content");
   EXPECT_TRUE(RunWithInstead({SYS_rename, SYS_statx}, FailingBlindly(SYS_rename), [&] {
@@ -443,7 +443,7 @@ TEST(MoveByReservation, AFolderReplacesNothing) {
   EXPECT_EQ(ReadFileBytes(folder / L"target"), "old");
 }
 
-TEST(MoveOnSameFileSystem, GivesTheFailureOfTheLinkWhenThatIsNotForWantOfLinks) {
+TEST(MoveOnSameFileSystem, ReturnsTheErrorOfTheLinkUnlessLinksAreUnsupported) {
   const kyd_test::TempFolder folder;
   WriteFileBytes(folder / L"source", "content");
   EXPECT_TRUE(
@@ -643,7 +643,7 @@ bool MoveWhile(const std::wstring& source, const std::wstring& target,
                         [&] { return MoveWithoutReplacing(source, target); });
 }
 
-TEST_F(MoveAcross, TheCopyStaysWhenSomebodyElseHasRemovedTheSource) {
+TEST_F(MoveAcross, TheCopyStaysIfAnotherProcessRemovedTheSource) {
   WriteFileBytes(source_, "content");
   EXPECT_TRUE(MoveWhile(source_, target_, [this] { std::filesystem::remove(Native(source_)); }));
   EXPECT_EQ(ReadFileBytes(target_), "content");
@@ -770,7 +770,7 @@ INSTANTIATE_TEST_SUITE_P(Calls, CallOfACopy,
                                          SYS_fsync, SYS_read, SYS_write),
                          [](const auto& call) { return "Call" + std::to_string(call.param); });
 
-TEST_F(MoveAcross, BothStayWhenItCannotBeToldWhetherTheSourceIsThere) {
+TEST_F(MoveAcross, BothStayIfTheSourceMayBeThere) {
   WriteFileBytes(source_, "content");
   EXPECT_TRUE(RunWithInstead({SYS_unlink, SYS_statx}, FailingBlindly(SYS_unlink), [this] {
     return !MoveWithoutReplacing(source_, target_) &&

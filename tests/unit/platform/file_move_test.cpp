@@ -78,7 +78,7 @@ TEST_F(FileMoveTest, ReplacesAnOlderFile) {
   EXPECT_EQ(ReadFileBytes(target_), "new");
 }
 
-TEST_F(FileMoveTest, ReplacesNothingAsWell) {
+TEST_F(FileMoveTest, AlsoMovesToAFreeName) {
   WriteFileBytes(source_, "new");
   EXPECT_TRUE(MoveReplacing(source_, target_));
   EXPECT_EQ(ReadFileBytes(target_), "new");

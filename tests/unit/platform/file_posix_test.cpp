@@ -86,7 +86,7 @@ TEST_F(FilePosixTest, AFileWithoutRightsIsDenied) {
   EXPECT_EQ(platform::LastError(), platform::kErrorAccessDenied);
 }
 
-TEST_F(FilePosixTest, AFileWhoseKindCannotBeToldIsNotOpened) {
+TEST_F(FilePosixTest, AFileOfUnknownKindIsNotOpened) {
   kyd_test::WriteFileBytes(path_, "content");
   EXPECT_TRUE(kyd_test::RunWithout(kyd_test::WithoutFstat(EIO), [this] {
     return !File::OpenExclusive(path_).IsOpen() &&
@@ -263,7 +263,7 @@ TEST_F(FilePosixTest, OpensAFileThatAnotherProgramHasLeased) {
 
 // ---- Removing
 
-TEST_F(FilePosixTest, WhatHasGoneIsRemovedWhateverTheSystemSays) {
+TEST_F(FilePosixTest, AFileThatIsGoneCountsAsRemovedWhateverTheSystemReports) {
   for (const int error_number : {EIO, ESTALE, EINTR}) {
     kyd_test::WriteFileBytes(path_, "content");
     EXPECT_TRUE(kyd_test::RunWithInstead({SYS_unlink}, kyd_test::DoneButFailing(error_number),

@@ -194,7 +194,7 @@ TEST_F(FileTest, MovesToAnotherOwner) {
   WriteFileBytes(path_, "content");
   File first = File::OpenExclusive(path_);
   File second = std::move(first);
-  // NOLINTNEXTLINE(bugprone-use-after-move,clang-analyzer-cplusplus.Move): what is left is the test
+  // NOLINTNEXTLINE(bugprone-use-after-move,clang-analyzer-cplusplus.Move): on purpose
   EXPECT_FALSE(first.IsOpen());
   EXPECT_EQ(second.Size(), 7U);
   second = File();
@@ -247,7 +247,7 @@ TEST_F(FileTest, OpensNothingUnobtrusivelyThatIsNoFile) {
   EXPECT_EQ(platform::LastError(), platform::kErrorAccessDenied);
 }
 
-TEST_F(FileTest, TellsWhetherAFileIsThere) {
+TEST_F(FileTest, ReportsWhetherAFileExists) {
   EXPECT_EQ(platform::FileExists(path_), false);
   WriteFileBytes(path_, "");
   EXPECT_EQ(platform::FileExists(path_), true);
@@ -255,7 +255,7 @@ TEST_F(FileTest, TellsWhetherAFileIsThere) {
   EXPECT_EQ(platform::FileExists((folder_ / L"missing") + platform::kPathSeparator + L"file"),
             false);
 #ifndef _WIN32
-  // Windows takes a name that cannot be for one that is not there.
+  // Windows treats an invalid name as a missing one.
   EXPECT_EQ(platform::FileExists(folder_ / std::wstring(1000, L'a')), std::nullopt);
 #endif
 }

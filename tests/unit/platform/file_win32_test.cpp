@@ -17,7 +17,7 @@ using kyd_test::ReplacedImport;
 using kyd_test::WriteFileBytes;
 using platform::File;
 
-// The replacements call the functions themselves under another import's cover: by their address.
+// The replacements call the originals by address, past the patched import.
 template <class Function>
 Function* Real(const char* name) {
   const HMODULE library = GetModuleHandleW(L"kernel32.dll");
@@ -177,7 +177,7 @@ DWORD WINAPI KnowNothing(const wchar_t* /*path*/) {
   return INVALID_FILE_ATTRIBUTES;
 }
 
-TEST_F(FileWin32Test, AMoveOfWhichNothingIsKnownIsAFailureAndRemovesNothing) {
+TEST_F(FileWin32Test, AMoveOfUnknownOutcomeFailsAndRemovesNothing) {
   WriteFileBytes(path_, "content");
   {
     const ReplacedImport move("MoveFileW", &MoveAndFail);
@@ -193,7 +193,7 @@ BOOL WINAPI RemoveAndFail(const wchar_t* path) {
   return Fail(ERROR_UNEXP_NET_ERR);
 }
 
-TEST_F(FileWin32Test, AFileThatHasGoneIsRemovedWhateverTheSystemSays) {
+TEST_F(FileWin32Test, AFileThatIsGoneCountsAsRemovedWhateverTheSystemReports) {
   WriteFileBytes(path_, "content");
   const ReplacedImport remove("DeleteFileW", &RemoveAndFail);
   EXPECT_TRUE(platform::RemoveFile(path_));

@@ -85,7 +85,7 @@ TEST(Folders, CreateFoldersTakesFullPathsOnly) {
   EXPECT_FALSE(platform::CreateFolders(L""));
 }
 
-TEST(Folders, IsFolderTellsFoldersFromTheRest) {
+TEST(Folders, IsFolderIsTrueForFoldersOnly) {
   const kyd_test::TempFolder folder;
   kyd_test::WriteFileBytes(folder / L"file", "");
   EXPECT_TRUE(platform::IsFolder(folder.Path()));

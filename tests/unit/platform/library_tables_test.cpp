@@ -153,11 +153,10 @@ std::optional<LibraryTables> Read(const Content& file, const Names& exports = {}
 
 std::wstring TestModulePath() {
   const std::wstring program = platform::ProgramPath();
-  return program.substr(0, program.rfind(platform::kPathSeparator) + 1) + L"kyd_test_module" +
-         platform::kLibraryEnding;
+  return platform::FolderPrefixOf(program) + L"kyd_test_module" + platform::kLibraryEnding;
 }
 
-TEST(LibraryTables, TellsOfARealLibrary) {
+TEST(LibraryTables, ReadsARealLibrary) {
   const auto tables = ReadLibraryTables(TestModulePath(), {"KydTestNothing", "KydTestAnswer"});
   ASSERT_TRUE(tables);
   EXPECT_EQ(tables->format, platform::kLibraryFormat);
@@ -270,7 +269,7 @@ TEST(LibraryTables, OtherFilesAreNone) {
   }
 }
 
-// One byte after the other is changed; whatever comes out, it comes soon and within the file.
+// Each byte in turn is changed; any result is right that comes soon and stays within the file.
 TEST(LibraryTables, SurvivesAnyDamagedByte) {
   const Content files[] = {Pe({"a.dll", "b.dll"}, {"c", "d"}),
                            Elf({"a", "b"}, {"c", "d"}, Hash::kGnu),
@@ -305,7 +304,7 @@ TEST(LibraryTables, EndlessTablesEnd) {
   EXPECT_THAT(Read(Elf({}, {"a"}, Hash::kGnu).U32(kElfHash, 0), {"a"})->exports, IsEmpty());
 }
 
-TEST(LibraryTables, TellsWhyAFileIsNone) {
+TEST(LibraryTables, ReportsWhyAFileIsNoLibrary) {
   const kyd_test::TempFolder folder;
   EXPECT_FALSE(ReadLibraryTables(folder / L"missing.dll"));
   EXPECT_EQ(platform::LastError(), platform::kErrorFileNotFound);

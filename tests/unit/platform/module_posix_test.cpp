@@ -41,7 +41,7 @@ std::filesystem::path PathOfSize(std::filesystem::path folder, std::size_t size)
   return folder / std::string(size - folder.native().size() - 1, 'z');
 }
 
-TEST(ProgramPath, IsEmptyWhenTheSystemDoesNotTell) {
+TEST(ProgramPath, IsEmptyIfTheSystemFails) {
   EXPECT_TRUE(kyd_test::RunWithout({{SYS_readlink, EACCES, std::nullopt}}, [] {
     return platform::ProgramPath().empty() && platform::LastError() == platform::kErrorAccessDenied;
   }));

@@ -9,8 +9,7 @@ namespace {
 
 std::wstring TestModulePath() {
   const std::wstring program = platform::ProgramPath();
-  return program.substr(0, program.rfind(platform::kPathSeparator) + 1) + L"kyd_test_module" +
-         platform::kLibraryEnding;
+  return platform::FolderPrefixOf(program) + L"kyd_test_module" + platform::kLibraryEnding;
 }
 
 int FunctionOfTheProgram() {

@@ -159,7 +159,7 @@ TEST(Registry, AKeyCanBeMoved) {
   ASSERT_TRUE(first);
   RegistryKey second = std::move(*first);
   EXPECT_TRUE(second.Query(L"Number"));
-  // NOLINTNEXTLINE(bugprone-use-after-move,clang-analyzer-cplusplus.Move): what is left is the test
+  // NOLINTNEXTLINE(bugprone-use-after-move,clang-analyzer-cplusplus.Move): on purpose
   EXPECT_FALSE(first->Query(L"Number"));
   *first = std::move(second);
   EXPECT_TRUE(first->Query(L"Number"));

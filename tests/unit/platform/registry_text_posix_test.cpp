@@ -204,7 +204,7 @@ TEST(RegistryText, ValuesBelowAnUnreadableKeyBelongToNone) {
   }
 }
 
-TEST(RegistryText, WhatComesLaterWins) {
+TEST(RegistryText, LaterLinesWin) {
   EXPECT_EQ(ValueOf(Head() + "\"v\"=dword:8\n\"V\"=dword:7\n"), Seven());
   EXPECT_EQ(ValueOf(Head() + "\"v\"=\"a\"\n" + Head() + "\"v\"=dword:7\n"), Seven());
   EXPECT_EQ(ValueOf(Head() + "\"v\"=dword:7\n\"v\"=-\n"), std::nullopt);

@@ -64,17 +64,17 @@ TEST(SingleInstanceFile, IsFreeAgainWhenItsOwnerWasKilled) {
   close(ready[1]);
 }
 
-TEST(SingleInstanceFile, IsNobodysWithoutItsFolder) {
+TEST(SingleInstanceFile, HasNoOwnerWithoutItsFolder) {
   const kyd_test::TestSysroot sysroot;
   std::filesystem::remove(std::filesystem::path(LockFile(sysroot)).parent_path());
   EXPECT_FALSE(platform::SingleInstance(kName).IsOwner());
 }
 
-TEST(SingleInstanceFile, IsNobodysWhenItCannotBeMade) {
+TEST(SingleInstanceFile, HasNoOwnerIfItCannotBeCreated) {
   const kyd_test::TestSysroot sysroot;
   constexpr int kMaking =
       O_RDONLY | O_NOFOLLOW | O_CREAT | O_EXCL | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
-  // With the second answer it seems to come and go with every look, which must not go on for ever.
+  // With the second answer it seems to come and go with every check, which must not loop forever.
   for (const int error_number : {EROFS, EEXIST}) {
     EXPECT_TRUE(
         kyd_test::RunWithout({{SYS_openat, error_number, kyd_test::CallArgument{2, kMaking}}}, [=] {
@@ -118,14 +118,14 @@ TEST_P(WithoutLocks, OtherFilesHaveTheirOwnOwners) {
 INSTANTIATE_TEST_SUITE_P(FileSystems, WithoutLocks,
                          testing::Values(EBADF, ENOLCK, ENOSYS, EOPNOTSUPP));
 
-TEST(SingleInstanceFile, IsNobodysWhenNeitherLockNorNameCanBeHad) {
+TEST(SingleInstanceFile, HasNoOwnerWithoutLockAndName) {
   const kyd_test::TestSysroot sysroot;
   EXPECT_TRUE(kyd_test::RunWithout(
       {{SYS_flock, ENOLCK, std::nullopt}, {SYS_socket, EAFNOSUPPORT, std::nullopt}},
       [] { return !platform::SingleInstance(kName).IsOwner(); }));
 }
 
-TEST(SingleInstanceFile, IsNobodysWhenLockingFails) {
+TEST(SingleInstanceFile, HasNoOwnerIfLockingFails) {
   const kyd_test::TestSysroot sysroot;
   EXPECT_TRUE(kyd_test::RunWithout({{SYS_flock, EIO, std::nullopt}}, [] {
     return !platform::SingleInstance(kName).IsOwner() &&
@@ -155,12 +155,12 @@ TEST(OwnerOfInstance, IsSeenWhereFilesCannotBeLocked) {
   const kyd_test::TestSysroot sysroot;
   EXPECT_TRUE(kyd_test::RunWithout({{SYS_flock, ENOLCK, {}}}, [] {
     const platform::SingleInstance owner(kName);
-    return owner.IsOwner() && platform::OwnerOfInstance(kName) == InstanceOwner::kSomebody;
+    return owner.IsOwner() && platform::OwnerOfInstance(kName) == InstanceOwner::kAnotherProcess;
   }));
   EXPECT_EQ(platform::OwnerOfInstance(kName), InstanceOwner::kNone);
 }
 
-TEST(OwnerOfInstance, MakesNoFileAndTellsOfAPlaceThatNobodyCanHave) {
+TEST(OwnerOfInstance, CreatesNoFileAndReportsAnUnavailableName) {
   using platform::InstanceOwner;
   const kyd_test::TestSysroot sysroot;
   EXPECT_EQ(platform::OwnerOfInstance(kName), InstanceOwner::kNone);

@@ -19,7 +19,7 @@ TEST(SingleInstance, HasOneOwnerAtATime) {
   EXPECT_FALSE(third.IsOwner());
 }
 
-TEST(SingleInstance, GivesTheNameBack) {
+TEST(SingleInstance, ReleasesTheName) {
   const kyd_test::TestSysroot sysroot;
   {
     const platform::SingleInstance first(kName);
@@ -37,7 +37,7 @@ TEST(SingleInstance, NamesAreIndependent) {
   EXPECT_TRUE(other.IsOwner());
 }
 
-TEST(SingleInstance, IsNobodysUnderANameThatCannotBeHad) {
+TEST(SingleInstance, HasNoOwnerUnderAnUnusableName) {
   const kyd_test::TestSysroot sysroot;
 #ifdef _WIN32
   const platform::SingleInstance instance(L"no\\such\\folder");
@@ -47,14 +47,14 @@ TEST(SingleInstance, IsNobodysUnderANameThatCannotBeHad) {
   EXPECT_FALSE(instance.IsOwner());
 }
 
-TEST(OwnerOfInstance, TellsWhetherThereIsOneWithoutBecomingIt) {
+TEST(OwnerOfInstance, ReportsAnOwnerWithoutBecomingIt) {
   using platform::InstanceOwner;
   const kyd_test::TestSysroot sysroot;
   EXPECT_EQ(platform::OwnerOfInstance(kName), InstanceOwner::kNone);
   {
     const platform::SingleInstance owner(kName);
     ASSERT_TRUE(owner.IsOwner());
-    EXPECT_EQ(platform::OwnerOfInstance(kName), InstanceOwner::kSomebody);
+    EXPECT_EQ(platform::OwnerOfInstance(kName), InstanceOwner::kAnotherProcess);
     EXPECT_EQ(platform::OwnerOfInstance(L"KydPlatformTestsOtherString"), InstanceOwner::kNone);
   }
   EXPECT_EQ(platform::OwnerOfInstance(kName), InstanceOwner::kNone);

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 namespace {
 
 using platform::FromUtf8;
@@ -214,6 +216,38 @@ TEST(Text, OtherSurrogatesHaveNoPlaceInAPath) {
             "\xEF\xBF\xBD|\xEF\xBF\xBD|\xEF\xBF\xBD");
 }
 #endif
+
+std::wstring WithSeparators(std::wstring path) {
+  std::replace(path.begin(), path.end(), L'/', platform::kPathSeparator);
+  return path;
+}
+
+TEST(Text, PathsAreJoinedWithoutNormalising) {
+  EXPECT_EQ(platform::JoinPath(L"a"), L"a");
+  EXPECT_EQ(platform::JoinPath(L"a/", L"b"), L"a/" + WithSeparators(L"/b"));
+  EXPECT_EQ(platform::JoinPath(L"a", std::wstring(L"b"), std::wstring_view(L""), L"c"),
+            WithSeparators(L"a/b//c"));
+}
+
+TEST(Text, FolderPrefixEndsInTheLastSeparator) {
+  const struct {
+    const wchar_t* path;
+    const wchar_t* prefix;
+  } cases[] = {
+      {L"", L""}, {L"a", L""}, {L"/", L"/"}, {L"/a", L"/"}, {L"a/b", L"a/"}, {L"/a/b/", L"/a/b/"},
+  };
+  for (const auto& one : cases) {
+    EXPECT_EQ(platform::FolderPrefixOf(WithSeparators(one.path)), WithSeparators(one.prefix));
+  }
+}
+
+TEST(Text, EndingsAreComparedWithoutRegardToCase) {
+  EXPECT_TRUE(platform::EndsWithIgnoringCase(L"a.LOG", L".log"));
+  EXPECT_TRUE(platform::EndsWithIgnoringCase(L".log", L".log"));
+  EXPECT_TRUE(platform::EndsWithIgnoringCase(L"a", L""));
+  EXPECT_FALSE(platform::EndsWithIgnoringCase(L"log", L".log"));
+  EXPECT_FALSE(platform::EndsWithIgnoringCase(L"a.log.bak", L".log"));
+}
 
 TEST(Text, NamesAreEqualWithoutRegardToCase) {
   const struct {

@@ -48,7 +48,7 @@ TEST_F(UniqueHandle, ClosesAHandleThatIsZero) {
   EXPECT_EQ(Closed(), std::vector<int>{0});
 }
 
-// What a moved handle leaves behind is what these are about.
+// These tests use moved-from handles on purpose.
 // NOLINTBEGIN(bugprone-use-after-move,clang-analyzer-cplusplus.Move)
 TEST_F(UniqueHandle, MovesWithoutClosing) {
   {

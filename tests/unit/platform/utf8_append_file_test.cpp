@@ -106,7 +106,7 @@ TEST_F(Utf8AppendFileTest, ManyLineFeedsAreWrittenWhole) {
   EXPECT_EQ(ReadFileBytes(path_).size(), Mark().size() + 6000);
 }
 
-TEST_F(Utf8AppendFileTest, TwoWritersAppendBehindEachOther) {
+TEST_F(Utf8AppendFileTest, TwoWritersAppendInTurn) {
   Utf8AppendFile first(path_);
   Utf8AppendFile second(path_);
   ASSERT_TRUE(first.IsOpen());
@@ -118,7 +118,7 @@ TEST_F(Utf8AppendFileTest, TwoWritersAppendBehindEachOther) {
   EXPECT_EQ(content.substr(content.size() - 9), "1\r\n2\r\n3\r\n");
 }
 
-TEST_F(Utf8AppendFileTest, ReadersMayLookMeanwhile) {
+TEST_F(Utf8AppendFileTest, CanBeReadMeanwhile) {
   Utf8AppendFile file(path_);
   file.Write(L"line\n");
   EXPECT_EQ(ReadFileBytes(path_), Mark() + "line\r\n");

@@ -51,7 +51,7 @@ TEST(AddUploadErrInfo, AppendsAndNeitherMergesNorSorts) {
   EXPECT_EQ(report.errors[2].count, 0xFFFFFFFFU);
 }
 
-TEST(AddUploadErrInfo, LogsWhateverIsThrownAndLosesTheRecordOnly) {
+TEST(AddUploadErrInfo, LogsAnyExceptionAndLosesOnlyTheRecord) {
   const std::wstring folder(FailingMemory::kLongText, L'n');
   for (const auto what : {FailingMemory::Throwing::kBadAlloc, FailingMemory::Throwing::kNumber}) {
     const kyd_test::LogCapture log;

@@ -37,7 +37,7 @@ TEST(BoundedBody, TakesSingleBytesUntilItsTimeIsOver) {
   EXPECT_EQ(body.Kept(), "ab");
 }
 
-TEST(BoundedBody, HasNoPlaceToSeekAndNothingToRead) {
+TEST(BoundedBody, SupportsNeitherReadingNorSeeking) {
   const BoundedBody body;
   auto buffer = body.Stream().streambuf();
   const auto nowhere = static_cast<decltype(buffer)::pos_type>(decltype(buffer)::traits::eof());

@@ -1,4 +1,4 @@
-// Which client certificate an account's credentials select.
+// The client certificate that an account's credentials select.
 #include "socket/certificate_selection.h"
 
 #include <gmock/gmock.h>

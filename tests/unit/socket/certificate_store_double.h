@@ -1,5 +1,5 @@
 // A certificate store that the test scripts, in place of the system's: it links instead of the
-// platform's own, so that every failure can be had and every close is seen.
+// platform's own, so that every failure can be produced and every close is recorded.
 #pragma once
 
 #include <cstdint>
@@ -16,7 +16,7 @@ struct StoreScript {
   unsigned import_error = 0;
   unsigned first_error = 0;
   bool is_pfx = true;
-  // The calls that fail with an exception, such as for want of memory.
+  // The calls that fail with an exception, for example for lack of memory.
   bool open_throws = false;
   bool find_throws = false;
   bool import_throws = false;
@@ -29,7 +29,7 @@ struct StoreScript {
   int open_contexts = 0;
 };
 
-// Starts anew with the default script.
+// Starts over with the default script.
 StoreScript& NewScript();
 
 }  // namespace kyd_test

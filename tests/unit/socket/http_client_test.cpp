@@ -1,4 +1,4 @@
-// Sending with retries, and what becomes of each kind of failure.
+// Sending with retries, and the result of each kind of failure.
 #include "socket/http_client.h"
 
 #include <cpprest/containerstream.h>
@@ -350,7 +350,7 @@ TEST(Exception, SharesNothingWithItsCopies) {
   EXPECT_EQ(std::string(copy.what()), "refused");
 }
 
-// Sends a body three times, in vain; gives what each attempt read of it.
+// Sends a body three times without success; returns what each attempt read of it.
 std::vector<std::string> BodiesSent(const concurrency::streams::istream& body) {
   std::vector<std::string> sent;
   HttpClient client(nullptr, /*has_certificate=*/false,
@@ -544,7 +544,7 @@ TEST(ReadAnswerText, RaisesWhatElseEndedTheBody) {
       web::http::http_exception);
 }
 
-TEST(AnswerGuard, LetsNothingOut) {
+TEST(AnswerGuard, LetsNoExceptionEscape) {
   const CorvidSocket::AnswerGuard ended(EndedAnswer(nullptr));
   const CorvidSocket::AnswerGuard broken(
       EndedAnswer(std::make_exception_ptr(std::runtime_error("broken"))));

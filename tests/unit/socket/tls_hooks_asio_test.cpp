@@ -1,4 +1,4 @@
-// TLS 1.2 alone, the client certificate, and what a refusal of either becomes.
+// TLS 1.2 only, the client certificate, and the result of a refusal of either.
 #include <gtest/gtest.h>
 #include <openssl/evp.h>
 #include <openssl/ssl.h>
@@ -109,7 +109,7 @@ TEST_F(TlsHooksTest, RefusalComesOutOfTheSendingAndIsTriedAgain) {
       });
   CorvidSocket::HttpPostRequest request({});
   try {
-    // Nobody listens there; the refusal comes before the connecting.
+    // There is no listener; the refusal comes before the connection.
     static_cast<void>(client.SendRequest(web::uri("https://localhost:1/"), request, L"", L"", 1));
     FAIL() << "nothing was raised";
   } catch (const Exception& failure) {

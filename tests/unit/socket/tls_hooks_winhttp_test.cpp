@@ -1,4 +1,4 @@
-// TLS 1.2 alone, the client certificate, and what a refusal of either becomes.
+// TLS 1.2 only, the client certificate, and the result of a refusal of either.
 #include <gtest/gtest.h>
 #include <windows.h>
 // After windows.h, which it needs.

@@ -34,7 +34,7 @@ TEST(StateOfCheck, IsTheMostUrgentOfItsFindings) {
             State::kCritical);
 }
 
-TEST(CheckText, HasALineForEachFindingThatSteersNoTerminal) {
+TEST(CheckText, HasASafeLineForEachFinding) {
   const std::wstring text = kyd::CheckText(Found({
       {State::kCritical, L"/program/Corvid.so", L"is missing", L"put it there"},
       {State::kWarning, L"/logs/Upload/\x1B[31m\n", L"is odd", L"rename it"},

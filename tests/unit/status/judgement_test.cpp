@@ -59,7 +59,7 @@ TEST(Judge, TakesAFileOfTheFutureForNew) {
   EXPECT_EQ(StateOf(Surveyed(-kHour, 0), {0, {}}), State::kOk);
 }
 
-TEST(Judge, CannotTellWhatCouldNotBeReadUnlessTheRestIsCritical) {
+TEST(Judge, IsUnknownIfSomethingIsUnreadableUnlessTheRestIsCritical) {
   Survey survey = Surveyed(0, 6);
   survey.unreadable.push_back({L"path", 5});
   EXPECT_EQ(StateOf(survey, {}), State::kUnknown);

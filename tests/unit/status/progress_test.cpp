@@ -42,7 +42,7 @@ TEST_F(ProgressTest, ShowsALineNowAndThenAndTakesItAway) {
   EXPECT_EQ(written_[2], L"\r" + std::wstring(40, L' ') + L"\r");
 }
 
-TEST(Progress, NeedsNobodyToTell) {
+TEST(Progress, WorksWithoutATerminal) {
   kyd::Progress progress;
   for (int i = 0; i < 1000; ++i) {
     progress.Count();

@@ -72,14 +72,14 @@ TEST(MetricsReport, HoldsTheTotals) {
   EXPECT_THAT(text, EndsWith("\n# EOF\n"));
 }
 
-TEST(MetricsReport, TellsTheLastRunInSecondsSince1970) {
+TEST(MetricsReport, ReportsTheLastRunInSecondsSince1970) {
   const std::int64_t seconds = platform::SecondsOf({2024, 4, 30, 23, 0, 1, 0}).value_or(0);
   EXPECT_GT(seconds, 1'714'400'000);
   EXPECT_THAT(kyd::MetricsReport(Example(), false),
               HasSubstr(Total("last_run_timestamp_seconds", std::to_string(seconds))));
 }
 
-TEST(MetricsReport, KnowsNoRunWithoutATimeThatAClockShows) {
+TEST(MetricsReport, KnowsNoRunWithAnImpossibleTime) {
   for (const wchar_t* const time : {L"", L"24:00:00", L"23:99:01", L"100000000000:00:00"}) {
     Survey survey = Example();
     survey.days[1].result.last_run = time;

@@ -1,4 +1,4 @@
-// The blocks of these tests are made by the uploader's own code.
+// The uploader's own code writes the blocks of these tests.
 #include "status/result_reader.h"
 
 #include <gtest/gtest.h>

@@ -48,7 +48,7 @@ class SurveyTest : public testing::Test {
     std::filesystem::last_write_time(
         file, std::filesystem::file_time_type::clock::now() - std::chrono::seconds(since));
   }
-  // Has the uploader's own code write a block of a day.
+  // Writes a block of a day with the uploader's own code.
   void WriteResult(const platform::LocalTime& day, std::uint32_t sent, std::uint32_t failed,
                    const std::vector<kyd::UploadErrInfo>& errors = {}) {
     kyd_test::FakeClock then;
@@ -58,7 +58,7 @@ class SurveyTest : public testing::Test {
   }
   Survey Look(unsigned days = 7) {
     kyd::Progress unseen;
-    return kyd::LookAround(log_dir_, days, clock_, unseen);
+    return kyd::TakeSurvey(log_dir_, days, clock_, unseen);
   }
 
   kyd_test::TempFolder folder_;
@@ -101,7 +101,7 @@ TEST_F(SurveyTest, CountsWhatTheUploaderWouldSend) {
   EXPECT_EQ(kyd::AllWaiting(survey).bytes, 8U);
 }
 
-TEST_F(SurveyTest, TellsSentFromFlushedInTheArchive) {
+TEST_F(SurveyTest, DistinguishesSentFromFlushedFiles) {
   MakeFolder(tree_.UploadPath(L"alice"));
   MakeFolder(tree_.UploadPath(L"bob"));
   const std::wstring archive = tree_.ArchivePath(L"alice");
@@ -133,7 +133,7 @@ TEST_F(SurveyTest, SeesWhetherACredentialFileIsThere) {
   EXPECT_EQ(survey.accounts[2].has_credentials, false);  // a folder is no file
 }
 
-TEST_F(SurveyTest, AddsWhatTheResultFilesSay) {
+TEST_F(SurveyTest, AddsTheFiguresOfTheResultFiles) {
   MakeFolder(tree_.UploadPath(L"alice"));
   WriteResult({2024, 5, 1, 8, 0, 0, 0}, 5, 0);
   WriteResult({2024, 4, 30, 8, 0, 0, 0}, 1, 2, {{L"alice", 2}});
@@ -180,7 +180,7 @@ TEST_F(SurveyTest, ReadsAResultFileThatTheUploaderHasOpen) {
   EXPECT_EQ(kyd::SumOfDays(Look()).sent, 5U);
 }
 
-TEST_F(SurveyTest, KeepsNobodyFromWritingTheResultFile) {
+TEST_F(SurveyTest, DoesNotBlockWritersOfTheResultFile) {
   WriteResult(clock_.local, 5, 0);
   const std::wstring path = tree_.ResultPath(clock_.local);
   const platform::File reader = platform::File::OpenUnobtrusive(path);
@@ -190,7 +190,7 @@ TEST_F(SurveyTest, KeepsNobodyFromWritingTheResultFile) {
 }
 
 #ifndef _WIN32
-TEST_F(SurveyTest, NotesWhatItMayNotRead) {
+TEST_F(SurveyTest, NotesWhatIsUnreadable) {
   MakeFile(tree_.UploadPath(L"alice"), L"a.log", "1");
   WriteResult(clock_.local, 5, 0);
   Survey survey;

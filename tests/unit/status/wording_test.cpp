@@ -8,7 +8,7 @@
 
 namespace {
 
-TEST(Printable, LeavesNothingThatSteersTheTerminal) {
+TEST(Printable, LeavesNoControlCharacters) {
   EXPECT_EQ(kyd::Printable(L"\x1B[2Ja\nb\x7F\x9B\x202E"),
             L"\xFFFD[2Ja\xFFFD"
             L"b\xFFFD\xFFFD\xFFFD");

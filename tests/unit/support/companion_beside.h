@@ -6,7 +6,7 @@
 namespace kyd_test {
 
 // Copies a built companion library into the test program's own folder, where the program looks for
-// it, and takes it away again. Throws std::filesystem::filesystem_error when that fails.
+// it, and removes it again. Throws std::filesystem::filesystem_error when that fails.
 class CompanionBeside {
  public:
   // `variant` is empty for the whole library, or names one that lacks an export: "no-decrypt",

@@ -35,7 +35,7 @@ struct SystemCall {
   unsigned number;                // SYS_...
   std::array<long, 5> arguments;  // calls with more cannot be taken
 
-  // Has the kernel do it: its result, a negative one an error number.
+  // Lets the kernel do it and returns the result, a negative one an error number.
   [[nodiscard]] long Perform() const noexcept;
 };
 

@@ -1,4 +1,4 @@
-// What memory still holds when it is given back.
+// What memory still holds when it is released.
 #pragma once
 
 #include <string>

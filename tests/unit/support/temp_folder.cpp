@@ -23,7 +23,7 @@ std::wstring MakeUniqueFolder(const fs::path& parent) {
   std::random_device random;
   for (int attempt = 0; attempt < 100; ++attempt) {
     const fs::path folder = parent / ("kyd-test-" + std::to_string(random()));
-    // False, without an error, when somebody else was faster.
+    // False, without an error, if another process was faster.
     if (fs::create_directory(folder)) {
       return platform::FromNativePath(folder.native());
     }

@@ -12,7 +12,7 @@ namespace kyd_test {
 
 namespace {
 
-// A certificate of nobody.
+// A certificate without a name.
 constexpr char kCertificate[] =
     "MIIBdjCCAR2gAwIBAgIUKlXTedgb+fnSw4yQZPIs+LmEk0kwCgYIKoZIzj0EAwIw\n"
     "ETEPMA0GA1UEAwwGY2xpZW50MB4XDTI2MTEyMTA1Mzk1NloXDTM2MTExODA1Mzk1\n"

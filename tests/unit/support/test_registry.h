@@ -10,10 +10,10 @@
 
 namespace kyd_test {
 
-// Writes keys and values under HKEY_LOCAL_MACHINE and takes them away again at the end: on Windows
-// in the registry itself (a value that was there before is lost), on Linux in the registry export
-// text of a sysroot of its own. Every change is visible at once. Throws std::runtime_error when a
-// change fails. Key paths are written as the program writes them: "SOFTWARE\\Maker\\Product".
+// Writes keys and values under HKEY_LOCAL_MACHINE and removes them again at the end: on Windows in
+// the registry itself (a value that was there before is lost), on Linux in the registry export text
+// of a sysroot of its own. Every change is visible at once. Throws std::runtime_error when a change
+// fails. Key paths are written as the program writes them: "SOFTWARE\\Maker\\Product".
 class TestRegistry {
  public:
   TestRegistry();

@@ -1,4 +1,4 @@
-// Registry settings as a registry export text, written anew with every change.
+// Registry settings as a registry export text, rewritten with every change.
 #include <cstdio>
 #include <map>
 #include <stdexcept>

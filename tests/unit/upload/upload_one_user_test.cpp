@@ -162,7 +162,7 @@ TEST_F(UploadOneUser, ArchivesAcceptedFilesOnly) {
   }
 }
 
-TEST_F(UploadOneUser, LogsTheRoadOfAnAcceptedFile) {
+TEST_F(UploadOneUser, LogsTheStepsOfAnAcceptedFile) {
   MakeLog(L"a.log");
   EXPECT_EQ(UploadAnswering(202), 0);
   const std::string from = platform::ToUtf8(Path(L"Upload", L"a.log"));
@@ -271,7 +271,7 @@ TEST_F(UploadOneUser, ClosesTheLogFileOnEveryPath) {
   }
 }
 
-TEST_F(UploadOneUser, TakesTheKeyWholeAndTheSessionUpToItsFirstNul) {
+TEST_F(UploadOneUser, CutsTheSessionAtItsFirstNulAndRefusesAKeyWithANul) {
   MakeLog(L"a.log");
   EXPECT_EQ(UploadAnswering(200), 0);
   EXPECT_EQ(Header(0, L"Cookie"), L"idp.session=session");
@@ -284,8 +284,8 @@ TEST_F(UploadOneUser, TakesTheKeyWholeAndTheSessionUpToItsFirstNul) {
               testing::HasSubstr("The value of the request header Authorization is invalid."));
 }
 
-// Which road is taken shows in what the log says when it leads nowhere.
-TEST_F(UploadOneUser, GoesTheRoadToACertificateThatTheCredentialsName) {
+// The log message of each source's failure shows which source is used.
+TEST_F(UploadOneUser, UsesTheCertificateSourceThatTheCredentialsName) {
   const Lines none;
   const Lines text = {"<ParseAuthParam> memory error"};  // without a library to decode it
   const Lines store = {"<SetUserCert> CertOpenStore error [",
@@ -390,7 +390,7 @@ TEST_F(UploadOneUser, LogsMessageAndNumberOfAnExceptionOfTheHttpLayer) {
   }
 }
 
-TEST_F(UploadOneUser, LogsWhateverIsThrownBeforeTheFirstFile) {
+TEST_F(UploadOneUser, LogsAnyExceptionBeforeTheFirstFile) {
   using kyd_test::FailingMemory;
   MakeLog(L"a.log");
   run_.tenant = std::wstring(FailingMemory::kLongText, L't');
@@ -414,7 +414,7 @@ TEST_F(UploadOneUser, LogsWhateverIsThrownBeforeTheFirstFile) {
 }
 
 // A process that reads the file meanwhile does not keep it from being sent.
-TEST_F(UploadOneUser, SendsAFileThatSomebodyElseReads) {
+TEST_F(UploadOneUser, SendsAFileThatAnotherProcessReads) {
   MakeLog(L"a.log");
   const platform::File reader = platform::File::OpenShared(Path(L"Upload", L"a.log"));
   ASSERT_TRUE(reader.IsOpen());

@@ -160,7 +160,7 @@ TEST_F(FlushLogDirTest, ReportsAlsoWhenTheUploadFolderCannotBeSearched) {
                                     "<< Result >> files send ok:[0] send error:[1]", kRuler}));
 }
 
-TEST_F(FlushLogDirTest, LogsWhateverIsThrownSkipsTheReportAndFlushesAllTheSame) {
+TEST_F(FlushLogDirTest, LogsAnyExceptionSkipsTheReportAndStillFlushes) {
   // Whatever builds a path below this folder fails, the report too, were it written.
   run_.logDir = std::wstring(FailingMemory::kLongText, L'd');
   run_.fileOkCount = 1;
@@ -177,7 +177,7 @@ TEST_F(FlushLogDirTest, LogsWhateverIsThrownSkipsTheReportAndFlushesAllTheSame) 
   }
 }
 
-TEST_F(FlushLogDirTest, CleanupLogsWhateverIsThrownAndGivesZero) {
+TEST_F(FlushLogDirTest, CleanupLogsAnyExceptionAndReturnsZero) {
   run_.logDir = std::wstring(FailingMemory::kLongText, L'd');
   const struct {
     FailingMemory::Throwing what;

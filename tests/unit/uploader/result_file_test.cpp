@@ -150,7 +150,7 @@ TEST_F(OutputResultTest, WritesNothingWhenItsEndCannotBeFound) {
   EXPECT_EQ(kyd_test::ReadFileBytes(Path()), Expected(1, 0));
 }
 
-// Every look at this clock is a day, an hour and a second later than the one before.
+// Every reading of this clock is a day, an hour and a second later than the one before.
 class RunningClock : public kyd_test::FakeClock {
  public:
   [[nodiscard]] platform::LocalTime Local() const override {
@@ -193,7 +193,7 @@ TEST_F(OutputResultTest, IsSilentAboutWhatCannotBeOpened) {
   EXPECT_TRUE(log.Messages().empty());
 }
 
-TEST_F(OutputResultTest, LogsWhateverIsThrown) {
+TEST_F(OutputResultTest, LogsAnyException) {
   using kyd_test::FailingMemory;
   for (const auto what : {FailingMemory::Throwing::kBadAlloc, FailingMemory::Throwing::kNumber}) {
     const kyd_test::LogCapture log;

@@ -118,7 +118,7 @@ TEST_F(RunUploader, DoesNothingBesideAnotherCopyAndTakesNothingFromIt) {
 
 #ifdef _WIN32
 
-TEST_F(RunUploader, GoesByAMutexOfTheWholeMachine) {
+TEST_F(RunUploader, UsesAMachineWideMutex) {
   const HANDLE mutex = CreateMutexW(nullptr, FALSE, L"Global\\VeltraneKydLogUploaderMutexString");
   ASSERT_NE(mutex, nullptr);
   ExpectNothingDone(Arguments{L"p", L"t", L"d"});
@@ -150,7 +150,7 @@ TEST_F(RunUploader, DoesNothingWithoutItsLockFile) {
 
 #endif
 
-TEST_F(RunUploader, LetsGoOfTheCompanionLibraryAtItsEnd) {
+TEST_F(RunUploader, UnloadsTheCompanionLibraryAtItsEnd) {
   const kyd_test::CompanionBeside companion;
   const kyd_test::TempFolder folder;
   EXPECT_EQ(Run(Arguments{L"p", L"t", folder.Path(), L"Param_Force_Flush"}), 0);
