@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""Measures the program against what somebody would use instead of it, side by side.
+"""Measures the program against what would be used instead of it, side by side.
 
 Whole processes against a local nginx, in turn, medians. Prints a table of what was measured and one of
 the ratios with their limits, writes everything to build/bench/result.json, and draws
@@ -496,7 +496,7 @@ def main():
     names = [case.__name__.replace("_", "-") for case in CASES]
     parser = argparse.ArgumentParser(description=__doc__.split("\n")[0])
     parser.add_argument("--rounds", type=int, default=7, help="of each contender; default 7")
-    parser.add_argument("--chart", action="store_true", help="draw docs/performance.svg anew")
+    parser.add_argument("--chart", action="store_true", help="redraw docs/performance.svg")
     parser.add_argument("case", nargs="*", metavar="CASE", help=f"of {', '.join(names)}")
     options = parser.parse_args()
     unknown = sorted(set(options.case) - set(names))

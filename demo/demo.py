@@ -144,7 +144,7 @@ def show_requests(paper, service):
         text = str(request.status)
         answer = paper.good(text) if request.status in (200, 202) else paper.bad(text)
         paper.line(
-            f"{request.number:2}. {request.account or 'nobody known':17}"
+            f"{request.number:2}. {request.account or 'unknown':17}"
             f"{file_of(request.body):24}{len(request.body):6}   "
             f"{request.connection.tls_version:10}{answer}"
         )

@@ -1,6 +1,6 @@
 """Which other people's code is in a program.
 
-Nobody keeps a list of it. The linker's map tells the objects and archive members that went in, the line
+There is no list to maintain: the linker's map names the objects and archive members that went in, the line
 tables of the debug information tell the headers whose code did, and dpkg tells which package a file is
 from. Only the licences are written here: Debian's copyright files name them in too many ways to be read by
 a program.

@@ -13,7 +13,7 @@ ROOT = Path(__file__).resolve().parent.parent
 WORK = ROOT / "build/package"
 DIST = ROOT / "dist"
 NAME = "KydLogUploader"
-# The environment of tools: what they say is read here, and not by somebody with a language.
+# The environment of tools: their output is parsed here, so it must not be localised.
 MESSAGES_ARE_READ = {**os.environ, "LC_ALL": "C.UTF-8"}
 PUBLISHER = f"The {NAME} authors"
 
