@@ -22,7 +22,7 @@ namespace kyd {
 namespace {
 
 constexpr std::uint64_t kLeastRoom = std::uint64_t{1} << 20;  // bytes; a run writes some kilobytes
-constexpr std::int64_t kDay = 24 * 60 * 60;                   // seconds
+constexpr std::int64_t kDay = std::int64_t{24} * 60 * 60;     // seconds
 
 void CheckInstance(Check& check) {
   const std::wstring name = kInstanceName;
