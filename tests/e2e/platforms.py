@@ -187,6 +187,7 @@ class Windows(Platform):
     """
 
     name = "windows"
+    _trusts = "authority"  # what certificate-import calls it
     separator = "\\"
     program_name = "KydLogUploader.exe"
     status_name = "KydUploadStatus.exe"
@@ -230,7 +231,7 @@ class Windows(Platform):
         return Path(os.environ["SystemDrive"] + "\\")
 
     def trust(self, authority, sysroot):
-        self._import_certificate("authority", authority.identity)
+        self._import_certificate(self._trusts, authority.identity)
 
     def add_client_certificate(self, scope, identity, sysroot):
         self._import_certificate(scope, identity)
@@ -300,6 +301,8 @@ class WindowsMingw(Windows):
     The prefix is the whole machine.
     """
 
+    # Wine 10 removes from the machine's authorities those that the host's certificates do not have.
+    _trusts = "user-authority"
     seal_name = Platform.seal_name
     runs_here = False
     run_time = "MinGW-w64"

@@ -1,7 +1,8 @@
 // Puts certificates into the system stores of the test's Windows machine, and takes them out again:
 // what an administrator does by hand there.
 //
-//   certificate-import authority FILE          trusts an authority
+//   certificate-import authority FILE          trusts an authority, on the whole machine
+//   certificate-import user-authority FILE     trusts it as this user, about which Windows asks
 //   certificate-import user|comp FILE          adds a certificate to the user's or to the machine's
 //                                              "MY" store, with its key from FILE.key
 //   certificate-import remove NAME             removes everything that the authority NAME has
@@ -128,6 +129,8 @@ void RemoveIssuedBy(const std::wstring& authority, DWORD location, const wchar_t
 int Run(const std::wstring& command, const std::wstring& argument) {
   if (command == L"authority") {
     Add(OpenStore(CERT_SYSTEM_STORE_LOCAL_MACHINE, L"Root"), Parse(ReadWhole(argument)));
+  } else if (command == L"user-authority") {
+    Add(OpenStore(CERT_SYSTEM_STORE_CURRENT_USER, L"Root"), Parse(ReadWhole(argument)));
   } else if (command == L"user") {
     AddWithKey(argument, CERT_SYSTEM_STORE_CURRENT_USER);
   } else if (command == L"comp") {
@@ -135,6 +138,7 @@ int Run(const std::wstring& command, const std::wstring& argument) {
   } else if (command == L"remove") {
     RemoveIssuedBy(argument, CERT_SYSTEM_STORE_CURRENT_USER, L"MY");
     RemoveIssuedBy(argument, CERT_SYSTEM_STORE_LOCAL_MACHINE, L"MY");
+    RemoveIssuedBy(argument, CERT_SYSTEM_STORE_CURRENT_USER, L"Root");
     RemoveIssuedBy(argument, CERT_SYSTEM_STORE_LOCAL_MACHINE, L"Root");
   } else {
     return 64;
@@ -146,7 +150,8 @@ int Run(const std::wstring& command, const std::wstring& argument) {
 
 int wmain(int count, wchar_t** arguments) {
   if (count != 3) {
-    std::fputs("usage: certificate-import authority|user|comp|remove FILE|NAME\n", stderr);
+    std::fputs("usage: certificate-import authority|user-authority|user|comp|remove FILE|NAME\n",
+               stderr);
     return 64;
   }
   try {
