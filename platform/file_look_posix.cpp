@@ -4,8 +4,6 @@
 #include <fcntl.h>
 #include <sys/sysmacros.h>
 
-#include "platform/fd_posix.h"
-
 namespace platform {
 namespace {
 
@@ -19,7 +17,9 @@ Entry LookWithoutStatx(const std::string& path) noexcept {
   struct stat status;
   if (Uninterrupted(
           [&] { return fstatat(AT_FDCWD, path.c_str(), &status, AT_SYMLINK_NOFOLLOW); }) == 0) {
-    return EntryOf(status);
+    Entry entry = EntryOf(status);
+    entry.is_cached = true;
+    return entry;
   }
   Entry entry;
   entry.error_number = errno;
@@ -56,11 +56,15 @@ Entry LookAt(const std::string& path) noexcept {
 }
 
 Entry EntryOf(const struct stat& status) noexcept {
-  return {0, status.st_dev, status.st_ino, status.st_mode, status.st_nlink, status.st_size};
+  return {0, status.st_dev, status.st_ino, status.st_mode, status.st_nlink, status.st_size, false};
 }
 
 bool IsSame(const Entry& a, const Entry& b) noexcept {
   return a.IsPresent() && b.IsPresent() && a.device == b.device && a.inode == b.inode;
+}
+
+bool IsVerifiedSame(const Entry& a, const Entry& b) noexcept {
+  return IsSame(a, b) && !a.is_cached && !b.is_cached;
 }
 
 bool HasLost(const Entry& name, const Entry& file) noexcept {

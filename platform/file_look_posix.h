@@ -11,6 +11,8 @@
 #include <functional>
 #include <string>
 
+#include "platform/fd_posix.h"
+
 namespace platform {
 
 struct Entry {
@@ -21,13 +23,14 @@ struct Entry {
   mode_t mode = 0;
   nlink_t links = 0;
   off_t size = 0;
+  bool is_cached = false;  // as a network file system may remember it
 
   [[nodiscard]] bool IsPresent() const noexcept { return error_number == 0; }
   [[nodiscard]] bool IsAbsent() const noexcept { return error_number == ENOENT; }
 };
 
 // Does not follow links. Bypasses the cache of a network file system (statx with
-// AT_STATX_FORCE_SYNC), unless the process may not use statx (then fstatat).
+// AT_STATX_FORCE_SYNC), unless the process may not use statx (then fstatat, is_cached).
 [[nodiscard]] Entry LookAt(const std::string& path) noexcept;
 
 [[nodiscard]] Entry EntryOf(const struct stat& status) noexcept;
@@ -35,8 +38,24 @@ struct Entry {
 // Whether both exist and are the same file (device and inode). Unknown is not the same.
 [[nodiscard]] bool IsSame(const Entry& a, const Entry& b) noexcept;
 
+// The same without a cache: sure enough to remove another name or a copy of the file.
+[[nodiscard]] bool IsVerifiedSame(const Entry& a, const Entry& b) noexcept;
+
 // Whether the name verifiably no longer refers to the file: nothing is there, or another file.
 [[nodiscard]] bool HasLost(const Entry& name, const Entry& file) noexcept;
+
+// Repeats an interrupted call only while the name still refers to the file: if the call was done,
+// the name may be another's by now. Fails with EIO then.
+template <class Call>
+int UninterruptedWhile(const std::string& name, const Entry& file, const Call& call) noexcept {
+  return Uninterrupted([&] {
+    const int result = call();
+    if (result < 0 && errno == EINTR && !IsSame(LookAt(name), file)) {
+      errno = EIO;
+    }
+    return result;
+  });
+}
 
 // Makes an entry that must not exist yet, empty and of this type (S_IFREG, S_IFDIR). `make` is
 // open(2) with O_EXCL or mkdir(2); a negative result is a failure. Gives 0 or an errno value,

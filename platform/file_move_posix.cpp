@@ -39,6 +39,10 @@ int Unlink(const std::string& path) noexcept {
   return Uninterrupted([&] { return unlink(path.c_str()); });
 }
 
+int Unlink(const std::string& path, const Entry& file) noexcept {
+  return UninterruptedWhile(path, file, [&] { return unlink(path.c_str()); });
+}
+
 // Whether a rename that reported failure was done.
 bool WasRenamed(const Entry& file, const std::string& source, const std::string& target) noexcept {
   return HasLost(LookAt(source), file) && IsSame(LookAt(target), file);
@@ -47,7 +51,8 @@ bool WasRenamed(const Entry& file, const std::string& source, const std::string&
 // The plain rename of a file that was `original` before. 0 or an errno value.
 int RenameOver(const Entry& original, const std::string& source,
                const std::string& target) noexcept {
-  const int result = Uninterrupted([&] { return rename(source.c_str(), target.c_str()); });
+  const int result =
+      UninterruptedWhile(source, original, [&] { return rename(source.c_str(), target.c_str()); });
   const int error_number = result == 0 ? 0 : errno;
   return result == 0 || WasRenamed(original, source, target) ? 0 : error_number;
 }
@@ -191,8 +196,8 @@ bool Copy::Publish() {
 // Removes the published copy, but only while the original is verifiably in place; otherwise it may
 // be all that is left.
 bool Copy::Retract(int error_number, const std::string& path, const Entry& original) const {
-  if (IsSame(LookAt(source_), original) && IsSame(LookAt(target_), copy_)) {
-    Unlink(target_);
+  if (IsVerifiedSame(LookAt(source_), original) && IsVerifiedSame(LookAt(target_), copy_)) {
+    Unlink(target_, copy_);
   }
   return Failed(error_number, path);
 }
@@ -213,7 +218,7 @@ bool Copy::ReplaceSource(const UniqueFd& from, const struct stat& before) {
   if (!IsUnchanged(from, before)) {
     return Retract(EAGAIN, source_, original);
   }
-  if (Unlink(source_) == 0) {
+  if (Unlink(source_, original) == 0) {
     return true;
   }
   const int error_number = errno;
@@ -262,7 +267,7 @@ int MoveByLink(const std::string& source, const std::string& target) noexcept {
       return error_number;
     }
   }
-  if (Unlink(source) == 0) {
+  if (Unlink(source, original) == 0) {
     return 0;
   }
   const int error_number = errno;
@@ -272,8 +277,8 @@ int MoveByLink(const std::string& source, const std::string& target) noexcept {
     return 0;
   }
   // With both names counted the source is verifiably there.
-  if (IsSame(left, linked) && linked.links > 1) {
-    Unlink(target);
+  if (IsVerifiedSame(left, linked) && linked.links > 1) {
+    Unlink(target, linked);
   }
   return error_number;
 }
@@ -306,11 +311,12 @@ int MoveByReservation(const std::string& source, const std::string& target) {
   }
   // The reservation goes only when it is verifiably that, and the source where it was.
   const Entry left = LookAt(target);
-  if (IsSame(LookAt(source), original) && IsSame(left, reserved) && !IsSame(left, original)) {
+  if (IsVerifiedSame(LookAt(source), original) && IsVerifiedSame(left, reserved) &&
+      !IsSame(left, original)) {
     if (is_folder) {
       rmdir(target.c_str());
     } else if (left.size == 0) {
-      Unlink(target);
+      Unlink(target, reserved);
     }
   }
   return error_number;

@@ -263,20 +263,14 @@ bool MoveReplacing(const std::wstring& source, const std::wstring& target) {
 
 bool RemoveFile(const std::wstring& path) {
   const std::string native = ToNativePath(path);
-  bool is_interrupted = false;
-  const int result = Uninterrupted([&] {
-    const int removed = unlink(native.c_str());
-    is_interrupted = is_interrupted || (removed != 0 && errno == EINTR);
-    return removed;
-  });
-  if (result == 0) {
+  const Entry file = LookAt(native);
+  if (UninterruptedWhile(native, file, [&] { return unlink(native.c_str()); }) == 0) {
     return true;
   }
   const int error_number = errno;
-  // A file that is gone counts as removed, whatever unlink reported. ENOENT stays a failure, unless
-  // an interrupted call may have removed the file.
-  const bool may_be_removed = error_number != ENOENT || is_interrupted;
-  return (may_be_removed && LookAt(native).IsAbsent()) || Failed(error_number, native);
+  // A file that is gone counts as removed, whatever unlink reported; ENOENT says that there was
+  // none.
+  return (error_number != ENOENT && HasLost(LookAt(native), file)) || Failed(error_number, native);
 }
 
 bool IsFolder(const std::wstring& path) {

@@ -350,6 +350,41 @@ TEST(MoveReplacing, CountsAsMovedWhenItWas) {
   }
 }
 
+// Does the call once, as another puts a new file in place of the one that is gone, and reports
+// EINTR.
+auto InterruptedWhenReplaced(const std::wstring& path) {
+  return [path, calls = 0](SystemCall call) mutable {
+    const long result = call.Perform();
+    if (++calls > 1 || result < 0) {
+      return result;
+    }
+    WriteFileBytes(path, "of another");
+    return -long{EINTR};
+  };
+}
+
+TEST(MoveReplacing, DoesNotRepeatARenameThatWasDone) {
+  const kyd_test::TempFolder folder;
+  const std::wstring source = folder / L"source";
+  WriteFileBytes(source, "new");
+  WriteFileBytes(folder / L"target", "old");
+  EXPECT_TRUE(RunWithInstead({SYS_rename}, InterruptedWhenReplaced(source),
+                             [&] { return platform::MoveReplacing(source, folder / L"target"); }));
+  EXPECT_EQ(ReadFileBytes(folder / L"target"), "new");
+  EXPECT_EQ(ReadFileBytes(source), "of another");
+}
+
+TEST(MoveByLink, DoesNotRepeatARemovalThatWasDone) {
+  const kyd_test::TempFolder folder;
+  const std::wstring source = folder / L"source";
+  WriteFileBytes(source, "content");
+  EXPECT_TRUE(RunWithInstead({SYS_unlink}, InterruptedWhenReplaced(source), [&] {
+    return platform::MoveByLink(Native(source), Native(folder / L"target")) == 0;
+  }));
+  EXPECT_EQ(ReadFileBytes(folder / L"target"), "content");
+  EXPECT_EQ(ReadFileBytes(source), "of another");
+}
+
 // ---- File systems that lack a call
 
 class MoveWithoutCalls : public testing::TestWithParam<std::vector<FailingCall>> {};
@@ -418,6 +453,19 @@ TEST(MoveByLink, ASourceThatCannotBeRemovedStaysAlone) {
                          [&] { return platform::MoveByLink(source, target) == EROFS; }));
   EXPECT_EQ(ReadFileBytes(folder / L"source"), "content");
   EXPECT_FALSE(PathExists(folder / L"target"));
+}
+
+// What fstatat says may be a network file system's memory of a source that is gone.
+TEST(MoveByLink, KeepsBothNamesWithoutStatx) {
+  const kyd_test::TempFolder folder;
+  const std::string source = Native(folder / L"source");
+  const std::string target = Native(folder / L"target");
+  WriteFileBytes(folder / L"source", "content");
+  EXPECT_TRUE(RunWithout(
+      {{SYS_statx, EPERM, std::nullopt}, {SYS_unlink, EIO, CallArgument::Path(0, source.c_str())}},
+      [&] { return platform::MoveByLink(source, target) == EIO; }));
+  EXPECT_EQ(ReadFileBytes(folder / L"source"), "content");
+  EXPECT_EQ(ReadFileBytes(folder / L"target"), "content");
 }
 
 TEST(MoveByReservation, LeavesNothingWhenTheRenameFails) {

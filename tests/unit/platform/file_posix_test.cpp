@@ -273,6 +273,22 @@ TEST_F(FilePosixTest, AFileThatIsGoneCountsAsRemovedWhateverTheSystemReports) {
   }
 }
 
+TEST_F(FilePosixTest, ARemovalThatWasDoneIsNotRepeated) {
+  kyd_test::WriteFileBytes(path_, "content");
+  int calls = 0;
+  const auto instead = [&](kyd_test::SystemCall call) -> long {
+    const long result = call.Perform();
+    if (++calls > 1 || result < 0) {
+      return result;
+    }
+    kyd_test::WriteFileBytes(path_, "of another");
+    return -long{EINTR};
+  };
+  EXPECT_TRUE(kyd_test::RunWithInstead({SYS_unlink}, instead,
+                                       [this] { return platform::RemoveFile(path_); }));
+  EXPECT_EQ(kyd_test::ReadFileBytes(path_), "of another");
+}
+
 TEST_F(FilePosixTest, AReadThatFailsSaysWhy) {
   kyd_test::WriteFileBytes(path_, "content");
   EXPECT_TRUE(kyd_test::RunWithout({{SYS_read, EPERM, std::nullopt}}, [this] {
