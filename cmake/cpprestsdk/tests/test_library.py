@@ -457,7 +457,8 @@ def test_short_request_is_one_tls_record(probe, serve, tmp_path, size):
     file = tmp_path / "file.log"
     file.write_bytes(b"x" * size)
     server = serve(OK)
-    assert probe("post", server.url, file) == ["status=200", "body=2"]
+    # With several threads the end of a read may be known too late.
+    assert probe("post", server.url, file, "threads=1") == ["status=200", "body=2"]
     (request,) = server.requests
     chunk = b"%X\r\n%s\r\n" % (size, file.read_bytes()) if size else b""
     assert request.first_record == request.head + chunk + b"0\r\n\r\n"
