@@ -21,8 +21,7 @@ namespace kyd {
 
 namespace {
 
-constexpr std::uint64_t kLeastRoom = std::uint64_t{1} << 20;  // bytes; a run writes some kilobytes
-constexpr std::int64_t kDay = std::int64_t{24} * 60 * 60;     // seconds
+constexpr std::int64_t kDay = std::int64_t{24} * 60 * 60;  // seconds
 
 void CheckInstance(Check& check) {
   const std::wstring name = kInstanceName;
@@ -121,6 +120,15 @@ void CheckLogFolder(Check& check, const std::wstring& folder) {
                                     : platform::MayAccess(nearest, platform::Access::kAddFile);
   if (is_writable) {
     CheckRoom(check, nearest);
+    const bool may_rename =
+        platform::MayRemove(file) && platform::MayAccess(nearest, platform::Access::kAddFile);
+    if (has_file && !may_rename) {
+      check.findings.push_back(
+          {State::kWarning, file,
+           L"cannot be renamed when it is full, so it keeps growing (" +
+               ErrorText(platform::LastError()) + L")",
+           L"let the user who runs the uploader rename files there, or change OutputLogDir"});
+    }
     return;
   }
   const unsigned error = platform::LastError();

@@ -20,6 +20,9 @@ void CheckMachine(Check& check, std::int64_t now);
 // Settings and folder of the diagnostic log.
 void CheckDiagnosticLog(Check& check);
 
+// Bytes; a run writes some kilobytes.
+inline constexpr std::uint64_t kLeastRoom = std::uint64_t{1} << 20;
+
 // Adds a finding if a folder's disk has too little space for what a run writes there.
 void CheckRoom(Check& check, const std::wstring& folder);
 

@@ -2,6 +2,8 @@
 // accounts share is one finding.
 #include <array>
 #include <cstddef>
+#include <cstdint>
+#include <optional>
 
 #include "logtree/log_tree.h"
 #include "platform/access.h"
@@ -29,6 +31,7 @@ enum Trouble : std::size_t {
   kStuckFile,
   kNoArchive,
   kClosedArchive,
+  kFullArchive,
   kNoCredentials,
   kClosedCredentials,
   kStuckCredentials,
@@ -53,6 +56,8 @@ constexpr TroubleText kTroubleTexts[kTroubles] = {
      L"create it, or let the product do so"},
     {State::kWarning, L"takes no new files, so accepted files stay and are sent by every run",
      L"let the user who runs the uploader add files"},
+    {State::kWarning, L"is on a full disk, so accepted files stay and are sent by every run",
+     L"make room on this disk"},
     {State::kWarning, L"is missing, so nothing of the account is sent",
      L"let the product write new credentials"},
     {State::kWarning, L"cannot be read, so nothing of the account is sent",
@@ -60,6 +65,12 @@ constexpr TroubleText kTroubleTexts[kTroubles] = {
     {State::kWarning, L"cannot be removed when the service refuses it",
      L"let the user who runs the uploader remove it"},
 };
+
+// A move within one disk needs no room. Two disks hardly ever have the same number of free bytes.
+bool IsOnOtherFullDisk(const std::wstring& archive, const std::wstring& upload) {
+  const std::optional<std::uint64_t> bytes = platform::FreeBytes(archive);
+  return bytes && *bytes < kLeastRoom && bytes != platform::FreeBytes(upload);
+}
 
 bool IsMissing(unsigned error) {
   return error == platform::kErrorFileNotFound || error == platform::kErrorPathNotFound;
@@ -139,6 +150,8 @@ class TreeCheck {
     const std::wstring archive = tree_.ArchivePath(name);
     if (!platform::MayAccess(archive, Access::kAddFile)) {
       Note(IsMissing(platform::LastError()) ? kNoArchive : kClosedArchive, archive);
+    } else if (IsOnOtherFullDisk(archive, folder)) {
+      Note(kFullArchive, archive);
     }
     if (has_files) {
       CheckCredentials(name);

@@ -13,7 +13,7 @@ import pytest
 
 from service.log_service import Answer, Hold
 
-from .platforms import wait_until
+from .platforms import ROOT, wait_until
 from .status_tool import (
     CRITICAL, MANY, OK, SECONDS, UNKNOWN, USAGE, WARNING, Finished, command, status,
 )
@@ -104,6 +104,29 @@ def test_library_of_the_wrong_kind(good, which, content, problem):
     assert findings(good, CRITICAL) == [("critical", name, problem)]
 
 
+def test_libraries_are_not_loaded(good, service):
+    """The loader itself lists what it loads."""
+    tell, loaded = {"LD_DEBUG": "files"}, r"calling init: .*/(\S+)"
+    if good.platform.name == "windows":
+        tell, loaded = {"WINEDEBUG": "+loaddll"}, r"Loaded L?\".*\\\\(\S+)\""
+    programs = {
+        good.platform.status_name: [good.native(), "--check"],
+        good.platform.program_name: [good.tenant, good.native()],
+    }
+    seen = {}
+    for program, arguments in programs.items():
+        finished = subprocess.run(
+            good.platform.command(good.program_folder / program, arguments),
+            env={**good.environment, **tell}, cwd=good.working_folder,
+            stdin=subprocess.DEVNULL, capture_output=True, timeout=SECONDS, check=False,
+        )
+        assert finished.returncode == OK
+        seen[program] = set(re.findall(loaded, finished.stderr.decode("utf-8", "replace")))
+    names = set(libraries(good))
+    assert names <= seen[good.platform.program_name]  # or nothing would be seen in the other either
+    assert seen[good.platform.status_name] and not names & seen[good.platform.status_name]
+
+
 def test_library_for_another_processor(good):
     name = libraries(good)[0]
     path = good.program_folder / name
@@ -191,10 +214,12 @@ def test_reports_a_run_without_disturbing_it(good, service):
 
 def test_a_run_starts_while_checks_are_made(good, service):
     """A check that held the instance name, however briefly, would end some of these."""
+    codes = good.folder / "codes"
     checking = subprocess.Popen(
-        ["sh", "-c", 'while [ -e "$0" ]; do "$@" >/dev/null; done', good.sysroot / "run",
-         *command(good, good.native(), "--check")],
-        env=good.environment, cwd=good.working_folder, stdin=subprocess.DEVNULL,
+        ["sh", "-c", 'while [ -e "$0" ]; do "$@" >/dev/null; echo $? >>"$CODES"; done',
+         good.sysroot / "run", *command(good, good.native(), "--check")],
+        env={**good.environment, "CODES": codes},
+        cwd=good.working_folder, stdin=subprocess.DEVNULL,
     )
     try:
         for number in range(5):
@@ -202,9 +227,12 @@ def test_a_run_starts_while_checks_are_made(good, service):
             with good.start() as running:
                 running.wait_for_good_end()
             assert good.is_archived("alice", f"{number}.log")
+        assert wait_until(codes.exists)
     finally:
         checking.kill()
         checking.wait()
+    # A copy that was running is worth a warning.
+    assert set(codes.read_text("ascii").split()) <= {str(OK), str(WARNING)}
 
 
 # The tree.
@@ -242,6 +270,15 @@ def test_disk_without_room_for_results(good, tmp_path):
         (root / "file").write_bytes(b"x" * 512 * 1024)
         [(_, _, problem)] = findings(good, WARNING)
         assert problem == "has room for 0 B only, so what a run writes may be lost"
+
+
+def test_archive_on_a_full_disk_of_its_own(good, tmp_path):
+    good.archive("alice").rmdir()
+    with mounted("mount -t tmpfs -o size=512k none $1", tmp_path) as root:
+        good.archive("alice").symlink_to(root)
+        [(state, name, problem)] = findings(good, WARNING)
+        assert (state, name) == ("warning", "alice")
+        assert problem == "is on a full disk, so accepted files stay and are sent by every run"
 
 
 def test_missing_archive_folders_are_one_finding(machine):
@@ -389,6 +426,22 @@ def test_log_folder_that_cannot_be_made(good):
     assert problem == (
         "cannot be written, so there will be no diagnostic log (there is a file in its place)"
     )
+
+
+def test_log_file_that_cannot_be_renamed(ordinary, ordinary_check):
+    shutil.copy(
+        ROOT / "deploy/diagnostic-log/on.reg", ordinary.folder / "sysroot/etc/keyward/registry.reg"
+    )
+    folder = ordinary.folder / "sysroot/var/log/DebugSSO"
+    folder.mkdir()
+    (folder / "KydLogUploader.log").touch()
+    for path in (folder, folder / "KydLogUploader.log"):
+        shutil.chown(path, "nobody")
+    assert ordinary_check() == (OK, [])
+    folder.chmod(0o500)
+    code, [(state, path, problem)] = ordinary_check()
+    assert (code, state, path.split("/")[-1]) == (WARNING, "warning", "KydLogUploader.log")
+    assert problem == "cannot be renamed when it is full, so it keeps growing (access denied)"
 
 
 def test_log_folder_that_will_be_made(good):
