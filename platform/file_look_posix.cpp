@@ -13,6 +13,10 @@ bool IsRefused(int error_number) noexcept {
   return error_number == EPERM || error_number == ENOSYS || error_number == EINVAL;
 }
 
+std::int64_t Nanoseconds(std::int64_t seconds, std::int64_t nanoseconds) noexcept {
+  return seconds * 1'000'000'000 + nanoseconds;
+}
+
 Entry LookWithoutStatx(const std::string& path) noexcept {
   struct stat status;
   if (Uninterrupted(
@@ -52,15 +56,27 @@ Entry LookAt(const std::string& path) noexcept {
   entry.mode = status.stx_mode;
   entry.links = status.stx_nlink;
   entry.size = static_cast<off_t>(status.stx_size);
+  entry.changed = Nanoseconds(status.stx_ctime.tv_sec, status.stx_ctime.tv_nsec);
   return entry;
 }
 
 Entry EntryOf(const struct stat& status) noexcept {
-  return {0, status.st_dev, status.st_ino, status.st_mode, status.st_nlink, status.st_size, false};
+  return {0,
+          status.st_dev,
+          status.st_ino,
+          status.st_mode,
+          status.st_nlink,
+          status.st_size,
+          Nanoseconds(status.st_ctim.tv_sec, status.st_ctim.tv_nsec),
+          false};
 }
 
 bool IsSame(const Entry& a, const Entry& b) noexcept {
   return a.IsPresent() && b.IsPresent() && a.device == b.device && a.inode == b.inode;
+}
+
+bool IsUntouched(const Entry& now, const Entry& before) noexcept {
+  return IsSame(now, before) && now.changed == before.changed;
 }
 
 bool IsVerifiedSame(const Entry& a, const Entry& b) noexcept {
@@ -71,7 +87,7 @@ bool HasLost(const Entry& name, const Entry& file) noexcept {
   return name.IsAbsent() || (name.IsPresent() && file.IsPresent() && !IsSame(name, file));
 }
 
-int MakeNew(const std::string& path, mode_t type, const std::function<int()>& make) noexcept {
+int MakeNew(const std::string& path, mode_t type, const std::function<int()>& make) {
   const Entry before = LookAt(path);
   if (!before.IsAbsent()) {
     return before.IsPresent() ? EEXIST : before.error_number;

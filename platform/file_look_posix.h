@@ -8,6 +8,7 @@
 #include <sys/types.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <functional>
 #include <string>
 
@@ -23,7 +24,8 @@ struct Entry {
   mode_t mode = 0;
   nlink_t links = 0;
   off_t size = 0;
-  bool is_cached = false;  // as a network file system may remember it
+  std::int64_t changed = 0;  // of content or entry, in nanoseconds
+  bool is_cached = false;    // as a network file system may remember it
 
   [[nodiscard]] bool IsPresent() const noexcept { return error_number == 0; }
   [[nodiscard]] bool IsAbsent() const noexcept { return error_number == ENOENT; }
@@ -44,13 +46,18 @@ struct Entry {
 // Whether the name verifiably no longer refers to the file: nothing is there, or another file.
 [[nodiscard]] bool HasLost(const Entry& name, const Entry& file) noexcept;
 
-// Repeats an interrupted call only while the name still refers to the file: if the call was done,
-// the name may be another's by now. Fails with EIO then.
+// Whether it is the same file and nobody has touched it in between. Device and inode are not
+// enough: a new file may have those of one that is gone.
+[[nodiscard]] bool IsUntouched(const Entry& now, const Entry& before) noexcept;
+
+// Repeats an interrupted call that takes the file away from this name, but only while the file is
+// still there: if the call was done, the name may be another's by now. Fails with EIO then.
 template <class Call>
-int UninterruptedWhile(const std::string& name, const Entry& file, const Call& call) noexcept {
+int TakeAway(const std::string& name, const Call& call) noexcept {
+  const Entry before = LookAt(name);
   return Uninterrupted([&] {
     const int result = call();
-    if (result < 0 && errno == EINTR && !IsSame(LookAt(name), file)) {
+    if (result < 0 && errno == EINTR && !IsUntouched(LookAt(name), before)) {
       errno = EIO;
     }
     return result;
@@ -61,7 +68,6 @@ int UninterruptedWhile(const std::string& name, const Entry& file, const Call& c
 // open(2) with O_EXCL or mkdir(2); a negative result is a failure. Gives 0 or an errno value,
 // EEXIST for an entry of another's. 0 as well when `make` reports failure but an empty entry is
 // there then and none was before.
-[[nodiscard]] int MakeNew(const std::string& path, mode_t type,
-                          const std::function<int()>& make) noexcept;
+[[nodiscard]] int MakeNew(const std::string& path, mode_t type, const std::function<int()>& make);
 
 }  // namespace platform

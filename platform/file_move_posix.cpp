@@ -36,11 +36,7 @@ bool IsUnchanged(const UniqueFd& file, const struct stat& before) {
 }
 
 int Unlink(const std::string& path) noexcept {
-  return Uninterrupted([&] { return unlink(path.c_str()); });
-}
-
-int Unlink(const std::string& path, const Entry& file) noexcept {
-  return UninterruptedWhile(path, file, [&] { return unlink(path.c_str()); });
+  return TakeAway(path, [&] { return unlink(path.c_str()); });
 }
 
 // Whether a rename that reported failure was done.
@@ -51,8 +47,7 @@ bool WasRenamed(const Entry& file, const std::string& source, const std::string&
 // The plain rename of a file that was `original` before. 0 or an errno value.
 int RenameOver(const Entry& original, const std::string& source,
                const std::string& target) noexcept {
-  const int result =
-      UninterruptedWhile(source, original, [&] { return rename(source.c_str(), target.c_str()); });
+  const int result = TakeAway(source, [&] { return rename(source.c_str(), target.c_str()); });
   const int error_number = result == 0 ? 0 : errno;
   return result == 0 || WasRenamed(original, source, target) ? 0 : error_number;
 }
@@ -153,9 +148,8 @@ bool Copy::Make(UniqueFd& to) {
     temporary_ = TemporaryName(target_);
     const int raw = open(temporary_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
     if (raw < 0) {
-      // Made all the same, perhaps: nobody else has a file of this name.
       const int error_number = errno;
-      Unlink(temporary_);
+      Unlink(temporary_);  // Made all the same, perhaps: nobody else has a file of this name.
       temporary_.clear();
       errno = error_number == EEXIST ? EINTR : error_number;  // the next name, then
     }
@@ -197,7 +191,7 @@ bool Copy::Publish() {
 // be all that is left.
 bool Copy::Retract(int error_number, const std::string& path, const Entry& original) const {
   if (IsVerifiedSame(LookAt(source_), original) && IsVerifiedSame(LookAt(target_), copy_)) {
-    Unlink(target_, copy_);
+    Unlink(target_);
   }
   return Failed(error_number, path);
 }
@@ -218,7 +212,7 @@ bool Copy::ReplaceSource(const UniqueFd& from, const struct stat& before) {
   if (!IsUnchanged(from, before)) {
     return Retract(EAGAIN, source_, original);
   }
-  if (Unlink(source_, original) == 0) {
+  if (Unlink(source_) == 0) {
     return true;
   }
   const int error_number = errno;
@@ -227,7 +221,7 @@ bool Copy::ReplaceSource(const UniqueFd& from, const struct stat& before) {
 
 // Reserves a free name by an empty entry. 0 or an errno value. A file is held open as well: so its
 // number cannot become that of another one.
-int Reserve(const std::string& target, bool as_folder, UniqueFd& held) noexcept {
+int Reserve(const std::string& target, bool as_folder, UniqueFd& held) {
   return MakeNew(target, as_folder ? S_IFDIR : S_IFREG, [&] {
     if (as_folder) {
       return mkdir(target.c_str(), 0700);
@@ -267,7 +261,7 @@ int MoveByLink(const std::string& source, const std::string& target) noexcept {
       return error_number;
     }
   }
-  if (Unlink(source, original) == 0) {
+  if (Unlink(source) == 0) {
     return 0;
   }
   const int error_number = errno;
@@ -278,7 +272,7 @@ int MoveByLink(const std::string& source, const std::string& target) noexcept {
   }
   // With both names counted the source is verifiably there.
   if (IsVerifiedSame(left, linked) && linked.links > 1) {
-    Unlink(target, linked);
+    Unlink(target);
   }
   return error_number;
 }
@@ -316,7 +310,7 @@ int MoveByReservation(const std::string& source, const std::string& target) {
     if (is_folder) {
       rmdir(target.c_str());
     } else if (left.size == 0) {
-      Unlink(target, reserved);
+      Unlink(target);
     }
   }
   return error_number;

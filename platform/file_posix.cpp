@@ -65,9 +65,17 @@ std::optional<std::size_t> ReadUpTo(void* buffer, std::size_t size, const ReadSo
   return total;
 }
 
+int Stat(const std::string& path, struct stat& status) {
+  return Uninterrupted([&] { return stat(path.c_str(), &status); });
+}
+
+int MakeFolder(const std::string& path) {
+  return mkdir(path.c_str(), kNewFolderMode);
+}
+
 bool IsExistingFolder(const std::string& path) {
   struct stat status;
-  return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+  return Stat(path, status) == 0 && S_ISDIR(status.st_mode);
 }
 
 bool Failed(int error_number, const std::string& path) {
@@ -190,7 +198,7 @@ std::optional<std::size_t> File::Write(const void* bytes, std::size_t size) {
 }
 
 bool File::Flush() {
-  if (handle_ == nullptr || fsync(handle_->fd.Get()) != 0) {
+  if (handle_ == nullptr || Uninterrupted([this] { return fsync(handle_->fd.Get()); }) != 0) {
     SetLastError(handle_ == nullptr ? kErrorGeneralFailure : NumberOfErrno(errno));
     return false;
   }
@@ -264,7 +272,7 @@ bool MoveReplacing(const std::wstring& source, const std::wstring& target) {
 bool RemoveFile(const std::wstring& path) {
   const std::string native = ToNativePath(path);
   const Entry file = LookAt(native);
-  if (UninterruptedWhile(native, file, [&] { return unlink(native.c_str()); }) == 0) {
+  if (TakeAway(native, [&] { return unlink(native.c_str()); }) == 0) {
     return true;
   }
   const int error_number = errno;
@@ -280,7 +288,7 @@ bool IsFolder(const std::wstring& path) {
 std::optional<bool> FileExists(const std::wstring& path) {
   const std::string native = ToNativePath(path);
   struct stat status;
-  if (stat(native.c_str(), &status) == 0) {
+  if (Stat(native, status) == 0) {
     return !S_ISDIR(status.st_mode);
   }
   RecordErrno(errno, native);
@@ -302,14 +310,15 @@ bool CreateFolders(const std::wstring& path) {
   for (std::size_t end = native.find('/', 1); end != std::string::npos;
        end = native.find('/', end + 1)) {
     const std::string parent = native.substr(0, end);
-    if (mkdir(parent.c_str(), kNewFolderMode) != 0) {
+    if (Uninterrupted([&] { return MakeFolder(parent); }) != 0) {
       const int error_number = errno;
       if (!IsExistingFolder(parent)) {
         return Failed(error_number == EEXIST ? ENOTDIR : error_number, parent);
       }
     }
   }
-  return mkdir(native.c_str(), kNewFolderMode) == 0 || Failed(errno, native);
+  const int error_number = MakeNew(native, S_IFDIR, [&] { return MakeFolder(native); });
+  return error_number == 0 || Failed(error_number, native);
 }
 
 }  // namespace platform

@@ -413,7 +413,8 @@ def test_time_out_comes_although_nothing_can_wake_the_library(machine, service, 
         pytest.skip("Windows times the requests itself")
     if hurried == 1:
         pytest.skip("the usual run makes it")
-    # What epoll has no memory to watch: the file that wakes a thread, and that of a timer.
+    # What epoll has no memory to watch: the file that wakes a thread, and that of a timer, without which
+    # Asio is built.
     rules = [f"epoll_ctl\t{file}\t1\t0\tfail\t{errno.ENOMEM}" for file in ("eventfd", "timer")]
     machine.more_environment.update(KYD_MISBEHAVIOUR="\n".join(rules))
     let_one_wait(machine, service, hurried)
