@@ -241,7 +241,8 @@ def test_nothing_can_open_a_box_before_the_error_mode_is_set(platform, machine, 
     if platform.runs_here:
         pytest.skip("only Wine writes down the calls of a program")
     told = subprocess.run(
-        platform.command(platform.bin_folder / getattr(platform, program), ["--version"]),
+        # The uploader does nothing with one argument, but looks for its log's settings.
+        platform.command(platform.bin_folder / getattr(platform, program), [machine.native()]),
         env={**machine.environment, "WINEDEBUG": "+relay"},
         stdin=subprocess.DEVNULL,
         stdout=subprocess.DEVNULL,
