@@ -91,7 +91,7 @@ std::wstring PathInRegistry(const wchar_t* name) {
   return std::wstring(L"HKEY_LOCAL_MACHINE\\") + corvid::kSettingsKey + L"\\" + name;
 }
 
-// A value of another type counts as absent, which is hardly ever intended.
+// A value of another type counts as absent, which is rarely intended.
 void CheckType(Check& check, const platform::RegistryKey& key, const wchar_t* name,
                std::uint32_t type, const wchar_t* type_name) {
   const std::optional<platform::RegistryValue> value = key.Query(name);

@@ -66,7 +66,7 @@ constexpr TroubleText kTroubleTexts[kTroubles] = {
      L"let the user who runs the uploader remove it"},
 };
 
-// A move within one disk needs no room. Two disks hardly ever have the same number of free bytes.
+// A move within one disk needs no room. Two disks rarely have the same number of free bytes.
 bool IsOnOtherFullDisk(const std::wstring& archive, const std::wstring& upload) {
   const std::optional<std::uint64_t> bytes = platform::FreeBytes(archive);
   return bytes && *bytes < kLeastRoom && bytes != platform::FreeBytes(upload);

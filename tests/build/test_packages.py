@@ -1,10 +1,11 @@
 """packaging/build.py refuses at once what no package is made of, and repeats its own options for the second build."""
 
 import argparse
-import importlib.util
+import importlib.machinery
 import os
 import subprocess
 import sys
+import types
 from pathlib import Path
 
 import pytest
@@ -16,9 +17,9 @@ from .conftest import ROOT
 def script(monkeypatch):
     """packaging/build.py as a module of another name, as these tests are a package "build" themselves."""
     monkeypatch.syspath_prepend(ROOT / "packaging")
-    spec = importlib.util.spec_from_file_location("packaging_build", ROOT / "packaging/build.py")
-    module = importlib.util.module_from_spec(spec)
-    spec.loader.exec_module(module)
+    loader = importlib.machinery.SourceFileLoader("packaging_build", str(ROOT / "packaging/build.py"))
+    module = types.ModuleType(loader.name)
+    loader.exec_module(module)
     return module
 
 
