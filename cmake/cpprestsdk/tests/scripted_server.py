@@ -12,13 +12,11 @@ from dataclasses import dataclass
 
 @dataclass
 class Request:
-    """A request as it arrived: the header block's bytes, how many bytes of body, and what the first TLS record
-    of the request held (its first 8192 bytes)."""
+    """A request as it arrived: the header block's bytes, and how many bytes of body."""
 
     head: bytes
     body: int
     digest: str = ""
-    first_record: bytes = b""
 
     def values(self, name):
         """The values of a header, in order."""
@@ -131,15 +129,13 @@ class ScriptedServer:
         return False
 
     def _exchange(self, connection, stream):
-        head = first_record = b""
+        head = b""
         while not head.endswith(b"\r\n\r\n"):
             line = stream.readline()
             if not line:
                 return False
             head += line
-            # What is buffered behind the first line came with it: a read of the connection gives one record.
-            first_record = first_record or line + stream.peek()
-        request = Request(head, 0, first_record=first_record)
+        request = Request(head, 0)
         answer = self.answers[0]
         if self._stalls("body"):
             return False

@@ -451,19 +451,6 @@ def test_body_arrives_byte_for_byte(probe, serve, tmp_path, size):
     assert (request.body, request.digest) == (size, hashlib.sha256(file.read_bytes()).hexdigest())
 
 
-@pytest.mark.usefixtures("posix")
-@pytest.mark.parametrize("size", [0, 1, 4096])
-def test_short_request_is_one_tls_record(probe, serve, tmp_path, size):
-    file = tmp_path / "file.log"
-    file.write_bytes(b"x" * size)
-    server = serve(OK)
-    # With several threads the end of a read may be known too late.
-    assert probe("post", server.url, file, "threads=1") == ["status=200", "body=2"]
-    (request,) = server.requests
-    chunk = b"%X\r\n%s\r\n" % (size, file.read_bytes()) if size else b""
-    assert request.first_record == request.head + chunk + b"0\r\n\r\n"
-
-
 @pytest.mark.parametrize("tls", [True, False])
 def test_body_that_is_read_late_arrives_byte_for_byte(probe, serve, tmp_path, tls):
     file = tmp_path / "file.log"
