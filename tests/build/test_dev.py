@@ -119,7 +119,9 @@ def test_tests_include_visual_cpps_interface_when_there_is_an_sdk(tests_started,
     assert tests_started("--unit", KYD_WINDOWS_SDK=os.fspath(sdk)) == (every, [*options, "--unit"], [])
     # One platform is no more than it was asked for.
     only = ["--platform", "linux"]
-    assert tests_started(*only, KYD_WINDOWS_SDK=os.fspath(sdk)) == (["linux", "windows"], only, [])
+    assert tests_started(*only, KYD_WINDOWS_SDK=os.fspath(sdk)) == (["linux"], only, [])
+    two = ["--platform=windows", "--unit", "--platform", "windows-msvc", "--", "--platform", "linux"]
+    assert tests_started(*two, KYD_WINDOWS_SDK=os.fspath(sdk)) == (every, two, [])
 
 
 def test_kit_of_a_stand_in_counts_on_the_release_that_it_knows(tests_started, tmp_path):
@@ -136,3 +138,20 @@ def test_kit_of_a_stand_in_counts_on_the_release_that_it_knows(tests_started, tm
         ["linux", "windows"],
         ["Leaving windows-msvc out: the stand-in SDK is made on Debian 12 only (KYD_WINDOWS_SDK names another)"],
     )
+
+
+@pytest.mark.parametrize("command", [
+    ["build", "macos"],
+    ["build", "linux", "release-linux"],
+    ["test", "--platform", "macos"],
+    ["test", "--platform=linux", "--unit", "--platform=msvc"],
+], ids=" ".join)
+def test_unknown_platform_is_told_in_one_line_before_anything_starts(a_machine, command):
+    started = a_machine.tools / "started"
+    for tool in ("dpkg-query", "apt-get", "cmake"):
+        a_machine.tool(tool, f"echo {tool} >>{started}; exit 1")
+    done = a_machine.run(ROOT / "dev", *command)
+    name = command[-1].removeprefix("--platform=")
+    assert (done.returncode, done.stdout) == (64, "")
+    assert done.stderr == f"platform {name} is not known; known are: linux windows windows-msvc\n"
+    assert not started.exists()
