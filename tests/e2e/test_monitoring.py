@@ -103,6 +103,9 @@ def test_dashboard_has_the_types_of_grafana(tmp_path):
             cwd=tmp_path, capture_output=True, text=True, timeout=SECONDS, check=False)
         return finished.stdout + finished.stderr
 
+    installed = json.loads((modules / "@grafana/schema/package.json").read_text("utf-8"))["version"]
+    documented = re.search(r"made for Grafana (\d+),", (ROOT / "deploy/README.md").read_text("utf-8"))[1]
+    assert installed.partition(".")[0] == documented
     assert complaints(DASHBOARD) == ""
     assert "DashboardCursorSync" in complaints({**DASHBOARD, "graphTooltip": "shared"})
 

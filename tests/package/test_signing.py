@@ -22,7 +22,7 @@ def identity(tmp_path_factory):
     folder = tmp_path_factory.mktemp("identity")
     key = rsa.generate_private_key(public_exponent=65537, key_size=2048)
     name = x509.Name([x509.NameAttribute(NameOID.COMMON_NAME, "KydLogUploader test")])
-    now = datetime.datetime.utcnow()
+    now = datetime.datetime.now(datetime.timezone.utc)
     certificate = (
         x509.CertificateBuilder()
         .subject_name(name).issuer_name(name).public_key(key.public_key())

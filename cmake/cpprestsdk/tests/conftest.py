@@ -89,7 +89,7 @@ def certificate(tmp_path_factory):
     """A PEM file with a key and its certificate for localhost, which trusts itself."""
     key = rsa.generate_private_key(public_exponent=65537, key_size=2048)
     name = x509.Name([x509.NameAttribute(NameOID.COMMON_NAME, "localhost")])
-    now = datetime.datetime.utcnow()
+    now = datetime.datetime.now(datetime.timezone.utc)
     built = (
         x509.CertificateBuilder()
         .subject_name(name)
