@@ -22,6 +22,7 @@ SECURE_PROPERTIES = ("TENANT", "LOGDIR")
 # Attributes of the table Upgrade: the version itself belongs to the range.
 _FROM_MINIMUM, _TO_MAXIMUM = 256, 512
 _ON_REMOVAL = 2  # of the table RemoveFile
+_ON_ROLLBACK = 256 + 1024  # of the table CustomAction
 
 _SUMMARY_FORMAT = bytes.fromhex("e0859ff2f94f6810ab9108002b27b3d9")
 _PACKAGE_CODE, _CREATED, _SAVED = 9, 12, 13
@@ -145,6 +146,12 @@ def _complete(path: Path, version: str, programs: Sequence[str]) -> None:
             row["Attributes"] = str(_FROM_MINIMUM | _TO_MAXIMUM)
         return row
 
+    def with_rollback(row: Row) -> Row:
+        # wixl takes Execute="rollback" for "immediate".
+        if row["Action"] == "RestoreTask":
+            row["Type"] = str(int(row["Type"]) | _ON_ROLLBACK)
+        return row
+
     # The product's folder goes too, if nothing else of the product is there.
     _edit(path, "RemoveFile", lambda row: row, {
         "FileKey": "RemoveProductFolder", "Component_": component, "FileName": "",
@@ -155,6 +162,7 @@ def _complete(path: Path, version: str, programs: Sequence[str]) -> None:
     # A file has a version or a checksum.
     _edit(path, "MsiFileHash", lambda row: None if row["File_"] in programs else row)
     _edit(path, "Upgrade", with_this_version)
+    _edit(path, "CustomAction", with_rollback)
 
 
 def write(folder: Path, actions: Path, target: Path, abi: str, purpose: str, time: int) -> None:

@@ -17,12 +17,18 @@ using kyd::setup::AsArgument;
 
 // The name by which the program makes sure that it runs once.
 constexpr wchar_t kInstanceName[] = L"Global\\VeltraneKydLogUploaderMutexString";
-// The name that tells a nested installer that its outer one holds the program's name.
-constexpr wchar_t kSetupName[] = L"Global\\VeltraneKydLogUploaderSetup";
+// Where the setup program of earlier versions, of which Windows Installer knows nothing, has its
+// entry.
+constexpr wchar_t kSetupEntry[] =
+    L"Software\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\KydLogUploader";
 constexpr wchar_t kTaskName[] = L"Veltrane\\KydLogUploader";
 constexpr wchar_t kDefinition[] = L"deploy\\windows\\KydLogUploader.task.xml";
-// Beside the program, where only administrators can write.
+// Below the system folder: the Task Scheduler has a file for each task.
+constexpr wchar_t kRegistered[] = L"\\Tasks\\";
+// Beside the program, where only administrators can write: the new definition, and the one that it
+// replaces.
 constexpr wchar_t kOwnDefinition[] = L"KydLogUploader.task.tmp";
+constexpr wchar_t kOldDefinition[] = L"KydLogUploader.task.old";
 // Separates the values that are passed to the deferred action; no value can contain it.
 constexpr wchar_t kSeparator = L'|';
 
@@ -65,13 +71,9 @@ bool Hold(const wchar_t* name) {
   return true;
 }
 
-bool IsHeld(const wchar_t* name) {
-  const HANDLE mutex = OpenMutexW(SYNCHRONIZE, FALSE, name);
-  if (mutex == nullptr) {
-    return false;
-  }
-  CloseHandle(mutex);
-  return true;
+bool IsInstalledBySetupProgram() {
+  return RegGetValueW(HKEY_LOCAL_MACHINE, kSetupEntry, L"UninstallString", RRF_RT_REG_SZ, nullptr,
+                      nullptr, nullptr) == ERROR_SUCCESS;
 }
 
 // A running program cannot be opened for writing.
@@ -86,19 +88,25 @@ bool IsInUse(const std::wstring& path) {
   return false;
 }
 
-// The exit code of schtasks, or std::nullopt if it could not be started.
-std::optional<DWORD> RunSchTasks(const std::wstring& arguments) {
+std::wstring SystemFolder() {
   wchar_t folder[MAX_PATH];
-  if (GetSystemDirectoryW(folder, MAX_PATH) == 0) {
+  return GetSystemDirectoryW(folder, MAX_PATH) != 0 ? folder : std::wstring();
+}
+
+// Calls schtasks for the program's task. Its exit code, or std::nullopt if it could not be started.
+std::optional<DWORD> RunSchTasks(const std::wstring& command, const std::wstring& arguments = {}) {
+  const std::wstring folder = SystemFolder();
+  if (folder.empty()) {
     return std::nullopt;
   }
-  std::wstring program = std::wstring(folder) + L"\\schtasks.exe";
-  std::wstring line = AsArgument(program) + L' ' + arguments;
+  const std::wstring program = folder + L"\\schtasks.exe";
+  std::wstring line =
+      AsArgument(program) + L' ' + command + L" /F /TN " + kTaskName + L' ' + arguments;
   STARTUPINFOW startup = {};
   startup.cb = sizeof startup;
   PROCESS_INFORMATION process = {};
   if (CreateProcessW(program.c_str(), line.data(), nullptr, nullptr, FALSE, CREATE_NO_WINDOW,
-                     nullptr, folder, &startup, &process) == 0) {
+                     nullptr, folder.c_str(), &startup, &process) == 0) {
     return std::nullopt;
   }
   WaitForSingleObject(process.hProcess, INFINITE);
@@ -107,6 +115,14 @@ std::optional<DWORD> RunSchTasks(const std::wstring& arguments) {
   CloseHandle(process.hThread);
   CloseHandle(process.hProcess);
   return known != 0 ? std::optional(code) : std::nullopt;
+}
+
+std::optional<DWORD> CreateTask(const std::wstring& definition) {
+  return RunSchTasks(L"/Create", L"/XML " + AsArgument(definition));
+}
+
+std::optional<DWORD> DeleteTask() {
+  return RunSchTasks(L"/Delete");
 }
 
 // The definition as it is installed, which is ASCII.
@@ -124,30 +140,46 @@ std::wstring ReadDefinition(const std::wstring& path) {
   return was_read != 0 ? std::wstring(content.begin(), content.begin() + count) : std::wstring();
 }
 
-// UTF-16 with its mark, because paths can hold any character.
-bool WriteDefinition(const std::wstring& path, const std::wstring& text) {
+bool WriteText(const std::wstring& path, const std::wstring& text) {
   const HANDLE file = CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
                                   FILE_ATTRIBUTE_NORMAL, nullptr);
   if (file == INVALID_HANDLE_VALUE) {
     return false;
   }
-  const std::wstring marked = L'\xFEFF' + text;
-  const auto size = static_cast<DWORD>(marked.size() * sizeof(wchar_t));
+  const auto size = static_cast<DWORD>(text.size() * sizeof(wchar_t));
   DWORD written = 0;
-  const BOOL done = WriteFile(file, marked.data(), size, &written, nullptr);
+  const BOOL done = WriteFile(file, text.data(), size, &written, nullptr);
   CloseHandle(file);
   return done != 0 && written == size;
+}
+
+// UTF-16 with its mark, because paths can hold any character.
+bool WriteDefinition(const std::wstring& path, const std::wstring& text) {
+  return WriteText(path, L'\xFEFF' + text);
+}
+
+// Copies the definition of the registered task as it is. If there is no task, the copy is empty.
+bool SaveRegisteredTask(const std::wstring& path) {
+  DeleteFileW(path.c_str());
+  const std::wstring registered = SystemFolder() + kRegistered + kTaskName;
+  if (CopyFileW(registered.c_str(), path.c_str(), TRUE) != 0) {
+    return true;
+  }
+  const DWORD error = GetLastError();
+  return (error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND) && WriteText(path, {});
 }
 
 }  // namespace
 
 // Immediate, before anything is changed: refuses while a program runs, and checks the properties.
+// Not called when a newer version removes this one: the newer one's action holds the name already.
 extern "C" UINT __stdcall CheckSetup(MSIHANDLE install) {
   const std::wstring folder = Property(install, L"InstallFolder");
-  if (IsHeld(kSetupName)) {
-    // The version that is replaced is removed by the installer of the new one, which has checked
-    // already. Windows says so by UPGRADINGPRODUCTCODE; not everything that runs packages does.
-    return MsiSetPropertyW(install, L"Replaced", L"1");
+  if (Property(install, L"REMOVE") != L"ALL" && IsInstalledBySetupProgram()) {
+    return Refuse(
+        install,
+        L"KydLogUploader was installed by its earlier setup program. Remove it first with " +
+            AsArgument(folder + L"Uninstall.exe") + L", and try again.");
   }
   // Fails while a program runs; one that is started from now on ends at once.
   if (!Hold(kInstanceName)) {
@@ -161,7 +193,6 @@ extern "C" UINT __stdcall CheckSetup(MSIHANDLE install) {
                     folder + program + L" is in use. Wait until it has ended, and try again.");
     }
   }
-  (void)Hold(kSetupName);
   const std::wstring tenant = Property(install, L"TENANT");
   const std::wstring log_dir = Property(install, L"LOGDIR");
   if (tenant.empty() && log_dir.empty()) {
@@ -177,6 +208,9 @@ extern "C" UINT __stdcall CheckSetup(MSIHANDLE install) {
     return Refuse(install, L"LOGDIR has to be an absolute path: " + log_dir);
   }
   // A deferred action gets the property of its own name, and no other.
+  for (const wchar_t* action : {L"RestoreTask", L"ForgetOldTask"}) {
+    MsiSetPropertyW(install, action, folder.c_str());
+  }
   const std::wstring data =
       folder + kSeparator + tenant + kSeparator + kyd::setup::WithoutTrailingSeparators(log_dir);
   return MsiSetPropertyW(install, L"RegisterTask", data.c_str());
@@ -199,8 +233,12 @@ extern "C" UINT __stdcall RegisterTask(MSIHANDLE install) {
     return Refuse(install,
                   L"The scheduled task was not registered: its definition cannot be written.");
   }
-  const std::optional<DWORD> code =
-      RunSchTasks(std::wstring(L"/Create /F /TN ") + kTaskName + L" /XML " + AsArgument(own));
+  if (!SaveRegisteredTask(folder + kOldDefinition)) {
+    DeleteFileW(own.c_str());
+    return Refuse(install,
+                  L"The scheduled task was not registered: the present one cannot be saved.");
+  }
+  const std::optional<DWORD> code = CreateTask(own);
   DeleteFileW(own.c_str());
   if (code != ERROR_SUCCESS) {
     return Refuse(install, L"The scheduled task was not registered: schtasks failed" +
@@ -209,8 +247,32 @@ extern "C" UINT __stdcall RegisterTask(MSIHANDLE install) {
   return ERROR_SUCCESS;
 }
 
-// Deferred: removes the task. There may be none, so nothing that goes wrong matters.
+// Rollback of RegisterTask, even if it was interrupted: the task is what it was before.
+extern "C" UINT __stdcall RestoreTask(MSIHANDLE install) {
+  const std::wstring old = Property(install, L"CustomActionData") + kOldDefinition;
+  WIN32_FILE_ATTRIBUTE_DATA file = {};
+  if (GetFileAttributesExW(old.c_str(), GetFileExInfoStandard, &file) == 0) {
+    return ERROR_SUCCESS;  // nothing was changed
+  }
+  if (file.nFileSizeLow == 0) {
+    (void)DeleteTask();
+  } else if (CreateTask(old) != ERROR_SUCCESS) {
+    return Refuse(install, L"The scheduled task could not be restored. Its definition is " + old);
+  }
+  DeleteFileW(old.c_str());
+  return ERROR_SUCCESS;
+}
+
+// Deferred, after all that can fail: what RegisterTask has replaced is not needed any more. Not a
+// commit action, which would not run when a policy disables rollback.
+extern "C" UINT __stdcall ForgetOldTask(MSIHANDLE install) {
+  DeleteFileW((Property(install, L"CustomActionData") + kOldDefinition).c_str());
+  return ERROR_SUCCESS;
+}
+
+// Deferred, after all that can fail, so that it needs no rollback. There may be no task, so nothing
+// that goes wrong here matters.
 extern "C" UINT __stdcall RemoveTask(MSIHANDLE) {
-  (void)RunSchTasks(std::wstring(L"/Delete /F /TN ") + kTaskName);
+  (void)DeleteTask();
   return ERROR_SUCCESS;
 }

@@ -38,6 +38,8 @@ SHOWN_ONLY = {
         "systemctl daemon-reload",
         "install -d -o kydloguploader -m 750 /var/log/DebugSSO",
     ), "changes the machine; tests/package/test_debian_machine.py runs it"),
+    r'"C:\Program Files\Veltrane\KydLogUploader\Uninstall.exe" /S _?=C:\Program Files\Veltrane\KydLogUploader':
+        "of the setup program, which is not built any more",
     r"msiexec /i KydLogUploader-1.0.0-windows-x64-msvc.msi /qn TENANT=tenant.example.com LOGDIR=C:\KydLog":
         "of Windows; tests/package/test_msi.py and test_visual_cpp.py run it",
     r"python tests\run.py --platform msvc": "of Windows itself; .github/workflows/ci.yml runs it there",

@@ -5,8 +5,9 @@
 //   helper run LINE    runs a command line and prints the whole exit code, of which a POSIX parent
 //                      would see eight bits
 //
-// Under the name schtasks.exe it keeps its command line, and a definition that it is given, in
-// C:\schtasks.
+// Under the name schtasks.exe it writes down its command lines in C:\schtasks, and keeps
+// definitions where the Task Scheduler does. If there is a file C:\schtasks\fails, it removes that
+// and fails, having done its work; with C:\schtasks\always-fails it always does.
 //
 // What is held is held until its own input ends; "ready" is printed when it is.
 #include <windows.h>
@@ -43,20 +44,34 @@ int Run(wchar_t* line) {
   return 0;
 }
 
-// The definition is gone when its owner goes on.
-int KeepTask(int count, wchar_t** arguments) {
-  const HANDLE file = CreateFileW(L"C:\\schtasks\\line.txt", GENERIC_WRITE, 0, nullptr,
-                                  CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
-  const std::wstring line = GetCommandLineW();
+bool Exists(const wchar_t* path) {
+  return GetFileAttributesW(path) != INVALID_FILE_ATTRIBUTES;
+}
+
+constexpr wchar_t kTask[] = L"C:\\windows\\system32\\Tasks\\Veltrane\\KydLogUploader";
+
+void WriteDown(const std::wstring& line) {
+  const HANDLE file = CreateFileW(L"C:\\schtasks\\lines.txt", FILE_APPEND_DATA, 0, nullptr,
+                                  OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
   DWORD written = 0;
   WriteFile(file, line.data(), static_cast<DWORD>(line.size() * sizeof(wchar_t)), &written,
             nullptr);
   CloseHandle(file);
-  const std::wstring last = arguments[count - 1];
-  if (last.size() > 4 && last.substr(last.size() - 4) == L".tmp") {
-    return CopyFileW(last.c_str(), L"C:\\schtasks\\task.xml", FALSE) != 0 ? 0 : 1;
+}
+
+int KeepTask(int count, wchar_t** arguments) {
+  WriteDown(std::wstring(GetCommandLineW()) + L'\n');
+  bool done = false;
+  if (count > 1 && arguments[1] == std::wstring(L"/Create")) {
+    CreateDirectoryW(L"C:\\windows\\system32\\Tasks", nullptr);
+    CreateDirectoryW(L"C:\\windows\\system32\\Tasks\\Veltrane", nullptr);
+    done = CopyFileW(arguments[count - 1], kTask, FALSE) != 0;
+  } else {
+    done = DeleteFileW(kTask) != 0;
   }
-  return 0;
+  const bool fails =
+      DeleteFileW(L"C:\\schtasks\\fails") != 0 || Exists(L"C:\\schtasks\\always-fails");
+  return done && !fails ? 0 : 1;
 }
 
 }  // namespace

@@ -10,15 +10,17 @@ import zipfile
 import pytest
 
 from .conftest import ROOT, files_below, tool
-from .windows_machine import INSTALLED, SETTINGS_KEY
+from .windows_machine import INSTALLED, SETTINGS_KEY, changed, that_replaces_under_wine
 
 MUTEX = r"Global\VeltraneKydLogUploaderMutexString"
+# The entry of the setup program that there was before the package.
+SETUP_ENTRY = r"HKLM\Software\Microsoft\Windows\CurrentVersion\Uninstall\KydLogUploader"
 DONE, FAILED = 0, 1603
 # What packages that are installed somewhere have, so it can never be another one.
 UPGRADE_CODE = "{B5C34B57-4C3E-4D6E-9F0C-0E9C3D5A7F21}"
 # Bits of the tables' columns.
 COMPONENT_64_BIT = 256
-DLL, IGNORED, DEFERRED, AS_SYSTEM = 1, 64, 1024, 2048
+DLL, IGNORED, ON_ROLLBACK, DEFERRED, AS_SYSTEM = 1, 64, 256, 1024, 2048
 TASK_SPACE = {"t": "http://schemas.microsoft.com/windows/2004/02/mit/task"}
 
 
@@ -164,17 +166,21 @@ def test_actions_are_where_they_belong(tables):
     assert at["CheckSetup"] < at["InstallValidate"] < at["InstallInitialize"]
     # Within what is rolled back, and before the new files.
     assert at["InstallInitialize"] < at["RemoveExistingProducts"] < at["InstallFiles"]
-    assert at["RemoveTask"] < at["RemoveFiles"]
-    assert at["InstallFiles"] < at["RegisterTask"] < at["InstallFinalize"]
+    # After all that can fail.
+    last = ["RemoveTask", "RestoreTask", "RegisterTask", "ForgetOldTask", "InstallFinalize"]
+    assert sorted(at, key=at.get)[-len(last):] == last
     conditions = {row["Action"]: row["Condition"] for row in tables["InstallExecuteSequence"]}
     assert conditions["CheckSetup"] == "NOT UPGRADINGPRODUCTCODE"
-    assert conditions["RemoveTask"] == 'REMOVE="ALL" AND NOT UPGRADINGPRODUCTCODE AND NOT Replaced'
-    assert conditions["RegisterTask"] == 'RegisterTask AND NOT (REMOVE="ALL")'
+    assert conditions["RemoveTask"] == 'REMOVE="ALL" AND NOT UPGRADINGPRODUCTCODE'
+    for action in ("RestoreTask", "RegisterTask", "ForgetOldTask"):
+        assert conditions[action] == 'RegisterTask AND NOT (REMOVE="ALL")'
     kinds = {row["Action"]: (int(row["Type"]), row["Source"], row["Target"]) for row in tables["CustomAction"]}
     deferred = DLL | DEFERRED | AS_SYSTEM
     assert kinds == {
         "CheckSetup": (DLL, "Actions", "CheckSetup"),
         "RegisterTask": (deferred, "Actions", "RegisterTask"),
+        "RestoreTask": (deferred | ON_ROLLBACK | IGNORED, "Actions", "RestoreTask"),
+        "ForgetOldTask": (deferred | IGNORED, "Actions", "ForgetOldTask"),
         "RemoveTask": (deferred | IGNORED, "Actions", "RemoveTask"),
         "SetInstallLocation": (51, "ARPINSTALLLOCATION", "[InstallFolder]"),
     }
@@ -196,7 +202,7 @@ def test_actions_call_what_the_library_has(package, tmp_path):
         ["msiinfo", "extract", package, "Binary.Actions"], check=True, capture_output=True).stdout)
     listed = tool("x86_64-w64-mingw32-objdump", "--private-headers", library)
     exports = set(re.findall(r"\] (\w+)$", listed[listed.index("[Ordinal/Name Pointer] Table"):], re.M))
-    assert {"CheckSetup", "RegisterTask", "RemoveTask"} <= exports
+    assert {"CheckSetup", "RegisterTask", "RestoreTask", "ForgetOldTask", "RemoveTask"} <= exports
     # Nothing beside it could be loaded in its place.
     assert set(re.findall(r"DLL Name: (.*)", listed)) <= {
         "ADVAPI32.dll", "KERNEL32.dll", "USER32.dll", "msi.dll", "msvcrt.dll"}
@@ -236,18 +242,20 @@ def everything(machine):
 
 @pytest.fixture
 def scheduler(machine):
-    """Wine's Task Scheduler forgets the arguments of a task; this one keeps the definition as it is given."""
+    """Wine's Task Scheduler forgets the arguments of a task; this one keeps definitions as they are given."""
     with machine.own_schtasks() as folder:
         yield folder
 
 
-def task_arguments(scheduler):
-    """The arguments of the scheduled task, and how it was registered."""
-    line = (scheduler / "line.txt").read_bytes().decode("utf-16-le")
-    assert f'/Create /F /TN Veltrane\\KydLogUploader /XML "{INSTALLED}\\' in line
-    content = (scheduler / "task.xml").read_bytes()
-    assert content.startswith(b"\xff\xfe")
-    root = xml.etree.ElementTree.fromstring(content.decode("utf-16"))
+def lines_of(scheduler):
+    """The command lines that the scheduler was called with."""
+    return (scheduler / "lines.txt").read_bytes().decode("utf-16-le").splitlines()
+
+
+def arguments_of(task):
+    """The arguments with which a task starts the program."""
+    assert task.startswith(b"\xff\xfe")
+    root = xml.etree.ElementTree.fromstring(task.decode("utf-16"))
     return root.findtext("t:Actions/t:Exec/t:Arguments", namespaces=TASK_SPACE)
 
 
@@ -293,12 +301,63 @@ def test_program_does_not_start_without_the_closed_libraries(installed):
 ])
 def test_properties_register_the_task(machine, scheduler, package, log_dir, passed):
     assert machine.install(package, "TENANT=tenant.example.com:8443", f"LOGDIR={log_dir}") == DONE
-    assert task_arguments(scheduler) == f'"tenant.example.com:8443" "{passed}"'
-    # The temporary definition is gone.
-    assert "KydLogUploader.task.tmp" not in files_below(machine.folder)
+    assert arguments_of(machine.task) == f'"tenant.example.com:8443" "{passed}"'
+    (line,) = lines_of(scheduler)
+    assert f'/Create /F /TN Veltrane\\KydLogUploader /XML "{INSTALLED}\\' in line
+    # The temporary definitions are gone.
+    assert not [name for name in files_below(machine.folder) if name.startswith("KydLogUploader.task.")]
     assert machine.uninstall(package) == DONE
-    line = (scheduler / "line.txt").read_bytes().decode("utf-16-le")
-    assert "/Delete /F /TN Veltrane\\KydLogUploader" in line
+    assert "/Delete /F /TN Veltrane\\KydLogUploader" in lines_of(scheduler)[-1]
+    assert machine.task is None
+
+
+PROPERTIES = ["TENANT=tenant.example.com", r"LOGDIR=C:\KydLog"]
+OTHER_TASK = "\ufeff<Task>of an administrator</Task>".encode("utf-16-le")
+
+
+@pytest.mark.parametrize("before", [None, OTHER_TASK], ids=["no-task", "other-task"])
+@pytest.mark.parametrize("failure", ["schtasks", "later"])
+def test_failed_installation_leaves_the_task_as_it_was(machine, scheduler, package, tmp_path, before, failure):
+    if before:
+        machine.task = before
+    if failure == "schtasks":
+        (scheduler / "fails").touch()  # after it has registered the task
+        message = "The scheduled task was not registered: schtasks failed with 1"
+    else:
+        # An action that fails because nothing tells it what to do.
+        package = changed(
+            package, tmp_path,
+            f"INSERT INTO `CustomAction` (`Action`, `Type`, `Source`, `Target`) VALUES"
+            f" ('Fail', {DLL | DEFERRED | AS_SYSTEM}, 'Actions', 'RegisterTask')",
+            "INSERT INTO `InstallExecuteSequence` (`Action`, `Condition`, `Sequence`) VALUES"
+            " ('Fail', 'NOT (REMOVE=\"ALL\")', 6550)",
+        )
+        message = "The scheduled task was not registered: its settings are missing"
+    code, log = machine.msiexec("/i", package, *PROPERTIES)
+    assert (code, message in log) == (FAILED, True)
+    # It had been registered.
+    registered, undone = lines_of(scheduler)
+    assert "/Create" in registered and ("/Create" if before else "/Delete") in undone
+    assert machine.task == before
+    assert files_below(machine.folder) == set()
+
+
+def test_task_that_cannot_be_restored_is_kept_in_a_file(machine, scheduler, package):
+    machine.task = OTHER_TASK
+    (scheduler / "always-fails").touch()
+    code, log = machine.msiexec("/i", package, *PROPERTIES)
+    old = machine.folder / "KydLogUploader.task.old"
+    assert code == FAILED
+    assert f"The scheduled task could not be restored. Its definition is {INSTALLED}\\{old.name}" in log
+    assert old.read_bytes() == OTHER_TASK
+
+
+def test_failed_removal_leaves_the_task(machine, scheduler, package):
+    assert machine.install(package, *PROPERTIES) == DONE
+    task = machine.task
+    with machine.held("name", MUTEX):
+        assert machine.uninstall(package) == FAILED
+    assert machine.task == task
 
 
 def test_task_comes_and_goes_with_the_package(machine, package):
@@ -339,6 +398,34 @@ def test_nothing_is_installed_while_the_program_runs(machine, package, kind):
         assert (code, message in log) == (FAILED, True)
         assert everything(machine) == before
     assert machine.install(package, *(["REINSTALL=ALL"] if newer else [])) == DONE
+
+
+def test_name_that_any_user_can_take_does_not_switch_the_check_off(machine, package):
+    with machine.held("name", r"Global\VeltraneKydLogUploaderSetup"), machine.held("name", MUTEX):
+        code, log = machine.msiexec("/i", package)
+    assert (code, "KydLogUploader is running" in log) == (FAILED, True)
+    assert not machine.folder.exists()
+
+
+def test_installation_of_the_setup_program_has_to_be_removed_first(machine, package):
+    def set_up():
+        code, _ = machine.run("reg", "add", SETUP_ENTRY, "/v", "UninstallString", "/d",
+                              rf'\"{INSTALLED}\Uninstall.exe\"', "/f")
+        assert code == 0
+
+    try:
+        set_up()
+        code, log = machine.msiexec("/i", package)
+        assert code == FAILED
+        assert f'was installed by its earlier setup program. Remove it first with "{INSTALLED}\\Uninstall.exe"' in log
+        assert not machine.folder.exists() and machine.entries() == []
+        machine.run("reg", "delete", SETUP_ENTRY, "/f")
+        assert machine.install(package) == DONE
+        # It is no reason to stay.
+        set_up()
+        assert machine.uninstall(package) == DONE
+    finally:
+        machine.run("reg", "delete", SETUP_ENTRY, "/f")
 
 
 @pytest.mark.parametrize("kind", ["name", "file"])
@@ -389,7 +476,7 @@ def test_update_replaces_what_is_installed(machine, package, archives, tmp_path,
     task = machine.task
     assert task
 
-    assert machine.install(package) == DONE
+    assert machine.install(that_replaces_under_wine(package, tmp_path)) == DONE
     files = everything(machine)
     assert {"Corvid.dll", "pelham.dll"} <= files.keys()
     for name in ("Corvid.dll", "pelham.dll"):

@@ -18,6 +18,22 @@ def _decoded(log):
     return log.decode("utf-16" if log.startswith(b"\xff\xfe") else "cp1252", "replace")
 
 
+def changed(package, tmp_path, *statements):
+    """A copy of the package with other rows in its tables."""
+    copy = tmp_path / f"changed-{package.name}"
+    shutil.copyfile(package, copy)
+    for statement in statements:
+        subprocess.run(["msibuild", copy, "-q", statement], check=True, capture_output=True)
+    return copy
+
+
+def that_replaces_under_wine(package, tmp_path):
+    """Wine does not tell the version that it removes by whom it is replaced. It puts what the package says is to be
+    removed on a command line, so that one can tell."""
+    return changed(package, tmp_path, "UPDATE `Upgrade` SET `Remove` = 'ALL UPGRADINGPRODUCTCODE=[ProductCode]'"
+                   " WHERE `ActionProperty` = 'OLDER'")
+
+
 class WindowsMachine:
     def __init__(self, prefix, helper):
         self._helper = helper
@@ -25,6 +41,7 @@ class WindowsMachine:
         self.drive = prefix / "drive_c"
         self.folder = self.drive / "Program Files/Veltrane/KydLogUploader"
         self.elsewhere = self.drive / "anywhere"  # where nothing should be
+        self._task = self.drive / "windows/system32/tasks/Veltrane/KydLogUploader"
         self.log = self.drive / "DebugSSO/KydLogUploader.log"
 
     def run(self, program, *arguments):
@@ -85,12 +102,17 @@ class WindowsMachine:
     @property
     def task(self):
         """The scheduled task's definition, or None."""
-        path = self.drive / "windows/system32/tasks/Veltrane/KydLogUploader"
-        return path.read_bytes() if path.exists() else None
+        return self._task.read_bytes() if self._task.exists() else None
+
+    @task.setter
+    def task(self, definition):
+        self._task.parent.mkdir(parents=True, exist_ok=True)
+        self._task.write_bytes(definition)
 
     @contextlib.contextmanager
     def own_schtasks(self):
-        """Puts a program in place of schtasks that keeps its command line and the definition it is given."""
+        """Puts a program in place of schtasks that writes down its command lines, keeps definitions as they are
+        given, and can be told to fail."""
         system = self.drive / "windows/system32/schtasks.exe"
         kept = system.with_suffix(".kept")
         folder = self.drive / "schtasks"
@@ -111,6 +133,7 @@ class WindowsMachine:
         for entry in self.entries():
             self.code_of(f'{entry["UninstallString"]} /qn')
         shutil.rmtree(self.drive / "Program Files/Veltrane", ignore_errors=True)
+        self._task.unlink(missing_ok=True)
         for folder in (self.log.parent, self.drive / "KydLog", self.elsewhere):
             shutil.rmtree(folder, ignore_errors=True)
         self.run("reg", "delete", r"HKLM\SOFTWARE\Veltrane", "/f")
