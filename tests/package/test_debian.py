@@ -70,15 +70,16 @@ def add_closed_libraries(system):
 
 def test_lintian_finds_nothing(dist, version, debian_package):
     packages = [debian_package, dist / f"kydloguploader-dbgsym_{debian_version(version)}_amd64.deb"]
-    options = ["--allow-root", "--fail-on=error,warning", "--display-info"]
-    if RELEASE == "13":
-        # The tool calls nothing there of which the C library has a checked kind.
-        options += ["--suppress-tags", "hardening-no-fortify-functions"]
     done = subprocess.run(
-        ["lintian", *options, *packages],
+        ["lintian", "--allow-root", "--fail-on=error,warning", "--display-info", *packages],
         check=False, capture_output=True, text=True,
     )
-    assert (done.returncode, done.stdout) == (0, "")
+    found = done.stdout.splitlines()
+    if RELEASE == "13":
+        # Of the status tool only: the same flags give the uploader checked calls, and the compiler finds no call in
+        # the tool that it could check and has to.
+        found.remove("I: kydloguploader: hardening-no-fortify-functions [usr/lib/kydloguploader/KydUploadStatus]")
+    assert (done.returncode, found) == (0, [])
 
 
 def test_package_says_what_it_is(debian_package, version):
