@@ -15,7 +15,7 @@ int OpenBehindLease(const std::string& path, int flags) {
   const UniqueFd pinned(
       Uninterrupted([&] { return open(path.c_str(), O_PATH | O_CLOEXEC | (flags & O_NOFOLLOW)); }));
   struct stat status;
-  if (!pinned || fstat(pinned.Get(), &status) != 0 || !S_ISREG(status.st_mode)) {
+  if (!pinned || Fstat(pinned.Get(), status) != 0 || !S_ISREG(status.st_mode)) {
     errno = EAGAIN;
     return -1;
   }
@@ -39,7 +39,7 @@ UniqueFd OpenRegularFile(const std::string& path, int flags, mode_t mode, struct
     return {};
   }
   UniqueFd fd(raw);
-  if (fstat(fd.Get(), &status) != 0) {
+  if (Fstat(fd.Get(), status) != 0) {
     RecordErrno(errno, path);
     return {};
   }
@@ -53,6 +53,10 @@ UniqueFd OpenRegularFile(const std::string& path, int flags, mode_t mode, struct
 UniqueFd OpenRegularFile(const std::string& path, int flags, mode_t mode) {
   struct stat status;
   return OpenRegularFile(path, flags, mode, status);
+}
+
+int Fstat(int fd, struct stat& status) noexcept {
+  return Uninterrupted([&] { return fstat(fd, &status); });
 }
 
 bool TryLock(int fd, int operation) noexcept {

@@ -46,6 +46,9 @@ auto Uninterrupted(const Call& call) noexcept(noexcept(call())) {
   return result;
 }
 
+// fstat(2), repeated when interrupted.
+[[nodiscard]] int Fstat(int fd, struct stat& status) noexcept;
+
 // Whether an errno value means that the file system does not support the call, or not for this kind
 // of file.
 [[nodiscard]] constexpr bool IsUnsupported(int error_number) noexcept {

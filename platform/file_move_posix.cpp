@@ -31,7 +31,7 @@ bool SameTime(const timespec& a, const timespec& b) {
 // True when the open file is what it was when it was opened.
 bool IsUnchanged(const UniqueFd& file, const struct stat& before) {
   struct stat now;
-  return fstat(file.Get(), &now) == 0 && now.st_size == before.st_size &&
+  return Fstat(file.Get(), now) == 0 && now.st_size == before.st_size &&
          SameTime(now.st_mtim, before.st_mtim);
 }
 
@@ -172,7 +172,7 @@ bool Copy::Write(const UniqueFd& from, const struct stat& before) {
     return Failed(error_number, target_);
   }
   struct stat written;
-  if (fstat(to.Get(), &written) != 0 || close(to.Release()) != 0) {
+  if (Fstat(to.Get(), written) != 0 || close(to.Release()) != 0) {
     return Failed(errno, target_);
   }
   copy_ = EntryOf(written);
@@ -341,7 +341,7 @@ bool MoveByCopy(const std::string& source, const std::string& target) {
     return false;
   }
   struct stat before;
-  if (fstat(from.Get(), &before) != 0) {
+  if (Fstat(from.Get(), before) != 0) {
     return Failed(errno, source);
   }
   if (LookAt(target).IsPresent()) {

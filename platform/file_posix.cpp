@@ -144,7 +144,7 @@ File File::CreateNew(const std::wstring& path, FileReaders readers) {
 
 std::optional<std::uint64_t> File::Size() const {
   struct stat status;
-  if (handle_ == nullptr || fstat(handle_->fd.Get(), &status) != 0) {
+  if (handle_ == nullptr || Fstat(handle_->fd.Get(), status) != 0) {
     SetLastError(kErrorGeneralFailure);
     return std::nullopt;
   }

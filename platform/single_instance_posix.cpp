@@ -34,14 +34,11 @@ UniqueFd OpenLockFile(const std::string& path) {
     if (existing || LastError() != kErrorFileNotFound) {
       return existing;
     }
-    UniqueFd made = OpenRegularFile(path, O_RDONLY | O_NOFOLLOW | O_CREAT | O_EXCL, 0666);
-    if (made) {
-      // The first user's umask must not lock the others out. A failure is ignored: this process has
-      // the file open.
-      (void)fchmod(made.Get(), kLockFileMode);
-      return made;
-    }
-    if (LastError() != kErrorAlreadyExists) {
+    // The first user's umask must not lock the others out, not even if the process ends here.
+    const mode_t mask = umask(0);
+    UniqueFd made = OpenRegularFile(path, O_RDONLY | O_NOFOLLOW | O_CREAT | O_EXCL, kLockFileMode);
+    umask(mask);
+    if (made || LastError() != kErrorAlreadyExists) {
       return made;
     }
   }
@@ -64,7 +61,7 @@ std::string PlaceName(const struct stat& lock_file) {
 UniqueFd BindInPlaceOfLock(const UniqueFd& lock_file) {
   struct stat status;
   UniqueFd place(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-  if (!place || fstat(lock_file.Get(), &status) != 0) {
+  if (!place || Fstat(lock_file.Get(), status) != 0) {
     SetLastError(NumberOfErrno(errno));
     return {};
   }

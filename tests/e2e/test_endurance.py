@@ -377,8 +377,9 @@ def test_silence_in_the_text_of_a_refusal_ends_the_run(machine, service, hurried
     service.answer_with(Answer(500, text(), (("Content-Type", "text/plain"),)))
     started = time.monotonic()
     machine.run(seconds=120)
+    took = time.monotonic() - started
     done.set()
-    assert 29 < hurried * (time.monotonic() - started) < 60 * hurried
+    assert 29 / hurried < took < 30 / hurried + 20
     assert len(service.requests) == 1
     assert all(machine.is_waiting(account, "a.log") for account in ACCOUNTS)
     assert f"<UploadOneUser> exception [{first}]" in machine.messages()
@@ -395,8 +396,9 @@ def let_one_wait(machine, service, hurried):
     service.answer_with(Answer(200, hold=hold))
     started = time.monotonic()
     machine.run(seconds=120)
+    took = time.monotonic() - started
     hold.release.set()
-    assert 29 < hurried * (time.monotonic() - started) < 60 * hurried
+    assert 29 / hurried < took < 30 / hurried + 20
     assert machine.is_waiting(first, "a.log")
     assert f"<UploadOneUser> exception socket[{first}]" in machine.messages()
     if machine.platform.name == "linux":

@@ -3,9 +3,13 @@
 #include <windows.h>
 
 #include <algorithm>
+#include <cstddef>
+#include <filesystem>
+#include <iterator>
 
 #include "platform/error.h"
 #include "platform/file.h"
+#include "platform/whole_file.h"
 #include "tests/unit/support/failing_calls_win32.h"
 #include "tests/unit/support/temp_folder.h"
 
@@ -32,6 +36,10 @@ using MoveFunction = BOOL WINAPI(const wchar_t*, const wchar_t*);
 BOOL Fail(DWORD error) {
   SetLastError(error);
   return FALSE;
+}
+
+std::ptrdiff_t EntriesOf(const kyd_test::TempFolder& folder) {
+  return std::distance(std::filesystem::directory_iterator(folder.Path()), {});
 }
 
 class FileWin32Test : public testing::Test {
@@ -110,6 +118,33 @@ TEST_F(FileWin32Test, SaysHowMuchAShortWriteWrote) {
   EXPECT_EQ(platform::LastError(), platform::kErrorDiskFull);
 }
 
+BOOL WINAPI WriteAndFail(HANDLE file, const void* bytes, DWORD size, DWORD* count,
+                         OVERLAPPED* place) {
+  Real<WriteFunction>("WriteFile")(file, bytes, size, count, place);
+  return Fail(ERROR_UNEXP_NET_ERR);
+}
+
+TEST_F(FileWin32Test, AWriteThatReportsFailureIsNotRepeated) {
+  const platform::CFileAccessSecurity security(0);
+  File file = File::OpenForWriting(path_, security);
+  {
+    const ReplacedImport write("WriteFile", &WriteAndFail);
+    EXPECT_FALSE(file.WriteAll("content", 7));
+    EXPECT_EQ(platform::LastError(), DWORD{ERROR_UNEXP_NET_ERR});
+  }
+  file.Close();
+  EXPECT_EQ(ReadFileBytes(path_), "content");
+}
+
+TEST_F(FileWin32Test, AWholeFileIsGivenUpWhenAWriteReportsFailure) {
+  WriteFileBytes(path_, "old");
+  const ReplacedImport write("WriteFile", &WriteAndFail);
+  EXPECT_FALSE(platform::ReplaceWholeFile(path_, "new", 3, platform::FileReaders::kEveryone));
+  EXPECT_EQ(platform::LastError(), DWORD{ERROR_UNEXP_NET_ERR});
+  EXPECT_EQ(ReadFileBytes(path_), "old");
+  EXPECT_EQ(EntriesOf(folder_), 1);
+}
+
 // ---- The end of the file
 
 DWORD seek_error = 0;
@@ -186,6 +221,20 @@ TEST_F(FileWin32Test, AMoveOfUnknownOutcomeFailsAndRemovesNothing) {
     EXPECT_EQ(platform::LastError(), DWORD{ERROR_UNEXP_NET_ERR});
   }
   EXPECT_EQ(ReadFileBytes(target_), "content");
+}
+
+BOOL WINAPI ReplaceAndFail(const wchar_t* source, const wchar_t* target, DWORD flags) {
+  Real<BOOL WINAPI(const wchar_t*, const wchar_t*, DWORD)>("MoveFileExW")(source, target, flags);
+  return Fail(ERROR_UNEXP_NET_ERR);
+}
+
+TEST_F(FileWin32Test, AReplacementThatWasDoneLeavesTheNewFileAlone) {
+  WriteFileBytes(path_, "old");
+  const ReplacedImport move("MoveFileExW", &ReplaceAndFail);
+  EXPECT_FALSE(platform::ReplaceWholeFile(path_, "new", 3, platform::FileReaders::kEveryone));
+  EXPECT_EQ(platform::LastError(), DWORD{ERROR_UNEXP_NET_ERR});
+  EXPECT_EQ(ReadFileBytes(path_), "new");
+  EXPECT_EQ(EntriesOf(folder_), 1);
 }
 
 BOOL WINAPI RemoveAndFail(const wchar_t* path) {

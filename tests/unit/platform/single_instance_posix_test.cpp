@@ -32,7 +32,28 @@ TEST(SingleInstanceFile, StaysAndCanBeLockedByOthersWhateverTheUmask) {
     const platform::SingleInstance instance(kName);
     EXPECT_TRUE(instance.IsOwner());
   }
+  EXPECT_EQ(umask(earlier), mode_t{0077});
+  struct stat status = {};
+  ASSERT_EQ(stat(LockFile(sysroot).c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 0777, 0644U);
+}
+
+TEST(SingleInstanceFile, CanBeLockedByOthersThoughItsCreationWasInterrupted) {
+  const kyd_test::TestSysroot sysroot;
+  const mode_t earlier = umask(0077);
+  int creations = 0;
+  const auto interrupted = [&](const kyd_test::SystemCall& call) -> long {
+    const long result = call.Perform();
+    if ((call.arguments[2] & O_CREAT) == 0 || result < 0 || ++creations > 1) {
+      return result;
+    }
+    close(static_cast<int>(result));
+    return -long{EINTR};
+  };
+  EXPECT_TRUE(kyd_test::RunWithInstead({SYS_openat}, interrupted,
+                                       [] { return platform::SingleInstance(kName).IsOwner(); }));
   umask(earlier);
+  EXPECT_EQ(creations, 1);
   struct stat status = {};
   ASSERT_EQ(stat(LockFile(sysroot).c_str(), &status), 0);
   EXPECT_EQ(status.st_mode & 0777, 0644U);
