@@ -23,7 +23,7 @@ bool Failed(int error_number, const std::string& path) {
 
 bool IsAllowed(const std::string& path, bool wants_folder, int mode) {
   struct stat status;
-  if (stat(path.c_str(), &status) != 0) {
+  if (Stat(path.c_str(), status) != 0) {
     return Failed(errno, path);
   }
   if (wants_folder ? !S_ISDIR(status.st_mode) : !S_ISREG(status.st_mode)) {
@@ -57,7 +57,7 @@ bool MayRemove(const std::wstring& path) {
   }
   struct stat of_folder;
   struct stat of_file;
-  if (stat(folder.c_str(), &of_folder) != 0 || lstat(native.c_str(), &of_file) != 0) {
+  if (Stat(folder.c_str(), of_folder) != 0 || lstat(native.c_str(), &of_file) != 0) {
     return Failed(errno, native);
   }
   // In a sticky folder only the owners of file and folder may remove the file.

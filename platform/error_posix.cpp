@@ -32,7 +32,7 @@ bool FolderIsMissing(const std::string& path) {
   // With its separator, so that a link is followed and a file in place of the folder is refused.
   *std::copy_n(path.begin(), separator + 1, folder.begin()) = '\0';
   struct stat status;
-  return stat(folder.data(), &status) != 0;
+  return Stat(folder.data(), status) != 0;
 }
 
 }  // namespace

@@ -55,6 +55,10 @@ UniqueFd OpenRegularFile(const std::string& path, int flags, mode_t mode) {
   return OpenRegularFile(path, flags, mode, status);
 }
 
+int Stat(const char* path, struct stat& status) noexcept {
+  return Uninterrupted([&] { return stat(path, &status); });
+}
+
 int Fstat(int fd, struct stat& status) noexcept {
   return Uninterrupted([&] { return fstat(fd, &status); });
 }

@@ -46,7 +46,8 @@ auto Uninterrupted(const Call& call) noexcept(noexcept(call())) {
   return result;
 }
 
-// fstat(2), repeated when interrupted.
+// stat(2) and fstat(2), repeated when interrupted.
+[[nodiscard]] int Stat(const char* path, struct stat& status) noexcept;
 [[nodiscard]] int Fstat(int fd, struct stat& status) noexcept;
 
 // Whether an errno value means that the file system does not support the call, or not for this kind

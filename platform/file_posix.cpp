@@ -65,17 +65,13 @@ std::optional<std::size_t> ReadUpTo(void* buffer, std::size_t size, const ReadSo
   return total;
 }
 
-int Stat(const std::string& path, struct stat& status) {
-  return Uninterrupted([&] { return stat(path.c_str(), &status); });
-}
-
 int MakeFolder(const std::string& path) {
   return mkdir(path.c_str(), kNewFolderMode);
 }
 
 bool IsExistingFolder(const std::string& path) {
   struct stat status;
-  return Stat(path, status) == 0 && S_ISDIR(status.st_mode);
+  return Stat(path.c_str(), status) == 0 && S_ISDIR(status.st_mode);
 }
 
 bool Failed(int error_number, const std::string& path) {
@@ -288,7 +284,7 @@ bool IsFolder(const std::wstring& path) {
 std::optional<bool> FileExists(const std::wstring& path) {
   const std::string native = ToNativePath(path);
   struct stat status;
-  if (Stat(native, status) == 0) {
+  if (Stat(native.c_str(), status) == 0) {
     return !S_ISDIR(status.st_mode);
   }
   RecordErrno(errno, native);
