@@ -1,4 +1,4 @@
-"""A real Chromium without a window, driven through its debugging pipe."""
+"""Headless Chromium, driven through its debugging pipe."""
 
 import base64
 import contextlib
@@ -24,7 +24,7 @@ class Browser:
     def __init__(self, to_browser, from_browser):
         self._to, self._from = to_browser, from_browser
         self._rest, self._number, self._session = b"", 0, None
-        self.messages = []  # what the page logs, violations of its policy among it
+        self.messages = []  # console messages and exceptions of the page, including policy violations
         target = self._call("Target.createTarget", url="about:blank")["targetId"]
         attached = self._call("Target.attachToTarget", targetId=target, flatten=True)
         self._session = attached["sessionId"]
@@ -36,7 +36,7 @@ class Browser:
             ready, _, _ = select.select([self._from], [], [], max(end - time.monotonic(), 0))
             assert ready, "the browser does not answer"
             piece = os.read(self._from, 1 << 20)
-            assert piece, "the browser has ended"
+            assert piece, "the browser has exited"
             self._rest += piece
         message, self._rest = self._rest.split(b"\0", 1)
         message = json.loads(message)
@@ -68,7 +68,7 @@ class Browser:
             pass
 
     def run(self, expression):
-        """The value of an expression in the page, awaited; the page's policy does not apply to it."""
+        """Evaluates an expression in the page and awaits it; the page's content policy does not apply."""
         answer = self._call("Runtime.evaluate", expression=expression, awaitPromise=True,
                             returnByValue=True)
         assert "exceptionDetails" not in answer, answer
@@ -85,7 +85,7 @@ class Browser:
         path.write_bytes(base64.b64decode(self._call("Page.captureScreenshot", format="png")["data"]))
 
     def broken_rules(self):
-        """Violations that axe-core finds in the page by all of its rules, and what it could not judge."""
+        """Returns what axe-core reports for the page by all of its rules: [violations, undecided cases]."""
         self.run(AXE.read_text("utf-8") + "; true")
         found = json.loads(self.run("axe.run(document).then(JSON.stringify)"))
         assert len(found["passes"]) > 10
@@ -98,12 +98,12 @@ def browsing(folder):
     program = shutil.which("chromium")
     if program is None:
         pytest.skip("no chromium is installed: ./dev setup --browser")
-    import fcntl  # Windows has none
+    import fcntl  # not available on Windows
 
     to_browser, from_browser = os.pipe(), os.pipe()
 
     def place_pipes():
-        # Where the browser looks for them; copies first, as one may lie where the other goes.
+        # The browser uses descriptors 3 and 4. Duplicate first: either pipe may already have one of them.
         copies = [fcntl.fcntl(end, fcntl.F_DUPFD, 10) for end in (to_browser[0], from_browser[1])]
         os.dup2(copies[0], 3)
         os.dup2(copies[1], 4)

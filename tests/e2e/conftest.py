@@ -22,13 +22,13 @@ def pytest_addoption(parser):
         "--platform",
         choices=tuple(PLATFORMS),
         default=None,
-        help="where to start the program; without it, wherever a build is found",
+        help="platform to test (default: all that have been built)",
     )
     parser.addoption(
         "--endurance",
         choices=("sample", "long"),
         default="sample",
-        help="how many of the runs that are made in large numbers",
+        help="size of the tests that repeat runs many times",
     )
     parser.addoption("--linux-bin", type=Path, default=ROOT / "build/linux/bin")
     parser.addoption("--windows-bin", type=Path, default=ROOT / "build/windows/bin")
@@ -47,7 +47,7 @@ def pytest_generate_tests(metafunc):
 
 
 def pytest_collection_modifyitems(config, items):
-    # A test that does not start the program is the same on all platforms: the native run has it.
+    # Tests that do not start the program do not depend on the platform: run them natively only.
     if config.getoption("--platform") not in (None, "linux"):
         elsewhere = [item for item in items if "platform" not in item.fixturenames]
         config.hook.pytest_deselected(items=elsewhere)
@@ -81,7 +81,7 @@ def platform(request, tmp_path_factory):
 
 @pytest.fixture
 def machine(platform, tmp_path):
-    """A machine of its own for the test; no test may leave a secret there."""
+    """A separate machine for each test; fails if the test leaves a secret on it."""
     made = Machine(platform, tmp_path)
     yield made
     made.expect_no_secret()
@@ -89,9 +89,9 @@ def machine(platform, tmp_path):
 
 @pytest.fixture
 def service(machine, certificates):
-    """A service that knows the machine's accounts, at the machine's tenant address."""
+    """A service at the machine's tenant address that knows the machine's accounts."""
     with LogService(certificates.server) as running:
-        # The same objects, so that accounts made later in the test are known as well.
+        # A live view, so that accounts created later in the test are known too.
         running.accounts = machine.accounts.values()
         machine.tenant = running.tenant
         yield running
@@ -99,16 +99,16 @@ def service(machine, certificates):
 
 @pytest.fixture
 def plan(machine):
-    """A machine with accounts and files, and what is expected of the run over them."""
+    """A machine with accounts and files, and the expected outcome of a run."""
     load(machine)
     return Plan(machine)
 
 
 @pytest.fixture
 def ordinary(machine):
-    """Runs the status tool over a tree as an ordinary user, who owns the tree and the programs."""
+    """Runs the status tool as an ordinary user who owns the tree and the programs."""
     if machine.platform.name == "windows":
-        pytest.skip("Wine knows the rights of the one user only who runs it")
+        pytest.skip("Wine knows only the rights of the user who runs it")
     folder = Path(tempfile.mkdtemp())
     tree = folder / "logs"
     for path in ("Upload/alice", "Upload/bob", "Archive/alice", "Archive/bob", "LogWork/alice",
@@ -130,7 +130,7 @@ def ordinary(machine):
         return Finished(finished.returncode, finished.stdout, finished.stderr)
 
     def write(path, content=b""):
-        """A file of the user in the folder."""
+        """Creates a file in the folder, owned by that user."""
         (folder / path).write_bytes(content)
         if is_root:
             shutil.chown(folder / path, "nobody", "nogroup")
@@ -150,7 +150,7 @@ def ordinary(machine):
 
 @pytest.fixture(scope="session")
 def many_files(tmp_path_factory):
-    """A log directory in which many files wait."""
+    """A log directory with many waiting files."""
     folder = tmp_path_factory.mktemp("many")
     account = folder / "Upload" / "alice"
     account.mkdir(parents=True)
@@ -158,7 +158,7 @@ def many_files(tmp_path_factory):
     for number in range(MANY):
         path = account / f"{number}.log"
         descriptor = os.open(path, os.O_WRONLY | os.O_CREAT)
-        os.ftruncate(descriptor, 4096)  # without a block on the disk
+        os.ftruncate(descriptor, 4096)  # sparse: no disk block is allocated
         os.close(descriptor)
     yield folder
     shutil.rmtree(folder)

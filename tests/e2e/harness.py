@@ -1,4 +1,4 @@
-"""One test's machine: a log tree, settings, credentials, the program's runs and what they left."""
+"""The machine of one test: log tree, settings, credentials, runs of the program and their results."""
 
 import collections
 import contextlib
@@ -17,7 +17,7 @@ from service.log_service import Account
 
 from .platforms import PRODUCT_KEY, wait_until
 
-ON = 16  # the bit of "OutputLog" that switches the program's log on
+ON = 16  # the bit of "OutputLog" that turns on the program's log
 RUN_SECONDS = 60
 
 _PREFIX = re.compile(
@@ -39,24 +39,24 @@ class LogLine:
 
 
 def parse_log(content):
-    """Parses a whole diagnostic log; fails if any byte is out of format.
+    """Parses a complete diagnostic log; fails if any byte violates the format.
 
-    A message may hold line ends of its own; the next line begins where the next prefix does.
+    A message may contain line ends; the next line starts at the next prefix.
     """
-    assert content.startswith(_BYTE_ORDER_MARK), "the log does not begin with its mark"
-    assert b"\n" not in content.replace(b"\r\n", b""), "a line feed stands alone"
+    assert content.startswith(_BYTE_ORDER_MARK), "the log has no byte-order mark"
+    assert b"\n" not in content.replace(b"\r\n", b""), "a line feed without a carriage return"
     text = content[len(_BYTE_ORDER_MARK) :].decode("utf-8")
     starts = [
         match
         for match in _PREFIX.finditer(text)
         if match.start() == 0 or text.endswith("\r\n", 0, match.start())
     ]
-    assert starts and starts[0].start() == 0, f"the log begins with {text[:80]!r}"
+    assert starts and starts[0].start() == 0, f"the log starts with {text[:80]!r}"
     lines = []
     ends = [match.start() for match in starts[1:]] + [len(text)]
     for match, end in zip(starts, ends):
         message = text[match.end() : end]
-        assert message.endswith(",\r\n"), f"this line has no end: {message!r}"
+        assert message.endswith(",\r\n"), f"this line is not terminated: {message!r}"
         lines.append(
             LogLine(
                 match["time"],
@@ -79,7 +79,7 @@ def expect_messages(actual, expected):
     ] + list(actual[len(expected) :])
     wanted = [one.pattern if isinstance(one, re.Pattern) else one for one in expected]
     different = (
-        f"line {at}: {there!r:.300} and not {due!r:.300}"
+        f"line {at}: {there!r:.300}, expected {due!r:.300}"
         for at, (there, due) in enumerate(itertools.zip_longest(shown, wanted))
         if there != due
     )
@@ -87,13 +87,13 @@ def expect_messages(actual, expected):
 
 
 class Running:
-    """A started program. Leaving the block without waiting for it ends it."""
+    """A started program. Leaving the block kills it if it is still running."""
 
     def __init__(self, machine, command, folder):
         self._machine = machine
         self._out = folder
         folder.mkdir(parents=True)
-        # Files and not pipes: a process that Wine leaves behind would hold a pipe open.
+        # Files, not pipes: a process that Wine leaves behind would keep a pipe open.
         with (folder / "stdout").open("wb") as out, (folder / "stderr").open("wb") as err:
             self._process = subprocess.Popen(
                 command,
@@ -120,12 +120,12 @@ class Running:
         return self._process.poll() is None
 
     def wait(self, seconds=RUN_SECONDS):
-        """Waits for the end and checks what always holds: code 0, no output, nothing lost."""
+        """Waits for the end and checks the invariants: exit code 0, no output, no file lost."""
         self.wait_for_good_end(seconds)
         self._machine.lost_nothing()
 
     def wait_for_good_end(self, seconds=RUN_SECONDS):
-        """Like `wait`, while another program still moves files."""
+        """Like `wait`, but allows other programs to move files meanwhile."""
         code, output = self.wait_for_end(seconds)
         assert output == b"", f"the program wrote: {output[:2000]!r}"
         assert code == 0, f"the program ended with {code}; its platform wrote: {self._output()!r}"
@@ -134,17 +134,17 @@ class Running:
         return (self._out / "stdout").read_bytes() + (self._out / "stderr").read_bytes()
 
     def wait_for_end(self, seconds=RUN_SECONDS):
-        """Waits for the end of a program that may end in any way; its code and its output."""
+        """Waits for any kind of end; returns exit code and output."""
         try:
             code = self._process.wait(seconds)
         except subprocess.TimeoutExpired:
             self.kill()
-            raise AssertionError(f"the program still ran after {seconds} s") from None
+            raise AssertionError(f"the program was still running after {seconds} s") from None
         return code, self._machine.platform.own_output(self._output())
 
 
 class Machine:
-    """The machine of one test: everything that the program sees is under `folder`."""
+    """The machine of one test: everything that the program accesses is below `folder`."""
 
     def __init__(self, platform, folder):
         self.platform = platform
@@ -156,7 +156,7 @@ class Machine:
         self.program_folder = platform.program_folder
         self.tenant = "localhost:1"
         self.more_environment = {}
-        self.launcher = []  # words ahead of the command that starts the program
+        self.launcher = []  # command prefix that starts the program
         self.accounts = {}
         self._made = {}
         self._secrets = set()
@@ -177,7 +177,7 @@ class Machine:
     # Names and paths.
 
     def native(self, *parts):
-        """A path under the log directory as the program writes it."""
+        """Returns a path below the log directory as the program writes it."""
         return self.platform.native_path(self.log_dir.joinpath(*parts))
 
     @property
@@ -194,7 +194,7 @@ class Machine:
         return self.log_dir / "LogWork" / account / "UserData.dat"
 
     def search_order(self, account):
-        """The account's waiting log files in the order in which the program will find them."""
+        """Returns the account's waiting log files in the order in which the program finds them."""
         names = self.platform.search_order(self.upload(account))
         return [name for name in names if name.lower().endswith(".log")]
 
@@ -207,7 +207,7 @@ class Machine:
     # Settings.
 
     def settings(self, values, legacy=None):
-        """Registry values: a number is a DWORD, a text a string, bytes are given as written."""
+        """Sets registry values: a number as DWORD, text as string, bytes verbatim."""
         text = ""
         for key, entries in ((PRODUCT_KEY, legacy), (PRODUCT_KEY + r"\Corvid", values)):
             if entries is not None:
@@ -225,19 +225,19 @@ class Machine:
     # Certificates.
 
     def trust(self, authority):
-        """From now on the machine trusts server certificates of this authority."""
+        """Makes the machine trust server certificates of this authority."""
         self.platform.trust(authority, self.sysroot)
 
     def client_certificate(self, scope, identity):
-        """Puts a certificate into the "MY" store of a scope; gives the credentials' "cert" part."""
+        """Adds a certificate to a scope's "MY" store; returns the "cert" member for the credentials."""
         self.platform.add_client_certificate(scope, identity, self.sysroot)
         return {"hash": identity.thumbprint, "store": scope}
 
     # The tree.
 
     def account(self, name, *, archive=True, seal=True, **members):
-        """An account with its folders and, unless told otherwise, sealed credentials."""
-        # Names may contain anything; credentials go into headers.
+        """Creates an account with its folders and, by default, sealed credentials."""
+        # Account names may contain anything; credentials are sent in headers.
         own = f"{re.sub('[^A-Za-z0-9]', '-', name)[:40]}-{71 + len(self.accounts)}"
         self.accounts[name] = Account(name, f"key-of-{own}", f"session-of-{own}")
         self.upload(name).mkdir()
@@ -261,7 +261,7 @@ class Machine:
         self.platform.seal(self.credential(name), content)
 
     def log(self, account, name, content=None):
-        """A waiting log file with unique content unless given."""
+        """Creates a waiting log file, by default with unique content."""
         if content is None:
             content = f"{account}/{name}: something happened\r\n".encode("utf-8", "surrogateescape")
         self.upload(account, name).write_bytes(content)
@@ -276,38 +276,38 @@ class Machine:
         return self._made[account, name]
 
     def made(self):
-        """The log files in Upload or Archive, as (account, name)."""
+        """Returns the log files in Upload or Archive as (account, name)."""
         return list(self._made)
 
     def remove_log(self, account, name):
-        """Takes a waiting file away, as another program could."""
+        """Removes a waiting file, as another program could."""
         self.upload(account, name).unlink()
         return self.forget_log(account, name)
 
     def forget_log(self, account, name):
-        """Another program has taken the file out of the tree during the run."""
+        """Records that another program removed the file from the tree during the run."""
         content = self._made.pop((account, name))
         self._before.pop(os.path.join("Upload", account, name), None)
         return content
 
     def change_log(self, account, name, content):
-        """Gives a waiting file another content, as another program could."""
+        """Changes the content of a waiting file, as another program could."""
         self.upload(account, name).write_bytes(content)
         self.note_change(account, name, content)
 
     def note_change(self, account, name, content):
-        """Another program has given a waiting file this content."""
+        """Records that another program gave a waiting file this content."""
         self._made[account, name] = content
         digest = hashlib.sha256(content).hexdigest()
         self._before[os.path.join("Upload", account, name)] = digest
 
     def expect_more(self, content):
-        """Another program puts such a file into the archive."""
+        """Records that another program adds a file with this content to the archive."""
         self._before["Archive/more"] = hashlib.sha256(content).hexdigest()
 
     @contextlib.contextmanager
     def held_by_another(self, path, *how):
-        """Another Windows program has the file open and shares it not at all, or "for-reading"."""
+        """Another Windows program keeps the file open, either unshared or shared "for-reading"."""
         arguments = [self.platform.native_path(path), *how]
         holder = subprocess.Popen(
             self.platform.command(self.platform.hold_open, arguments),
@@ -324,23 +324,23 @@ class Machine:
             holder.wait(30)
 
     def archived(self, account, name, content=b"sent before\n"):
-        """A file that is in the archive from an earlier run."""
+        """Creates an archived file of an earlier run."""
         self.archive(account, name).write_bytes(content)
 
     # Runs.
 
     def use_own_program_folder(self):
-        """Gives the test a copy of the program's folder that it may change."""
+        """Gives the test its own copy of the program's folder to modify."""
         self.program_folder = self.folder / "program"
         self.program_folder.mkdir()
         for path in self.platform.program_folder.iterdir():
-            # The program itself is never changed, and it is large.
+            # The program is large and never modified: link it.
             is_program = path.name == self.platform.program_name
             copy = os.link if is_program else shutil.copy2
             copy(path, self.program_folder / path.name)
 
     def start(self, arguments=None):
-        """Starts the program; unless told otherwise with the tenant and the log directory."""
+        """Starts the program, by default with the tenant and the log directory."""
         if arguments is None:
             arguments = [self.tenant, self.native()]
         self._runs += 1
@@ -350,17 +350,17 @@ class Machine:
         return Running(self, command, self.folder / "output" / str(self._runs))
 
     def run(self, arguments=None, seconds=RUN_SECONDS):
-        """A whole run, checked for what always holds: code 0, no output, nothing lost."""
+        """Runs the program and checks the invariants: exit code 0, no output, no file lost."""
         with self.start(arguments) as running:
             running.wait(seconds)
 
     def run_forced(self):
         self.run([self.tenant, self.native(), "Param_Force_Flush"])
 
-    # What a run left.
+    # Results of a run.
 
     def snapshot(self):
-        """All files and folders of the log directory: relative name to SHA-256 or "folder"."""
+        """Returns all files and folders of the log directory: relative name to SHA-256 or "folder"."""
         found = {}
         for folder, folders, files in os.walk(self.log_dir, followlinks=True):
             for name in folders:
@@ -373,14 +373,14 @@ class Machine:
         return found
 
     def changes(self):
-        """What differs from the state before the latest start: (gone, new or changed)."""
+        """Compares with the state before the latest start; returns (removed, new or changed)."""
         after = self.snapshot()
         gone = sorted(set(self._before) - set(after))
         new = sorted(name for name in after if self._before.get(name) != after[name])
         return gone, new
 
     def lost_nothing(self):
-        """Every log file is in Upload or in Archive, once, byte for byte, and there is no other."""
+        """Checks that each log file exists exactly once, unchanged, in Upload or Archive; and no others."""
         for (account, name), content in self._made.items():
             places = [
                 path
@@ -389,7 +389,7 @@ class Machine:
                     self.archive(account, name),
                     self.archive(account, name + ".bak"),
                 )
-                # The question for a name that is too long is answered with no.
+                # isfile returns False for a name that is too long.
                 if os.path.isfile(path) and path.read_bytes() == content
             ]
             assert len(places) == 1, f"{account}/{name} is in {places}"
@@ -405,7 +405,7 @@ class Machine:
         return sorted((self.log_dir / "UploadResult").iterdir())
 
     def result_file(self):
-        """The day's result file as bytes; a run around midnight may have written the day before."""
+        """Returns the day's result file; a run around midnight may have used the day before."""
         (path,) = self.result_files()
         today = datetime.date.today()
         days = [today, today - datetime.timedelta(days=1)]
@@ -423,7 +423,7 @@ class Machine:
         return [line.message for line in self.log_lines()]
 
     def all_bytes(self):
-        """Everything that runs have written: names and contents of all files but the log files."""
+        """Returns all that runs have written: names and contents of all files except the log files."""
         pieces = []
         written = (self.log_dir / "UploadResult", self.diagnostic_base, self.sysroot)
         for top in (*written, self.working_folder, self.folder / "output"):
@@ -434,17 +434,17 @@ class Machine:
         return b"\n".join(pieces)
 
     def expect_no_secret(self):
-        """No key and no session stands in anything that runs have written."""
+        """Checks that runs have not written any key or session."""
         left = self.all_bytes()
         for secret in self._secrets:
-            # A shorter one could occur by chance.
+            # A shorter one could match by chance.
             if isinstance(secret, str) and len(secret) >= 8:
                 assert secret.encode("utf-8", "surrogatepass") not in left
                 assert secret.encode("utf-16-le", "surrogatepass") not in left
 
 
 def _is_open(path):
-    """Whether any process has the file open; under Wine it is Wine's server."""
+    """Whether any process has the file open; under Wine it is Wine's server that does."""
     for entry in Path("/proc").glob("[0-9]*/fd/*"):
         try:
             if os.readlink(entry) == os.fspath(path):
@@ -455,7 +455,7 @@ def _is_open(path):
 
 
 def _content_of(path):
-    """What can be read there; reading a pipe would wait for a writer."""
+    """Returns the content if it can be read. A pipe is not read: that would wait for a writer."""
     try:
         return path.read_bytes() if path.is_file() else b""
     except OSError:
@@ -463,7 +463,7 @@ def _content_of(path):
 
 
 def _contents(snapshot):
-    """How often each log file's content exists in Upload and Archive together."""
+    """Counts each log file's content in Upload and Archive together."""
     return collections.Counter(
         digest
         for name, digest in snapshot.items()

@@ -1,4 +1,4 @@
-"""The connection to the tenant: services for one test, and the two outcomes of a run."""
+"""Connections to the tenant: services for one test, and the two outcomes of a run."""
 
 from service.log_service import LogService
 
@@ -7,21 +7,21 @@ from .harness import expect_messages
 
 
 def serve(machine, identity, **options):
-    """A service with this identity that knows the machine's accounts, at its tenant address."""
+    """Starts a service with this identity at the tenant address; it knows the machine's accounts."""
     service = LogService(identity, accounts=machine.accounts.values(), **options)
     machine.tenant = service.tenant
     return service
 
 
 def expect_all_sent(machine, account="alice"):
-    """A run that sends both of the only account's files."""
+    """Runs the program, which sends both files of the only account."""
     machine.run()
     assert machine.is_archived(account, "a.log") and machine.is_archived(account, "b.log")
     assert machine.messages()[-3:] == say.summary(accounts=1, send=1, ok=2)
 
 
 def expect_nothing_sent(machine, account="alice"):
-    """The first file has a transport failure: the account ends, the run continues."""
+    """Runs the program; the first file fails in transport: the account ends, the run continues."""
     first = machine.search_order(account)[0]
     machine.run()
     assert machine.is_waiting(account, "a.log") and machine.is_waiting(account, "b.log")

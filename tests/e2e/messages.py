@@ -46,7 +46,7 @@ def refused(machine, account, name, status, body=""):
 
 
 def transport_failure(account):
-    """The account's end after a failure of the HTTP layer; the library's text is its own."""
+    """The end of an account after a transport failure; the exception's text is the library's own."""
     return [
         f"<UploadOneUser> exception socket[{account}]",
         re.compile(r"exception message \[.*", re.DOTALL),
@@ -67,14 +67,14 @@ def stopped():
 def flushed(accounts):
     """The force-flush pass; `accounts` is a list of (name, list of moves).
 
-    A move is None when it was done, or the error number of the move that failed.
+    A move is None on success, otherwise its error number.
     """
     messages = ["<< SearchUploadDir >> start"]
     for name, moves in accounts:
         messages.append(f"<CleanupUploadDir> start [{name}]")
         for error in moves:
             messages.append(
-                # The number after a successful move is an arbitrary earlier error.
+                # After a successful move, the number is a leftover error code.
                 re.compile(rf"<Cleanup MOVE> Move OK \[{ANY_NUMBER}\]")
                 if error is None
                 else f"<Cleanup MOVE> Move NG [{error}]"

@@ -1,8 +1,8 @@
-"""Reads a file of metrics as strictly as its strictest consumer.
+"""A metrics parser as strict as its strictest consumer.
 
-node_exporter and windows_exporter read Prometheus' text format; windows_exporter drops the whole file for
-a byte-order mark of another encoding, for a time behind a value and for a sample that is there twice.
-OpenMetrics in addition wants UNIT to be the end of the name, each metric's lines together, and EOF.
+node_exporter and windows_exporter read Prometheus' text format; windows_exporter drops the whole file if
+it finds the byte-order mark of another encoding, a timestamp after a value or a duplicate sample.
+OpenMetrics also requires names to end with their UNIT, adjacent lines for each metric, and a final EOF.
 """
 
 import re
@@ -16,13 +16,13 @@ _ESCAPED = {"\\\\": "\\", '\\"': '"', "\\n": "\n"}
 
 @dataclass
 class Metrics:
-    """Values by name and labels, and what is said of each name."""
+    """Values by name and labels, and the TYPE, UNIT and HELP of each name."""
 
     samples: dict = field(default_factory=dict)
     said: dict = field(default_factory=dict)
 
     def value(self, name, **labels):
-        """The one sample of that name with these labels, or None."""
+        """Returns the only sample with this name and these labels, or None."""
         found = [value for (one, its), value in self.samples.items()
                  if one == f"kydloguploader_{name}" and labels.items() <= dict(its).items()]
         assert len(found) <= 1, found
@@ -34,7 +34,7 @@ class Metrics:
 
 
 def read(content: bytes) -> Metrics:
-    text = content.decode("utf-8")  # strictly
+    text = content.decode("utf-8")  # fails on invalid UTF-8
     assert not text.startswith("\ufeff") and "\r" not in text and "\0" not in text
     assert text.endswith("\n# EOF\n")
     metrics, current, seen = Metrics(), None, set()
@@ -43,19 +43,19 @@ def read(content: bytes) -> Metrics:
         if comment:
             keyword, name, rest = comment.groups()
             if keyword == "TYPE":
-                assert name not in seen, f"{name} is there twice"
+                assert name not in seen, f"{name} is declared twice"
                 seen.add(name)
                 current = name
-            assert name == current, f"{name} is not together"
+            assert name == current, f"the lines of {name} are not adjacent"
             metrics.said.setdefault(name, {})[keyword] = rest
             continue
         sample = _SAMPLE.fullmatch(line)
-        assert sample, line  # with a time behind the value, too
+        assert sample, line  # also if a timestamp follows the value
         name, labels, value = sample.groups()
         assert name == current and {"TYPE", "HELP"} <= metrics.said[name].keys()
         key = name, tuple((label, re.sub(r"\\.", lambda found: _ESCAPED[found[0]], its))
                           for label, its in _LABEL.findall(labels))
-        assert key not in metrics.samples, f"{key} is there twice"
+        assert key not in metrics.samples, f"{key} is a duplicate"
         metrics.samples[key] = int(value)
     for name, said in metrics.said.items():
         assert name.startswith("kydloguploader_") and said["TYPE"] == "gauge"

@@ -1,8 +1,8 @@
-"""What a run with a fault made of its files, judged in full.
+"""The complete expected outcome of a run with one fault.
 
-A fate says what becomes of one file; from the fates of all files follows what every trace of the
-run has to say: messages, counters, result file, requests, places. In every case the second of
-alice's three files, the victim, meets the fault, while bob's only file has nothing to do with it.
+A fate says what happens to one file. Together, the fates of all files determine everything that a run
+leaves: messages, counters, result file, requests, file locations. The fault always hits the victim, the
+second of alice's three files; bob's only file is unaffected.
 """
 
 import os
@@ -17,7 +17,7 @@ from .result_text import block, times
 
 @dataclass(frozen=True)
 class Accepted:
-    """Sent, and moved unless the move fails."""
+    """Sent, and moved unless `move_error` is set."""
 
     status: int = 200
     move_error: int | None = None
@@ -29,7 +29,7 @@ class Accepted:
 
 @dataclass(frozen=True)
 class Refused:
-    """Sent, answered with another status, and still there. `body` may be a compiled pattern."""
+    """Sent, answered with another status, and not moved. `body` may be a compiled pattern."""
 
     status: int = 500
     body: object = ""
@@ -47,7 +47,7 @@ class Refused:
 
 @dataclass(frozen=True)
 class BrokenLine:
-    """Not sent as far as anybody knows: the account ends, the run goes on."""
+    """Not known to be sent: the account ends, the run continues."""
 
     ends_account, ends_run = True, False
 
@@ -57,7 +57,7 @@ class BrokenLine:
 
 @dataclass(frozen=True)
 class EndOfRun:
-    """Cannot be sent: the run ends. `before` is what was logged of the file before that."""
+    """Cannot be sent: the run ends. `before` holds the file's messages up to that point."""
 
     before: tuple = ()
     ends_account = ends_run = True
@@ -71,7 +71,7 @@ VICTIM_SIZE = 300_000
 
 
 def load(machine):
-    """Fills the machine with what all cases share."""
+    """Creates the accounts and files that all cases share."""
     machine.switch_log_on()
     for account in ("alice", "bob"):
         machine.account(account)
@@ -81,11 +81,11 @@ def load(machine):
 
 
 class Plan:
-    """The accounts and their files in the order of the run that is about to start."""
+    """The accounts and their files, in the order of the next run."""
 
     def __init__(self, machine):
         self.machine = machine
-        self.gone = set()  # files that are taken away during the run
+        self.gone = set()  # files that are removed during the run
         self.order = [
             (account, machine.search_order(account)) for account in machine.account_order()
         ]
@@ -99,7 +99,7 @@ class Plan:
         return "alice", dict(self.order)["alice"][1]
 
     def answer_victim(self, service, answer, before=None):
-        """Queues the answers up to the victim's; `before` is that of the file ahead of it."""
+        """Queues the answers up to the victim's; `before` is the answer to the file before it."""
         at = self.files().index(self.victim)
         service.answer_with(*[None] * (at - 1), before, answer)
 
@@ -107,7 +107,7 @@ class Plan:
         return self.fates.get(file, Accepted())
 
     def met(self):
-        """The files that the run comes to, in order."""
+        """Yields the files that the run reaches, in order."""
         for account, names in self.order:
             for name in names:
                 yield account, name
@@ -118,10 +118,10 @@ class Plan:
                     break
 
     def expect(self, service=None, unheard=(), bodies=None):
-        """Judges everything that the run left.
+        """Checks everything that the run left.
 
-        The service has to have heard of all files that were met except those in `unheard`, each
-        with its content, or with what `bodies` says of it.
+        The service must have received all files that the run reached, except those in `unheard`, each
+        with its content or the content in `bodies`.
         """
         met = list(self.met())
         self._expect_messages(met)
@@ -140,7 +140,7 @@ class Plan:
         return sum(isinstance(self.fate(file), kind) for file in met)
 
     def _accounts(self, met):
-        """Accounts that were met, that were worked off, and those of the latter with refusals."""
+        """Returns the accounts reached, those completed, and the completed ones with refused files."""
         ended = {account for account, name in met if self.fate((account, name)).ends_account}
         begun = [account for account, _ in self.order]
         if met and self.fate(met[-1]).ends_run:
@@ -202,7 +202,7 @@ class Plan:
 
 
 def run_with(plan, service, answer, fate, heard=True):
-    """A run in which the service gives this answer to the victim."""
+    """Runs the program while the service gives this answer to the victim."""
     plan.answer_victim(service, answer)
     plan.fates[plan.victim] = fate
     plan.machine.run()
@@ -210,10 +210,10 @@ def run_with(plan, service, answer, fate, heard=True):
 
 
 def expect_no_process_left(machine):
-    """No process has the machine's log directory on its command line."""
+    """Fails if a process has the machine's log directory on its command line."""
     mark = os.fsencode(machine.native())
     for path in Path("/proc").glob("[0-9]*/cmdline"):
         try:
-            assert mark not in path.read_bytes(), f"{path} is still there"
+            assert mark not in path.read_bytes(), f"{path} is still running"
         except OSError:
-            pass  # It has just ended.
+            pass  # The process has just ended.

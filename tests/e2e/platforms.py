@@ -1,7 +1,7 @@
-"""The platforms on which the program is started, seen from a test session.
+"""The platforms on which the program is started, as a test session sees them.
 
-A platform knows where its program lies, how to start it and where its machine-wide settings go. It
-works on a private copy of the program's folder, so that no test touches the build.
+A platform knows where its program is, how to start it and where its machine-wide settings go. It works on
+a private copy of the program's folder, so that no test touches the build.
 """
 
 import os
@@ -21,12 +21,12 @@ _PROXIES = {"http_proxy", "https_proxy", "all_proxy", "no_proxy"}
 
 
 def _clean_environment():
-    """The session's environment without what could lead requests elsewhere."""
+    """Returns the session's environment without variables that could redirect requests."""
     return {name: value for name, value in os.environ.items() if name.lower() not in _PROXIES}
 
 
 class Platform:
-    """What the platforms share. `folder` is the session's own; `bin_folder` holds the build."""
+    """Common base. `folder` belongs to the session; `bin_folder` holds the build."""
 
     name = ""
     separator = ""
@@ -35,8 +35,8 @@ class Platform:
     companion_name = ""
     configuration_name = ""
     seal_name = "keyward-seal"
-    run_time = ""  # of Visual C++ or of another compiler; only the Windows programs differ
-    runs_here = True  # on the machine that the tests run on, and so does the sealing tool of the same build
+    run_time = ""  # the compiler whose run-time is used; Windows only
+    runs_here = True  # whether the build's programs run on the test machine itself
 
     def __init__(self, folder, bin_folder, native_bin_folder):
         self.folder = Path(folder)
@@ -46,7 +46,7 @@ class Platform:
 
     @classmethod
     def missing(cls, bin_folder, native_bin_folder):
-        """The first thing that the build lacks, or None."""
+        """Returns the first missing file of the build, or None."""
         needed = [
             Path(bin_folder) / cls.program_name,
             Path(bin_folder) / cls.companion_name,
@@ -56,16 +56,16 @@ class Platform:
         return next((path for path in needed if not path.exists()), None)
 
     def is_built_with(self, *instruments):
-        """Whether the build has one of these: "asan", "tsan", "gcov"."""
+        """Whether the build has one of these instruments: "asan", "tsan", "gcov"."""
         program = (self.bin_folder / self.program_name).read_bytes()
         return any(f"__{instrument}_init".encode() in program for instrument in instruments)
 
     def start(self):
-        """Copies the program and makes the key that its companion and the sealing tool share."""
+        """Copies the program and creates the key that its companion and the sealing tool share."""
         self.program_folder.mkdir(parents=True)
         for name in (self.program_name, self.companion_name, self.configuration_name):
             shutil.copy2(self.bin_folder / name, self.program_folder / name)
-        # The demo builds and shows the uploader alone.
+        # The demo builds only the uploader.
         if (self.bin_folder / self.status_name).exists():
             shutil.copy2(self.bin_folder / self.status_name, self.program_folder)
         sealing = self.folder / "sealing"
@@ -76,20 +76,20 @@ class Platform:
         shutil.copy2(sealing / "Corvid.key", self.program_folder)
 
     def stop(self):
-        """Undoes what `start` did outside of the session's folder."""
+        """Undoes the changes of `start` outside of the session's folder."""
 
     def seal(self, path, text):
-        """Writes a credential file; the text is taken as it is."""
+        """Writes a credential file with exactly this text."""
         subprocess.run(
             [self.seal_tool, "--raw", path], input=text, check=True, timeout=60, capture_output=True
         )
 
     def variant(self, name):
-        """A companion library that lacks one export."""
+        """Returns a companion library that lacks one export."""
         return self.bin_folder / "variants" / name / self.companion_name
 
     def native_path(self, path):
-        """The text by which the program knows a path."""
+        """Returns a path as the program writes it."""
         raise NotImplementedError
 
     def command(self, program, arguments):
@@ -99,19 +99,19 @@ class Platform:
         raise NotImplementedError
 
     def own_output(self, output):
-        """A program's output without what the platform itself has put there."""
+        """Returns a program's output without what the platform itself has written."""
         return output
 
     def set_registry(self, text, sysroot):
-        """Makes the lines of a registry export the machine's only settings of the product."""
+        """Makes the lines of a registry export the product's only settings on the machine."""
         raise NotImplementedError
 
     def import_registry_file(self, path, sysroot):
-        """Does with a file of settings what an administrator does with it."""
+        """Imports a settings file as an administrator would."""
         raise NotImplementedError
 
     def default_log_base(self, sysroot):
-        """Where the folder of the diagnostic log is made when the settings name no place."""
+        """Returns where the diagnostic log's folder is created if the settings name no other place."""
         raise NotImplementedError
 
     def trust(self, authority, sysroot):
@@ -119,14 +119,14 @@ class Platform:
         raise NotImplementedError
 
     def add_client_certificate(self, scope, identity, sysroot):
-        """Puts a certificate and its key into the "MY" store: of the user, or ("comp") of all."""
+        """Puts a certificate and its key into the "MY" store of the user, or ("comp") of the machine."""
         raise NotImplementedError
 
     def forget_certificates(self):
-        """Undoes what the two above did, where it outlives the test's own machine."""
+        """Undoes the two functions above where their effect outlasts the test's machine."""
 
     def search_order(self, folder):
-        """The names in a folder in the order in which the program's search gives them."""
+        """Returns the names in a folder in the order in which the program finds them."""
         raise NotImplementedError
 
 
@@ -137,7 +137,6 @@ class Linux(Platform):
     status_name = "KydUploadStatus"
     companion_name = "Corvid.so"
     configuration_name = "libpelham.so"
-    # What the import of a certificate text fails with, as it is printed.
 
     def native_path(self, path):
         return os.fspath(path)
@@ -181,13 +180,13 @@ class Linux(Platform):
 
 
 class Windows(Platform):
-    """The program on Windows itself, as an administrator. Visual Studio has built it.
+    """The program that Visual Studio has built, on Windows itself, run as an administrator.
 
-    Its mutex, its registry and its certificate stores are the machine's, so these tests run one after another.
+    Mutex, registry and certificate stores are machine-wide, so these tests run one after another.
     """
 
     name = "windows"
-    _trusts = "authority"  # what certificate-import calls it
+    _trusts = "authority"  # the store's name for certificate-import
     separator = "\\"
     program_name = "KydLogUploader.exe"
     status_name = "KydUploadStatus.exe"
@@ -195,12 +194,12 @@ class Windows(Platform):
     configuration_name = "pelham.dll"
     seal_name = "keyward-seal.exe"
     run_time = "Visual C++"
-    foreign_build = "windows"  # its libraries are of another kind
+    foreign_build = "windows"  # the build whose libraries have another ABI
 
     def __init__(self, folder, bin_folder, native_bin_folder):
         super().__init__(folder, bin_folder, native_bin_folder)
         self._registry = None
-        self._imported = set()  # what certificate-import has put there
+        self._imported = set()  # what certificate-import has added
 
     def start(self):
         super().start()
@@ -258,7 +257,7 @@ class Windows(Platform):
         if (what, identity.thumbprint) in self._imported:
             return
         if not self._imported:
-            # Of an earlier session that could not clean up.
+            # Certificates of an earlier session that did not clean up.
             self._imported.add((what, identity.thumbprint))
             self.forget_certificates()
         path = self.folder / f"{identity.thumbprint}.der"
@@ -296,12 +295,9 @@ class Windows(Platform):
 
 
 class WindowsMingw(Windows):
-    """The Windows program under Wine, in a prefix of the build. MinGW-w64 has built it.
+    """The Windows program that MinGW-w64 has built, under Wine. The build's Wine prefix is the machine."""
 
-    The prefix is the whole machine.
-    """
-
-    # Wine 10 removes from the machine's authorities those that the host's certificates do not have.
+    # Wine 10 removes authorities from the machine's store that are not among the host's.
     _trusts = "user-authority"
     seal_name = Platform.seal_name
     runs_here = False
@@ -337,8 +333,8 @@ class WindowsMingw(Windows):
         return wine.environment(self.prefix, _clean_environment())
 
     def own_output(self, output):
-        # Wine's cryptography reports what a peer or a certificate does wrong, and a thread of Wine
-        # that the end of its process surprises says so; Windows does neither.
+        # Wine's TLS library prints errors of peers and certificates, and a Wine thread may print one when its
+        # process ends; Windows does neither.
         lines = output.splitlines(keepends=True)
         noise = (b"GnuTLS error: ", b"wine client error:")
         return b"".join(line for line in lines if not line.startswith(noise))
@@ -348,19 +344,18 @@ class WindowsMingw(Windows):
 
 
 class WindowsMsvc(WindowsMingw):
-    """The same program in Visual C++'s binary interface, which clang-cl has built. Its run-time libraries are
-    Wine's own."""
+    """The same program with Visual C++'s ABI, built with clang-cl. Its run-time libraries are Wine's own."""
 
     run_time = Windows.run_time
     foreign_build = Windows.foreign_build
 
 
-# By the names of their builds.
+# By build name.
 PLATFORMS = {"linux": Linux, "windows": WindowsMingw, "windows-msvc": WindowsMsvc, "msvc": Windows}
 
 
 def wait_until(condition, seconds=30):
-    """Waits for something that gives no event of its own, such as a file; False when it is late."""
+    """Polls for something without an event of its own, such as a file; returns False on time-out."""
     end = time.monotonic() + seconds
     while not condition():
         if time.monotonic() > end:

@@ -6,7 +6,7 @@ _TIME = re.compile(r"   (\d{4}:\d\d:\d\d \d\d:\d\d:\d\d)\r\n")
 
 
 def block(time, *, total, target, not_subject, success, error, log_dir=None, errors=()):
-    """One run's whole text."""
+    """The complete text of one run."""
     lines = [
         "<< Upload Result >>",
         " [Execution time]",

@@ -1,4 +1,4 @@
-"""KydUploadStatus as the tests start it, and the trees it looks at."""
+"""Runs KydUploadStatus, and builds the trees that it examines."""
 
 import datetime
 import json
@@ -19,7 +19,7 @@ MOST_BYTES = 10_000_000
 
 
 class Finished:
-    """What a run of the tool has said."""
+    """The result of a run of the tool."""
 
     def __init__(self, code, output, errors):
         self.code = code
@@ -36,7 +36,7 @@ def command(machine, *arguments):
 
 
 def status(machine, *arguments, log_dir=None):
-    """A run of the tool, which never writes below the log directory."""
+    """Runs the tool and checks that it changes nothing below the log directory."""
     log_dir = machine.log_dir if log_dir is None else log_dir
     before = stamps(machine)
     finished = subprocess.run(
@@ -54,7 +54,7 @@ def status(machine, *arguments, log_dir=None):
 
 
 def stamps(machine):
-    """Everything that a change would show in."""
+    """Returns everything in which a change would show."""
     found = machine.snapshot()
     for name in found:
         status_of = (machine.log_dir / name).lstat()

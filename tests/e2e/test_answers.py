@@ -1,4 +1,4 @@
-"""Answers that fuzzing starts from or once found, each for an account of one run."""
+"""Answers from the fuzzing corpus and from earlier findings, one for each account of a run."""
 
 import pytest
 

@@ -1,4 +1,4 @@
-"""The program's file as the system's loader sees it: what it needs and how it is protected."""
+"""The program's file as the system's loader sees it: its dependencies and its hardening."""
 
 import re
 import struct
@@ -36,7 +36,7 @@ def tool(*command):
 
 
 class PortableExecutable:
-    """The headers and the resources of a PE32+ file (Microsoft's PE format)."""
+    """Headers and resources of a PE32+ file."""
 
     def __init__(self, path):
         self._content = content = path.read_bytes()
@@ -58,7 +58,7 @@ class PortableExecutable:
         self._resources = self._directory(RESOURCES)
 
     def _directory(self, number):
-        """Where in the file a data directory lies, or None."""
+        """Returns the file offset of a data directory, or None."""
         address = self.u32(self._directories + 8 * number)
         return self._offset(address) if address else None
 
@@ -66,7 +66,7 @@ class PortableExecutable:
         return struct.unpack_from("<I", self._content, at)[0]
 
     def _offset(self, address):
-        """Where in the file lies what is loaded at a relative address."""
+        """Converts a relative virtual address into a file offset."""
         for size, start, stored, offset in self._places:
             if start <= address < start + min(size, stored):
                 return offset + address - start
@@ -79,7 +79,7 @@ class PortableExecutable:
             yield identifier, self._resources + (place & 0x7FFFFFFF)
 
     def needed_libraries(self):
-        """The names of the libraries that are loaded with the program, in small letters."""
+        """Returns the names of the imported libraries, in lower case."""
         found, at = set(), self._directory(IMPORTS)
         while self.u32(at + 12):
             start = self._offset(self.u32(at + 12))
@@ -94,7 +94,7 @@ class PortableExecutable:
         return self.u32(self.u32(place + 24))
 
     def guards(self):
-        """The address of the stack's cookie, and the flags of the checks of indirect calls."""
+        """Returns the address of the stack cookie and the Control Flow Guard flags."""
         start = self._directory(LOAD_CONFIGURATION)
         return struct.unpack_from("<Q", self._content, start + 0x58)[0], self.u32(start + 0x90)
 
@@ -102,7 +102,7 @@ class PortableExecutable:
         return {kind for kind, _ in self._entries(self._resources)}
 
     def resources(self, kind):
-        """The resources of one kind: (identifier, language) to bytes."""
+        """Returns the resources of one kind: (identifier, language) to bytes."""
         found = {}
         for of_kind, names in self._entries(self._resources):
             if of_kind != kind:
@@ -116,7 +116,7 @@ class PortableExecutable:
 
 
 def version_strings(content):
-    """The fixed numbers and the texts of a version resource: ((file, product), {name: text})."""
+    """Parses a version resource: ((file, product), {name: text})."""
     mark, _, *numbers = struct.unpack_from("<IIIIII", content, 40)
     assert mark == 0xFEEF04BD
     file_version, product_version = (
@@ -145,7 +145,7 @@ def version_strings(content):
 
 
 def project_version():
-    """As the build knows it, which is the one place where it is written."""
+    """Returns the version from its only definition, the build file."""
     text = (ROOT / "CMakeLists.txt").read_text("utf-8")
     return re.search(r"project\(KydLogUploader VERSION (\d+\.\d+\.\d+)", text)[1]
 
@@ -195,14 +195,14 @@ def test_windows_program_is_x86_64_without_console(portable):
 
 
 def is_run_time(platform, name):
-    """Whether the library belongs to the compiler's run-time. MinGW-w64's C++ library is linked statically."""
+    """Whether the library is part of the C run-time. MinGW-w64's C++ library is linked statically."""
     if platform.run_time == "Visual C++":
         return name in VISUAL_CPP or name == "ucrtbase.dll" or name.startswith("api-ms-win-crt-")
     return name == "msvcrt.dll"
 
 
 def needed_libraries(platform, portable):
-    """Those beside the run-time's, of which there has to be one."""
+    """Returns all imported libraries except the run-time's; fails if there is none of those."""
     needed = portable.needed_libraries()
     others = {name for name in needed if not is_run_time(platform, name)}
     assert others != needed
@@ -220,7 +220,7 @@ def test_status_tool_is_a_console_program_that_needs_system_libraries_only(platf
     if platform.name == "windows":
         portable = PortableExecutable(executable)
         assert portable.subsystem == CONSOLE
-        # It never talks to anybody.
+        # It does no networking.
         assert needed_libraries(platform, portable) <= SYSTEM_LIBRARIES - {"winhttp.dll"}
     else:
         listed = tool("readelf", "--wide", "--dynamic", executable)
@@ -228,20 +228,20 @@ def test_status_tool_is_a_console_program_that_needs_system_libraries_only(platf
         assert not [name for name in needed if name.startswith(("libpelham", "libssl", "libcpprest"))]
 
 
-# What may load a library or look for a drive, on which a box for the user could open.
+# Calls that may load a library or access a drive, either of which can open an error box.
 MAY_OPEN_A_BOX = re.compile(r"LoadLibrary|CreateFile|FileAttributes|FindFirst|^SH|PathIs|CryptAcquire|LoadString")
 FAIL_CRITICAL_ERRORS, NO_OPEN_FILE_ERROR_BOX = 0x0001, 0x8000
 
 
 @pytest.mark.parametrize("program", ["program_name", "status_name"])
 def test_nothing_can_open_a_box_before_the_error_mode_is_set(platform, machine, program):
-    """The calls of the program's own code, in the order in which Wine has seen them."""
+    """Checks the order of the program's own calls in Wine's relay trace."""
     if platform.name == "linux":
         pytest.skip("Linux has no error boxes")
     if platform.runs_here:
-        pytest.skip("only Wine writes down the calls of a program")
+        pytest.skip("only Wine can trace the program's calls")
     told = subprocess.run(
-        # The uploader does nothing with one argument, but looks for its log's settings.
+        # With one argument the uploader only reads the settings of its log.
         platform.command(platform.bin_folder / getattr(platform, program), [machine.native()]),
         env={**machine.environment, "WINEDEBUG": "+relay"},
         stdin=subprocess.DEVNULL,
@@ -249,7 +249,7 @@ def test_nothing_can_open_a_box_before_the_error_mode_is_set(platform, machine, 
         stderr=subprocess.PIPE,
         timeout=120,
     ).stderr.decode("ascii", "replace")
-    # Programs lie where the linker has put them: nothing is randomized.
+    # The program is loaded at its preferred address: Wine runs without address space randomization.
     calls = re.findall(r":Call \S+?\.(\w+)\((\w*).*\) ret=14\w{7}$", told, re.MULTILINE)
     names = [name for name, _ in calls]
     assert [name for name in names if MAY_OPEN_A_BOX.search(name)], "nothing is seen"
@@ -312,7 +312,7 @@ def test_windows_program_has_a_manifest(windows_program):
         "{8e0f7a12-bfb3-4fe8-b9a5-48fd50a15a9a}",  # 10 and 11
     ]
     settings = manifest.find("b:application/b:windowsSettings", spaces)
-    # No activeCodePage: narrow texts stay what they are on the machine.
+    # No activeCodePage: narrow strings keep the machine's code page.
     assert [(child.tag.split("}")[1], child.text) for child in settings] == [
         ("longPathAware", "true")
     ]
@@ -339,7 +339,7 @@ def test_windows_program_has_no_icon_or_dialog(windows_program):
 
 def test_indirect_calls_and_returns_are_guarded(platform, windows_program):
     if platform.run_time != "Visual C++":
-        pytest.skip("MinGW-w64 knows neither guard")
+        pytest.skip("MinGW-w64 supports neither guard")
     _, portable = windows_program
     assert portable.characteristics & GUARD_CF
     wanted = CF_INSTRUMENTED | CF_FUNCTION_TABLE
@@ -366,7 +366,7 @@ def test_linux_program_is_position_independent_and_its_tables_are_read_only(elf)
 def test_linux_program_uses_the_checked_functions(elf, executable):
     symbols = tool("nm", executable)
     if any(mark in symbols for mark in ("__asan_init", "__tsan_init", "__gcov_init")):
-        pytest.skip("this build has checks of its own, or none")
+        pytest.skip("this build has its own checks, or none")
     assert re.search(r"__\w+_chk@", tool("nm", "--dynamic", executable))
 
 

@@ -1,4 +1,4 @@
-"""Client certificates from the machine's stores, and the validation of servers that comes with them."""
+"""Client certificates from the machine's stores, and the server validation that they turn on."""
 
 import base64
 import dataclasses
@@ -17,14 +17,14 @@ from . import messages as say
 from .harness import expect_messages
 from .lines import expect_all_sent, expect_nothing_sent, serve
 
-NOT_FOUND = -2146885628  # CRYPT_E_NOT_FOUND as it is printed
+NOT_FOUND = -2146885628  # CRYPT_E_NOT_FOUND as logged
 PFX_ERRORS = {None: -2146885630, b"secret": 86}  # CRYPT_E_BAD_ENCODE, ERROR_INVALID_PASSWORD
 SCOPES = ("user", "comp")
 
 
 @pytest.fixture(scope="module")
 def authority():
-    """Certificates whose revocation list is published while the module runs."""
+    """Publishes the revocation list of the certificates while the module runs."""
     with RevocationService() as revocations:
         yield revocations
 
@@ -33,7 +33,7 @@ def authority():
 def trusted(authority, tmp_path_factory):
     factory = CertificateFactory(tmp_path_factory.mktemp("trusted"), authority.url)
     authority.source = factory.authority.revocation_list
-    assert factory.revoked_server  # On the list before anybody reads and keeps that.
+    assert factory.revoked_server  # Revoke it before anyone fetches and caches the list.
     return factory
 
 
@@ -54,12 +54,12 @@ def alice(machine, trusted):
 
 
 def serve_asking(machine, factory, **options):
-    """A service that asks for a client certificate of the factory's authority."""
+    """Starts a service that requests a client certificate of the factory's authority."""
     return serve(machine, factory.server, client_authority=factory.authority.pem, **options)
 
 
 def expect_sent_without_certificate(machine, service, *selection):
-    """A run that still sends both files; the selection of a certificate logs only this."""
+    """Runs the program, which sends both files; selecting a certificate logs only `selection`."""
     first, second = machine.search_order("alice")
     machine.run()
     assert shown(service) == [None, None]
@@ -81,7 +81,7 @@ def shown(service):
     return [one.client_certificate for one in service.connections]
 
 
-# Which certificate is shown.
+# Which certificate is presented.
 
 
 @pytest.mark.parametrize("scope", SCOPES)
@@ -152,7 +152,7 @@ def test_missing_store_is_logged_and_the_files_are_sent_without_certificate(
     machine, trusted, scope, function
 ):
     if machine.platform.name == "windows":
-        pytest.skip("Windows has these stores always")
+        pytest.skip("on Windows these stores always exist")
     machine.switch_log_on()
     machine.account("alice", cert={"hash": trusted.client.thumbprint, "store": scope})
     machine.logs("alice", "a.log", "b.log")
@@ -162,7 +162,7 @@ def test_missing_store_is_logged_and_the_files_are_sent_without_certificate(
     assert machine.messages()[3] == f"<{function}> CertOpenStore error [2]"
 
 
-# The certificate as a text: it is examined, and never used.
+# A certificate given as text is checked, but never used.
 
 
 def pfx_text(content):
@@ -173,7 +173,7 @@ def test_certificate_text_takes_precedence_over_the_store_and_is_not_presented(a
     reference = {"hash": trusted.client.thumbprint, "store": "user"}
     text = pfx_text(trusted.client.pfx())
     alice.seal("alice", cert={"base64encoded": text, **reference})
-    # Nothing is validated either: this server's authority is unknown to the machine.
+    # The server is not validated either: the machine does not know its authority.
     with serve(
         alice, certificates.other_authority_server, client_authority=trusted.authority.pem
     ) as service:
@@ -194,7 +194,7 @@ def test_certificate_text_that_cannot_be_imported_is_logged(alice, trusted, pass
     content = trusted.client.pfx(password) if password else b"no certificate"
     number = PFX_ERRORS[password]
     if alice.platform.name == "windows":
-        number = say.ANY_NUMBER  # Wine's import says nothing of its failure.
+        number = say.ANY_NUMBER  # Wine's import does not set an error.
     alice.seal("alice", cert={"base64encoded": pfx_text(content)})
     with serve_asking(alice, trusted) as service:
         expect_sent_without_certificate(
@@ -205,13 +205,13 @@ def test_certificate_text_that_cannot_be_imported_is_logged(alice, trusted, pass
         )
 
 
-# A client certificate switches the validation of the server on.
+# A client certificate turns on server validation.
 
 
 def test_trusted_server_with_a_published_revocation_list_is_accepted(alice, trusted, authority):
     with serve(alice, trusted.server):
         expect_all_sent(alice)
-    # Only Windows asks for the list; it keeps it then.
+    # Only Windows fetches the list, and then caches it.
     assert (authority.requests > 0) == (alice.platform.name == "windows")
 
 
@@ -328,7 +328,7 @@ def test_real_web_server_verifies_the_certificate(machine, trusted, tmp_path, sc
 def test_real_web_server_that_requires_a_certificate_is_an_ordinary_failure(
     machine, trusted, tmp_path
 ):
-    """nginx lets the handshake pass and answers 400."""
+    """nginx completes the handshake and answers 400."""
     machine.switch_log_on()
     machine.account("alice")
     machine.logs("alice", "a.log", "b.log")
@@ -344,9 +344,9 @@ def test_real_web_server_that_requires_a_certificate_is_an_ordinary_failure(
 
 @needs_nginx
 def test_sessions_are_resumed_only_where_the_same_certificate_counts(machine, trusted, tmp_path):
-    """What one account's certificate has opened opens nothing for the next account."""
+    """A TLS session of one account's certificate must not be resumed for another account."""
     if machine.platform.name == "windows":
-        pytest.skip("WinHTTP resumes as it sees fit")
+        pytest.skip("WinHTTP decides on its own when to resume")
     machine.trust(trusted.authority)
     own = {
         "alice": machine.client_certificate("user", trusted.client),
@@ -372,9 +372,9 @@ def test_sessions_are_resumed_only_where_the_same_certificate_counts(machine, tr
 
 @pytest.fixture
 def authorities_pipe(machine):
-    """The file of trusted authorities as a pipe, of which everybody who opens it waits for a writer."""
+    """The file of trusted authorities as a named pipe: opening it blocks until there is a writer."""
     if machine.platform.name == "windows":
-        pytest.skip("the system keeps the authorities on Windows")
+        pytest.skip("on Windows the system keeps the authorities")
     path = machine.sysroot / "authorities.pem"
 
     def replace():

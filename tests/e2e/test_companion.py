@@ -1,4 +1,4 @@
-"""The two libraries beside the program: missing, incomplete, misbehaving."""
+"""The two libraries next to the program: missing, incomplete or misbehaving."""
 
 import os
 import shutil
@@ -14,7 +14,7 @@ LOAD_ERROR = "DLL Load Error (Corvid.dll)"
 
 @pytest.fixture
 def loaded(machine, service):
-    """A machine with a file to send and a program folder of its own."""
+    """A machine with a file to send and its own copy of the program folder."""
     machine.switch_log_on()
     machine.account("alice")
     machine.log("alice", "a.log")
@@ -33,7 +33,7 @@ def expect_no_run(machine, service, force=False):
         machine.run()
     assert machine.changes() == ([], [])
     assert not service.connections
-    start = say.started(machine, force=force)[:-1]  # The run's own first line is not reached.
+    start = say.started(machine, force=force)[:-1]  # The run itself logs nothing.
     expect_messages(machine.messages(), [*start, LOAD_ERROR])
 
 
@@ -49,7 +49,7 @@ def test_library_that_lacks_one_export_means_no_run(loaded, service, export):
     expect_no_run(loaded, service)
 
 
-# A library with the three functions, all of which fail, and one import.
+# A library with the three functions, all of which fail, and one imported function.
 LIBRARY_SOURCE = """
 __declspec(dllimport) void FUNCTION(void);
 void (*volatile imported)(void);
@@ -61,7 +61,7 @@ int start(void) { return 1; }
 
 
 def put_library_that_imports(machine, library, function):
-    """Links a Corvid.dll that imports this function of this library, and nothing else."""
+    """Links a Corvid.dll whose only import is this function of this library."""
     (machine.folder / "import.def").write_text(f"LIBRARY {library}\nEXPORTS\n{function}\n", "ascii")
     (machine.folder / "library.c").write_text(LIBRARY_SOURCE, "ascii")
     for command in (
@@ -84,14 +84,14 @@ def put_library_that_imports(machine, library, function):
 )
 def test_library_for_another_run_time_means_no_run(loaded, service, library, function, run_time):
     if loaded.platform.name == "linux":
-        pytest.skip("on Linux there is one C run-time")
+        pytest.skip("Linux has only one C run-time")
     if shutil.which("x86_64-w64-mingw32-gcc-posix") is None:
-        pytest.skip("MinGW-w64, which links the library, is not installed")
+        pytest.skip("MinGW-w64 is not installed")
     put_library_that_imports(loaded, library, function)
     if run_time not in (None, loaded.platform.run_time):
         expect_no_run(loaded, service)
         return
-    # It is called, and fails.
+    # The library is called, and fails.
     loaded.run()
     expect_messages(
         loaded.messages(),
@@ -105,11 +105,11 @@ def test_library_for_another_run_time_means_no_run(loaded, service, library, fun
 
 def test_library_of_another_compiler_means_no_run(loaded, service, request):
     if loaded.platform.name == "linux":
-        pytest.skip("on Linux there is one kind of library")
+        pytest.skip("Linux has only one ABI")
     name = loaded.platform.foreign_build
     foreign = request.config.getoption(f"--{name}-bin") / loaded.platform.companion_name
     if not foreign.exists():
-        pytest.skip(f"there is no build for {name} to take a library from")
+        pytest.skip(f"no build for {name}")
     shutil.copy2(foreign, companion(loaded))
     expect_no_run(loaded, service)
 
@@ -142,7 +142,7 @@ def test_library_on_the_search_path_is_not_taken(loaded, service):
         "LD_LIBRARY_PATH": os.fspath(elsewhere),
         "WINEPATH": loaded.platform.native_path(elsewhere),
     }
-    # Nor the one in the working folder.
+    # Nor is one in the working folder.
     shutil.copy2(elsewhere / loaded.platform.companion_name, loaded.working_folder)
     expect_no_run(loaded, service)
 

@@ -1,4 +1,4 @@
-"""Credential files of any content."""
+"""Credential files with any content."""
 
 import json
 import re
@@ -19,7 +19,7 @@ NOT_DECRYPTED = "<Read AuthFile> Decrypt error"
 
 @pytest.fixture
 def alice(machine, service):
-    """A machine with an account that has a file to send, but no credentials yet."""
+    """A machine with an account that has a file to send but no credentials yet."""
     machine.switch_log_on()
     machine.account("alice", seal=False)
     machine.log("alice", "a.log")
@@ -27,7 +27,7 @@ def alice(machine, service):
 
 
 def expect_not_sent(machine, service, message):
-    """The whole run: the account is met, its credentials are useless, nothing else happens."""
+    """Runs the program: the account is processed, its credentials are unusable, nothing else happens."""
     machine.run()
     assert not service.connections
     assert machine.is_waiting("alice", "a.log")
@@ -83,7 +83,7 @@ def test_file_that_another_program_holds_is_error_32(alice, service):
     alice.seal("alice")
     path = alice.credential("alice")
     if alice.platform.name == "linux":
-        import fcntl  # Windows has none
+        import fcntl  # not available on Windows
 
         with path.open("rb") as file:
             fcntl.flock(file, fcntl.LOCK_EX)
@@ -94,7 +94,7 @@ def test_file_that_another_program_holds_is_error_32(alice, service):
 
 
 def expect_each_account_not_sent(machine, service, messages):
-    """One run over many accounts; `messages` gives the one line that each account leaves."""
+    """Runs the program over many accounts; `messages` holds the one message of each account."""
     machine.run()
     assert not service.connections
     assert machine.changes() == ([], [])
@@ -135,7 +135,7 @@ def test_files_that_cannot_be_decrypted_are_refused(machine, service):
 
 
 def expect_not_decrypted(machine, service, contents):
-    """One run over an account for each of these credential files."""
+    """Runs the program over one account for each of these credential files."""
     machine.switch_log_on(OutputLogSize=50_000_000)
     for at, content in enumerate(contents):
         machine.account(f"case-{at:04}", seal=False)
@@ -339,7 +339,7 @@ def test_unusable_credentials_do_not_keep_the_other_accounts_from_being_sent(mac
 
 
 def test_credentials_are_not_carried_over_from_the_account_before(machine, service):
-    """A record of one account must not serve the next one whose text lacks a member."""
+    """The previous account's record must not fill in a member that is missing in the next one's text."""
     machine.switch_log_on()
     for name in ("alice", "bob", "carol"):
         machine.account(name, seal=False)

@@ -1,4 +1,4 @@
-"""The files that administrators roll out: each of them is used and has the effect that it promises."""
+"""The files that administrators deploy: each is used and must have the documented effect."""
 
 import configparser
 import os
@@ -32,7 +32,7 @@ TASK_SPACE = {"t": "http://schemas.microsoft.com/windows/2004/02/mit/task"}
 
 @pytest.fixture
 def default_log(machine):
-    """The diagnostic log in its default place, which on Windows all tests share."""
+    """The diagnostic log in its default folder, which on Windows all tests share."""
     folder = machine.platform.default_log_base(machine.sysroot) / "DebugSSO"
     shutil.rmtree(folder, ignore_errors=True)
     yield folder / "KydLogUploader.log"
@@ -68,7 +68,7 @@ def test_files_switch_the_log_on_and_off(machine, default_log):
 
 
 def edited(machine, name, *changes):
-    """A copy of a settings file with the changes that its comments describe."""
+    """Copies a settings file and makes the changes that its comments describe."""
     text = (SETTINGS / name).read_text("ascii")
     for old, new in changes:
         assert old in text
@@ -88,15 +88,15 @@ def test_folder_and_size_are_used_without_their_semicolons(machine, default_log)
     )
     machine.platform.import_registry_file(path, machine.sysroot)
     assert grows(machine, machine.diagnostic_log)
-    # Larger than a byte, so each run begins a new file.
+    # The log is larger than the limit of one byte, so each run starts a new file.
     machine.run()
     older = machine.diagnostic_log.with_name(machine.diagnostic_log.name + ".bak")
     assert older.exists()
     assert not default_log.exists()
-    # Off keeps the folder; default forgets it.
+    # off.reg keeps the folder; default.reg removes it.
     use(machine, "off.reg")
     assert not grows(machine, machine.diagnostic_log)
-    if machine.platform.name == "windows":  # elsewhere each file stands for itself
+    if machine.platform.name == "windows":  # on Linux each file replaces all settings
         use(machine, "on.reg")
         machine.diagnostic_log.unlink()
         assert grows(machine, machine.diagnostic_log)
@@ -133,7 +133,7 @@ def policy_named(policies, name):
 
 
 def values_that_the_program_reads():
-    """(key, name) to type, from the sources."""
+    """Returns (key, name) to type, from the sources."""
     settings = "".join((ROOT / f"debuglog/log_settings.{ending}").read_text("utf-8") for ending in ("h", "cpp"))
     legacy = (ROOT / "debuglog/cdebuglog.cpp").read_text("utf-8")
     key = re.search(r'kSettingsKey\[\] = L"(.*?)"', settings)[1].replace("\\\\", "\\")
@@ -156,7 +156,7 @@ def test_policies_set_what_the_program_reads(policies):
             (found[policy.get("key"), policy.get("valueName")],) = kinds
         for element in policy.iterfind("p:elements/*", POLICY_SPACE):
             kind = element.tag.split("}")[1]
-            # Otherwise the value would be of another type, which the program ignores.
+            # These would change the value's type, and the program ignores other types.
             assert not {"expandable", "storeAsText", "key"} & set(element.attrib)
             found[policy.get("key"), element.get("valueName")] = kind
     assert len(found) == 4
@@ -198,7 +198,7 @@ def test_policies_refer_to_what_they_define(policies, policy_texts):
     for file in (policies, policy_texts):
         assert (file.get("revision"), file.get("schemaVersion")) == ("1.0", "1.0")
     prefixes = [one.get("prefix") for one in policies.iterfind("p:policyNamespaces/*", POLICY_SPACE)]
-    assert prefixes == ["kydloguploader"]  # nothing of another file is needed
+    assert prefixes == ["kydloguploader"]  # no other policy file is required
     categories = {one.get("name") for one in policies.iterfind(".//p:category", POLICY_SPACE)}
     parents = {one.get("ref") for one in policies.iterfind(".//p:parentCategory", POLICY_SPACE)}
     assert parents == categories
@@ -210,7 +210,7 @@ def test_policies_refer_to_what_they_define(policies, policy_texts):
 
 
 def apply_policies(machine, policies, **chosen):
-    """Sets what Group Policy would: True and False enable and disable, anything else is entered."""
+    """Writes what Group Policy would: True and False enable and disable, other values are entered."""
     text = ""
     for name, choice in chosen.items():
         policy = policy_named(policies, name)
@@ -246,11 +246,11 @@ def test_policies_choose_folder_and_size(machine, policies, default_log):
     assert not default_log.exists()
 
 
-# Every hour.
+# Hourly runs.
 
 
 def run_with(machine, arguments):
-    """A run with the arguments of an example, its tenant and log directory replaced."""
+    """Runs the program with an example's arguments, with tenant and log directory replaced."""
     assert arguments[0] == "tenant.example.com" and len(arguments) == 2
     machine.account("alice")
     machine.log("alice", "a.log")
@@ -264,11 +264,11 @@ def task_text(root, path):
 
 def test_task_runs_the_program_every_hour():
     content = TASK.read_bytes()
-    # A declared encoding would have to be that of the string or file which the scheduler is given.
+    # No declared encoding: it would have to match the string or file that is passed to the scheduler.
     assert content.startswith(b'<?xml version="1.0"?>') and content.isascii()
     root = xml.etree.ElementTree.fromstring(content)
     trigger = root.find("t:Triggers/t:TimeTrigger", TASK_SPACE)
-    # The order of the schema.
+    # The schema prescribes this order.
     assert [child.tag.split("}")[1] for child in trigger if isinstance(child.tag, str)] == [
         "Enabled", "StartBoundary", "Repetition", "RandomDelay",
     ]
@@ -287,7 +287,7 @@ def test_arguments_of_the_task_upload(machine, service):
 
 
 def unit(path):
-    """A unit file; keys that stand several times have their values in a list."""
+    """Parses a unit file; repeated keys become a list of values."""
     class Values(dict):
         def __setitem__(self, key, value):
             if key in self and isinstance(value, list):
@@ -303,7 +303,7 @@ def unit(path):
 
 def test_arguments_of_the_service_upload(machine, service):
     section = unit(SERVICE)["Service"]
-    # What the settings name is what the unit passes on.
+    # The unit passes on exactly the variables that the settings define.
     settings = [line.removesuffix("=") for line in DEFAULTS.read_text("ascii").splitlines()
                 if line and line[0] != "#"]
     program, *arguments = shlex.split(section["ExecStart"])
@@ -344,10 +344,10 @@ def test_service_runs_once():
 
 def test_units_are_valid(platform, tmp_path):
     if platform.name == "windows":
-        pytest.skip("this is about Linux")
+        pytest.skip("systemd is Linux only")
     analyze = shutil.which("systemd-analyze")
     if analyze is None:
-        pytest.skip("there is no systemd-analyze")
+        pytest.skip("systemd-analyze is not installed")
     text = SERVICE.read_text("ascii")
     for installed, here in (("/usr/sbin/KydLogUploader", platform.bin_folder / platform.program_name),
                             ("/usr/lib/kydloguploader/check-settings", CHECK)):

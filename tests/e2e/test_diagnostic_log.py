@@ -1,4 +1,4 @@
-"""The diagnostic log: switches, folder, format, rotation, lines that had to wait."""
+"""The diagnostic log: switches, folder, format, rotation, postponed lines."""
 
 import datetime
 import os
@@ -14,7 +14,7 @@ from .harness import ON, expect_messages, parse_log
 
 @pytest.fixture
 def loaded(machine, service):
-    """A machine with one file to send; the log's settings are left to the test."""
+    """A machine with one file to send; each test makes its own log settings."""
     machine.account("alice")
     machine.log("alice", "a.log")
     return machine
@@ -35,7 +35,7 @@ def base(machine):
 
 
 def expect_no_log(machine):
-    """A complete run that leaves no trace of a log anywhere."""
+    """Runs the program to completion; no log may appear anywhere."""
     machine.run()
     assert machine.is_archived("alice", "a.log")
     assert not list(machine.diagnostic_base.iterdir())
@@ -87,7 +87,7 @@ def test_line_is_prefix_message_comma_and_line_end(loaded):
     end = datetime.datetime.now()
     content = loaded.diagnostic_log.read_bytes()
     first = loaded.log_lines()[0]
-    # parse_log has judged every byte; here is one line in full, as a reader sees it.
+    # parse_log has checked the format of every byte; this is one complete line as a reader sees it.
     assert content.split(b"\r\n")[0].decode("utf-8") == (
         f"\ufeff{first.time}, SID:{first.session:06}, PID:{first.process:06}, "
         f"TID:{first.thread:06}, {whole_run(loaded)[0]},"
@@ -150,7 +150,7 @@ def default_base(machine):
         None,
         "",
         7,
-        # The base itself as text that would have to be expanded first.
+        # The base itself, but as text with variables to expand.
         "expandable",
     ],
 )
@@ -221,7 +221,7 @@ def test_of_the_lines_that_had_to_wait_the_newest_hundred_are_kept(machine, serv
         *say.account_out("alice"),
         *say.summary(accounts=1, send=1, ok=25),
     ]
-    # Up to the held answer 124 lines were made; the oldest 24 are gone.
+    # 124 lines were logged before the held answer; the oldest 24 are dropped.
     made = len(say.started(machine)) + 1 + 24 * 5 + 1
     assert made == 124
     expect_messages(machine.messages(), everything[made - 100 :])
@@ -237,7 +237,7 @@ def test_log_that_grew_past_its_limit_is_moved_aside(loaded):
     content = aside.read_bytes()
     assert content.startswith(b"\xef\xbb\xbf" + b"old line\r\n" * 200)
     moved = content[3 + 2000 :]
-    # The line that found the log too long went with it; the next look is ten seconds later.
+    # The line that finds the log too long moves with it; the next check is ten seconds later.
     messages = [line.message for line in parse_log(b"\xef\xbb\xbf" + moved)]
     expect_messages(messages + loaded.messages(), whole_run(loaded))
     assert len(messages) == 1

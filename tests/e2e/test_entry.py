@@ -1,4 +1,4 @@
-"""Starting: arguments, one copy per machine."""
+"""Startup: arguments, and a single instance per machine."""
 
 import pytest
 
@@ -10,7 +10,7 @@ from .harness import Machine, expect_messages
 
 @pytest.fixture
 def loaded(machine, service):
-    """A machine with one file that a run would send, and with its log switched on."""
+    """A machine with one file that a run would send and with its log turned on."""
     machine.switch_log_on()
     machine.account("alice")
     machine.log("alice", "a.log")
@@ -102,7 +102,7 @@ def test_invalid_tenant_sends_nothing_and_ends_cleanly(loaded, service, tenant):
     assert loaded.is_waiting("alice", "a.log")
     assert not service.connections
     messages = loaded.messages()
-    # A message holds at most 1023 characters.
+    # A message is at most 1023 characters long.
     assert messages[:2] == [say.started(loaded, tenant=tenant)[0][:1023], say.SEPARATOR]
     assert messages[-1] == say.SEPARATOR
     assert any("exception" in message for message in messages)
@@ -143,7 +143,7 @@ def test_second_copy_ends_at_once_and_touches_nothing(machine, platform, service
         ],
     )
 
-    # The place is free again.
+    # The next instance can start.
     second.run()
     assert len(service.requests) == 3
 

@@ -1,4 +1,4 @@
-"""What other programs and the machine can do to files during a run; each case is checked in full."""
+"""What other programs and the machine can do to files during a run; each outcome is checked in full."""
 
 import contextlib
 import os
@@ -20,7 +20,7 @@ def only_on_linux(plan, why):
 
 @contextlib.contextmanager
 def run_held(plan, hold):
-    """A run that is paused within the block."""
+    """Starts a run and pauses it for the duration of the block."""
     with plan.machine.start() as running:
         assert hold.reached.wait(30)
         yield plan.machine.upload(*plan.victim)
@@ -30,7 +30,7 @@ def run_held(plan, hold):
 
 @pytest.fixture
 def before_opening(plan, service):
-    """The victim has been found and not opened: the file ahead of it waits for its answer."""
+    """Pauses when the victim is found but not yet opened, while the file before it awaits its answer."""
     hold = Hold()
     plan.answer_victim(service, None, before=Answer(hold=hold))
     return lambda: run_held(plan, hold)
@@ -38,7 +38,7 @@ def before_opening(plan, service):
 
 @pytest.fixture
 def before_moving(plan, service):
-    """The victim has been read whole and waits for its answer."""
+    """Pauses when the victim is completely read and awaits its answer."""
     hold = Hold()
     plan.answer_victim(service, Answer(hold=hold))
     return lambda: run_held(plan, hold)
@@ -46,7 +46,7 @@ def before_moving(plan, service):
 
 @pytest.fixture
 def while_reading(plan, service):
-    """The victim has been opened and mostly not been read: the service has stopped reading."""
+    """Pauses when the victim is open and mostly unread, because the service has stopped reading."""
     plan.machine.log(*plan.victim, os.urandom(30_000_000))
     hold = Hold()
     plan.answer_victim(service, Answer(body_hold=hold))
@@ -112,7 +112,7 @@ def test_file_that_shrinks_while_it_is_read(plan, service, while_reading):
     windows = plan.machine.platform.name == "windows"
     content = plan.machine.content(*plan.victim)
     kept = content[:25_000_000]
-    # Where the length is announced in advance, missing bytes break the request.
+    # If the length is sent in advance, missing bytes break the request.
     plan.fates[plan.victim] = BrokenLine() if windows else Accepted()
     with while_reading() as path:
         os.truncate(path, len(kept))
@@ -121,7 +121,7 @@ def test_file_that_shrinks_while_it_is_read(plan, service, while_reading):
 
 
 def test_file_that_is_replaced_while_it_is_read(plan, service, while_reading):
-    """The one that was opened is sent; the one that has its name then is moved."""
+    """The opened file is sent; the file that has its name at the end is moved."""
     content = plan.machine.content(*plan.victim)
     with while_reading() as path:
         new = path.with_name("new")
@@ -197,7 +197,7 @@ def test_archive_folder_that_is_a_file(plan, service):
 
 def test_archive_folder_that_must_not_be_written(plan, service):
     if os.geteuid() == 0:
-        pytest.skip("root may write everywhere")
+        pytest.skip("root can write anywhere")
     plan.machine.archive("alice").chmod(0o500)
     try:
         expect_nothing_of_alice_moved(plan, service, 5)
@@ -208,7 +208,7 @@ def test_archive_folder_that_must_not_be_written(plan, service):
 def test_archive_folder_on_another_file_system(plan, service):
     with tempfile.TemporaryDirectory(dir="/dev/shm") as elsewhere:
         if os.stat(elsewhere).st_dev == os.stat(plan.machine.folder).st_dev:
-            pytest.skip("this machine has one file system")
+            pytest.skip("this machine has only one file system")
         plan.machine.archive("alice").rmdir()
         plan.machine.archive("alice").symlink_to(elsewhere)
         plan.machine.run()
@@ -217,21 +217,21 @@ def test_archive_folder_on_another_file_system(plan, service):
 
 
 def test_archive_folder_on_another_file_system_that_is_full(plan, service):
-    only_on_linux(plan, "the limit would hold for Wine itself")
+    only_on_linux(plan, "the limit would apply to Wine itself")
     with tempfile.TemporaryDirectory(dir="/dev/shm") as elsewhere:
         if os.stat(elsewhere).st_dev == os.stat(plan.machine.folder).st_dev:
-            pytest.skip("this machine has one file system")
+            pytest.skip("this machine has only one file system")
         plan.machine.archive("alice").rmdir()
         plan.machine.archive("alice").symlink_to(elsewhere)
-        # No file can grow beyond a part of the victim's size, which is as good as a full disk.
+        # Limiting the file size to part of the victim's size has the effect of a full disk.
         blocks = VICTIM_SIZE // 512 // 2
         script = f'trap "" XFSZ; ulimit -f {blocks}; exec "$@"'
         plan.machine.launcher = ["sh", "-c", script, "sh"]
         expect_nothing_of_alice_moved(plan, service, 31)
-        assert not os.listdir(elsewhere), "half a copy is left"
+        assert not os.listdir(elsewhere), "a partial copy is left"
 
 
-# What looks like a log file but is not one.
+# Entries that look like log files but are not.
 
 
 def replace_victim(plan):
@@ -261,7 +261,7 @@ def test_link_to_nothing(plan, service):
 
 
 def test_pipe_in_place_of_a_file(plan, service):
-    only_on_linux(plan, "there are no such files on Windows")
+    only_on_linux(plan, "Windows has no such files")
     path = replace_victim(plan)
     os.mkfifo(path)
     expect_end_at_victim(plan, service)
@@ -270,33 +270,33 @@ def test_pipe_in_place_of_a_file(plan, service):
 
 @pytest.mark.parametrize("device", ["/dev/zero", "/dev/null", "/dev/tty"])
 def test_device_in_place_of_a_file(plan, service, device):
-    only_on_linux(plan, "there are no such files on Windows")
+    only_on_linux(plan, "Windows has no such files")
     replace_victim(plan).symlink_to(device)
     expect_end_at_victim(plan, service)
 
 
 def test_file_that_cannot_be_read(plan, service):
-    only_on_linux(plan, "there are no such files on Windows")
-    # It can be opened, but reading its first byte fails.
+    only_on_linux(plan, "Windows has no such files")
+    # Opening succeeds, but reading the first byte fails.
     replace_victim(plan).symlink_to("/proc/self/mem")
     expect_end_at_victim(plan, service)
 
 
 def test_file_that_another_program_holds(plan, service):
     if plan.machine.platform.name == "linux":
-        pytest.skip("on Linux no program can keep others from reading")
+        pytest.skip("on Linux a program cannot prevent others from reading")
     with plan.machine.held_by_another(plan.machine.upload(*plan.victim)):
         plan.machine.run()
     plan.fates[plan.victim] = EndOfRun()
     plan.expect(service, unheard=[plan.victim])
 
 
-# What Windows refuses to move, to write or to delete.
+# What Windows refuses to move, write or delete.
 
 
 def only_on_windows(plan):
     if plan.machine.platform.name == "linux":
-        pytest.skip("there are neither share modes nor read-only files on Linux")
+        pytest.skip("Linux has neither share modes nor read-only files")
 
 
 def test_file_that_another_program_reads_is_sent_and_stays(plan, service):
@@ -305,7 +305,7 @@ def test_file_that_another_program_reads_is_sent_and_stays(plan, service):
     with plan.machine.held_by_another(plan.machine.upload(*plan.victim), "for-reading"):
         plan.machine.run()
     plan.expect(service)
-    # The next run sends it once more, and moves it.
+    # The next run sends and moves it.
     plan.machine.run()
     assert plan.machine.is_archived(*plan.victim)
     plan.machine.lost_nothing()
@@ -359,7 +359,7 @@ def test_absurd_limit_of_the_diagnostic_log(plan, service, size):
     plan.machine.switch_log_on(OutputLogSize=size)
     plan.machine.run()
     if size == 1:
-        # The first line found the log too long; the next look is ten seconds later.
+        # The first line finds the log too long; the next check is ten seconds later.
         aside = plan.machine.diagnostic_log.with_name("KydLogUploader.log.bak")
         assert len(aside.read_bytes().splitlines()) == 1
         assert all(plan.machine.is_archived(*file) for file in plan.files())

@@ -1,7 +1,7 @@
-"""The program on file systems of the kernel and of FUSE, each mounted for the test alone.
+"""The program on kernel and FUSE file systems, each mounted for one test only.
 
-They lie in a mount namespace of their own, which ends with its only process, so nothing stays
-mounted. The program and the test look into it through /proc/<process>/root.
+They are mounted in a separate mount namespace that ends with its only process, so that no mount remains.
+Program and test access it through /proc/<process>/root.
 """
 
 import contextlib
@@ -18,7 +18,7 @@ from . import messages as say
 from .harness import Machine, expect_messages
 from .lines import serve
 
-# How each is mounted at $1 with $2, a folder on the ordinary disk; and what that takes.
+# The command that mounts each at $1, with $2 as a scratch folder on the ordinary disk.
 _IMAGE = "truncate -s 320M $2/image &&"
 MOUNTS = {
     "tmpfs": "mount -t tmpfs none $1",
@@ -46,7 +46,7 @@ SECONDS_TO_MOUNT = 60
 
 @contextlib.contextmanager
 def mounted(how, folder):
-    """A path to the root of a new file system; `how` is one of MOUNTS or a command like theirs."""
+    """Yields the root of a new file system; `how` is one of MOUNTS or a similar command."""
     for tool in _TOOLS:
         if f"{tool} " in how and shutil.which(tool) is None:
             pytest.skip(f"{tool} is not installed")
@@ -54,7 +54,7 @@ def mounted(how, folder):
     point.mkdir()
     scratch.mkdir()
     log = folder / "mounting"
-    # Ends with its input, also when the session is killed.
+    # Ends when its input is closed, so also if the session is killed.
     script = f"if {{ {how}; }} >&2; then echo mounted; cat >&2; umount -l $1; fi"
     with log.open("wb") as errors:
         holder = subprocess.Popen(
@@ -75,17 +75,17 @@ def mounted(how, folder):
         holder.stdout.close()
 
 
-# What lies on the file system, while the rest lies on the ordinary disk.
+# The folders on the tested file system; all others are on the ordinary disk.
 ARRANGEMENTS = (("Upload", "Archive", "LogWork"), ("Archive",), ("Upload", "UploadResult"))
 
 
 @pytest.mark.parametrize("name", MOUNTS)
 def test_file_system(platform, certificates, tmp_path, name):
     if platform.name == "windows":
-        pytest.skip("Wine would be what is tested")
+        pytest.skip("this would test Wine")
     with mounted(MOUNTS[name], tmp_path) as root:
         for parts in ARRANGEMENTS:
-            print(parts)  # for the one that a failure is about
+            print(parts)  # identifies the arrangement that failed
             if name == "FUSE: fat" and "UploadResult" in parts:
                 continue  # fusefat cannot append to a file.
             machine = Machine(platform, tmp_path / "-".join(parts))
@@ -140,7 +140,7 @@ def judge_run(machine, service):
 
 
 def judge_forced_run(machine):
-    """What the archive has already, and what was refused, goes there under another name."""
+    """Refused files, and files that the archive already has, are archived under another name."""
     before = machine.result_file()
     machine.run_forced()
     assert machine.result_file().startswith(before)

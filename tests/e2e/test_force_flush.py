@@ -1,4 +1,4 @@
-"""Force flush: what still waits goes to the archive under a ".bak" name."""
+"""Force flush: files that still wait are archived under a ".bak" name."""
 
 from service.log_service import Answer
 
@@ -87,7 +87,7 @@ def test_existing_archived_file_does_not_block_the_bak(machine, service):
     machine.log("alice", "a.log")
     machine.archived("alice", "a.log", b"of an earlier run\n")
     machine.run_forced()
-    # The service has it, the move failed, the flush put it away.
+    # The service accepts the file, the move fails, and the flush archives it.
     assert service.requests[0].status == 200
     assert not machine.upload("alice", "a.log").exists()
     assert machine.archive("alice", "a.log").read_bytes() == b"of an earlier run\n"
@@ -116,7 +116,7 @@ def test_run_that_ended_early_is_still_flushed(machine, service):
     machine.run_forced()
 
     assert not service.connections
-    # A folder that looks like a log file is moved like one.
+    # A folder with the name of a log file is moved too.
     assert machine.archive(first, "folder.log.bak").is_dir()
     assert machine.archive(second, "a.log.bak").exists()
     assert machine.archive(third, "b.log.bak").exists()
@@ -160,7 +160,7 @@ def test_missing_upload_folder_is_flushed_as_empty(machine):
 
 
 def test_result_file_is_written_before_the_flush(machine, service):
-    """Here the report lands among the waiting files of an account, where the flush finds it."""
+    """The report is written to an account's folder of waiting files, where the flush finds it."""
     refuse_all(service)
     machine.account("alice")
     machine.log("alice", "a.log")

@@ -1,4 +1,4 @@
-"""What a network and a server can do to a run; each case is checked in full."""
+"""What a network and a server can do to a run; each outcome is checked in full."""
 
 import re
 import socket
@@ -26,10 +26,10 @@ def only_on_linux(machine, why):
 
 
 def leave_to_linux(request, plan, status):
-    """Wine does not read the body of an acceptance; only the long form tests that."""
+    """Under Wine the body of an accepting answer is not read: test these only in the long form."""
     at_length = request.config.getoption("--endurance") == "long"
     if plan.machine.platform.name == "windows" and status == 200 and not at_length:
-        pytest.skip("part of the long form only")
+        pytest.skip("only in the long form")
 
 
 # The connection.
@@ -37,7 +37,7 @@ def leave_to_linux(request, plan, status):
 
 def test_refused_connection(plan):
     with socket.socket() as taken:
-        taken.bind(("127.0.0.1", 0))  # Taken and not listening: no other process can open it.
+        taken.bind(("127.0.0.1", 0))  # Bound but not listening, so that no other process can use the port.
         plan.machine.tenant = f"localhost:{taken.getsockname()[1]}"
         for account, names in plan.order:
             plan.fates[account, names[0]] = BrokenLine()
@@ -72,15 +72,15 @@ def test_connection_that_breaks_in_the_answers_head(plan, service, stage, after,
     fate = BrokenLine()
     if plan.machine.platform.name == "windows" and after == 30:
         if reset:
-            pytest.skip("whether the reset overtakes the bytes decides")
-        fate = Accepted()  # This Wine takes a head that breaks off behind its status for whole.
+            pytest.skip("the outcome depends on whether the reset overtakes the bytes")
+        fate = Accepted()  # This version of Wine takes a head that ends after the status as complete.
     run_with(plan, service, Answer(drop=stage, drop_after=after, reset=reset), fate)
 
 
 @pytest.mark.parametrize("after", [0, 1, 999])
 @pytest.mark.parametrize("status", [200, 202])
 def test_acceptance_whose_body_breaks_off(plan, service, status, after):
-    # Without a reset, which could overtake the bytes that were sent before it.
+    # No reset, which could overtake the bytes sent before it.
     answer = Answer(status, b"x" * 1000, drop=Stage.ANSWER_BODY, drop_after=after)
     run_with(plan, service, answer, Accepted(status))
 
@@ -89,7 +89,7 @@ def test_acceptance_whose_body_breaks_off(plan, service, status, after):
 def test_refusal_whose_body_breaks_off(plan, service, after):
     answer = Answer(500, b"x" * 1000, (TEXT,), drop=Stage.ANSWER_BODY, drop_after=after)
     if plan.machine.platform.name == "windows":
-        # This Wine takes a body that breaks off for a short one.
+        # This version of Wine takes a truncated body as complete.
         run_with(plan, service, answer, Refused(500, "x" * after))
     else:
         run_with(plan, service, answer, EndOfRun())
@@ -100,11 +100,11 @@ def test_refusal_whose_body_breaks_off(plan, service, after):
 
 @pytest.mark.parametrize("status", [200, 500])
 def test_answer_that_comes_byte_by_byte(request, plan, service, status):
-    # The long form takes longer than the time-out of 30 s, which covers silence only.
+    # The long form takes longer than the 30 s time-out, which only limits silence.
     pause = 0.4 if request.config.getoption("--endurance") == "long" else 0.01
 
-    # The service ends the connection behind the answer, and says so: otherwise the next request may use the
-    # connection just before its end.
+    # The service announces that it closes the connection, or the next request might use the connection just
+    # before it closes.
     head = (
         f"HTTP/1.1 {status} Text\r\nContent-Type: text/plain\r\n"
         "Content-Length: 31\r\nConnection: close\r\n\r\n"
@@ -123,7 +123,7 @@ def test_answer_that_comes_byte_by_byte(request, plan, service, status):
 
 
 def test_certificate_that_changes_between_files(plan, service, certificates):
-    """Nothing is validated without a client certificate, so this does not matter."""
+    """Without a client certificate the server is not validated, so the change has no effect."""
     asked = plan.files().index(plan.victim)
 
     def change(request):
@@ -164,7 +164,7 @@ def test_answer_with_headers_of_a_megabyte(plan, service, status, count):
     headers = (TEXT, *((f"X-Filler-{number}", filler) for number in range(count)))
     fate = Accepted() if status == 200 else Refused(500, "large")
     if plan.machine.platform.name == "linux":
-        fate = BrokenLine()  # Its back end reads no head of this size.
+        fate = BrokenLine()  # the Linux back end limits the size of a head
     run_with(plan, service, Answer(status, b"large", headers), fate)
 
 
@@ -174,7 +174,7 @@ def test_header_block_without_end(plan, service):
         while True:
             yield b"X-Filler: " + b"y" * 10000 + b"\r\n"
 
-    only_on_linux(plan.machine, "this Wine reads a header block without bound, Windows does not")
+    only_on_linux(plan.machine, "Wine does not limit the size of a header block, Windows does")
     run_with(plan, service, Answer(raw=endless()), BrokenLine())
 
 
@@ -200,7 +200,7 @@ def test_redirect_is_a_refusal_and_takes_no_key_elsewhere(plan, service, status)
 @pytest.mark.parametrize("interim", [(100,), (102,), (103,), (100, 103, 100)])
 @pytest.mark.parametrize("status", [200, 500])
 def test_interim_answers(plan, service, status, interim):
-    only_on_linux(plan.machine, "this Wine knows no interim answers")
+    only_on_linux(plan.machine, "Wine does not support interim answers")
     fate = Accepted() if status == 200 else Refused()
     run_with(plan, service, Answer(status, interim=interim), fate)
 
@@ -234,14 +234,14 @@ def test_content_type_that_cannot_be_text(plan, service, content_type):
 
 
 def run_with_framing(plan, service, status, head, fate, windows_believes=True):
-    """`fate` is the file's outcome if the status is not an acceptance.
+    """`fate` is the file's outcome unless the status is an acceptance.
 
-    Wine believes nearly everything and reads up to the end of the line.
+    Wine accepts nearly any framing and reads until the connection closes.
     """
     if plan.machine.platform.name == "windows" and windows_believes:
         fate = Refused(status, re.compile("(short.*|x?)]"))
     if status == 200 and fate != BrokenLine():
-        fate = Accepted()  # The body is ignored.
+        fate = Accepted()  # The body is not read.
     answer = f"HTTP/1.1 {status} Text\r\nContent-Type: text/plain\r\n{head}".encode("latin-1")
     run_with(plan, service, Answer(raw=answer), fate)
 
@@ -270,6 +270,6 @@ def test_invalid_chunk_size(request, plan, service, status, size):
 @pytest.mark.parametrize("status", [200, 500])
 def test_invalid_content_length(request, plan, service, status, length):
     leave_to_linux(request, plan, status)
-    # A plausible number is accepted, and the body then breaks off; any other head is not an answer.
+    # A plausible length is accepted and the body is then truncated; any other head is rejected.
     fate = EndOfRun() if length == str(2**63 - 1) else BrokenLine()
     run_with_framing(plan, service, status, f"Content-Length: {length}\r\n\r\nx", fate)

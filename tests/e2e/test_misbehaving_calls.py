@@ -1,9 +1,9 @@
 """Every call to the C library misbehaves in turn, in every way that real systems do.
 
-An ordinary run is recorded, and then repeated for each of its calls and each way to misbehave, once
-and from that call on. What has to hold: each file that was made lies whole in Upload or in Archive,
-and whatever lies in Archive was received whole and accepted. `--endurance long` takes all cases, the
-usual run at least one for each kind of call and way.
+An ordinary run is recorded. It is then repeated for each recorded call and each way to misbehave, either
+for that call only or from that call on. Invariants: every file is complete in Upload or in Archive, and
+every file in Archive was received completely and accepted. `--endurance long` runs all cases; the default
+is a sample with at least one case for each kind of call and way.
 """
 
 import collections
@@ -29,13 +29,13 @@ from service.log_service import ACCEPTED, Answer, LogService
 from . import misbehaviour
 from .harness import Machine, parse_log
 
-# Less than the library's time-out, on which no run may rely.
+# Shorter than the library's time-out, which no run may need.
 LONGEST_RUN_SECONDS = 25
 WORKERS = 2 * (os.cpu_count() or 1)
-# How often a run at length says how far it is.
+# A long run reports its progress this often.
 CASES_PER_LINE = 1000
 
-# More than one block of the library's and of the copy's.
+# Larger than one block of the library and of the program's own copy.
 LARGE = 300_000
 MIDDLE = 70_000
 FILES = {
@@ -56,12 +56,12 @@ NO_LINK = f"link\t*\t1\t0\tfail\t{errno.EPERM}"
 
 @dataclass(frozen=True)
 class Surroundings:
-    """What the run takes place on."""
+    """The conditions of a run."""
 
     name: str
     forced: bool = False
-    elsewhere: bool = False  # the archive lies on another file system
-    lacking: tuple = ()  # rules of the preloaded library for what the file systems cannot do
+    elsewhere: bool = False  # the archive is on another file system
+    lacking: tuple = ()  # rules for the preloaded library: what the file systems do not support
 
     def __str__(self):
         return self.name
@@ -93,7 +93,7 @@ class Case:
 
 @dataclass
 class Outcome:
-    """What a run left, as far as it can be compared with another run's."""
+    """What a run left, reduced to what can be compared with other runs."""
 
     places: dict
     messages: list
@@ -101,7 +101,7 @@ class Outcome:
 
 
 class Worker:
-    """A machine with a service of its own, on which run after run is judged."""
+    """A machine with its own service, on which cases run one after another."""
 
     def __init__(self, platform, certificates, folder, second):
         self.machine = Machine(platform, folder)
@@ -166,7 +166,7 @@ class Worker:
         return os.stat(self.machine.folder).st_dev
 
     def result_paths(self):
-        """Today's and tomorrow's, for a run around midnight."""
+        """Returns today's and tomorrow's result file, in case a run crosses midnight."""
         today = datetime.date.today()
         days = [today, today + datetime.timedelta(days=1)]
         return [self.machine.log_dir / f"UploadResult/UploadResult{day:%Y%m%d}.log" for day in days]
@@ -174,7 +174,7 @@ class Worker:
     # A run.
 
     def run(self, environment, forced=False):
-        """Problems with the end of a run, normally none."""
+        """Runs the program; returns a list of problems, normally empty."""
         machine = self.machine
         arguments = [machine.tenant, machine.native()]
         if forced:
@@ -192,7 +192,7 @@ class Worker:
             )
             if not _wait(process, LONGEST_RUN_SECONDS):
                 process.kill()
-                wrong.append(f"hangs: still there after {LONGEST_RUN_SECONDS} s")
+                wrong.append(f"hangs: still running after {LONGEST_RUN_SECONDS} s")
         code = process.wait()
         if code != 0 and not wrong:
             wrong.append(f"exit code {code}")
@@ -212,7 +212,7 @@ class Worker:
         return {**environment, **({"KYD_CALLS": os.fspath(record)} if record else {})}
 
     def record(self, surroundings):
-        """The calls of an ordinary run in these surroundings, and its outcome."""
+        """Records an ordinary run in these surroundings; returns its calls and its outcome."""
         self.lay_out(surroundings)
         calls = self.machine.folder / "calls"
         calls.unlink(missing_ok=True)
@@ -234,7 +234,7 @@ class Worker:
         return {where: path for where, path in candidates.items() if path.exists()}
 
     def broken_rules(self, forced, spared=()):
-        """The rules that hold after every run, as far as they are broken."""
+        """Returns violations of the invariants, normally none."""
         wrong = []
         for (account, name), content in FILES.items():
             there = self.places(account, name)
@@ -257,7 +257,7 @@ class Worker:
         return wrong
 
     def lost_lines(self):
-        """What is wrong with the diagnostic log, which the run has set aside if it could."""
+        """Checks that the earlier diagnostic lines still exist, in the log or in its backup."""
         logs = [path.read_bytes() for path in self._logs() if path.exists()]
         is_kept = sum(log.startswith(EARLIER_LOG) for log in logs) == 1
         return [] if is_kept else ["earlier lines of the diagnostic log are gone"]
@@ -289,23 +289,23 @@ class Worker:
         return Outcome(places, messages, self._comparable(results))
 
     def _comparable(self, text):
-        """A text without what differs from one worker or run to the next."""
+        """Removes from a text what differs between workers and runs."""
         for own in (self.machine.native(), self.machine.tenant):
             text = text.replace(own, "")
-        # The number after a successful move is an arbitrary earlier error.
+        # After a successful move, the number is a leftover error code.
         return re.sub(r"\d{4}:\d\d:\d\d \d\d:\d\d:\d\d|(?<=Move OK) \[-?\d+\]", "", text)
 
     # A case.
 
     def judge(self, case, ordinary):
-        """Problems with a case, normally none; and whether its call was made at all."""
+        """Runs a case; returns its problems, normally none, and whether its call was made at all."""
         forced = case.surroundings.forced
         self.lay_out(case.surroundings)
         self.misbehaved.write_bytes(b"")
         environment = self.preloaded((*case.surroundings.lacking, *case.rules))
         wrong = self.run(environment, forced)
         came_up = str(len(case.surroundings.lacking)) in self.misbehaved.read_text("ascii")
-        # A copy that cannot be removed stays.
+        # A copy that cannot be deleted remains.
         unremovable = case.call.function == "unlink" and case.way.action == "fail" and case.way.lasts
         spared = {path for path in self._left_behind() if ".kyd-move-" in path and unremovable}
         wrong += self.broken_rules(forced, spared) + self.lost_lines()
@@ -315,7 +315,7 @@ class Worker:
         return wrong, came_up
 
     def _follow_up(self, forced, spared):
-        """An undisturbed run, after which everything is in place."""
+        """Runs the program undisturbed, after which everything must be in place."""
         doubly = {file for file in FILES if len(self.places(*file)) > 1}
         self.seal()
         self.refuses = False
@@ -334,7 +334,7 @@ class Worker:
 
 
 def _wait(process, seconds):
-    """Like Popen.wait, which looks only every few hundredths of a second."""
+    """Like Popen.wait, but without its polling interval of up to 50 ms."""
     descriptor = os.pidfd_open(process.pid)
     try:
         return bool(select.select([descriptor], [], [], seconds)[0])
@@ -343,7 +343,7 @@ def _wait(process, seconds):
 
 
 def _differences(ordinary, outcome):
-    """In what the run differs from an ordinary one, although nothing was wrong."""
+    """Returns how the run differs from an ordinary one, for cases that must not have any effect."""
     wrong = [
         f"harmless, but {file[0]}/{file[1]} is in {' and '.join(there)}"
         for file, there in outcome.places.items()
@@ -359,7 +359,7 @@ def _differences(ordinary, outcome):
 
 
 def cases_of(surroundings, calls, already):
-    """All cases of a recorded run; in further surroundings only those of what moves files there.
+    """Yields all cases of a recorded run; in other surroundings only those of new calls on log files.
 
     `already` counts the calls of the run in plain surroundings.
     """
@@ -377,7 +377,7 @@ def _identity(call):
 
 
 def sample(cases):
-    """The same cases each time, of which every kind of call and every way has at least one."""
+    """Chooses a reproducible sample with at least one case for each kind of call and each way."""
     chosen, covered = [], set()
     for case in sorted(cases, key=lambda case: zlib.crc32(str(case).encode())):
         call, way = case.call, case.way
@@ -395,9 +395,9 @@ def sample(cases):
 @pytest.fixture
 def workers(machine, platform, certificates, tmp_path):
     if platform.name == "windows":
-        pytest.skip("only the native program's calls can be made to misbehave from outside")
+        pytest.skip("only calls of the native program can be intercepted")
     if platform.is_built_with("asan", "tsan"):
-        pytest.skip("behind this library runs with a sanitizer end early or not at all")
+        pytest.skip("sanitizers do not work with this preloaded library")
     with contextlib.ExitStack() as stack:
         elsewhere = stack.enter_context(tempfile.TemporaryDirectory(dir="/dev/shm"))
         made = []
@@ -411,7 +411,7 @@ def workers(machine, platform, certificates, tmp_path):
 
 
 def record_all(worker):
-    """The cases of all surroundings, and the outcome of an ordinary run in each."""
+    """Returns the cases of all surroundings, and the outcome of an ordinary run in each."""
     calls, outcome = worker.record(PLAIN)
     already = collections.Counter(map(_identity, calls))
     cases, outcomes = list(cases_of(PLAIN, calls, already)), {PLAIN: outcome}
@@ -423,7 +423,7 @@ def record_all(worker):
 
 
 def judge_all(workers, cases, outcomes, tell):
-    """Triples: the case, its problems, and whether its call was made. Reports the progress."""
+    """Returns (case, problems, whether its call was made) for all cases; reports progress."""
     idle = queue.SimpleQueue()
     for worker in workers:
         idle.put(worker)
@@ -469,7 +469,7 @@ def test_each_call_misbehaves_in_every_way(request, workers, capsys):
     for (function, kind), count in sorted(kinds.items()):
         print(f"{function:16} {kind:36} {count:6}")
     assert not failures
-    # The number of pieces can vary.
+    # Not every call occurs in every run: the number of blocks varies.
     assert len(missed) < len(chosen) / 20, missed
     for worker in workers:
         worker.machine.expect_no_secret()

@@ -1,4 +1,4 @@
-"""deploy/monitoring with the programs it is made for: Prometheus, node_exporter, promtool."""
+"""deploy/monitoring, used by Prometheus, node_exporter and promtool."""
 
 import contextlib
 import datetime
@@ -25,14 +25,14 @@ from .status_tool import HOUR, OK, SECONDS, make_older, result, run_bare, status
 MONITORING = ROOT / "deploy/monitoring"
 RULES = MONITORING / "kydloguploader.rules.yml"
 DASHBOARD = json.loads((MONITORING / "kydloguploader.dashboard.json").read_text("utf-8"))
-# As a browser fills them in: everything.
+# The values of the dashboard's variables for "All".
 CHOSEN = {"$job": ".*", "$instance": ".*", "$log_dir": ".*"}
 
 
 def tool(name):
     found = shutil.which(name)
     if found is None:
-        pytest.skip(f"no {name} is installed: ./dev setup --monitoring")
+        pytest.skip(f"{name} is not installed: ./dev setup --monitoring")
     return found
 
 
@@ -55,7 +55,7 @@ def test_alerts_are_raised_when_they_should_be():
     finished = subprocess.run([tool("promtool"), "test", "rules", file],
                               capture_output=True, text=True, timeout=SECONDS, check=False)
     assert finished.returncode == 0, finished.stdout + finished.stderr
-    # Each alert is raised somewhere in there.
+    # Every alert is raised in at least one of the tests.
     raised = set(re.findall(r"alertname: (\w+)\n +exp_alerts:\n", file.read_text("utf-8")))
     assert raised == set(re.findall(r"alert: (\w+)", RULES.read_text("utf-8")))
 
@@ -73,7 +73,7 @@ def test_dashboard_is_in_order():
         assert panel["title"] and panel["description"].endswith(".")
         names = [target["refId"] for target in panel["targets"]]
         assert len(set(names)) == len(names)
-        # What is renamed and formatted in a table is there.
+        # Tables rename and format only columns that exist.
         shown = {f"Value #{name}" for name in names} | {"job", "instance", "log_dir", "account"}
         for step in panel.get("transformations", []):
             assert step["options"].get("renameByName", {}).keys() <= shown
@@ -91,7 +91,7 @@ def test_dashboard_has_the_types_of_grafana(tmp_path):
     (tmp_path / "node_modules").symlink_to(modules)
 
     def complaints(dashboard):
-        # JSON has the texts of enumerations.
+        # In JSON, enumerators are plain strings.
         (tmp_path / "board.ts").write_text(
             'import type { Dashboard } from "@grafana/schema";\n'
             "type Plain<T> = T extends string ? `${T}` : T extends (infer U)[] ? Plain<U>[]\n"
@@ -110,11 +110,11 @@ def test_dashboard_has_the_types_of_grafana(tmp_path):
     assert "DashboardCursorSync" in complaints({**DASHBOARD, "graphTooltip": "shared"})
 
 
-# The examples that refresh the metrics after every run.
+# The examples that update the metrics after every run.
 
 
 def writes_metrics(machine, arguments, target):
-    """Those arguments, with the log directory and the file of the example replaced by the test's."""
+    """Runs the example's arguments with the test's log directory and output file."""
     path = machine.folder / target.replace("\\", "/").rsplit("/", 1)[-1]
     assert path.suffix == ".prom"
     places = {"${LOG_DIR}": machine.native(), "C:\\KydLog": machine.native(),
@@ -129,7 +129,7 @@ def test_service_writes_metrics_after_every_run(machine):
     lines = (MONITORING / "metrics.conf").read_text("ascii").splitlines()
     (call,) = (line.partition("=")[2] for line in lines if line.startswith("ExecStopPost="))
     program, *arguments = shlex.split(call)
-    # With the sign, a full disk or an unreadable file does not fail the run.
+    # The "-" ignores failures: a full disk or an unreadable file does not fail the run.
     assert program.startswith("-/") and program.endswith("/KydUploadStatus")
     folder = arguments[-1].rpartition("/")[0]
     assert f"ReadWritePaths=-{folder}" in lines
@@ -143,7 +143,7 @@ def test_task_writes_metrics_after_every_run(machine):
     action = xml.etree.ElementTree.fromstring(shown)
     assert [child.tag for child in action] == ["Command", "Arguments"]
     assert action.find("Command").text.endswith('\\KydUploadStatus.exe"')
-    # As Windows parses them: a backslash is an ordinary character.
+    # Windows rules: a backslash is an ordinary character.
     arguments = [one.strip('"') for one in shlex.split(action.find("Arguments").text, posix=False)]
     writes_metrics(machine, arguments, arguments[-1])
 
@@ -173,7 +173,7 @@ def answers(url):
 
 @contextlib.contextmanager
 def started(url, *arguments, folder):
-    """A server that answers at that address."""
+    """Starts a server and waits until it answers at that address."""
     with open(folder / f"{arguments[0].rsplit('/', 1)[-1]}.log", "wb") as log:
         process = subprocess.Popen([*map(str, arguments)], cwd=folder, stdin=subprocess.DEVNULL,
                                    stdout=log, stderr=log)
@@ -187,7 +187,7 @@ def started(url, *arguments, folder):
 
 @contextlib.contextmanager
 def served_as_openmetrics(path):
-    """The file itself, under the name of its format."""
+    """Serves the file with the OpenMetrics content type."""
 
     class Handler(http.server.BaseHTTPRequestHandler):
         def do_GET(self):
@@ -224,7 +224,7 @@ class Prometheus:
         return answer["data"]
 
     def values(self, expression):
-        """By the labels without the exporter's own."""
+        """Evaluates an expression: labels, except the exporter's own, to value."""
         return {
             frozenset((name, value) for name, value in one["metric"].items()
                       if name not in ("job", "instance")): float(one["value"][1])
@@ -239,7 +239,7 @@ class Prometheus:
 
 @contextlib.contextmanager
 def scraped(folder, directly):
-    """A Prometheus with our rules that scrapes node_exporter over the folder, and a file itself."""
+    """Starts Prometheus with our rules; it scrapes node_exporter over the folder, and one file directly."""
     prometheus, exporter = tool("prometheus"), tool("prometheus-node-exporter")
     ports = free_port(), free_port()
     node = f"127.0.0.1:{ports[0]}"
@@ -251,7 +251,7 @@ def scraped(folder, directly):
             folder=folder,
         ))
         configuration = folder / "prometheus.yml"
-        configuration.write_text(json.dumps({  # JSON is YAML
+        configuration.write_text(json.dumps({  # JSON is valid YAML
             "global": {"scrape_interval": "1s", "evaluation_interval": "1s"},
             "rule_files": [str(RULES)],
             "scrape_configs": [
@@ -270,7 +270,7 @@ def scraped(folder, directly):
 
 
 def trees(machine):
-    """Two log directories with some of everything; the first is the machine's own."""
+    """Creates two log directories with all kinds of content; the first is the machine's own."""
     names = ["alice", "b o b"]
     if machine.platform.name == "linux":
         names += ['"q"', "back\\slash", "line\nfeed", "\udcff", "\udcfe"]
@@ -299,7 +299,7 @@ def test_prometheus_takes_the_metrics_and_the_dashboard_finds_them(machine):
     with scraped(folder, folder / "first.prom") as server:
         assert list(server.values("node_textfile_scrape_error").values()) == [0]
         assert len(server.values("node_textfile_mtime_seconds")) == 2
-        # Every sample has arrived with its labels, and no others.
+        # Exactly the written samples have arrived, with their labels.
         for job, files in {"node": ("first.prom", "second.prom"), "file": ("first.prom",)}.items():
             wanted = {frozenset({("__name__", name), *labels}): value for file in files
                       for (name, labels), value in written[file].samples.items()}
@@ -324,9 +324,9 @@ def ask_as_the_dashboard_does(server):
         for name, value in CHOSEN.items():
             expression = expression.replace(name, value)
         assert "$" not in expression, expression
-        # increase() wants more than one sample.
+        # increase() needs more than one sample.
         assert wait_until(lambda: server.get("query", query=expression)["result"], SECONDS), (
-            f"{title}: {expression} finds nothing")
+            f"{title}: {expression} returns nothing")
         assert server.get("query_range", query=expression, start=now - 60, end=now, step=15)
     for variable in DASHBOARD["templating"]["list"]:
         if variable["type"] != "query":

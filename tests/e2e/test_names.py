@@ -1,4 +1,4 @@
-"""Names that a careless program would mishandle."""
+"""Names that careless code would mishandle."""
 
 import os
 import re
@@ -27,7 +27,7 @@ NAMES = [
 
 
 def cut(messages):
-    """No message is longer than 1023 characters; on Windows those are UTF-16 units."""
+    """Cuts messages to 1023 characters; on Windows, to 1023 UTF-16 units."""
     return [text[:1023] if isinstance(text, str) else text for text in messages]
 
 
@@ -62,7 +62,7 @@ def test_accounts_of_any_name_are_handled_reported_and_flushed(machine, service)
     for name in accounts:
         assert machine.is_archived(name, files[name][1])
         assert machine.archive(name, files[name][0] + ".bak").exists()
-    # The buffer of such a line holds 260 characters with its end.
+    # The buffer of such a line holds 260 characters, including the line end.
     lines = [f"           [{name} / 1]\r\n"[:259] for name in accounts]
     text = machine.result_file().decode("utf-16-le")
     assert text.endswith("[Folder / Number of errors]\r\n" + "".join(lines) + "\r\n\r\n")
@@ -106,7 +106,7 @@ def test_log_directory_of_any_name_is_used(machine, service, name):
 @pytest.mark.parametrize("name", [b"bad\xff\xfe", b"\x80", b"cut-\xe6\x97", b"low-\xed\xb3\xbf"])
 def test_names_that_are_no_utf8_are_handled_like_all_others(machine, service, name):
     if machine.platform.name == "windows":
-        pytest.skip("file names of Windows are not made of bytes")
+        pytest.skip("Windows file names are not bytes")
     machine.switch_log_on()
     text = os.fsdecode(name)
     machine.account(text)
@@ -116,13 +116,13 @@ def test_names_that_are_no_utf8_are_handled_like_all_others(machine, service, na
     machine.run_forced()
     assert machine.is_archived(text, order[0])
     assert machine.archive(text, order[1] + ".bak").exists()
-    # The log is still UTF-8; what cannot be encoded is replaced.
+    # The log is still valid UTF-8; invalid bytes are replaced.
     assert say.summary(accounts=1, send=1, ok=1, error=1) == machine.messages()[-3:]
 
 
 def test_log_directory_that_is_no_utf8_is_used(machine, service):
     if machine.platform.name == "windows":
-        pytest.skip("file names of Windows are not made of bytes")
+        pytest.skip("Windows file names are not bytes")
     machine.log_dir = machine.log_dir.rename(machine.folder / os.fsdecode(b"caf\xe9"))
     machine.account("alice")
     machine.log("alice", "a.log")
@@ -135,7 +135,7 @@ def test_pattern_takes_log_files_in_any_case_and_leaves_everything_else(machine,
     taken = ["a.log", "b.LOG", "c.Log", ".log", "..log", "d.log.log"]
     left = ["log", "a.txt", "e.log.bak", "alog", "a.lo"]
     if machine.platform.name == "linux":
-        # On Windows a short name or a final dot makes log files of these.
+        # On Windows, a short name or a trailing dot would make these match.
         left += ["f.log~", "g.log."]
     machine.logs("alice", *taken)
     for name in left:
@@ -168,7 +168,7 @@ def test_account_that_begins_with_a_dot_is_an_account(machine, service):
 
 def test_linked_folder_and_linked_file_are_followed(machine, service):
     if machine.platform.name == "windows":
-        pytest.skip("links of Linux are no links to Windows")
+        pytest.skip("Windows does not support Linux links")
     machine.switch_log_on()
     machine.account("alice")
     real = machine.folder / "real.txt"

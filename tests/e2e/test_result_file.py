@@ -156,6 +156,6 @@ def test_long_account_name_is_cut_in_its_line_and_nothing_overruns(machine, serv
     service.answer_with(Answer(500))
     machine.run()
     text = machine.result_file().decode("utf-16-le")
-    # The line's buffer holds 260 characters with its end.
+    # The buffer of the line holds 260 characters, including the line end.
     line = f"           [{name} / 1]\r\n"[:259]
     assert text.endswith(" [Folder / Number of errors]\r\n" + line + "\r\n\r\n")

@@ -1,4 +1,4 @@
-"""The service must be correct before tests rely on it."""
+"""Tests of the test service itself, on which the other tests rely."""
 
 import http.client
 import json

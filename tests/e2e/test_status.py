@@ -1,4 +1,4 @@
-"""KydUploadStatus: the real executable, beside the real uploader."""
+"""KydUploadStatus: the real executable, together with the real uploader."""
 
 import ctypes
 import datetime
@@ -40,7 +40,7 @@ from .status_tool import (
 from .test_binary import project_version
 
 
-# Beside the uploader.
+# Together with the uploader.
 
 
 def test_reports_what_a_run_has_done(machine, service):
@@ -64,7 +64,7 @@ def test_reports_what_a_run_has_done(machine, service):
     assert (bob["errors"], bob["lastErrorDay"] is not None) == (1, True)
     assert carol["archive"] == {"folder": False, "files": 0, "notSent": 0}
     assert [one["credentials"] for one in report["accounts"]] == [True, True, False]
-    # Around midnight the run may have been on either day.
+    # Around midnight, the run may be counted for either day.
     run_day = next(one for one in report["days"] if one["runs"])
     assert run_day["date"] >= f"{start:%Y-%m-%d}"
     assert (run_day["runs"], run_day["folders"], run_day["sent"], run_day["errors"]) == (1, 3, 2, 1)
@@ -101,7 +101,7 @@ def test_works_during_a_run(machine, service):
 
 
 class OpenWatch:
-    """Watches who opens a file: inotify(7), without rights to the file."""
+    """Detects that a file is opened, through inotify(7), which needs no rights to the file."""
 
     OPENED = 0x20
 
@@ -137,7 +137,7 @@ def test_never_opens_a_credential_file(machine, service):
         )
         assert program.returncode == OK and page.exists()
         assert not watch.was_opened()
-        # The uploader does open it: the watch works.
+        # The uploader opens it, which shows that the watch works.
         with machine.start() as running:
             running.wait_for_good_end()
         assert watch.was_opened()
@@ -151,14 +151,14 @@ def test_half_written_blocks(machine):
     before = result(day_before(1), 10, 0)
     whole = result(today, 20, 3, [("alice", 2), ("bob", 1)])
     counts = whole.index("Upload error") + len("Upload error    : 3\r\n\r\n")
-    # In the middle of a line, of a number, at the end of a line, in the list of the accounts.
+    # Cut within a line, within a number, at the end of a line, within the account list.
     for size in (1, 60, counts - 9, counts - 2, counts + 30, len(whole) - 20, len(whole) - 1):
         write_result(machine, day_before(1), before, whole[:size])
         report = status(machine, "--json").json()
         day = of_day(report, day_before(1))
         assert (day["runs"], day["sent"]) == ((2, 30) if size >= counts else (1, 10))
         assert day["unfinishedBlocks"] == 1
-    # In the middle of a character.
+    # Cut within a character.
     content = (before + whole).encode("utf-16-le")
     result_path(machine, day_before(1)).write_bytes(content[:-1])
     assert of_day(status(machine, "--json").json(), day_before(1))["sent"] == 30
@@ -225,13 +225,13 @@ def test_log_directory_of_any_name(machine):
 
 def test_names_cannot_control_the_terminal(machine):
     if machine.platform.name == "windows":
-        pytest.skip("Windows has no such names")
+        pytest.skip("Windows does not allow such names")
     machine.account("a\x1b[2Jb\nc")
     output = status(machine).output
     assert "\x1b" not in output and "a\ufffd[2Jb\ufffdc" in output
 
 
-# As an ordinary user: rights do not bind the superuser.
+# As an ordinary user: permissions do not restrict root.
 
 
 def test_credential_file_without_any_rights_is_seen(ordinary):
@@ -350,9 +350,9 @@ def test_report_that_cannot_be_written(machine):
 
 def test_many_files_take_little_time_and_no_memory(machine, many_files):
     if machine.platform.name == "windows":
-        pytest.skip("Wine's own folder search would be measured")
+        pytest.skip("this would measure Wine's folder search")
     if machine.platform.is_built_with("asan", "tsan"):
-        pytest.skip("this build needs memory of its own")
+        pytest.skip("this build needs additional memory")
     printed = run_at_little_cost(machine, many_files, "--json")
     waiting = json.loads(printed)["totals"]["waiting"]
     assert (waiting["files"], waiting["bytes"]) == (MANY, MANY * 4096)
@@ -360,8 +360,8 @@ def test_many_files_take_little_time_and_no_memory(machine, many_files):
 
 def test_progress_is_shown_on_a_terminal_and_taken_away(machine, many_files):
     if machine.platform.name == "windows":
-        pytest.skip("Wine has no terminal to give")
-    import pty  # Windows has none
+        pytest.skip("Wine has no terminals")
+    import pty  # not available on Windows
 
     controller, terminal = pty.openpty()
     with tempfile.TemporaryFile() as output:
@@ -370,7 +370,7 @@ def test_progress_is_shown_on_a_terminal_and_taken_away(machine, many_files):
             env=machine.environment,
         )
         os.close(terminal)
-        # To observe the tool at work, it is slowed down.
+        # Slow the tool down to observe it at work.
         folder = f"/proc/{process.pid}/fd"
         at_work = os.fspath(many_files / "Upload" / "alice")
         assert wait_until(lambda: at_work in links_in(folder), 20)
@@ -395,7 +395,7 @@ def links_in(folder):
     try:
         for name in os.listdir(folder):
             found.add(os.readlink(os.path.join(folder, name)))
-    except OSError:  # gone meanwhile
+    except OSError:  # the process has ended
         pass
     return found
 

@@ -1,4 +1,4 @@
-"""The page of KydUploadStatus: its contents, and that it is self-contained."""
+"""The HTML page of KydUploadStatus: its content, and that it is self-contained."""
 
 import base64
 import hashlib
@@ -45,7 +45,7 @@ def test_page_shows_the_same(machine):
     write_result(machine, day_before(1), result(day_before(1), 5, 3, [(account, 3)]))
     finished, path = page_of(machine, "--max-age", "20")
     assert finished.code == WARNING
-    # It is well-formed: no outside text is markup.
+    # The page is well-formed: external text is not parsed as markup.
     page = xml.etree.ElementTree.fromstring(path.read_text("utf-8"))
     assert page.get("lang") == "en"
     assert texts_of(page.find("head/title")) == "WARNING: log upload status"
@@ -72,14 +72,14 @@ def test_page_needs_nothing_but_itself(machine):
         assert element.tag.split("}")[-1] not in {"link", "img", "iframe", "object", "form"}
         assert not {"src", "href", "onclick", "onload", "style"} & set(element.attrib)
     (policy,) = page.iterfind(".//meta[@http-equiv='Content-Security-Policy']")
-    # This very script may run and no other.
+    # The policy allows this script and no other.
     (script,) = page.iter("script")
     digest = base64.b64encode(hashlib.sha256(script.text.encode("utf-8")).digest()).decode("ascii")
     assert policy.get("content") == (
         f"default-src 'none'; style-src 'unsafe-inline'; script-src 'sha256-{digest}'; "
         "base-uri 'none'; form-action 'none'"
     )
-    # What a browser reads as HTML and what a reader of XML reads is the same.
+    # An HTML parser and an XML parser must read the same script.
     assert not {"<", "&"} & set(script.text)
     for way_out in ("http", "fetch", "innerHTML", "eval", "import"):
         assert way_out not in script.text
@@ -96,7 +96,7 @@ def test_tables_say_what_they_are(machine):
         assert texts_of(table.find("caption"))
         assert all(cell.get("scope") == "col" for cell in table.find("thead/tr"))
         assert all(row[0].get("scope") == "row" for row in table.find("tbody"))
-    # Of no use without the script.
+    # The controls are useless without the script, so they start hidden.
     assert page.find(".//div[@role='search']").get("hidden") is not None
 
 
@@ -140,7 +140,7 @@ HOSTILE = """'"><img src=x onerror=alert(1)>"""
 
 
 def page_of_five(machine):
-    """A page with five accounts, each with something else to sort and to filter by."""
+    """Creates a page with five accounts that differ in every column."""
     names = ["alice", "Bob", "account 10", "account 9"]
     names.append(HOSTILE if machine.platform.name == "linux" else "d & e")
     sizes = dict(zip(names, [5000, 300, 2_000_000, 0, 10]))
@@ -183,7 +183,7 @@ def test_accounts_are_sorted_by_any_column(machine, browser):
     assert browser.run(
         "Array.from(document.querySelectorAll('th[aria-sort]'))"
         ".map(one => one.textContent + ' ' + one.getAttribute('aria-sort'))") == ["Account descending"]
-    # Nothing violated the page's policy, and no name became a script.
+    # Nothing violated the policy, and no name was run as a script.
     assert not browser.messages
     assert browser.run("document.images.length") == 0
 
@@ -237,7 +237,7 @@ def test_page_is_used_with_the_keyboard_alone(machine, browser):
             break
     else:
         raise AssertionError(seen)
-    # Where the focus is can be seen.
+    # The focus is visible.
     assert browser.run("getComputedStyle(document.activeElement).outlineStyle") == "solid"
 
 
@@ -250,7 +250,7 @@ def test_page_is_whole_without_its_script(machine, browser):
 
 
 def contrast(browser, text, colour, ground):
-    """By the formula of the Web Content Accessibility Guidelines 2."""
+    """The contrast ratio of the Web Content Accessibility Guidelines 2."""
     def luminance(selector, name):
         value = browser.run(f"getComputedStyle(document.querySelector('{selector}')).{name}")
         parts = [int(part) / 255 for part in re.findall(r"\d+", value)[:3]]
@@ -266,7 +266,7 @@ def test_page_is_accessible(machine, browser, scheme):
     if not AXE.exists():
         pytest.skip("axe-core is not installed: ./dev setup --browser")
     _, path = page_of_five(machine)
-    # axe-core is a script itself, so the page without one is a copy.
+    # axe-core is a script itself, so remove the page's script instead of disabling scripts.
     bare = path.with_name("bare.html")
     bare.write_text(re.sub("<script>.*</script>", "", path.read_text("utf-8"), flags=re.DOTALL), "utf-8")
     for page, width in ((path, 1100), (bare, 1100), (path, 400)):
@@ -277,8 +277,8 @@ def test_page_is_accessible(machine, browser, scheme):
             sort_by(browser, "Waiting")
         broken, unjudged = browser.broken_rules()
         assert not broken
-        # It cannot tell what lies behind the texts of a picture, and on the narrow screen behind cells that
-        # are scrolled out of sight; those it has judged on the wide one.
+        # axe-core cannot determine the background of SVG text and, on the narrow screen, of cells scrolled
+        # out of view; it has checked the latter on the wide screen.
         assert {rule for rule, _ in unjudged} <= {"color-contrast"}
         assert width == 400 or all(html.startswith("<text ") for _, html in unjudged)
         assert contrast(browser, "svg text", "fill", "section") > 4.5

@@ -77,7 +77,7 @@ def test_server_that_insists_on_a_client_certificate_is_a_transport_failure(load
 
 
 def test_server_that_speaks_no_tls_is_a_transport_failure(loaded):
-    """The port answers in plain text, as a web server without TLS does."""
+    """The port answers in plain text, like a web server without TLS."""
     import threading
 
     with socket.create_server(("127.0.0.1", 0)) as listener:

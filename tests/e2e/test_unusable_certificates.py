@@ -1,4 +1,4 @@
-"""Certificates that can be read but not used."""
+"""Certificates that can be read but cannot be used."""
 
 import base64
 import datetime
@@ -23,7 +23,7 @@ def test_certificate_text_with_a_key_and_no_certificate_is_logged(machine, servi
     machine.log("alice", "a.log")
     refusal = "<ParseAuthParam> CertFindCertificateInStore error [-2146885628]"
     if machine.platform.name == "windows":
-        # Wine does not even import it, without giving a reason.
+        # Wine's import fails without giving a reason.
         refusal = re.compile(
             r"<ParseAuthParam> (PFXImportCertStore|CertFindCertificateInStore) error \[-?\d+\]"
         )
@@ -42,7 +42,7 @@ def test_certificate_text_with_a_key_and_no_certificate_is_logged(machine, servi
 
 
 def certificate_with_weak_key():
-    """A certificate whose key is shorter than TLS libraries take today; and its key."""
+    """Returns a certificate with a key too short for today's TLS libraries, and the key."""
     key = rsa.generate_private_key(65537, 1024)
     name = x509.Name([])
     now = datetime.datetime.now(datetime.timezone.utc)
@@ -61,7 +61,7 @@ def certificate_with_weak_key():
 
 def test_certificate_that_the_tls_library_refuses_is_a_transport_failure(machine, service):
     if machine.platform.name == "windows":
-        pytest.skip("Windows leaves the judgement of a certificate to the server")
+        pytest.skip("Windows leaves it to the server to check the certificate")
     certificate, key = certificate_with_weak_key()
     store = machine.sysroot / "home/.config/keyward/certs/MY"
     store.mkdir(parents=True)

@@ -1,4 +1,4 @@
-"""How a log file is processed: sent, judged, moved, counted."""
+"""How a log file is processed: sending, handling the answer, moving, counting."""
 
 import pytest
 
@@ -9,8 +9,8 @@ from .harness import expect_messages
 
 USER_AGENT = "VeltraneKeyward/1.15.0 (KydLogUploader stand-in)"
 
-# The whole head of a request. Both ways of telling the body's length are right, each back end has
-# its own order and spacing, and nothing else goes out.
+# The complete head of a request. The back ends differ in order, spacing and framing of the body; both are
+# correct.
 GOLDEN_HEADS = {
     "linux": (
         "POST /idp/api/keyward/v1/log/sso HTTP/1.1\r\n"
@@ -89,7 +89,7 @@ def test_request_has_no_header_beyond_those_of_the_contract(machine, service):
         assert request.method == "POST"
         assert request.target == SERVICE_PATH
         headers = {name.lower(): value for name, value in request.headers}
-        assert len(headers) == len(request.headers), "a header came twice"
+        assert len(headers) == len(request.headers), "a header is repeated"
         headers.pop(BACKEND_HEADERS[machine.platform.name])
         assert headers == {
             "host": machine.tenant,
@@ -198,7 +198,7 @@ def test_answer_of_each_status_is_judged(machine, service, status):
             headers += (("Location", f"https://{elsewhere.tenant}{SERVICE_PATH}"),)
         service.answer_with(Answer(status, body, headers), None)
         machine.run()
-        assert not elsewhere.connections, "the request was taken elsewhere"
+        assert not elsewhere.connections, "the redirect was followed"
 
     success = status in (200, 202)
     assert [one.method for one in service.requests] == ["POST", "POST"]
@@ -246,7 +246,7 @@ def test_refused_credentials_are_deleted_and_the_other_files_still_sent(machine,
     alice = [
         *say.account_in("alice"),
         *say.refused(machine, "alice", order[0], 401, "credentials refused"),
-        # The second time there is nothing left to delete, and that is said.
+        # The second attempt logs that there is no file left to delete.
         *say.tried(machine, "alice", order[1]),
         "<DeleteAuthFile> failed.",
         "<UploadOneUser> Error [401, credentials refused]",
@@ -267,7 +267,7 @@ def test_refused_credentials_are_deleted_and_the_other_files_still_sent(machine,
         ],
     )
 
-    # The next run has no credentials for alice any more.
+    # The next run finds no credentials for alice.
     machine.run()
     assert len(service.requests) == 3
 
@@ -306,7 +306,7 @@ def test_failed_files_before_a_broken_connection_are_not_reported_by_account(mac
 
 
 def broken_off(status):
-    # Without a reset, which could overtake the bytes that were sent before it.
+    # No reset, which could overtake the bytes sent before it.
     return Answer(status, b"x" * 1000, drop=Stage.ANSWER_BODY, drop_after=10)
 
 
@@ -323,7 +323,7 @@ def test_refusal_whose_body_breaks_off_keeps_the_file(machine, service, status):
 @pytest.mark.parametrize("status", [401, 500])
 def test_refusal_whose_body_breaks_off_ends_the_run(machine, service, status):
     if machine.platform.name == "windows":
-        pytest.skip("this Wine takes a body that breaks off for a short one")
+        pytest.skip("Wine takes a truncated body as complete")
     machine.switch_log_on()
     machine.account("alice")
     machine.account("bob")
@@ -422,7 +422,7 @@ def test_files_of_any_size_arrive_byte_for_byte(machine, service):
 
 TEXT = ("Content-Type", "text/plain")
 
-# Body of a refusal, its headers, and what the log shows of it.
+# Body of a refusal, its headers, and the text that the log shows.
 ANSWER_TEXTS = [
     (b"", (), ""),
     (b"without a type", (), "without a type"),
@@ -472,7 +472,7 @@ def test_long_body_is_cut_to_one_message(machine, service):
     machine.logs("alice", *(f"{number}.log" for number in range(len(lengths))))
     service.answer_with(*(Answer(500, b"x" * length, (TEXT,)) for length in lengths))
     machine.run()
-    # A message holds 1023 characters, so the first three keep their brackets.
+    # A message holds 1023 characters, so only the first three are complete.
     whole = [f"<UploadOneUser> Error [500, {'x' * length}]" for length in lengths]
     assert [len(text) <= 1023 for text in whole] == 3 * [True] + 5 * [False]
     cut = [text[:1023] for text in whole]
@@ -518,7 +518,7 @@ def test_no_secret_is_in_any_byte_that_a_run_leaves(machine, service):
 
     assert b"<UploadOneUser> Error [500, sorry]" in machine.all_bytes()
     machine.expect_no_secret()
-    # The search itself finds what it is to find, in either encoding.
+    # Check that the search finds a secret in either encoding.
     leak = machine.working_folder / "leak"
     for encoding in ("utf-8", "utf-16-le"):
         leak.write_bytes(b"before" + machine.accounts[first].apikey.encode(encoding) + b"after")

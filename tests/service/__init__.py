@@ -1,1 +1,1 @@
-"""The tenant's log service, played on this machine: certificates, server, nginx."""
+"""The tenant's log service on this machine: certificates, server, nginx."""

@@ -1,7 +1,7 @@
-"""Certificates for tests and the demo, made on the spot.
+"""Certificates for tests and the demo, created on demand.
 
-One `CertificateFactory` makes every key once and keeps it; nothing here outlives the folder that
-the factory was given.
+A `CertificateFactory` creates each key once and keeps it in memory; all files are in the folder that it was
+given.
 """
 
 import datetime
@@ -39,7 +39,7 @@ def _alternative_name(text):
 
 @dataclass(frozen=True)
 class Identity:
-    """A certificate with its private key and the certificates between it and a trusted one."""
+    """A certificate with its private key and its chain up to, but without, a trusted certificate."""
 
     key: rsa.RSAPrivateKey | ec.EllipticCurvePrivateKey
     certificate: x509.Certificate
@@ -63,7 +63,7 @@ class Identity:
 
     @property
     def key_blob(self):
-        """The private key as Windows imports it: a PRIVATEKEYBLOB for key exchange (wincrypt.h)."""
+        """The private key in Windows' import format: a PRIVATEKEYBLOB for key exchange (wincrypt.h)."""
         numbers = self.key.private_numbers()
         size = self.key.key_size // 8
         halves = (numbers.p, numbers.q, numbers.dmp1, numbers.dmq1, numbers.iqmp)
@@ -79,21 +79,21 @@ class Identity:
 
     @property
     def pem(self):
-        """Certificate, chain and key in one text."""
+        """Certificate, chain and key as one PEM text."""
         return self.certificate_pem + self.key_pem
 
     @property
     def der(self):
-        """The certificate alone, as it goes over the wire."""
+        """The certificate alone, DER-encoded."""
         return self.certificate.public_bytes(serialization.Encoding.DER)
 
     @property
     def thumbprint(self):
-        """SHA-1 of the certificate in capital hexadecimal digits."""
+        """The certificate's SHA-1 hash in upper-case hexadecimal."""
         return self.certificate.fingerprint(hashes.SHA1()).hex().upper()
 
     def pfx(self, password=None):
-        """The identity as PKCS #12 bytes; without a password unless one is given."""
+        """Returns the identity as PKCS #12, by default without a password."""
         encryption = (
             serialization.BestAvailableEncryption(password)
             if password
@@ -106,10 +106,10 @@ class Identity:
 
 @dataclass
 class Authority:
-    """Signs certificates and keeps the list of those that it has taken back."""
+    """Signs certificates and keeps the list of those that it has revoked."""
 
     identity: Identity
-    # Address of the revocation list that goes into every certificate, or None for no address.
+    # Address of the revocation list in every certificate, or None.
     revocation_url: str | None = None
     revoked: list = field(default_factory=list)
 
@@ -151,7 +151,7 @@ class Authority:
         return self.identity.certificate_pem
 
     def issue(self, common_name, *, names=(), usage, key=None, not_before=None, not_after=None):
-        """A key, new and RSA unless given, with a certificate for `names` by this authority."""
+        """Creates a certificate for `names`, by default with a new RSA key."""
         key = key or rsa.generate_private_key(public_exponent=65537, key_size=2048)
         builder = (
             x509.CertificateBuilder()
@@ -182,11 +182,11 @@ class Authority:
         return Identity(key, certificate, (self.identity.certificate,))
 
     def revoke(self, identity):
-        """Puts the identity on the list that `revocation_list` gives from now on."""
+        """Adds the identity to the list that `revocation_list` returns from now on."""
         self.revoked.append(identity.certificate.serial_number)
 
     def revocation_list(self):
-        """The signed list as DER bytes, for the address that the certificates name."""
+        """Returns the signed list in DER, to be served at the address in the certificates."""
         builder = (
             x509.CertificateRevocationListBuilder()
             .issuer_name(self.identity.certificate.subject)
@@ -211,10 +211,10 @@ class Authority:
 
 
 class CertificateFactory:
-    """Every certificate that the tests know by name, made when first asked for.
+    """All certificates that the tests know by name, each created on first use.
 
-    `revocation_url` goes into each certificate; serving `authority.revocation_list()` there is the
-    caller's task (`revocation_service.RevocationService` does it).
+    Every certificate contains `revocation_url`; it is up to the caller to serve `authority.revocation_list()`
+    there, for example with `revocation_service.RevocationService`.
     """
 
     def __init__(self, folder, revocation_url=None):
@@ -228,7 +228,7 @@ class CertificateFactory:
 
     @functools.cached_property
     def other_authority(self):
-        """An authority that is not trusted."""
+        """An untrusted authority."""
         return Authority.create(AUTHORITY_NAMES[1], self.revocation_url)
 
     @functools.cached_property
@@ -294,7 +294,7 @@ class CertificateFactory:
         return authority.issue(names[0], names=names, usage=ExtendedKeyUsageOID.SERVER_AUTH, **more)
 
     def write(self, file_name, content):
-        """Puts bytes into the factory's folder, readable for the owner only; gives the path."""
+        """Writes a file that only its owner can read to the factory's folder; returns its path."""
         path = self.folder / file_name
         path.touch(mode=0o600)
         path.write_bytes(content)

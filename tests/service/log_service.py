@@ -1,15 +1,15 @@
 #!/usr/bin/python3
-"""A tenant's log service on a loopback port: HTTPS, records every byte, answers by script.
+"""A tenant's log service on a loopback port: HTTPS, records every byte, scripted answers.
 
 In a test:
 
     with LogService(identity, accounts=[Account("alice", "key", "session")]) as service:
         service.answer_with(Answer(500), Answer(drop=Stage.BEFORE_ANSWER))
-        ...                                  # start the client against service.tenant
+        ...                                  # start the client with service.tenant
         service.requests[0].head             # the raw bytes of the first request's head
 
-Answers come from the queue first, then from `decide`, then from the service's own judgement of
-path, method and credentials. As a program (`--help`) it serves until it is told to stop.
+Answers come from the queue first, then from `decide`, then from the service's own check of path, method
+and credentials. Run as a program (`--help`), it serves until it is stopped.
 """
 
 import argparse
@@ -45,7 +45,7 @@ _SECONDS_OF_SILENCE = 60
 
 
 class Stage(enum.Enum):
-    """Where a connection can be dropped; the first three come before any request is known."""
+    """Where a connection can be dropped; the first three come before a request is known."""
 
     ACCEPT = "accept"
     HANDSHAKE = "in handshake"
@@ -60,7 +60,7 @@ _BEFORE_REQUEST = (Stage.ACCEPT, Stage.HANDSHAKE, Stage.AFTER_HANDSHAKE)
 
 
 class Hold:
-    """Keeps an answer back: `reached` says that the request is there, `release` lets it go."""
+    """Delays an answer: `reached` is set when the request has arrived, setting `release` sends the answer."""
 
     def __init__(self):
         self.reached = threading.Event()
@@ -69,21 +69,21 @@ class Hold:
 
 @dataclass
 class Answer:
-    """What the service does with one request (or, dropped early, with one connection)."""
+    """The service's reaction to one request (or, if dropped early, to one connection)."""
 
     status: int = 200
-    body: object = b""  # bytes, or an iterable of bytes that may be endless (then chunked)
+    body: object = b""  # bytes, or a possibly endless iterable of bytes, which is sent in chunks
     headers: tuple = ()  # pairs; a framing header here replaces the service's own
     reason: str | None = None
     delay: float = 0.0  # seconds before the answer
     hold: Hold | None = None
-    body_hold: Hold | None = None  # holds the reading of the request's body after its first bytes
-    early: bool = False  # the answer goes out before the request's body is read
-    interim: tuple = ()  # status codes of answers that go out ahead of the real one
-    raw: object = None  # bytes or an iterable: the whole answer, head and all; ends the connection
+    body_hold: Hold | None = None  # pauses reading the request's body after its first bytes
+    early: bool = False  # send the answer before reading the request's body
+    interim: tuple = ()  # status codes of interim answers, sent first
+    raw: object = None  # bytes or an iterable: the complete answer with its head; ends the connection
     drop: Stage | None = None
     drop_after: int = 0
-    reset: bool = False  # drop with a reset instead of an orderly end
+    reset: bool = False  # drop with a reset instead of an orderly close
 
     @property
     def before_request(self):
@@ -92,7 +92,7 @@ class Answer:
 
 @dataclass(frozen=True)
 class Account:
-    """Credentials that the service knows; `refused` ones are still answered with 401."""
+    """Credentials that the service knows; `refused` ones are answered with 401."""
 
     name: str
     apikey: str
@@ -102,7 +102,7 @@ class Account:
 
 @dataclass
 class Connection:
-    """One accepted TCP connection; `error` says why it ended early, if it did."""
+    """An accepted TCP connection; `error` is the reason if it ended early."""
 
     number: int
     tls_version: str | None = None
@@ -115,7 +115,7 @@ class Connection:
 
 @dataclass
 class Request:
-    """One request as it came in. `head` holds its raw bytes up to and with the empty line."""
+    """A request as received. `head` holds its raw bytes, including the final empty line."""
 
     number: int
     connection: Connection
@@ -127,15 +127,15 @@ class Request:
     framing: str = "none"  # "length", "chunked" or "none"
     body: bytes = b""  # decoded
     account: str | None = None
-    status: int | None = None  # of the answer; None when it was dropped
+    status: int | None = None  # None if dropped without an answer
 
     def header(self, name):
-        """All values of a header, in order."""
+        """Returns all values of a header, in order."""
         return [value for key, value in self.headers if key.lower() == name.lower()]
 
 
 class _Dropped(Exception):
-    """The script asked for the end of this connection."""
+    """The script ends this connection."""
 
     def __init__(self, reset):
         super().__init__("dropped by the script")
@@ -143,7 +143,7 @@ class _Dropped(Exception):
 
 
 class _Reader:
-    """Buffered reading from a socket; raises EOFError when the peer ends too early."""
+    """Buffered reading from a socket; raises EOFError if the peer closes too early."""
 
     def __init__(self, connection):
         self._connection = connection
@@ -161,7 +161,7 @@ class _Reader:
         return taken
 
     def until(self, mark):
-        """Bytes up to and with the mark."""
+        """Returns the bytes up to and including the mark."""
         searched = 0
         while (at := self._buffer.find(mark, searched)) < 0:
             if len(self._buffer) > _LONGEST_HEAD:
@@ -171,7 +171,7 @@ class _Reader:
         return self._take(at + len(mark))
 
     def some(self, most):
-        """Between 1 and `most` bytes."""
+        """Returns between 1 and `most` bytes."""
         if not self._buffer:
             self._fill()
         return self._take(most)
@@ -189,11 +189,11 @@ def _parse_head(head):
 
 
 class LogService:
-    """The service itself; a context manager. Everything recorded may be read while it runs.
+    """The service, a context manager. All recorded data may be read while it runs.
 
-    `identity` and `client_authority` (PEM bytes) are those of `certificates`; with a client
-    authority a client certificate is asked for, and refused connections without one if
-    `require_client_certificate` is set.
+    `identity` and `client_authority` (PEM bytes) come from `certificates`. With a client authority, the
+    service requests a client certificate; with `require_client_certificate`, it refuses connections
+    without one.
     """
 
     def __init__(
@@ -213,10 +213,10 @@ class LogService:
         self.identity = identity
         self.accounts = list(accounts)
         self.store = Path(store) if store else None
-        self.decide = None  # function of the request that gives an Answer, or None for the rest
+        self.decide = None  # maps a request to an Answer, or to None for the default
         self.connections = []
         self.requests = []
-        self.on_request = on_request  # function of the request, called before its answer goes out
+        self.on_request = on_request  # called with each request before its answer is sent
         self.keep_bodies = keep_bodies
         self._queue = collections.deque()
         self._changed = threading.Condition()
@@ -235,11 +235,11 @@ class LogService:
     def _make_context(identity, minimum, maximum, client_authority):
         context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
         if maximum < ssl.TLSVersion.TLSv1_2:
-            # The old versions need signatures that the library no longer gives by itself.
+            # The old versions need signature algorithms that the library disables by default.
             context.set_ciphers("ALL:@SECLEVEL=0")
         context.minimum_version = minimum
         context.maximum_version = maximum
-        # The interface takes file names only; a pipe would do, but a private file is simpler.
+        # The interface only accepts file names.
         with _private_file(identity.pem) as path:
             context.load_cert_chain(path)
         if client_authority:
@@ -249,7 +249,7 @@ class LogService:
 
     @property
     def tenant(self):
-        """Host and port as the client's command line takes them."""
+        """Host and port in the form of the client's argument."""
         return f"localhost:{self.port}"
 
     def __enter__(self):
@@ -260,22 +260,22 @@ class LogService:
         self.stop()
 
     def stop(self):
-        """Ends every connection and waits for their threads."""
+        """Closes all connections and waits for their threads."""
         self._stopping.set()
-        # A listener that is only closed would leave the accepting thread asleep.
+        # close() alone would not wake the accepting thread.
         self._listener.shutdown(socket.SHUT_RDWR)
         with self._changed:
             for one in self._sockets:
                 try:
                     one.shutdown(socket.SHUT_RDWR)
                 except OSError:
-                    pass  # Ended by itself.
+                    pass  # Already closed.
         for thread in self._threads:
             thread.join()
         self._listener.close()
 
     def answer_with(self, *answers):
-        """Puts answers into the queue; None stands for the service's own judgement."""
+        """Queues answers; None stands for the service's own check."""
         with self._changed:
             self._queue.extend(answers)
 
@@ -291,17 +291,17 @@ class LogService:
             self.connections.clear()
 
     def present(self, identity):
-        """Shows another certificate from the next connection on, and asks for none."""
+        """Uses another certificate for new connections, and stops requesting client certificates."""
         self.identity = identity
         self._context = self._make_context(identity, *self._versions, None)
 
     def wait_for_requests(self, count, seconds=30):
-        """Waits until so many requests have come in; False when time runs out."""
+        """Waits for this number of requests; returns False on time-out."""
         with self._changed:
             return self._changed.wait_for(lambda: len(self.requests) >= count, seconds)
 
     def bodies(self, status=ACCEPTED):
-        """Bodies of the requests that were answered so."""
+        """Returns the bodies of the requests that were answered with one of these statuses."""
         return [one.body for one in self.requests if one.status in status]
 
     def _start(self, target, *arguments):
@@ -348,8 +348,7 @@ class LogService:
         stage = answer.drop if answer else None
         if stage is Stage.ACCEPT:
             if answer.reset:
-                # One that overtakes the client's own look at its connection would be a connection that
-                # failed, which the client may try again.
+                # The client would see a reset during its connect as a failure to connect, and may then retry.
                 self._stopping.wait(_SECONDS_TO_CONNECT)
             raise _Dropped(answer.reset)
         if stage is Stage.HANDSHAKE:
@@ -453,7 +452,7 @@ class LogService:
             pass
 
     def _answer(self, secure, request, answer):
-        """Answers; True when the connection goes on."""
+        """Sends the answer; returns whether the connection stays open."""
         if answer.hold:
             self._wait_for(answer.hold)
         if answer.delay:
@@ -480,7 +479,7 @@ class LogService:
         if answer.drop is Stage.ANSWER_HEAD:
             secure.sendall(head[: answer.drop_after])
             raise _Dropped(answer.reset)
-        # Before the bytes go out: once the client has them it may end, and a test may look.
+        # Record first: once the client has the answer it may end, and a test may look at the record.
         self._finish(request, answer.status)
         pending, sent = head, 0
         for piece in _pieces(answer.body):
@@ -508,15 +507,15 @@ class LogService:
 
 
 def _keep_for_end(connection):
-    """What is sent from now on leaves together with the connection's end, so that the client cannot use a
-    connection that is about to end. Where this is not to be had, there is a moment in between."""
+    """Holds back what is sent from now on until the connection closes, so that the client cannot reuse a
+    connection that is about to close. Without TCP_CORK, a short window remains."""
     if hasattr(socket, "TCP_CORK"):
         connection.setsockopt(socket.IPPROTO_TCP, socket.TCP_CORK, 1)
 
 
 @contextlib.contextmanager
 def _private_file(content):
-    """The name of a file that only this user can read, gone at the end of the block."""
+    """Yields the name of a temporary file that only this user can read."""
     descriptor, name = tempfile.mkstemp()
     try:
         with os.fdopen(descriptor, "wb") as file:
@@ -527,14 +526,14 @@ def _private_file(content):
 
 
 def _body_pieces(reader, request):
-    """The decoded body, piece by piece; sets the request's framing."""
+    """Yields the decoded body in pieces; sets the request's framing."""
     if "chunked" in ",".join(request.header("Transfer-Encoding")).lower():
         request.framing = "chunked"
         while size := int(reader.until(b"\r\n").split(b";")[0], 16):
             yield from _counted(reader, size)
             reader.until(b"\r\n")
         while reader.until(b"\r\n") != b"\r\n":
-            pass  # Trailers.
+            pass  # Skip trailers.
     elif request.header("Content-Length"):
         request.framing = "length"
         yield from _counted(reader, int(request.header("Content-Length")[0]))
@@ -580,7 +579,7 @@ def _framed(piece, chunked):
 
 
 def _say_goodbye(secure):
-    """Tells the client that this is the end and not a broken line, and lets it finish reading."""
+    """Closes the connection in order, so that the client can finish reading and sees no failure."""
     try:
         secure.settimeout(0)
         with contextlib.suppress(ssl.SSLWantReadError):
@@ -590,7 +589,7 @@ def _say_goodbye(secure):
         while secure.recv(65536):
             pass
     except (OSError, ValueError):
-        pass  # The client was first.
+        pass  # The client has already closed.
 
 
 def _end(connection, reset):
@@ -600,11 +599,11 @@ def _end(connection, reset):
             connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, linger)
         connection.close()
     except OSError:
-        pass  # Closed before.
+        pass  # Already closed.
 
 
 def describe(request):
-    """A request in one dictionary, without its secrets."""
+    """Describes a request as a dictionary, without its secrets."""
     return {
         "number": request.number,
         "connection": request.connection.number,
@@ -627,15 +626,15 @@ def _print_request(request):
 
 def main(arguments=None):
     parser = argparse.ArgumentParser(description="A tenant's log service on a loopback port.")
-    parser.add_argument("--port", type=int, default=0, help="0 takes a free one")
+    parser.add_argument("--port", type=int, default=0, help="0 chooses a free one")
     parser.add_argument("--store", help="folder for accepted bodies: <store>/<account>/NNNN.log")
     parser.add_argument(
         "--accounts", help='JSON: [{"name": .., "apikey": .., "idp_session": .., "refused": ..}]'
     )
-    parser.add_argument("--ready-file", help="written when the port is open: JSON with the port")
+    parser.add_argument("--ready-file", help="JSON with the port, written when it is open")
     options = parser.parse_args(arguments)
 
-    import certificates  # The factory is slow to load and only this way of use needs it.
+    import certificates  # Slow to import, and needed only here.
 
     stop = threading.Event()
     for number in (signal.SIGINT, signal.SIGTERM):

@@ -1,4 +1,4 @@
-"""Debian's nginx as the tenant's server: a real web server with a private configuration."""
+"""Debian's nginx as the tenant's server: a real web server with its own configuration."""
 
 import json
 import os
@@ -40,20 +40,20 @@ http {{
 
 
 def framed(http, server, sessions="    ssl_session_cache shared:sessions:1m;"):
-    """The text of a `configuration`, of what stands in its http and its server block."""
+    """Returns the text for `configuration`, given the contents of its http and server blocks."""
     return _FRAME % {"http": http, "server": server, "sessions": sessions}
 
 
 def find_nginx():
-    """The server's program, or None; it often lies where plain users do not look."""
+    """Returns the path of nginx, or None; it is often outside of an ordinary user's PATH."""
     return shutil.which("nginx") or shutil.which("nginx", path="/usr/sbin:/usr/local/sbin")
 
 
 class Nginx:
-    """A context manager. `client_authority` (PEM) makes client certificates a condition.
+    """A context manager. With `client_authority` (PEM), client certificates are required.
 
-    Bodies longer than `longest_body` bytes are refused before they are read; 0 takes any. A class
-    derived from this one may have a `configuration` of its own.
+    Bodies longer than `longest_body` bytes are refused before they are read; 0 means unlimited.
+    Derived classes may replace `configuration`.
     """
 
     configuration = framed(
@@ -78,7 +78,7 @@ class Nginx:
     )
 
     def __init__(self, folder, identity, *, status=200, client_authority=None, longest_body=0):
-        # nginx resolves relative paths against its own prefix.
+        # nginx resolves relative paths against its compiled-in prefix.
         self.folder = Path(folder).resolve()
         self.folder.mkdir(parents=True, exist_ok=True)
         (self.folder / "server.pem").write_bytes(identity.pem)
@@ -99,7 +99,7 @@ class Nginx:
                 path=SERVICE_PATH,
                 status=status,
                 longest_body=longest_body,
-                # Bodies must stay readable; only root may and must choose.
+                # As root, nginx would switch users and write bodies that the tests cannot read.
                 user="user root;" if os.geteuid() == 0 else "",
             )
         )
@@ -129,7 +129,7 @@ class Nginx:
 
     def __exit__(self, *_):
         if self._process.poll() is None:
-            self._process.send_signal(signal.SIGQUIT)  # Lets requests under way finish.
+            self._process.send_signal(signal.SIGQUIT)  # Finish active requests first.
             try:
                 self._process.wait(10)
             except subprocess.TimeoutExpired:
@@ -137,7 +137,7 @@ class Nginx:
                 self._process.wait(10)
 
     def requests(self):
-        """What came in, in order of completion; each with its body under "body"."""
+        """Returns the completed requests, in order of completion, each with its "body"."""
         entries = []
         for line in (self.folder / "requests.json").read_text().splitlines():
             entry = json.loads(line)

@@ -5,9 +5,9 @@ import threading
 
 
 class RevocationService:
-    """A context manager; `url` is the address for certificates, `source` gives the list's bytes.
+    """A context manager; `url` is the address for certificates, `source` returns the list's bytes.
 
-    `source` is called for every request and may be set after the start, because the certificates
+    `source` is called for every request. It may be set after the start, because the certificates
     need the address first.
     """
 
@@ -17,7 +17,7 @@ class RevocationService:
         service = self
 
         class Handler(http.server.BaseHTTPRequestHandler):
-            def do_GET(self):  # noqa: N802 (the base class finds the method by this name)
+            def do_GET(self):  # noqa: N802 (the base class prescribes the name)
                 service.requests += 1
                 content = service.source()
                 self.send_response(200)
