@@ -1,4 +1,4 @@
-// The parts that the library and the tool share, where their exports cannot reach them.
+// Code shared by the library and the tool that their exports cannot exercise.
 #include "companion/corvid/aead.h"
 
 #include <gtest/gtest.h>
@@ -18,7 +18,7 @@ TEST(Aead, RefusesAKeyOfAnyOtherSize) {
   }
 }
 
-TEST(Aead, OpensWhatItSealedAndNothingElse) {
+TEST(Aead, OpensOnlyWhatItSealed) {
   const SecretBytes key(kKeySize, 7);
   const Nonce nonce{1};
   const std::uint8_t associated[] = {9};
@@ -35,7 +35,7 @@ TEST(Aead, OpensWhatItSealedAndNothingElse) {
   EXPECT_FALSE(AeadOpen(key, nonce, {associated, 1}, {sealed, 3}, tag, opened));
 }
 
-TEST(WipingAllocator, GivesBackWhatAnyOtherTook) {
+TEST(WipingAllocator, InstancesCanFreeEachOthersMemory) {
   const WipingAllocator<char> one;
   const WipingAllocator<std::uint8_t> other(one);
   EXPECT_TRUE(one == other);

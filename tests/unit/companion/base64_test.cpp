@@ -1,4 +1,4 @@
-// Which Base64 texts the Corvid library accepts, the same on both platforms.
+// Base64 texts that the Corvid library accepts; the same on both platforms.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -37,7 +37,7 @@ Bytes AsBytes(const std::string& text) {
   return {text.begin(), text.end()};
 }
 
-// RFC 4648 in the direction that the library lacks, as the other half of the round trip.
+// An RFC 4648 encoder, for the round trip; the library only decodes.
 std::wstring Encode(const Bytes& bytes) {
   const std::wstring alphabet = L"ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
   std::wstring text;
@@ -88,7 +88,7 @@ TEST_F(Base64, DecodesWellFormedTexts) {
   }
 }
 
-TEST_F(Base64, RefusesEverythingElseAndLeavesNoStorage) {
+TEST_F(Base64, RefusesEverythingElseAndAllocatesNothing) {
   const std::vector<std::wstring> cases = {
       L"",
       L" ",
@@ -115,10 +115,10 @@ TEST_F(Base64, RefusesEverythingElseAndLeavesNoStorage) {
       L"Zg==Zg==",
       L"Zm8=Zm9v",
       L"Zg==Zm9v",
-      L"Zh==",  // Bits behind the last byte.
+      L"Zh==",  // Non-zero padding bits.
       L"Zm9=",
       L"//9=",
-      L"Zm-_",  // The alphabet of URLs.
+      L"Zm-_",  // The URL-safe alphabet.
       L"Zm9v!",
       L"Zm9!",
       L"Zm9v.Zm9",
@@ -132,7 +132,7 @@ TEST_F(Base64, RefusesEverythingElseAndLeavesNoStorage) {
       L"\uFEFFZm9v",
       L"Zm9\uFF36",   // A full-width letter.
       L"Zm9\u0176",   // Its low byte is a letter of the alphabet.
-      L"Zm9\u3000v",  // White space, but not that of the table.
+      L"Zm9\u3000v",  // White space, but not in the table of skipped characters.
       std::wstring(L"Zm9\0", 4),
       std::wstring(L"Zm9v\0", 5),
       std::wstring(L"\0\0\0\0", 4),
@@ -147,7 +147,7 @@ TEST_F(Base64, RefusesEverythingElseAndLeavesNoStorage) {
   }
 }
 
-TEST_F(Base64, RefusesEveryCharacterOutsideOfTheAlphabet) {
+TEST_F(Base64, RefusesEveryCharacterOutsideTheAlphabet) {
   const std::wstring alphabet = L"ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
   for (unsigned code = 0; code <= 0xFFFF; ++code) {
     const auto character = static_cast<wchar_t>(code);
@@ -158,25 +158,25 @@ TEST_F(Base64, RefusesEveryCharacterOutsideOfTheAlphabet) {
   }
 }
 
-TEST_F(Base64, LeavesTheCallersBytesWhenItRefuses) {
+TEST_F(Base64, KeepsTheCallersBytesOnFailure) {
   Bytes bytes = {1, 2, 3};
   EXPECT_NE(decode_(L"Zm9", 3, &bytes), 0);
   EXPECT_EQ(bytes, (Bytes{1, 2, 3}));
 }
 
-TEST_F(Base64, ReplacesTheCallersBytesWhenItDecodes) {
+TEST_F(Base64, ReplacesTheCallersBytesOnSuccess) {
   Bytes bytes = {1, 2, 3, 4, 5};
   EXPECT_EQ(decode_(L"Zg==", 4, &bytes), 0);
   EXPECT_EQ(bytes, (Bytes{'f'}));
 }
 
-TEST_F(Base64, TakesTheCountAndNotATerminator) {
+TEST_F(Base64, UsesTheCountInsteadOfATerminator) {
   Bytes bytes;
   EXPECT_EQ(decode_(L"Zm9vYmFy", 4, &bytes), 0);
   EXPECT_EQ(bytes, AsBytes("foo"));
 }
 
-TEST_F(Base64, RefusesArgumentsThatCannotBe) {
+TEST_F(Base64, RefusesInvalidArguments) {
   Bytes bytes;
   EXPECT_NE(decode_(nullptr, 4, &bytes), 0);
   EXPECT_NE(decode_(L"Zm9v", 4, nullptr), 0);
@@ -185,7 +185,7 @@ TEST_F(Base64, RefusesArgumentsThatCannotBe) {
 }
 
 TEST_F(Base64, DecodesEveryLengthAndEveryByte) {
-  // Around the pieces in which a decoder may be fed, too.
+  // Covers the decoder's chunk sizes as well.
   for (const std::size_t size : {1, 2, 3, 255, 256, 257, 3071, 3072, 3073, 3074, 10000}) {
     Bytes expected(size);
     for (std::size_t i = 0; i < size; ++i) {

@@ -13,7 +13,7 @@ namespace {
 
 using testing::ElementsAre;
 
-// Each test has a folder with a key of its own.
+// Each test has its own folder and key.
 class Corvid : public testing::Test {
  protected:
   void SetUp() override {
@@ -22,7 +22,7 @@ class Corvid : public testing::Test {
     ASSERT_NE(decrypt_, nullptr);
   }
 
-  // Seals the input with the tool of the same folder.
+  // Seals the input with the tool in the same folder.
   Bytes Seal(const std::vector<std::filesystem::path>& options, const std::string& input) {
     const std::filesystem::path file = folder_ / "UserData.dat";
     std::vector<std::filesystem::path> arguments = options;
@@ -32,7 +32,7 @@ class Corvid : public testing::Test {
     return ReadFile(file);
   }
 
-  // Calls the library with a text that has to disappear on failure.
+  // Calls the library with a plaintext that must be cleared on failure.
   std::int32_t Decrypt(const Bytes& sealed) {
     text_ = L"left over from the account before";
     return decrypt_(sealed.data(), sealed.size(), &text_);
@@ -65,19 +65,19 @@ TEST_F(Corvid, OpensTextsOfEveryShortLength) {
 }
 
 TEST_F(Corvid, OpensLongText) {
-  // Beyond the pieces in which the cipher is fed.
+  // Longer than the chunks that are passed to the cipher.
   const std::string text = "\"" + std::string(std::size_t{3} << 20U, 'x') + "\"";
   EXPECT_EQ(Decrypt(Seal({}, text)), 0);
   EXPECT_TRUE(text_ == std::wstring(text.begin(), text.end()));
 }
 
-TEST_F(Corvid, KeepsCharactersOutsideOfTheBasicPlane) {
+TEST_F(Corvid, KeepsCharactersOutsideTheBasicPlane) {
   EXPECT_EQ(Decrypt(Seal({}, "\"\xC3\xA4 \xE6\x97\xA5 \xF0\x9F\x98\x80\"")), 0);
   EXPECT_EQ(text_, L"\"\u00E4 \u65E5 \U0001F600\"");
 }
 
 TEST_F(Corvid, KeepsUnpairedSurrogatesAsTheyAre) {
-  // Low before high, a high one before a letter, and a high one at the very end.
+  // Low before high, high before a letter, and high at the end.
   const std::string utf16("\x00\xDE\x3D\xD8\x41\x00\x3D\xD8", 8);
   EXPECT_EQ(Decrypt(Seal({"--raw", "--utf16"}, utf16)), 0);
   EXPECT_EQ(text_, (std::wstring{static_cast<wchar_t>(0xDE00), static_cast<wchar_t>(0xD83D), L'A',
@@ -123,7 +123,7 @@ TEST_F(Corvid, RefusesAppendedBytes) {
 }
 
 TEST_F(Corvid, RefusesWhatIsNotSealed) {
-  Seal({}, "{}");  // So that there is a key.
+  Seal({}, "{}");  // Creates the key.
   const std::string plain = R"({"apikey":"k","idp_session":"this file was never sealed"})";
   ExpectRefused(Bytes(plain.begin(), plain.end()), "plain JSON");
   ExpectRefused(Bytes(1, 0), "one byte");
@@ -162,7 +162,7 @@ TEST_F(Corvid, RefusesUnusableKeyFiles) {
   }
 }
 
-TEST_F(Corvid, ReadsKeyFilesThatAnEditorHasTouched) {
+TEST_F(Corvid, ReadsKeyFilesSavedByAnEditor) {
   const Bytes sealed = Seal({}, "{}");
   const Bytes key_file = ReadFile(folder_ / "Corvid.key");
   const std::string digits(key_file.begin(), key_file.begin() + 64);
@@ -177,8 +177,8 @@ TEST_F(Corvid, ReadsKeyFilesThatAnEditorHasTouched) {
   }
 }
 
-TEST_F(Corvid, OpensFileOfAnotherImplementation) {
-  // Made with another AES-GCM library, so that the format is not only what our own writer does.
+TEST_F(Corvid, OpensAFileFromAnotherImplementation) {
+  // Made with another AES-GCM library, to check the format independently of our own writer.
   WriteFile(folder_ / "Corvid.key",
             "000102030405060708090a0b0c0d0e0f101112131415161718191a1b1c1d1e1f\n");
   const Bytes sealed = {0x4b, 0x59, 0x44, 0x31, 0xa0, 0xa1, 0xa2, 0xa3, 0xa4, 0xa5, 0xa6,
@@ -190,7 +190,7 @@ TEST_F(Corvid, OpensFileOfAnotherImplementation) {
   EXPECT_EQ(text_, L"{\"k\":\"\u00E4\U0001F600\"}");
 }
 
-TEST_F(Corvid, RefusesArgumentsThatCannotBe) {
+TEST_F(Corvid, RefusesInvalidArguments) {
   const Bytes sealed = Seal({}, "{}");
   EXPECT_NE(decrypt_(sealed.data(), sealed.size(), nullptr), 0);
   text_ = L"old";
@@ -201,7 +201,7 @@ TEST_F(Corvid, RefusesArgumentsThatCannotBe) {
   EXPECT_EQ(text_, L"");
 }
 
-TEST(CorvidExports, EventLogEntryIsThereAndHarmless) {
+TEST(CorvidExports, EventLogExportExistsAndDoesNothing) {
   const ModuleFolder folder;
   const Library library(folder / kCorvidName);
   ASSERT_TRUE(library.IsLoaded());

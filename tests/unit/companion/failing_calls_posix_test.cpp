@@ -1,4 +1,4 @@
-// The stand-ins and the tool when the system refuses something.
+// The stand-in libraries and the tool when system calls fail.
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -52,8 +52,7 @@ TEST_F(CorvidWithout, MemoryLetsNoExceptionOut) {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
   GTEST_SKIP() << "a sanitizer's allocator ends the process instead";
 #endif
-  // Blocks of this size always come from the system and never from memory at hand. The call that
-  // moves the program's break fails by returning a lower one.
+  // Blocks of this size are always requested from the system. A failing brk returns a lower break.
   constexpr std::size_t kLarge = std::size_t{80} << 20U;
   Bytes sealed(kLarge);
   const std::string magic = "KYD1";
@@ -75,7 +74,7 @@ TEST_F(CorvidWithout, MemoryLetsNoExceptionOut) {
 
 constexpr const char* kJson = R"({"apikey":"k","idp_session":"s"})";
 
-// A started program inherits its thread's filter, which is for nothing else here.
+// A child process inherits the filter of the thread, which does nothing else.
 ToolResult RunSealWithout(const std::vector<FailingCall>& calls, const ModuleFolder& folder) {
   const ModuleFolder streams;
   WriteFile(streams / "input", kJson);
@@ -91,7 +90,7 @@ ToolResult RunSealWithout(const std::vector<FailingCall>& calls, const ModuleFol
   return result;
 }
 
-// No random numbers from the kernel, and none from the devices, which are opened without any flag.
+// Neither the kernel nor the devices, which are opened without flags, supply random numbers.
 std::vector<FailingCall> NoRandom() {
   return {{SYS_getrandom, EIO, std::nullopt}, {SYS_openat, EACCES, CallArgument{2, O_RDONLY}}};
 }

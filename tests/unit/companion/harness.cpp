@@ -45,7 +45,7 @@ ModuleFolder::ModuleFolder() : folder_(UniqueTemporaryPath()) {
 }
 
 ModuleFolder::~ModuleFolder() {
-  std::error_code ignored;  // A folder that stays behind in the temporary folder does no harm.
+  std::error_code ignored;  // A leftover temporary folder does no harm.
   fs::remove_all(folder_, ignored);
 }
 
@@ -70,7 +70,7 @@ ToolResult RunSeal(const ModuleFolder& folder, const std::vector<fs::path>& argu
   const Bytes errors = ReadFile(name(".err"));
   result.output.assign(output.begin(), output.end());
   result.errors.assign(errors.begin(), errors.end());
-  std::error_code ignored;  // As for the folder.
+  std::error_code ignored;  // As above.
   for (const char* suffix : {".in", ".out", ".err"}) {
     fs::remove(name(suffix), ignored);
   }

@@ -1,5 +1,5 @@
-// What the tests of the stand-ins share: a folder with copies of them, the loaded libraries, and
-// the started tool. The tests check what a user of the modules sees.
+// Shared by the tests of the stand-ins: a folder with copies of the modules, loaded libraries, and
+// the tool as a process. The tests check what a user of the modules sees.
 #pragma once
 
 #include <cstdint>
@@ -11,20 +11,20 @@ namespace companion_test {
 
 using Bytes = std::vector<std::uint8_t>;
 
-/// File names of the modules on this platform.
+// File names of the modules on this platform.
 extern const char* const kCorvidName;
 extern const char* const kPelhamName;
 extern const char* const kSealName;
-/// Whether files have an owner's mode here.
+// Whether the platform has file modes.
 extern const bool kFilesHaveModes;
 
-/// Where the build put the modules.
+// The folder in which the build put the modules.
 std::filesystem::path BuiltModules();
 
 Bytes ReadFile(const std::filesystem::path& file);
 void WriteFile(const std::filesystem::path& file, const std::string& contents);
 
-/// A temporary folder with copies of the modules, so that each test has key files of its own.
+// A temporary folder with copies of the modules, so that each test has its own key files.
 class ModuleFolder {
  public:
   ModuleFolder();
@@ -35,14 +35,14 @@ class ModuleFolder {
   [[nodiscard]] std::filesystem::path operator/(const std::filesystem::path& name) const {
     return folder_ / name;
   }
-  /// Names of everything in it, sorted.
+  // The names of all entries, sorted.
   [[nodiscard]] std::vector<std::string> Names() const;
 
  private:
   std::filesystem::path folder_;
 };
 
-/// A library loaded from its full path.
+// A library loaded from its full path.
 class Library {
  public:
   explicit Library(const std::filesystem::path& file);
@@ -51,7 +51,7 @@ class Library {
   ~Library();
 
   [[nodiscard]] bool IsLoaded() const { return handle_ != nullptr; }
-  /// The exported function, or null.
+  // Returns the exported function, or null.
   template <typename Function>
   [[nodiscard]] Function Find(const char* name) const {
     return reinterpret_cast<Function>(FindAddress(name));
@@ -70,17 +70,18 @@ struct ToolResult {
   std::string errors;
 };
 
-/// Starts keyward-seal of that folder and waits for its end.
+// Runs keyward-seal of that folder and waits for it to end.
 ToolResult RunSeal(const ModuleFolder& folder, const std::vector<std::filesystem::path>& arguments,
                    const std::string& input);
 
-/// The platform's part: starts a program with its standard streams in files; -1 when it cannot.
+// Platform part: runs a program with its standard streams redirected to files. Returns its exit
+// code, or -1 if it could not be started.
 int RunProgram(const std::filesystem::path& program,
                const std::vector<std::filesystem::path>& arguments,
                const std::filesystem::path& input, const std::filesystem::path& output,
                const std::filesystem::path& errors);
 
-/// A path that differs for every call of every process.
+// Returns a path that is unique across calls and processes.
 std::filesystem::path UniqueTemporaryPath();
 
 }  // namespace companion_test

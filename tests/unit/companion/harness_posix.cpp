@@ -42,7 +42,7 @@ int RunProgram(const std::filesystem::path& program,
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
   const int write_flags = O_WRONLY | O_CREAT | O_TRUNC;
-  // With a flag that changes nothing: tests let opening without any flag fail.
+  // With a flag that has no effect: some tests make opens without flags fail.
   posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, input.c_str(), O_RDONLY | O_NOCTTY, 0);
   posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, output.c_str(), write_flags, 0600);
   posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, errors.c_str(), write_flags, 0600);

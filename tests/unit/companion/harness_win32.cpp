@@ -18,7 +18,7 @@ struct CloseAny {
 };
 using Handle = std::unique_ptr<void, CloseAny>;
 
-// A file that the started program inherits; null when it cannot be opened.
+// Opens a file that the child process inherits. Returns null on failure.
 Handle OpenInherited(const std::filesystem::path& file, DWORD access, DWORD disposition) {
   SECURITY_ATTRIBUTES inherited{sizeof inherited, nullptr, TRUE};
   const HANDLE handle = CreateFileW(file.c_str(), access, FILE_SHARE_READ | FILE_SHARE_WRITE,
@@ -44,7 +44,7 @@ int RunProgram(const std::filesystem::path& program,
                const std::vector<std::filesystem::path>& arguments,
                const std::filesystem::path& input, const std::filesystem::path& output,
                const std::filesystem::path& errors) {
-  // Quotes are enough: no argument of the tests holds one, or ends in a backslash.
+  // Quotes are enough: no test argument contains a quote or ends in a backslash.
   std::wstring command = L"\"" + program.native() + L"\"";
   for (const std::filesystem::path& argument : arguments) {
     command += L" \"" + argument.native() + L"\"";

@@ -1,4 +1,4 @@
-// The tool that writes credential files, started as a process.
+// The tool that writes credential files, run as a process.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -24,7 +24,7 @@ class KeywardSeal : public testing::Test {
     return RunSeal(folder_, arguments, input);
   }
 
-  // What the library makes of the file; "<refused>" when it does not open it.
+  // Returns the plaintext that the library decrypts, or "<refused>".
   std::wstring Opened(const fs::path& file) {
     const Library library(folder_ / kCorvidName);
     const auto decrypt = library.Find<decltype(&Corvid_CmpCphr_Decrypt)>("Corvid_CmpCphr_Decrypt");
@@ -33,7 +33,7 @@ class KeywardSeal : public testing::Test {
     return decrypt(sealed.data(), sealed.size(), &text) == 0 ? text : L"<refused>";
   }
 
-  // The folder holds the modules and these, and nothing that was left behind.
+  // Checks that the folder holds only the modules and these files.
   void ExpectFolder(std::vector<std::string> names) {
     for (const char* name : {kCorvidName, kPelhamName, kSealName}) {
       names.emplace_back(name);
@@ -45,7 +45,7 @@ class KeywardSeal : public testing::Test {
   fs::path file_ = folder_ / "UserData.dat";
 };
 
-TEST_F(KeywardSeal, WritesTheFileAndAKeyBesideItself) {
+TEST_F(KeywardSeal, WritesTheFileAndAKeyNextToTheTool) {
   const ToolResult result = Run({file_});
   EXPECT_EQ(result.exit_code, 0);
   EXPECT_EQ(result.output, "");
@@ -65,7 +65,7 @@ TEST_F(KeywardSeal, WritesKeyOf64DigitsAndALineFeed) {
 
 TEST_F(KeywardSeal, WritesForTheOwnerOnly) {
   if (!kFilesHaveModes) {
-    GTEST_SKIP() << "files have no modes on this platform";
+    GTEST_SKIP() << "this platform has no file modes";
   }
   ASSERT_EQ(Run({file_}).exit_code, 0);
   const fs::perms owner = fs::perms::owner_read | fs::perms::owner_write;
@@ -95,7 +95,7 @@ TEST_F(KeywardSeal, SealsTheSameTextDifferentlyEachTime) {
   ASSERT_EQ(Run({file_}).exit_code, 0);
   const Bytes second = ReadFile(file_);
   ASSERT_EQ(first.size(), second.size());
-  // The magic is the same; nonce, text and tag are not.
+  // The magic is the same; nonce, ciphertext and tag differ.
   EXPECT_TRUE(std::equal(first.begin(), first.begin() + 4, second.begin()));
   EXPECT_FALSE(std::equal(first.begin() + 4, first.begin() + 16, second.begin() + 4));
   EXPECT_FALSE(std::equal(first.begin() + 16, first.end() - 16, second.begin() + 16));
@@ -115,7 +115,7 @@ TEST_F(KeywardSeal, DropsAByteOrderMark) {
   EXPECT_EQ(Opened(file_), L"{}");
 }
 
-TEST_F(KeywardSeal, TakesAnyJsonDocument) {
+TEST_F(KeywardSeal, AcceptsAnyJsonDocument) {
   for (const char* text : {"{}", "[]", "null", "1", R"("x")", " {} \r\n", R"({"apikey":1})",
                            R"("\ud83d\ude00")", R"({"a":1,"a":2})"}) {
     EXPECT_EQ(Run({"--check", file_}, text).exit_code, 0) << text;
@@ -169,7 +169,7 @@ TEST_F(KeywardSeal, RawSealsAnything) {
   }
 }
 
-TEST_F(KeywardSeal, TakesUtf16ByteForByte) {
+TEST_F(KeywardSeal, SealsUtf16ByteForByte) {
   // "\xD800": an unpaired surrogate in a JSON string.
   const std::string utf16("\"\0\x00\xD8\"\0", 6);
   const std::wstring expected{L'"', static_cast<wchar_t>(0xD800), L'"'};
@@ -213,19 +213,19 @@ TEST_F(KeywardSeal, RefusesWrongUsage) {
   ExpectFolder({});
 }
 
-TEST_F(KeywardSeal, RefusesTextBeyondItsBound) {
+TEST_F(KeywardSeal, RefusesTextAboveTheSizeLimit) {
   const ToolResult result = Run({"--raw", file_}, std::string((std::size_t{64} << 20U) + 1, ' '));
   EXPECT_EQ(result.exit_code, 65);
   EXPECT_THAT(result.errors, HasSubstr("the text is longer than 64 MiB"));
   ExpectFolder({});
 }
 
-TEST_F(KeywardSeal, EndsOptionsAtTwoDashes) {
+TEST_F(KeywardSeal, TwoDashesEndTheOptions) {
   EXPECT_EQ(Run({"--raw", "--", file_}, "x").exit_code, 0);
   EXPECT_EQ(Opened(file_), L"x");
 }
 
-TEST_F(KeywardSeal, SaysInItsHelpThatItIsAStandIn) {
+TEST_F(KeywardSeal, HelpSaysThatItIsAStandIn) {
   const ToolResult result = Run({"--help"});
   EXPECT_EQ(result.exit_code, 0);
   EXPECT_THAT(result.output, HasSubstr("stand-in"));
@@ -236,7 +236,7 @@ TEST_F(KeywardSeal, SaysInItsHelpThatItIsAStandIn) {
   ExpectFolder({});
 }
 
-TEST_F(KeywardSeal, SaysItsVersion) {
+TEST_F(KeywardSeal, PrintsItsVersion) {
   const ToolResult result = Run({"--version"});
   EXPECT_EQ(result.exit_code, 0);
   EXPECT_THAT(result.output, testing::StartsWith("keyward-seal "));
@@ -245,14 +245,14 @@ TEST_F(KeywardSeal, SaysItsVersion) {
   EXPECT_EQ(result.errors, "");
 }
 
-TEST_F(KeywardSeal, SaysThatFoldersAreNotCreated) {
+TEST_F(KeywardSeal, ReportsAMissingFolder) {
   const ToolResult result = Run({folder_ / "LogWork" / "alice" / "UserData.dat"});
   EXPECT_EQ(result.exit_code, 73);
   EXPECT_THAT(result.errors, HasSubstr("folders are not created"));
   EXPECT_FALSE(fs::exists(folder_ / "LogWork"));
 }
 
-TEST_F(KeywardSeal, LeavesAFolderInPlaceOfTheFileAlone) {
+TEST_F(KeywardSeal, DoesNotReplaceAFolder) {
   fs::create_directory(file_);
   WriteFile(file_ / "inside", "x");
   const ToolResult result = Run({file_});
@@ -262,7 +262,7 @@ TEST_F(KeywardSeal, LeavesAFolderInPlaceOfTheFileAlone) {
   ExpectFolder({"Corvid.key", "UserData.dat"});
 }
 
-TEST_F(KeywardSeal, RefusesAnUnusableKeyAndKeepsIt) {
+TEST_F(KeywardSeal, RefusesAndKeepsAnInvalidKey) {
   WriteFile(folder_ / "Corvid.key", "not a key\n");
   const ToolResult result = Run({file_});
   EXPECT_EQ(result.exit_code, 78);
@@ -282,7 +282,7 @@ TEST_F(KeywardSeal, WritesPathsOfAnyAlphabet) {
   EXPECT_THAT(missing.errors, HasSubstr("K\xC3\xA4the \xE6\x97\xA5\xE6\x9C\xAC"));
 }
 
-TEST_F(KeywardSeal, AgreesOnOneKeyWhenSeveralStartAtOnce) {
+TEST_F(KeywardSeal, ConcurrentStartsAgreeOnOneKey) {
   std::vector<std::thread> threads;
   std::vector<int> codes(8, -1);
   std::vector<std::string> errors(codes.size());

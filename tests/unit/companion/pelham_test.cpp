@@ -1,4 +1,4 @@
-// The pelham library: loaded from its folder, called by the name that the program imports.
+// The pelham library: loaded from its folder and called by the name that the program imports.
 #include <gtest/gtest.h>
 
 #include <stdexcept>
@@ -27,7 +27,7 @@ TEST_F(Pelham, CallsItselfAStandInWithoutAFile) {
   EXPECT_EQ(user_agent_(), L"VeltraneKeyward/1.15.0 (KydLogUploader stand-in)");
 }
 
-TEST_F(Pelham, GivesTheFirstLineOfTheFile) {
+TEST_F(Pelham, ReturnsTheFirstLineOfTheFile) {
   struct Case {
     std::string contents;
     std::wstring user_agent;
@@ -59,14 +59,14 @@ TEST_F(Pelham, GivesTheFirstLineOfTheFile) {
 }
 
 TEST_F(Pelham, ThrowsWhenTheFileAsksForIt) {
-  // Through the boundary of the module, and caught by type on this side.
+  // The exception crosses the module boundary and is caught here by type.
   for (const char* contents : {"!throw", "!throw\n", "!throw\r\nmore\n"}) {
     WriteFile(folder_ / "pelham.useragent", contents);
     EXPECT_THROW(user_agent_(), std::runtime_error) << contents;
   }
 }
 
-TEST_F(Pelham, ThrowsForALineThatIsNoText) {
+TEST_F(Pelham, ThrowsForALineThatIsNotText) {
   for (const std::string& contents :
        {std::string("\xFF\n"), std::string("a\xC3\n"), std::string("\xED\xA0\x80\n"),
         std::string("\xC0\x80\n"), std::string(4097, 'x'), std::string(4097, 'x') + "\r\n",
@@ -76,7 +76,7 @@ TEST_F(Pelham, ThrowsForALineThatIsNoText) {
   }
 }
 
-TEST_F(Pelham, ThrowsForAFolderInPlaceOfTheFile) {
+TEST_F(Pelham, ThrowsForAFolderInsteadOfAFile) {
   std::filesystem::create_directory(folder_ / "pelham.useragent");
   EXPECT_THROW(user_agent_(), std::runtime_error);
 }

@@ -1,4 +1,4 @@
-// Where the companion library is looked for.
+// The search for the companion library.
 #include "credentials/companion_library.h"
 
 #include <gtest/gtest.h>
@@ -17,7 +17,7 @@ namespace {
 
 using kyd_test::FailingMemory;
 
-TEST(GetCompanionLibraryPath, NamesTheProgramsOwnFolder) {
+TEST(GetCompanionLibraryPath, ReturnsTheProgramsFolder) {
   std::wstring path;
   ASSERT_EQ(kyd::GetCompanionLibraryPath(path), 1);
   const std::wstring program = platform::ProgramPath();
@@ -37,8 +37,8 @@ TEST(GetCompanionLibraryPath, FailsOnAnyException) {
   }
 }
 
-// The test programs' folder has no companion library. One is in the system's search order, and is
-// not used.
+// The test programs' folder has no companion library. One that the system's search order would find
+// is not used.
 TEST(LoadCompanionLibrary, FailsAndLogsWithoutTheLibrary) {
   const kyd_test::LogCapture log;
   kyd::UploadRun run;
@@ -48,7 +48,7 @@ TEST(LoadCompanionLibrary, FailsAndLogsWithoutTheLibrary) {
   EXPECT_EQ(log.Messages(), std::vector<std::string>{"DLL Load Error (Corvid.dll)"});
 }
 
-TEST(LoadCompanionLibrary, TakesTheBareNameWhenThePathCannotBeBuilt) {
+TEST(LoadCompanionLibrary, UsesTheBareNameIfThePathCannotBeBuilt) {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
   GTEST_SKIP() << "the sanitizer calls dlopen in the program's place, without its run path";
 #endif
@@ -64,7 +64,7 @@ TEST(LoadCompanionLibrary, TakesTheBareNameWhenThePathCannotBeBuilt) {
   EXPECT_TRUE(log.Messages().empty());
 }
 
-TEST(LoadCompanionLibrary, BindsAllAndSetsTheUserAgent) {
+TEST(LoadCompanionLibrary, BindsAllExportsAndSetsTheUserAgent) {
   const kyd_test::CompanionBeside companion;
   const kyd_test::LogCapture log;
   {

@@ -24,12 +24,12 @@ using kyd::UploadAuthData;
 using kyd_test::FailingMemory;
 using Lines = std::vector<std::string>;
 
-// A companion library whose plaintext is the file's bytes, one character each.
+// A companion library whose plaintext is the file's content, one character per byte.
 std::int32_t DecryptToBytes(const std::uint8_t* data, std::uint64_t size, std::wstring* plaintext) {
   plaintext->assign(data, data + size);
   return 0;
 }
-// The same without a copy of the plaintext that is not wiped.
+// The same without leaving an unwiped copy of the plaintext.
 std::int32_t DecryptInPlace(const std::uint8_t* data, std::uint64_t size, std::wstring* plaintext) {
   plaintext->resize(static_cast<std::size_t>(size));
   std::copy(data, data + size, plaintext->begin());
@@ -70,7 +70,7 @@ class CredentialFileTest : public testing::Test {
   kyd_test::LogCapture log_;
 };
 
-TEST_F(CredentialFileTest, GivesTheRecordOfAGoodFile) {
+TEST_F(CredentialFileTest, ReturnsTheRecordOfAValidFile) {
   Write(R"({"apikey":"k","idp_session":"s"})");
   EXPECT_EQ(kyd::ReadUploadAuthData(run_, L"alice", record_), 0);
   EXPECT_EQ(record_.apikey, L"k");
@@ -84,11 +84,11 @@ TEST_F(CredentialFileTest, LeavesNoDecryptedTextInReleasedMemory) {
   {
     kyd_test::ReleasedMemory released(platform::FromUtf8(secret));
     { const std::wstring unwiped = platform::FromUtf8(secret); }
-    ASSERT_EQ(released.Found(), 1U) << "the search itself finds nothing";
+    ASSERT_EQ(released.Found(), 1U) << "the search does not find the text at all";
   }
 
   const kyd_test::ReleasedMemory released(platform::FromUtf8(secret));
-  // The second file is longer, so that every buffer of the first one is given back.
+  // The second file is longer, so that every buffer of the first one is released.
   for (const std::size_t length : {0, 5000}) {
     const std::string value = secret + std::string(length, 'x');
     std::string json = R"({"apikey":")";
@@ -125,7 +125,7 @@ TEST_F(CredentialFileTest, ReportsAFileOpenElsewhereWithNumber32) {
   EXPECT_EQ(log_.Messages(), Lines{"<Read AuthFile> CreateFile error (32)"});
 }
 
-TEST_F(CredentialFileTest, IsNotReadBesideAnotherReader) {
+TEST_F(CredentialFileTest, IsNotReadWhileAnotherReaderHasItOpen) {
   Write("x");
   const platform::File other = platform::File::OpenShared(file_);
   ASSERT_TRUE(other.IsOpen());
@@ -142,7 +142,7 @@ TEST_F(CredentialFileTest, ReportsAnEmptyFile) {
   EXPECT_TRUE(platform::File::OpenExclusive(file_).IsOpen());
 }
 
-TEST_F(CredentialFileTest, ReportsWhatCannotBeDecrypted) {
+TEST_F(CredentialFileTest, ReportsDecryptionFailure) {
   Write("x");
   run_.decryptEntry = &RefuseToDecrypt;
   EXPECT_EQ(kyd::ReadUploadAuthData(run_, L"alice", record_), 1);
@@ -158,7 +158,7 @@ TEST_F(CredentialFileTest, ReportsADecryptErrorWithoutTheLibrary) {
   EXPECT_EQ(log_.Messages(), Lines{"<Read AuthFile> Decrypt error"});
 }
 
-TEST_F(CredentialFileTest, EndsTheRunForAnExceptionInTheLibrary) {
+TEST_F(CredentialFileTest, EndsTheRunOnAnExceptionInTheLibrary) {
   Write("x");
   run_.decryptEntry = &ThrowStandard;
   EXPECT_EQ(kyd::ReadUploadAuthData(run_, L"alice", record_), -1);
@@ -211,7 +211,7 @@ TEST_F(CredentialFileTest, LogsAnyExceptionOutsideReadingAndParsing) {
   }
 }
 
-// Any result of the library other than 0 is a failure.
+// Any result other than 0 is a failure.
 template <std::int32_t result>
 std::int32_t DecryptTo(const std::uint8_t* /*data*/, std::uint64_t /*size*/,
                        std::wstring* plaintext) {
@@ -219,7 +219,7 @@ std::int32_t DecryptTo(const std::uint8_t* /*data*/, std::uint64_t /*size*/,
   return result;
 }
 
-TEST_F(CredentialFileTest, TakesNoResultButZeroForSuccess) {
+TEST_F(CredentialFileTest, OnlyZeroMeansSuccess) {
   Write("x");
   for (const kyd::DecryptEntry entry : {&DecryptTo<1>, &DecryptTo<-1>, &DecryptTo<256>}) {
     const kyd_test::LogCapture log;
@@ -231,7 +231,7 @@ TEST_F(CredentialFileTest, TakesNoResultButZeroForSuccess) {
   EXPECT_EQ(kyd::ReadUploadAuthData(run_, L"alice", record_), 0);
 }
 
-// The folder can be read, its name is taken: deleting fails with another number than 2.
+// The folder can be opened, but its name is taken: deletion fails with a number other than 2.
 TEST_F(CredentialFileTest, FailsToDeleteAFolder) {
   ASSERT_TRUE(platform::CreateFolders(file_));
   EXPECT_EQ(kyd::DeleteAuthFile(run_, L"alice"), 1);
@@ -239,7 +239,7 @@ TEST_F(CredentialFileTest, FailsToDeleteAFolder) {
   EXPECT_TRUE(platform::IsFolder(file_));
 }
 
-// A file whose size and reading the test decides; bytes that do not come stay zero.
+// A file whose size and reads the test controls; bytes that are not read stay zero.
 class ScriptedSource : public kyd::CredentialSource {
  public:
   [[nodiscard]] std::optional<std::uint64_t> Size() const override {
@@ -274,14 +274,14 @@ class ReadAndDecrypt : public testing::Test {
   kyd_test::LogCapture log_;
 };
 
-TEST_F(ReadAndDecrypt, ReportsASizeThatCannotBeHad) {
+TEST_F(ReadAndDecrypt, ReportsAnUnknownSize) {
   source_.size = std::nullopt;
   EXPECT_EQ(Read(), 1);
   EXPECT_EQ(log_.Messages(), Lines{"<Read AuthFile> GetFileSize error (1234)"});
   EXPECT_TRUE(source_.asked.empty());
 }
 
-TEST_F(ReadAndDecrypt, TakesTheLow32BitsOfTheSizeAndRefusesNothingAndAllOnes) {
+TEST_F(ReadAndDecrypt, UsesTheLow32BitsOfTheSizeAndRefusesZeroAndAllOnes) {
   for (const std::uint64_t size : {0x0ULL, 0xFFFFFFFFULL, 0x100000000ULL, 0x1FFFFFFFFULL}) {
     const kyd_test::LogCapture log;
     platform::SetLastError(77);
@@ -296,7 +296,7 @@ TEST_F(ReadAndDecrypt, TakesTheLow32BitsOfTheSizeAndRefusesNothingAndAllOnes) {
   EXPECT_EQ(plaintext_, L"abc");
 }
 
-TEST_F(ReadAndDecrypt, ReportsWhatCannotBeRead) {
+TEST_F(ReadAndDecrypt, ReportsAReadFailure) {
   source_.size = 5;
   source_.bytes = std::nullopt;
   EXPECT_EQ(Read(), 1);
@@ -346,7 +346,7 @@ TEST(ParseUpldAuthJson, FillsTheRecord) {
   }
 }
 
-TEST(ParseUpldAuthJson, KeepsNulsOfTheKeyAndTheSession) {
+TEST(ParseUpldAuthJson, KeepsNulsInTheKeyAndTheSession) {
   UploadAuthData record;
   EXPECT_EQ(kyd::ParseUpldAuthJson(LR"({"apikey":"a\u0000b","idp_session":"c\u0000d"})", record),
             0);
@@ -359,7 +359,7 @@ struct BadText {
   const char* message;
 };
 
-TEST(ParseUpldAuthJson, ReportsWhatIsWrong) {
+TEST(ParseUpldAuthJson, ReportsInvalidContent) {
   const char* const conversion = "<ParseUpldAuthJson> json conversion(from) error";
   const char* const apikey = "<ParseUpldAuthJson> apikey error";
   const char* const session = "<ParseUpldAuthJson> idp_session error";
@@ -400,7 +400,7 @@ TEST(ParseUpldAuthJson, SurvivesDeepNesting) {
             0);
 }
 
-TEST(ParseUpldAuthJson, EmptiesTheRecordAndKeepsWhatCameBeforeTheFault) {
+TEST(ParseUpldAuthJson, ClearsTheRecordAndKeepsValuesBeforeTheFault) {
   const struct {
     const wchar_t* json;
     const wchar_t* apikey;

@@ -1,4 +1,4 @@
-// Dotted paths into JSON.
+// Lookup of dotted paths in JSON.
 #include "credentials/credential_json.h"
 
 #include <gtest/gtest.h>
@@ -7,7 +7,7 @@
 
 namespace {
 
-// The integer that a path leads to, or -1 if it leads nowhere.
+// Returns the integer at the path, or -1 if there is none.
 int Look(const wchar_t* path, const wchar_t* json) {
   kyd::JsonDocument document;
   document.Parse(json);
@@ -20,17 +20,17 @@ TEST(FindJsonValueByPath, FindsMembersAndNestedMembers) {
   EXPECT_EQ(Look(L"a.b.c", LR"({"a":{"b":{"c":3}}})"), 3);
 }
 
-TEST(FindJsonValueByPath, TakesTheFirstOfSeveralMembersWithOneName) {
+TEST(FindJsonValueByPath, ReturnsTheFirstOfSeveralMembersWithTheSameName) {
   EXPECT_EQ(Look(L"a", LR"({"a":1,"a":2})"), 1);
 }
 
-TEST(FindJsonValueByPath, SkipsEmptyPieces) {
+TEST(FindJsonValueByPath, SkipsEmptyComponents) {
   const wchar_t* const json = LR"({"a":{"b":2}})";
   EXPECT_EQ(Look(L"a..b", json), 2);
   EXPECT_EQ(Look(L".a.b.", json), 2);
 }
 
-TEST(FindJsonValueByPath, FindsNothingForPathsWithoutAPiece) {
+TEST(FindJsonValueByPath, FindsNothingForPathsWithoutComponents) {
   const wchar_t* const json = LR"({"":1,".":2})";
   EXPECT_EQ(Look(nullptr, json), -1);
   EXPECT_EQ(Look(L"", json), -1);
@@ -38,21 +38,21 @@ TEST(FindJsonValueByPath, FindsNothingForPathsWithoutAPiece) {
   EXPECT_EQ(Look(L"..", json), -1);
 }
 
-TEST(FindJsonValueByPath, FindsNothingForAMissingPiece) {
+TEST(FindJsonValueByPath, FindsNothingForAMissingComponent) {
   EXPECT_EQ(Look(L"b", LR"({"a":1})"), -1);
   EXPECT_EQ(Look(L"a.c", LR"({"a":{"b":2}})"), -1);
   EXPECT_EQ(Look(L"x.b", LR"({"a":{"b":2}})"), -1);
 }
 
-TEST(FindJsonValueByPath, ComparesNamesWithTheirCaseAndWhole) {
+TEST(FindJsonValueByPath, ComparesWholeNamesCaseSensitively) {
   EXPECT_EQ(Look(L"a", LR"({"A":1,"ab":2})"), -1);
 }
 
-TEST(FindJsonValueByPath, DoesNotTakeAMemberNamedLikeAPath) {
+TEST(FindJsonValueByPath, DoesNotMatchAMemberNamedLikeAPath) {
   EXPECT_EQ(Look(L"a.b", LR"({"a.b":1})"), -1);
 }
 
-TEST(FindJsonValueByPath, FindsNothingInWhatIsNoObject) {
+TEST(FindJsonValueByPath, FindsNothingInValuesOtherThanObjects) {
   EXPECT_EQ(Look(L"a", L"[1]"), -1);
   EXPECT_EQ(Look(L"a", L"5"), -1);
   EXPECT_EQ(Look(L"a.b", LR"({"a":[{"b":1}]})"), -1);

@@ -1,4 +1,4 @@
-// The legacy settings, which are read and kept, and used by no writer.
+// The legacy settings, which are read and kept, but not used by any writer.
 #include "debuglog/cdebuglog.h"
 
 #include <gtest/gtest.h>
@@ -26,7 +26,7 @@ TEST(CDebugLog, HasItsDefaultNameAndFolder) {
   EXPECT_GE(log.StartTime().year, 2024);
 }
 
-TEST(CDebugLog, CutsItsNameAt63Characters) {
+TEST(CDebugLog, TruncatesItsNameTo63Characters) {
   kyd::CDebugLog log;
   log.SetName(std::wstring(64, L'n').c_str());
   EXPECT_EQ(std::wstring(log.Name()), std::wstring(63, L'n'));
@@ -50,7 +50,7 @@ TEST(CDebugLog, ReadsTheDebugFlagAsFourBytesOfAnyType) {
 TEST(CDebugLog, NeverThrows) {
   using kyd_test::FailingMemory;
   const kyd_test::LogCapture log;
-  // The settings are read now, and not again while memory fails: that would switch the log off.
+  // Read the settings now, not while allocations fail: that would disable the log.
   ASSERT_TRUE(corvid::IsModuleLogEnabled());
   const std::string text(200, 't');
   const std::wstring wide(200, L't');
@@ -64,7 +64,7 @@ TEST(CDebugLog, NeverThrows) {
       static_cast<void>(corvid::IsModuleLogEnabled());
     }
   }
-  kyd::Log().WriteLogA("the end");  // together with the lines that were kept
+  kyd::Log().WriteLogA("the end");  // Also flushes the pending lines.
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// Lines, pending lines and rotation of one logger.
+// Lines, pending lines and rotation of a logger.
 #include "debuglog/debug_log.h"
 
 #include <gtest/gtest.h>
@@ -65,7 +65,7 @@ class DebugLogTest : public testing::Test {
   }
   [[nodiscard]] std::wstring BackupPath() const { return LogPath() + L".bak"; }
 
-  // What the file holds after the mark.
+  // Returns the content of the file after the byte order mark.
   [[nodiscard]] std::string Text() const {
     const std::string bytes = kyd_test::ReadFileBytes(LogPath());
     EXPECT_EQ(bytes.substr(0, 3), kMark);
@@ -99,7 +99,7 @@ TEST(LogLine, HasPrefixMessageAndTrailingComma) {
   EXPECT_EQ(corvid::LogLine(time, L"<DeleteAuthFile> failed."), expected);
 }
 
-TEST(LogLine, FillsNumbersWithZerosAndCutsNone) {
+TEST(LogLine, PadsNumbersWithZerosAndNeverTruncatesThem) {
   constexpr int kLeast = std::numeric_limits<int>::min();
   const auto start = [](const platform::LocalTime& time) {
     const std::wstring line = corvid::LogLine(time, nullptr);
@@ -143,7 +143,7 @@ TEST_F(DebugLogTest, WritesAndKeepsNothingWhileDisabled) {
   EXPECT_EQ(Text(), Line(L"written"));
 }
 
-TEST_F(DebugLogTest, NoticesThatItIsSwitchedOnAfterTwoSeconds) {
+TEST_F(DebugLogTest, NoticesWithinTwoSecondsThatItIsSwitchedOn) {
   registry_.SetDword(kKey, L"OutputLog", 0);
   log_->WriteLine(L"off");
   registry_.SetDword(kKey, L"OutputLog", 16);
@@ -155,7 +155,7 @@ TEST_F(DebugLogTest, NoticesThatItIsSwitchedOnAfterTwoSeconds) {
   EXPECT_TRUE(log_->IsEnabled());
 }
 
-TEST_F(DebugLogTest, NoticesThatItIsSwitchedOffAfterTenSeconds) {
+TEST_F(DebugLogTest, NoticesWithinTenSecondsThatItIsSwitchedOff) {
   log_->WriteLine(L"on");
   registry_.SetDword(kKey, L"OutputLog", 0);
   clock_.seconds += 9;
@@ -171,7 +171,7 @@ TEST_F(DebugLogTest, IsDisabledUntilItsSettingsAreRead) {
   EXPECT_TRUE(log_->IsEnabled());
 }
 
-TEST_F(DebugLogTest, FindsAKeyThatIsMadeLater) {
+TEST_F(DebugLogTest, FindsAKeyThatIsCreatedLater) {
   registry_.RemoveKey(kKey);
   log_->WriteLine(L"lost");
   registry_.SetDword(kKey, L"OutputLog", 16);
@@ -207,7 +207,7 @@ TEST_F(DebugLogTest, ChangesItsFolderAtTheNextDueRead) {
             kMark + Line(L"new place"));
 }
 
-TEST_F(DebugLogTest, TriesAFolderThatCouldNotBeMadeAgainAfterTwoSeconds) {
+TEST_F(DebugLogTest, RetriesToCreateItsFolderAfterTwoSeconds) {
   kyd_test::WriteFileBytes(LogFolder(), "in the way");
   log_->WriteLine(L"lost");
   EXPECT_FALSE(log_->IsEnabled());
@@ -228,12 +228,12 @@ TEST_F(DebugLogTest, ReadsTheRegistryOnlyWhenItIsDue) {
     log.ReloadSettings();
     clock_.seconds += 1;
   }
-  EXPECT_EQ(registry_reads, 3);  // at seconds 0, 10 and 20
+  EXPECT_EQ(registry_reads, 3);  // at 0, 10 and 20 seconds
 }
 
 TEST_F(DebugLogTest, IsAtTheRootWithoutABaseFolder) {
   registry_.Remove(kKey, L"OutputLogDir");
-  // The name leads from the root to the test's own folder.
+  // The name leads from the root to the test's folder.
   const std::wstring path = folder_ / L"rooted.log";
 #ifdef _WIN32
   const std::wstring name = L"\\?\\" + path;
@@ -259,7 +259,7 @@ TEST_F(DebugLogTest, SurvivesAReadThatThrows) {
   }
 }
 
-// A clock that throws what the test says, or nothing.
+// A clock that throws what the test selects, or nothing.
 struct ThrowingClock : platform::Clock {
   [[nodiscard]] std::int64_t Seconds() const override {
     Throw(seconds);
@@ -282,7 +282,7 @@ std::vector<std::exception_ptr> WhateverCanBeThrown() {
   return {std::make_exception_ptr(std::runtime_error("no time")), std::make_exception_ptr(1)};
 }
 
-TEST_F(DebugLogTest, LosesALineThatCannotBeBuiltAndNothingElse) {
+TEST_F(DebugLogTest, LosesOnlyALineThatCannotBeBuilt) {
   for (const std::exception_ptr& what : WhateverCanBeThrown()) {
     ThrowingClock clock;
     corvid::DebugLog log(L"test.log", 16, {&clock, &NoBase, &PlainAccess});
@@ -336,7 +336,7 @@ TEST_F(DebugLogTest, WritesWholeLinesFromManyThreads) {
   EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), kThreads * kLines);
   for (int i = 0; i < kThreads; ++i) {
     std::size_t at = 0;
-    for (int line = 0; line < kLines; ++line) {  // each thread's lines in its order
+    for (int line = 0; line < kLines; ++line) {  // the lines of each thread are in order
       const std::string message =
           ", of " + std::to_string(i) + " " + std::to_string(line) + ",\r\n";
       at = text.find(message, at);
@@ -345,7 +345,7 @@ TEST_F(DebugLogTest, WritesWholeLinesFromManyThreads) {
   }
 }
 
-TEST_F(DebugLogTest, KeepsLinesThatCannotBeWrittenWithTheirTime) {
+TEST_F(DebugLogTest, PendingLinesKeepTheirTime) {
   log_->WriteLine(L"before");
   BlockLog();
   const std::string kept = Line(L"kept");
@@ -381,7 +381,7 @@ TEST_F(DebugLogTest, KeepsPendingLinesWhenTheFlushFails) {
   EXPECT_EQ(Text(), Line(L"kept"));
 }
 
-TEST_F(DebugLogTest, WritesPendingLinesAtItsEnd) {
+TEST_F(DebugLogTest, WritesPendingLinesOnDestruction) {
   log_->ReloadSettings();
   BlockLog();
   log_->WriteLine(L"kept");
@@ -390,7 +390,7 @@ TEST_F(DebugLogTest, WritesPendingLinesAtItsEnd) {
   EXPECT_EQ(Text(), Line(L"kept"));
 }
 
-TEST_F(DebugLogTest, MakesTheFolderAgainAtTheNextDueRead) {
+TEST_F(DebugLogTest, RecreatesTheFolderAtTheNextDueRead) {
   log_->WriteLine(L"first");
   ASSERT_TRUE(platform::MoveWithoutReplacing(LogFolder(), folder_ / L"gone"));
   log_->WriteLine(L"kept");
@@ -400,7 +400,7 @@ TEST_F(DebugLogTest, MakesTheFolderAgainAtTheNextDueRead) {
   EXPECT_EQ(Text(), Line(L"kept") + Line(L"second"));
 }
 
-TEST_F(DebugLogTest, MovesAFileOfExactlyTheLimitAside) {
+TEST_F(DebugLogTest, RotatesAFileOfExactlyTheLimit) {
   const std::size_t size = 3 + Line(L"x").size();
   registry_.SetDword(kKey, L"OutputLogSize", static_cast<std::uint32_t>(size));
   log_->WriteLine(L"x");
@@ -408,14 +408,14 @@ TEST_F(DebugLogTest, MovesAFileOfExactlyTheLimitAside) {
   EXPECT_EQ(kyd_test::ReadFileBytes(BackupPath()), kMark + Line(L"x"));
 }
 
-TEST_F(DebugLogTest, LeavesAFileOneByteBelowTheLimit) {
+TEST_F(DebugLogTest, DoesNotRotateAFileOneByteBelowTheLimit) {
   const std::size_t size = 3 + Line(L"x").size() + 1;
   registry_.SetDword(kKey, L"OutputLogSize", static_cast<std::uint32_t>(size));
   log_->WriteLine(L"x");
   EXPECT_EQ(Text(), Line(L"x"));
 }
 
-TEST_F(DebugLogTest, ChecksTheSizeOnceInTenSeconds) {
+TEST_F(DebugLogTest, ChecksTheSizeEveryTenSeconds) {
   log_->WriteLine(L"starts the ten seconds");
   registry_.SetDword(kKey, L"OutputLogSize", 1);
   clock_.seconds += 9;

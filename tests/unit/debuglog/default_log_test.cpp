@@ -1,4 +1,4 @@
-// Lines of a module without a logger of its own. A program of its own: nothing is registered here.
+// Lines of a module without its own logger. A separate program, because nothing may be registered.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -13,10 +13,10 @@ namespace {
 
 constexpr wchar_t kKey[] = L"SOFTWARE\\Veltrane\\Veltrane Keyward\\Corvid";
 
-TEST(DefaultLog, TakesTheLinesOfAnUnregisteredModule) {
+TEST(DefaultLog, ReceivesTheLinesOfAnUnregisteredModule) {
   const kyd_test::TempFolder folder;
   kyd_test::TestRegistry registry;
-  registry.SetDword(kKey, L"OutputLog", 2);  // any value switches it on
+  registry.SetDword(kKey, L"OutputLog", 2);  // any value enables it
   registry.SetText(kKey, L"OutputLogDir", folder.Path());
   EXPECT_TRUE(corvid::IsModuleLogEnabled());
   EXPECT_EQ(kyd::Log().WriteLogA("narrow %d", 1), 1);

@@ -19,7 +19,7 @@ TEST(FormatBounded, ExpandsNarrowText) {
   EXPECT_EQ(FormatBounded(260, "a %s b %d", std::string("text"), 7), "a text b 7");
 }
 
-TEST(FormatBounded, WritesLongNumbersWhole) {
+TEST(FormatBounded, DoesNotTruncateLongNumbers) {
   EXPECT_EQ(FormatBounded(64, L"PID:%06d", std::uint32_t{123456789}), L"PID:123456789");
 }
 
@@ -27,7 +27,7 @@ TEST(FormatBounded, ShowsLargeErrorNumbersAsSigned) {
   EXPECT_EQ(FormatBounded(64, "[%d]", 0x80092004U), "[-2146885628]");
 }
 
-TEST(FormatBounded, CutsOneBelowTheCapacity) {
+TEST(FormatBounded, TruncatesToOneBelowTheCapacity) {
   const std::string text(300, 'x');
   EXPECT_EQ(FormatBounded(260, "%s", text), std::string(259, 'x'));
   EXPECT_EQ(FormatBounded(260, "%s", std::string(259, 'x')), std::string(259, 'x'));

@@ -35,7 +35,7 @@ class LogSettingsTest : public testing::Test {
   [[nodiscard]] LogSettings Read(std::uint32_t mask = kMask,
                                  corvid::DefaultBase base = &BaseForTest) const {
     LogSettings settings;
-    settings.enabled = true;  // shows that it is reset
+    settings.enabled = true;  // so that a reset is visible
     settings.folder = L"old";
     settings.size_limit = 1;
     corvid::ReadLogSettings(mask, platform::kRegistryRead, base, settings);
@@ -60,7 +60,7 @@ TEST(SettingsAreDue, AlwaysAtTheFirstCall) {
   EXPECT_TRUE(corvid::SettingsAreDue(1'700'000'000, 0, false));
 }
 
-TEST(OutputLogEnables, AnyValueForMaskOneElseItsBit) {
+TEST(OutputLogEnables, AnyValueForMaskOneOtherwiseItsBit) {
   EXPECT_TRUE(corvid::OutputLogEnables(2, 1));
   EXPECT_FALSE(corvid::OutputLogEnables(0, 1));
   EXPECT_FALSE(corvid::OutputLogEnables(1, 16));
@@ -129,7 +129,7 @@ TEST_F(LogSettingsTest, CreatesNoFolderWhileDisabled) {
   EXPECT_TRUE(Read(/*mask=*/1).enabled);
 }
 
-TEST_F(LogSettingsTest, TakesTheFolderWithAndWithoutSeparatorAtItsEnd) {
+TEST_F(LogSettingsTest, AcceptsTheFolderWithAndWithoutTrailingSeparator) {
   registry_.SetDword(kKey, L"OutputLog", 16);
   const std::wstring base = folder_ / L"logs";
   const std::wstring separator(1, platform::kPathSeparator);
@@ -139,7 +139,7 @@ TEST_F(LogSettingsTest, TakesTheFolderWithAndWithoutSeparatorAtItsEnd) {
   }
 }
 
-TEST_F(LogSettingsTest, IgnoresAFolderOfAnotherTypeAndAnEmptyOne) {
+TEST_F(LogSettingsTest, IgnoresAFolderOfAnotherTypeAndAnEmptyFolder) {
   registry_.SetDword(kKey, L"OutputLog", 16);
   const std::vector<std::uint8_t> text = platform::ToUtf16Le(folder_ / L"elsewhere");
   registry_.SetRaw(kKey, L"OutputLogDir", platform::kRegistryExpandedText, text);
@@ -149,7 +149,7 @@ TEST_F(LogSettingsTest, IgnoresAFolderOfAnotherTypeAndAnEmptyOne) {
 }
 
 #ifdef _WIN32  // elsewhere every text has its terminator
-TEST_F(LogSettingsTest, TakesAFolderTextWithoutTerminator) {
+TEST_F(LogSettingsTest, AcceptsAFolderWithoutTerminator) {
   registry_.SetDword(kKey, L"OutputLog", 16);
   registry_.SetRaw(kKey, L"OutputLogDir", platform::kRegistryText,
                    platform::ToUtf16Le(folder_ / L"bare"));

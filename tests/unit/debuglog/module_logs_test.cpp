@@ -1,4 +1,4 @@
-// Which logger a module's lines go to.
+// Which logger receives a module's lines.
 #include "debuglog/module_logs.h"
 
 #include <gtest/gtest.h>
@@ -31,7 +31,7 @@ platform::ModuleHandle Handle(std::uintptr_t value) {
   return reinterpret_cast<platform::ModuleHandle>(value);
 }
 
-// What goes through the process's own loggers; before the tests that change the settings.
+// Tests of the process's own loggers; these run before the tests that change the settings.
 TEST(ProgramLog, WritesNarrowAndWideMessagesInOrder) {
   const kyd_test::LogCapture log;
   EXPECT_EQ(kyd::Log().WriteLogA("<DeleteAuthFile> failed."), 1);
@@ -42,7 +42,7 @@ TEST(ProgramLog, WritesNarrowAndWideMessagesInOrder) {
                                       "UTF-8 [gr\xC3\xBC\xC3\x9F]"}));
 }
 
-TEST(ProgramLog, CutsNarrowMessagesAt259BytesAndWideAt1023Characters) {
+TEST(ProgramLog, TruncatesNarrowMessagesAt259BytesAndWideAt1023Characters) {
   const kyd_test::LogCapture log;
   kyd::Log().WriteLogA("%s", std::string(500, 'n'));
   kyd::Log().WriteLogW(L"%s", std::wstring(5000, L'w'));
@@ -87,7 +87,7 @@ class ModuleLogsTest : public testing::Test {
   kyd_test::TestRegistry registry_;
 };
 
-TEST_F(ModuleLogsTest, GivesAModuleItsOwnLoggerAndOthersTheDefault) {
+TEST_F(ModuleLogsTest, ReturnsAModulesOwnLoggerOrTheDefault) {
   const auto default_log = MakeLog(L"kyd.log", 1);
   corvid::ModuleLogs logs(*default_log);
   logs.Register(Handle(1), MakeLog(L"one.log"));
@@ -108,7 +108,7 @@ TEST_F(ModuleLogsTest, KeepsTheFirstLoggerOfAModule) {
   EXPECT_FALSE(kyd_test::PathExists(Path(L"two.log")));
 }
 
-TEST_F(ModuleLogsTest, MakesATextOnlyForALoggerThatIsEnabled) {
+TEST_F(ModuleLogsTest, FormatsTextOnlyForAnEnabledLogger) {
   registry_.SetDword(kKey, L"OutputLog", 1);
   const auto default_log = MakeLog(L"kyd.log", 1);
   corvid::ModuleLogs logs(*default_log);
@@ -134,7 +134,7 @@ TEST_F(ModuleLogsTest, ChecksWhetherTheLoggerOfTheModuleIsEnabled) {
   EXPECT_TRUE(logs.IsEnabled(Handle(2)));
 }
 
-TEST_F(ModuleLogsTest, WritesPendingLinesInKeyOrderAtItsEnd) {
+TEST_F(ModuleLogsTest, WritesPendingLinesInKeyOrderOnDestruction) {
   const auto default_log = MakeLog(L"kyd.log", 1);
   {
     corvid::ModuleLogs logs(*default_log);

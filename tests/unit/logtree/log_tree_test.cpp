@@ -17,13 +17,13 @@ using kyd::LogTree;
 using testing::ElementsAre;
 using testing::UnorderedElementsAre;
 
-// A path as the platform writes it.
+// Returns a path with the platform's separators.
 std::wstring Native(std::wstring path) {
   std::replace(path.begin(), path.end(), L'/', platform::kPathSeparator);
   return path;
 }
 
-TEST(LogTree, PutsEveryNameInItsPlace) {
+TEST(LogTree, BuildsEveryPath) {
   const LogTree tree(L"logs");
   EXPECT_EQ(tree.UploadPath(), Native(L"logs/Upload"));
   EXPECT_EQ(tree.UploadPath(L"alice"), Native(L"logs/Upload/alice"));
@@ -87,7 +87,7 @@ TEST_F(LogTreeOnDisk, EveryFolderButTheReservedOneIsAnAccount) {
   EXPECT_THAT(accounts, UnorderedElementsAre(L"alice", L"bob", L"nosent_log"));
 }
 
-TEST_F(LogTreeOnDisk, ComparesTheReservedNameWithItsCase) {
+TEST_F(LogTreeOnDisk, ComparesTheReservedNameCaseSensitively) {
   MakeFolder(tree_.UploadPath(L"nosent_logfiles"));
   int accounts = 0;
   static_cast<void>(
@@ -95,7 +95,7 @@ TEST_F(LogTreeOnDisk, ComparesTheReservedNameWithItsCase) {
   EXPECT_EQ(accounts, 1);
 }
 
-TEST_F(LogTreeOnDisk, TheWalkEndsWhenItsVisitorReturnsFalse) {
+TEST_F(LogTreeOnDisk, WalkStopsWhenTheVisitorReturnsFalse) {
   MakeFolder(tree_.UploadPath(L"alice"));
   MakeFolder(tree_.UploadPath(L"bob"));
   int accounts = 0;
@@ -105,7 +105,7 @@ TEST_F(LogTreeOnDisk, TheWalkEndsWhenItsVisitorReturnsFalse) {
   EXPECT_NE(search.Current().name, L"");
 }
 
-TEST_F(LogTreeOnDisk, TheWalkReportsWhyThereAreNoAccounts) {
+TEST_F(LogTreeOnDisk, WalkReportsWhyThereAreNoAccounts) {
   EXPECT_EQ(tree_.ForEachAccount([](const std::wstring& /*account*/) { return true; }).Failure(),
             platform::kErrorPathNotFound);
 }
@@ -148,7 +148,7 @@ TEST_F(LogTreeOnDisk, CreatesNoArchive) {
   EXPECT_TRUE(kyd_test::PathExists(tree_.UploadPath(L"alice", L"a.log")));
 }
 
-TEST_F(LogTreeOnDisk, TheLatestResultIsTheOneOfTheLatestDay) {
+TEST_F(LogTreeOnDisk, LatestResultIsThatOfTheLatestDay) {
   EXPECT_EQ(tree_.LatestResult(), L"");
   const std::wstring results = platform::FolderOf(tree_.ResultPath({}));
   MakeFolder(results);

@@ -13,7 +13,7 @@
 namespace kyd::setup {
 namespace {
 
-TEST(TaskDefinition, TenantIsAHostPerhapsWithAPort) {
+TEST(TaskDefinition, TenantIsAHostWithAnOptionalPort) {
   for (const wchar_t* text :
        {L"tenant.example.com", L"tenant.example.com:8443", L"[::1]:443", L"a_b-c"}) {
     EXPECT_TRUE(IsTenant(text)) << std::wstring(text).size();
@@ -36,7 +36,7 @@ TEST(TaskDefinition, LogDirIsAnAbsolutePath) {
   }
 }
 
-TEST(TaskDefinition, TrailingSeparatorsAreLeftOut) {
+TEST(TaskDefinition, TrailingSeparatorsAreRemoved) {
   EXPECT_EQ(WithoutTrailingSeparators(L"C:\\KydLog\\"), L"C:\\KydLog");
   EXPECT_EQ(WithoutTrailingSeparators(L"C:\\KydLog\\/\\"), L"C:\\KydLog");
   EXPECT_EQ(WithoutTrailingSeparators(L"C:\\"), L"C:\\");
@@ -50,7 +50,7 @@ TEST(TaskDefinition, ArgumentsAreQuoted) {
 }
 
 #ifdef _WIN32
-TEST(TaskDefinition, QuotedArgumentsAreSplitAsTheyWere) {
+TEST(TaskDefinition, QuotedArgumentsSplitIntoTheOriginals) {
   for (const wchar_t* text :
        {L"C:\\", L"C:\\Kyd Log", L"a\\\"b", L"\\\\\\", L"\"", L"", L"%PATH% \\\\\""}) {
     const std::wstring line = L"program.exe " + AsArgument(text) + L" last";
@@ -68,7 +68,7 @@ TEST(TaskDefinition, OnlyTheArgumentsAreReplacedAndEscaped) {
             L"<a/><Arguments>\"host:1\" \"C:\\R&amp;D &lt;1&gt;\"</Arguments><b/>");
 }
 
-TEST(TaskDefinition, DefinitionWithoutAPlaceForArgumentsIsRefused) {
+TEST(TaskDefinition, DefinitionWithoutArgumentsElementIsRefused) {
   EXPECT_EQ(WithArguments(L"", L"a", L"b"), L"");
   EXPECT_EQ(WithArguments(L"<Arguments>", L"a", L"b"), L"");
   EXPECT_EQ(WithArguments(L"</Arguments><Arguments>", L"a", L"b"), L"");

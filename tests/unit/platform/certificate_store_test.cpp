@@ -1,4 +1,4 @@
-// Where client certificates come from: the "MY" stores and PKCS #12.
+// Sources of client certificates: the "MY" stores and PKCS #12.
 #include "platform/certificate_store.h"
 
 #include <gtest/gtest.h>
@@ -18,8 +18,8 @@ using platform::CertificateScope;
 using platform::CertificateStore;
 using Bytes = std::vector<std::uint8_t>;
 
-// A certificate without a name, with its key, which is RSA because that imports everywhere; without
-// password.
+// A certificate without a subject, with its key and without a password. An RSA key, because every
+// platform imports one.
 constexpr char kPfx[] =
     "MIIFNwIBAzCCBO0GCSqGSIb3DQEHAaCCBN4EggTaMIIE1jCCBNIGCSqGSIb3DQEHAaCCBMMEggS/MIIEuzCCAeQG"
     "CyqGSIb3DQEMCgEDoIIBjzCCAYsGCiqGSIb3DQEJFgGgggF7BIIBdzCCAXMwgd2gAwIBAgIBATANBgkqhkiG9w0B"
@@ -43,7 +43,7 @@ constexpr char kPfx[] =
     "RuGA8HjUlqXSdjAgHCc2Qa7mMEEwMTANBglghkgBZQMEAgEFAAQgAMkjATtpP+0kG0oZzXpD+I+vA8JSEmQyn8uD"
     "gmoAr5sECFyVGgQFcolWAgIIAA==";
 
-// The same behind a password.
+// The same with a password.
 constexpr char kLockedPfx[] =
     "MIIFpgIBAzCCBWwGCSqGSIb3DQEHAaCCBV0EggVZMIIFVTCCAjcGCSqGSIb3DQEHBqCCAigwggIkAgEAMIICHQYJ"
     "KoZIhvcNAQcBMBwGCiqGSIb3DQEMAQMwDgQIEeVQYQL0oU8CAgfQgIIB8AvJ3xvb9CeVoR9pqGbpuXnf0Z1HBE6i"
@@ -112,7 +112,7 @@ TEST(CertificateStore, FindsNoOtherThumbprint) {
   }
 }
 
-TEST(CertificateStore, KeepsTheUserApartFromTheMachine) {
+TEST(CertificateStore, SeparatesUserAndMachine) {
   const kyd_test::TestCertificate certificate;
   const CertificateStore store = platform::OpenPersonalStore(CertificateScope::kLocalMachine);
   EXPECT_FALSE(store && platform::FindByThumbprint(store, certificate.Thumbprint()));
@@ -137,13 +137,13 @@ TEST(Pfx, IsDistinguishedFromOtherBytes) {
   EXPECT_FALSE(platform::IsPfx(cut));
 }
 
-TEST(Pfx, GivesItsCertificate) {
+TEST(Pfx, ReturnsItsCertificate) {
   const CertificateStore store = platform::ImportPfx(Decode(kPfx));
   ASSERT_TRUE(store.IsValid());
   EXPECT_TRUE(platform::FindFirstCertificate(store).IsValid());
 }
 
-TEST(Pfx, IsNotImportedBehindAPasswordOrBroken) {
+TEST(Pfx, IsNotImportedWithAPasswordOrIfDamaged) {
   EXPECT_FALSE(platform::ImportPfx(Decode(kLockedPfx)).IsValid());
   EXPECT_FALSE(platform::ImportPfx({}).IsValid());
   EXPECT_FALSE(platform::ImportPfx({'n', 'o', ' ', 'P', 'F', 'X'}).IsValid());

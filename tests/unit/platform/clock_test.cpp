@@ -6,7 +6,7 @@
 
 namespace {
 
-TEST(Clock, CountsSecondsAsTheRunTimeDoes) {
+TEST(Clock, AgreesWithTheRunTimeLibrary) {
   const std::int64_t before = std::time(nullptr);
   const std::int64_t seconds = platform::SystemClock().Seconds();
   const std::int64_t after = std::time(nullptr);
@@ -14,7 +14,7 @@ TEST(Clock, CountsSecondsAsTheRunTimeDoes) {
   EXPECT_LE(seconds, after);
 }
 
-TEST(Clock, LocalTimeIsTheSameMomentInCalendarForm) {
+TEST(Clock, LocalTimeMatchesTheSeconds) {
   const platform::Clock& clock = platform::SystemClock();
   const std::int64_t before = clock.Seconds();
   const platform::LocalTime local = clock.Local();
@@ -35,7 +35,7 @@ TEST(Clock, LocalTimeIsTheSameMomentInCalendarForm) {
   EXPECT_LE(local.millisecond, 999);
 }
 
-TEST(Clock, SecondsOfALocalTimeLeadBackToIt) {
+TEST(Clock, LocalTimeConvertsToSecondsAndBack) {
   const platform::Clock& clock = platform::SystemClock();
   const std::int64_t before = clock.Seconds();
   const std::optional<std::int64_t> seconds = platform::SecondsOf(clock.Local());
@@ -45,7 +45,7 @@ TEST(Clock, SecondsOfALocalTimeLeadBackToIt) {
   EXPECT_LE(*seconds, after);
 }
 
-TEST(Clock, AnImpossibleDateHasNoSeconds) {
+TEST(Clock, InvalidDateHasNoSeconds) {
   EXPECT_TRUE(platform::SecondsOf({2024, 2, 29, 12, 0, 0, 0}));
   EXPECT_FALSE(platform::SecondsOf({2023, 2, 29, 12, 0, 0, 0}));
   EXPECT_FALSE(platform::SecondsOf({2024, 4, 31, 12, 0, 0, 0}));
@@ -54,7 +54,7 @@ TEST(Clock, AnImpossibleDateHasNoSeconds) {
   EXPECT_FALSE(platform::SecondsOf({2024, 4, 30, 12, 60, 0, 0}));
 }
 
-TEST(Clock, IsOneObject) {
+TEST(Clock, IsASingleObject) {
   EXPECT_EQ(&platform::SystemClock(), &platform::SystemClock());
 }
 

@@ -9,7 +9,7 @@
 
 namespace {
 
-TEST(ErrnoTable, GivesTheNumbersOfWindows) {
+TEST(ErrnoTable, ReturnsTheWindowsErrorNumbers) {
   const struct {
     int error_number;
     unsigned expected;

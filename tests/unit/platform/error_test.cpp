@@ -10,7 +10,7 @@
 
 namespace {
 
-TEST(Error, KeepsWhatWasSet) {
+TEST(Error, ReturnsTheNumberThatWasSet) {
   platform::SetLastError(183);
   EXPECT_EQ(platform::LastError(), 183U);
   platform::SetLastError(0);
@@ -27,7 +27,7 @@ TEST(Error, BelongsToTheThread) {
     platform::SetLastError(5);
     step = 2;
   });
-  // Without a call between that could set the number by itself.
+  // No call in between that could set the number itself.
   platform::SetLastError(112);
   step = 1;
   while (step != 2) {
@@ -38,7 +38,7 @@ TEST(Error, BelongsToTheThread) {
   EXPECT_NE(other, 112U);
 }
 
-TEST(Error, OfAFailedOpenOutlivesTheCleanUp) {
+TEST(Error, OfAFailedOpenSurvivesTheCleanup) {
   const kyd_test::TempFolder folder;
   {
     const platform::File file = platform::File::OpenExclusive(folder / L"missing");

@@ -42,7 +42,7 @@ std::size_t EntryCount(const std::wstring& folder) {
   return static_cast<std::size_t>(std::distance(begin(entries), end(entries)));
 }
 
-// ---- The ways to move on one file system
+// ---- The ways to move within one file system
 
 using Way = int (*)(const std::string&, const std::string&);
 
@@ -90,7 +90,7 @@ TEST_P(MoveWay, NeverReplacesAnything) {
   EXPECT_EQ(ReadFileBytes(source_), "new");
 }
 
-TEST_P(MoveWay, LeavesNothingBehindWithoutASource) {
+TEST_P(MoveWay, CreatesNothingWithoutASource) {
   EXPECT_EQ(Move(), ENOENT);
   EXPECT_EQ(EntryCount(archive_), 0U);
 }
@@ -131,9 +131,9 @@ TEST(MoveOnSameFileSystem, AFolderCannotMoveIntoItself) {
   EXPECT_EQ(EntryCount(source), 0U);
 }
 
-// ---- Calls that are done and report failure, or are interrupted
+// ---- Calls that succeed but report failure, or are interrupted
 
-// A way to move, one of its calls, and what that call reports although it was done.
+// A way to move, one of its calls, and the error that the call reports although it succeeded.
 struct DoubtfulCall {
   const char* name;
   Way move;
@@ -215,11 +215,11 @@ INSTANTIATE_TEST_SUITE_P(
                     DoubtfulCall{"RenameOver", &platform::MoveByReservation, SYS_rename, EINTR}),
     [](const auto& call) { return call.param.name; });
 
-TEST(MoveByRename, AFileThatIsThereAlreadyIsNotTakenForTheMovedOne) {
+TEST(MoveByRename, ExistingTargetIsNotMistakenForTheMovedFile) {
   const kyd_test::TempFolder folder;
   WriteFileBytes(folder / L"source", "new");
   WriteFileBytes(folder / L"target", "old");
-  // Another process removes the source at the same moment.
+  // Another process removes the source at the same time.
   const auto instead = [&](const SystemCall& /*call*/) -> long {
     std::filesystem::remove(Native(folder / L"source"));
     return -EEXIST;
@@ -230,7 +230,7 @@ TEST(MoveByRename, AFileThatIsThereAlreadyIsNotTakenForTheMovedOne) {
   EXPECT_EQ(ReadFileBytes(folder / L"target"), "old");
 }
 
-TEST(MoveByLink, TwoNamesOfOneFileAreNotMovedOntoEachOther) {
+TEST(MoveByLink, DoesNotMoveAFileOntoItsOtherName) {
   const kyd_test::TempFolder folder;
   WriteFileBytes(folder / L"source", "content");
   const std::string source = Native(folder / L"source");
@@ -239,7 +239,7 @@ TEST(MoveByLink, TwoNamesOfOneFileAreNotMovedOntoEachOther) {
   EXPECT_EQ(ReadFileBytes(folder / L"source"), "content");
 }
 
-// From the first failure of the given call on, every check of a path fails.
+// From the first failure of the given call on, every status query fails.
 kyd_test::Instead FailingBlindly(unsigned number) {
   return [number, blind = false](const SystemCall& call) mutable -> long {
     if (call.number == number) {
@@ -260,8 +260,8 @@ TEST(MoveByLink, BothNamesStayIfTheOutcomeIsUnknown) {
   EXPECT_EQ(ReadFileBytes(folder / L"target"), "content");
 }
 
-// A server may know of one name only, while the client still shows both.
-TEST(MoveByLink, TheNewNameStaysUnlessBothAreCounted) {
+// A server may have one name only, while the client still shows both.
+TEST(MoveByLink, KeepsTheNewNameUnlessBothNamesAreCounted) {
   const kyd_test::TempFolder folder;
   WriteFileBytes(folder / L"source", "content");
   const auto instead = [](const SystemCall& call) -> long {
@@ -291,7 +291,7 @@ TEST(MoveByReservation, NothingIsRemovedIfTheOutcomeIsUnknown) {
   EXPECT_TRUE(PathExists(folder / L"target"));
 }
 
-TEST(MoveByReservation, AnEmptyFileIsNotTakenForItsReservation) {
+TEST(MoveByReservation, ExistingEmptyFileIsNotMistakenForTheReservation) {
   const kyd_test::TempFolder folder;
   WriteFileBytes(folder / L"source", "");
   EXPECT_TRUE(RunWithInstead({SYS_rename}, DoneButFailing(EIO), [&] {
@@ -300,7 +300,7 @@ TEST(MoveByReservation, AnEmptyFileIsNotTakenForItsReservation) {
   EXPECT_TRUE(PathExists(folder / L"target"));
 }
 
-TEST(MoveByReservation, AFolderCountsAsMovedWhenItWas) {
+TEST(MoveByReservation, FolderCountsAsMovedIfTheCallSucceeded) {
   for (const unsigned number : {SYS_mkdir, SYS_rename}) {
     for (const int error_number : {EIO, EINTR}) {
       const kyd_test::TempFolder folder;
@@ -315,8 +315,9 @@ TEST(MoveByReservation, AFolderCountsAsMovedWhenItWas) {
   }
 }
 
-// Whatever the interrupted call reports, a file with content is not the empty one that it makes.
-TEST(MoveByReservation, AFileThatAnotherMakesMeanwhileStays) {
+// The interrupted call can only have created an empty file; one with content belongs to another
+// process.
+TEST(MoveByReservation, FileCreatedByAnotherProcessStays) {
   for (const int error_number : {EEXIST, EINTR, EIO}) {
     const kyd_test::TempFolder folder;
     WriteFileBytes(folder / L"source", "content");
@@ -338,7 +339,7 @@ TEST(MoveByReservation, AFileThatAnotherMakesMeanwhileStays) {
   }
 }
 
-TEST(MoveReplacing, CountsAsMovedWhenItWas) {
+TEST(MoveReplacing, CountsAsMovedIfTheCallSucceeded) {
   for (const int error_number : {ENOENT, EIO, ESTALE, EINTR}) {
     const kyd_test::TempFolder folder;
     WriteFileBytes(folder / L"source", "new");
@@ -350,8 +351,8 @@ TEST(MoveReplacing, CountsAsMovedWhenItWas) {
   }
 }
 
-// Does the call once, as another puts a new file in place of the one that is gone, and reports
-// EINTR.
+// Performs the first call, creates a new file at the path that it freed, as another process might,
+// and reports EINTR.
 auto InterruptedWhenReplaced(const std::wstring& path) {
   return [path, calls = 0](SystemCall call) mutable {
     const long result = call.Perform();
@@ -363,7 +364,7 @@ auto InterruptedWhenReplaced(const std::wstring& path) {
   };
 }
 
-TEST(MoveReplacing, DoesNotRepeatARenameThatWasDone) {
+TEST(MoveReplacing, DoesNotRepeatACompletedRename) {
   const kyd_test::TempFolder folder;
   const std::wstring source = folder / L"source";
   WriteFileBytes(source, "new");
@@ -374,7 +375,7 @@ TEST(MoveReplacing, DoesNotRepeatARenameThatWasDone) {
   EXPECT_EQ(ReadFileBytes(source), "of another");
 }
 
-TEST(MoveByLink, DoesNotRepeatARemovalThatWasDone) {
+TEST(MoveByLink, DoesNotRepeatACompletedRemoval) {
   const kyd_test::TempFolder folder;
   const std::wstring source = folder / L"source";
   WriteFileBytes(source, "content");
@@ -385,7 +386,7 @@ TEST(MoveByLink, DoesNotRepeatARemovalThatWasDone) {
   EXPECT_EQ(ReadFileBytes(source), "of another");
 }
 
-// ---- File systems that lack a call
+// ---- File systems without some calls
 
 class MoveWithoutCalls : public testing::TestWithParam<std::vector<FailingCall>> {};
 
@@ -424,8 +425,8 @@ INSTANTIATE_TEST_SUITE_P(
                     std::vector<FailingCall>{{SYS_renameat2, EINVAL, std::nullopt},
                                              {SYS_link, ENOSYS, std::nullopt}}));
 
-// Profiles of system calls that are older than statx refuse it.
-TEST(MoveOnSameFileSystem, NeedsNoStatx) {
+// Older system call filters reject statx.
+TEST(MoveOnSameFileSystem, WorksWithoutStatx) {
   for (const int error_number : {EPERM, EINVAL, ENOSYS}) {
     for (const Way move : std::initializer_list<Way>{&platform::MoveByRename, &platform::MoveByLink,
                                                      &platform::MoveByReservation}) {
@@ -444,7 +445,7 @@ TEST(MoveOnSameFileSystem, NeedsNoStatx) {
   }
 }
 
-TEST(MoveByLink, ASourceThatCannotBeRemovedStaysAlone) {
+TEST(MoveByLink, KeepsASourceThatCannotBeRemoved) {
   const kyd_test::TempFolder folder;
   const std::string source = Native(folder / L"source");
   const std::string target = Native(folder / L"target");
@@ -455,7 +456,7 @@ TEST(MoveByLink, ASourceThatCannotBeRemovedStaysAlone) {
   EXPECT_FALSE(PathExists(folder / L"target"));
 }
 
-// What fstatat says may be a network file system's memory of a source that is gone.
+// fstatat on a network file system may return a cached entry of a source that is gone.
 TEST(MoveByLink, KeepsBothNamesWithoutStatx) {
   const kyd_test::TempFolder folder;
   const std::string source = Native(folder / L"source");
@@ -503,7 +504,7 @@ TEST(MoveOnSameFileSystem, ReturnsTheErrorOfTheLinkUnlessLinksAreUnsupported) {
   EXPECT_FALSE(PathExists(folder / L"target"));
 }
 
-TEST(SyncFolderOf, GivesAFailureUnlessFoldersCannotBeSyncedAtAll) {
+TEST(SyncFolderOf, ReportsAFailureUnlessFoldersCannotBeSynced) {
   const kyd_test::TempFolder folder;
   const std::string path = Native(folder / L"file");
   const std::vector<std::pair<int, int>> answers = {{EIO, EIO},  {EINVAL, 0}, {ENOTSUP, 0},
@@ -535,7 +536,7 @@ class MoveAcross : public testing::Test {
     struct stat there = {};
     if (stat(Native(folder_.Path()).c_str(), &here) != 0 || stat("/dev/shm", &there) != 0 ||
         here.st_dev == there.st_dev || access("/dev/shm", W_OK) != 0) {
-      GTEST_SKIP() << "there is no second file system to write to";
+      GTEST_SKIP() << "no second writable file system";
     }
     other_ = std::make_unique<kyd_test::TempFolder>(L"/dev/shm");
     target_ = *other_ / L"target.log";
@@ -588,7 +589,7 @@ TEST_F(MoveAcross, MovesAnEmptyFile) {
   EXPECT_FALSE(PathExists(source_));
 }
 
-TEST_F(MoveAcross, TakesTheLongestName) {
+TEST_F(MoveAcross, HandlesTheLongestName) {
   WriteFileBytes(source_, "content");
   const std::wstring target = *other_ / std::wstring(255, L'x');
   EXPECT_TRUE(MoveWithoutReplacing(source_, target));
@@ -612,7 +613,7 @@ TEST_F(MoveAcross, ReportsAMissingFolder) {
   ExpectNothingMoved("content");
 }
 
-TEST_F(MoveAcross, LeavesFoldersAndLinksWhereTheyAre) {
+TEST_F(MoveAcross, DoesNotMoveFoldersAndLinks) {
   const std::wstring folder = folder_.MakeFolder(L"folder");
   EXPECT_FALSE(MoveWithoutReplacing(folder, target_));
   EXPECT_EQ(platform::LastError(), platform::kErrorGeneralFailure);
@@ -624,7 +625,7 @@ TEST_F(MoveAcross, LeavesFoldersAndLinksWhereTheyAre) {
   EXPECT_EQ(EntryCount(other_->Path()), 0U);
 }
 
-// One failing call, and the number that the failed move leaves.
+// One failing call, and the error that the failed move reports.
 struct FailedCopy {
   const char* name;
   std::vector<FailingCall> calls;
@@ -663,7 +664,7 @@ INSTANTIATE_TEST_SUITE_P(
                                31}),
     [](const auto& copy) { return copy.param.name; });
 
-TEST_F(MoveAcross, AFolderThatCannotBeReadIsNoFailure) {
+TEST_F(MoveAcross, FolderThatCannotBeReadIsNotAFailure) {
   WriteFileBytes(source_, "content");
   EXPECT_TRUE(RunWithout({{SYS_openat, EACCES, CallArgument{2, kFolderFlags}}},
                          [this] { return MoveWithoutReplacing(source_, target_); }));
@@ -671,8 +672,8 @@ TEST_F(MoveAcross, AFolderThatCannotBeReadIsNoFailure) {
   EXPECT_FALSE(PathExists(source_));
 }
 
-// The first call finds two file systems; by the second one the copy is published, and `meanwhile`
-// happens just before.
+// The first rename reports two file systems. The second one publishes the copy; `meanwhile` runs
+// just before it.
 bool MoveWhile(const std::wstring& source, const std::wstring& target,
                const std::function<void()>& meanwhile) {
   int calls = 0;
@@ -691,19 +692,19 @@ bool MoveWhile(const std::wstring& source, const std::wstring& target,
                         [&] { return MoveWithoutReplacing(source, target); });
 }
 
-TEST_F(MoveAcross, TheCopyStaysIfAnotherProcessRemovedTheSource) {
+TEST_F(MoveAcross, KeepsTheCopyIfAnotherProcessRemovedTheSource) {
   WriteFileBytes(source_, "content");
   EXPECT_TRUE(MoveWhile(source_, target_, [this] { std::filesystem::remove(Native(source_)); }));
   EXPECT_EQ(ReadFileBytes(target_), "content");
 }
 
-TEST_F(MoveAcross, WhatIsWrittenInTheLastMomentStays) {
+TEST_F(MoveAcross, KeepsDataAppendedAtTheLastMoment) {
   WriteFileBytes(source_, "content");
   EXPECT_FALSE(MoveWhile(source_, target_, [this] { WriteFileBytes(source_, "more content"); }));
   ExpectNothingMoved("more content");
 }
 
-TEST_F(MoveAcross, WhatIsWrittenOverInTheLastMomentStays) {
+TEST_F(MoveAcross, KeepsDataOverwrittenAtTheLastMoment) {
   WriteFileBytes(source_, "content");
   const timespec times[2] = {{1'000'000'000, 0}, {1'000'000'000, 0}};
   ASSERT_EQ(utimensat(AT_FDCWD, Native(source_).c_str(), times, 0), 0);
@@ -711,7 +712,7 @@ TEST_F(MoveAcross, WhatIsWrittenOverInTheLastMomentStays) {
   ExpectNothingMoved("CONTENT");
 }
 
-TEST_F(MoveAcross, AFileThatTakesThePlaceInTheLastMomentStaysBesideTheCopy) {
+TEST_F(MoveAcross, KeepsAFileThatReplacesTheSourceAtTheLastMoment) {
   WriteFileBytes(source_, "content");
   EXPECT_TRUE(MoveWhile(source_, target_, [this] {
     WriteFileBytes(folder_ / L"new", "another");
@@ -721,7 +722,7 @@ TEST_F(MoveAcross, AFileThatTakesThePlaceInTheLastMomentStaysBesideTheCopy) {
   EXPECT_EQ(ReadFileBytes(target_), "content");
 }
 
-TEST_F(MoveAcross, NeedsNoAttributes) {
+TEST_F(MoveAcross, WorksWithoutAttributes) {
   for (const unsigned number : {SYS_fchown, SYS_fchmod, SYS_utimensat}) {
     WriteFileBytes(source_, "content");
     EXPECT_TRUE(RunWithout({{number, EPERM, std::nullopt}},
@@ -732,7 +733,7 @@ TEST_F(MoveAcross, NeedsNoAttributes) {
   }
 }
 
-TEST_F(MoveAcross, NeedsNoSync) {
+TEST_F(MoveAcross, WorksWithoutSync) {
   for (const int error_number : {EINVAL, ENOSYS, EOPNOTSUPP, EBADF}) {
     WriteFileBytes(source_, "content");
     EXPECT_TRUE(RunWithout({{SYS_fsync, error_number, std::nullopt}},
@@ -742,8 +743,8 @@ TEST_F(MoveAcross, NeedsNoSync) {
   }
 }
 
-// Each call that a copying move makes is done and reports failure, or is interrupted: the content
-// is whole in at least one place, nothing else is left, and what is reported as moved was.
+// Each call of a copying move succeeds but reports failure, or is interrupted: at least one place
+// keeps the whole content, nothing else remains, and a reported move has happened.
 class CallOfACopy : public MoveAcross, public testing::WithParamInterface<long> {
  protected:
   // How often the move makes the call.
@@ -763,7 +764,7 @@ class CallOfACopy : public MoveAcross, public testing::WithParamInterface<long> 
                           [this] { return MoveWithoutReplacing(source_, target_); });
   }
 
-  // A look that fails leaves both, which is never wrong; other failures leave one.
+  // A failing status query keeps both files, which is always safe; other failures keep one.
   void ExpectWhole(bool moved, int error_number, int which) const {
     const std::string where = std::to_string(error_number) + " at " + std::to_string(which);
     EXPECT_EQ(ReadFileBytes(moved ? target_ : source_), "content") << where;
@@ -776,7 +777,7 @@ class CallOfACopy : public MoveAcross, public testing::WithParamInterface<long> 
   }
 };
 
-TEST_P(CallOfACopy, DoneButFailingLosesNothing) {
+TEST_P(CallOfACopy, ReportedAsFailedLosesNothing) {
   const int calls = Calls();
   EXPECT_GT(calls, 0);
   for (const int error_number : {ENOENT, EEXIST, EIO, ESTALE, EINTR}) {
@@ -818,7 +819,7 @@ INSTANTIATE_TEST_SUITE_P(Calls, CallOfACopy,
                                          SYS_fsync, SYS_read, SYS_write),
                          [](const auto& call) { return "Call" + std::to_string(call.param); });
 
-TEST_F(MoveAcross, BothStayIfTheSourceMayBeThere) {
+TEST_F(MoveAcross, KeepsBothIfTheSourceMayExist) {
   WriteFileBytes(source_, "content");
   EXPECT_TRUE(RunWithInstead({SYS_unlink, SYS_statx}, FailingBlindly(SYS_unlink), [this] {
     return !MoveWithoutReplacing(source_, target_) &&
@@ -828,7 +829,7 @@ TEST_F(MoveAcross, BothStayIfTheSourceMayBeThere) {
   EXPECT_EQ(ReadFileBytes(target_), "content");
 }
 
-TEST_F(MoveAcross, ASourceThatGrowsMeanwhileStays) {
+TEST_F(MoveAcross, KeepsASourceThatGrows) {
   WriteFileBytes(source_, std::string(std::size_t{16} << 20, 'x'));
   std::atomic<bool> started = false;
   std::atomic<bool> stop = false;
@@ -852,7 +853,7 @@ TEST_F(MoveAcross, ASourceThatGrowsMeanwhileStays) {
   EXPECT_EQ(EntryCount(other_->Path()), 0U);
 }
 
-TEST_F(MoveAcross, WorksWithoutRenameat2AsWell) {
+TEST_F(MoveAcross, WorksWithoutRenameat2) {
   WriteFileBytes(source_, "content");
   EXPECT_TRUE(RunWithout({{SYS_renameat2, EINVAL, std::nullopt}},
                          [this] { return MoveWithoutReplacing(source_, target_); }));
@@ -861,10 +862,10 @@ TEST_F(MoveAcross, WorksWithoutRenameat2AsWell) {
   EXPECT_EQ(EntryCount(other_->Path()), 1U);
 }
 
-TEST_F(MoveAcross, ASourceThatCannotBeRemovedStaysAlone) {
+TEST_F(MoveAcross, KeepsASourceThatCannotBeRemoved) {
   WriteFileBytes(source_, "content");
-  // The source's removal and the undoing of the target's are the same call; the copy, however, was
-  // published, so that something is always left.
+  // Removing the source and undoing the target use the same call; but the copy is published, so
+  // that one file always remains.
   EXPECT_TRUE(RunWithout({{SYS_unlink, EROFS, std::nullopt}}, [this] {
     return !MoveWithoutReplacing(source_, target_) &&
            platform::LastError() == platform::kErrorAccessDenied;

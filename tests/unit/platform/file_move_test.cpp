@@ -78,13 +78,13 @@ TEST_F(FileMoveTest, ReplacesAnOlderFile) {
   EXPECT_EQ(ReadFileBytes(target_), "new");
 }
 
-TEST_F(FileMoveTest, AlsoMovesToAFreeName) {
+TEST_F(FileMoveTest, MovesToAFreeName) {
   WriteFileBytes(source_, "new");
   EXPECT_TRUE(MoveReplacing(source_, target_));
   EXPECT_EQ(ReadFileBytes(target_), "new");
 }
 
-TEST_F(FileMoveTest, ReplacesNothingWithAMissingSource) {
+TEST_F(FileMoveTest, ReplacesNothingIfTheSourceIsMissing) {
   WriteFileBytes(target_, "old");
   EXPECT_FALSE(MoveReplacing(source_, target_));
   EXPECT_EQ(platform::LastError(), platform::kErrorFileNotFound);

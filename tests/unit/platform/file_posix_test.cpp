@@ -35,7 +35,7 @@ class FilePosixTest : public testing::Test {
   std::wstring path_ = folder_ / L"entry";
 };
 
-TEST_F(FilePosixTest, APipeIsRefusedAtOnce) {
+TEST_F(FilePosixTest, RefusesAPipeImmediately) {
   ASSERT_EQ(mkfifo(Native(path_).c_str(), 0600), 0);
   EXPECT_FALSE(File::OpenExclusive(path_).IsOpen());
   EXPECT_EQ(platform::LastError(), platform::kErrorAccessDenied);
@@ -45,7 +45,7 @@ TEST_F(FilePosixTest, APipeIsRefusedAtOnce) {
   EXPECT_FALSE(platform::Utf8AppendFile(path_).IsOpen());
 }
 
-TEST_F(FilePosixTest, ASocketIsRefused) {
+TEST_F(FilePosixTest, RefusesASocket) {
   const int server = socket(AF_UNIX, SOCK_STREAM, 0);
   sockaddr_un address = {};
   address.sun_family = AF_UNIX;
@@ -58,19 +58,19 @@ TEST_F(FilePosixTest, ASocketIsRefused) {
   close(server);
 }
 
-TEST_F(FilePosixTest, ALinkToAFileIsThatFile) {
+TEST_F(FilePosixTest, OpensTheTargetOfALink) {
   kyd_test::WriteFileBytes(folder_ / L"target", "content");
   ASSERT_EQ(symlink("target", Native(path_).c_str()), 0);
   EXPECT_EQ(File::OpenExclusive(path_).Size(), 7U);
 }
 
-TEST_F(FilePosixTest, ALinkToNothingIsAMissingFile) {
+TEST_F(FilePosixTest, DanglingLinkIsAMissingFile) {
   ASSERT_EQ(symlink("nothing", Native(path_).c_str()), 0);
   EXPECT_FALSE(File::OpenExclusive(path_).IsOpen());
   EXPECT_EQ(platform::LastError(), platform::kErrorFileNotFound);
 }
 
-TEST_F(FilePosixTest, ANameThatIsTooLongSaysSo) {
+TEST_F(FilePosixTest, ReportsANameThatIsTooLong) {
   const std::wstring path = folder_ / std::wstring(256, L'x');
   EXPECT_FALSE(File::OpenExclusive(path).IsOpen());
   EXPECT_EQ(platform::LastError(), platform::kErrorFileNameTooLong);
@@ -78,9 +78,9 @@ TEST_F(FilePosixTest, ANameThatIsTooLongSaysSo) {
   EXPECT_EQ(platform::LastError(), platform::kErrorFileNameTooLong);
 }
 
-TEST_F(FilePosixTest, AFileWithoutRightsIsDenied) {
+TEST_F(FilePosixTest, FileWithoutPermissionsIsDenied) {
   if (geteuid() == 0) {
-    GTEST_SKIP() << "rights do not bind the superuser";
+    GTEST_SKIP() << "permissions do not apply to the superuser";
   }
   kyd_test::WriteFileBytes(path_, "content");
   ASSERT_EQ(chmod(Native(path_).c_str(), 0), 0);
@@ -88,7 +88,7 @@ TEST_F(FilePosixTest, AFileWithoutRightsIsDenied) {
   EXPECT_EQ(platform::LastError(), platform::kErrorAccessDenied);
 }
 
-TEST_F(FilePosixTest, AFileOfUnknownKindIsNotOpened) {
+TEST_F(FilePosixTest, DoesNotOpenAFileOfUnknownType) {
   kyd_test::WriteFileBytes(path_, "content");
   EXPECT_TRUE(kyd_test::RunWithout(kyd_test::WithoutFstat(EIO), [this] {
     return !File::OpenExclusive(path_).IsOpen() &&
@@ -96,7 +96,7 @@ TEST_F(FilePosixTest, AFileOfUnknownKindIsNotOpened) {
   }));
 }
 
-// The ways to open a file with a lock.
+// All functions that open a file with a lock.
 bool OpensInEveryWay(const std::wstring& path) {
   const platform::CFileAccessSecurity security(0);
   bool open = File::OpenExclusive(path).IsOpen();
@@ -104,7 +104,7 @@ bool OpensInEveryWay(const std::wstring& path) {
   return File::OpenForWriting(path, security).IsOpen() && open;
 }
 
-TEST_F(FilePosixTest, NeedsNoLocksWhereThereAreNone) {
+TEST_F(FilePosixTest, WorksWithoutLockSupport) {
   kyd_test::WriteFileBytes(path_, "content");
   for (const int error_number : {EBADF, ENOLCK, ENOSYS, EOPNOTSUPP, EINVAL}) {
     EXPECT_TRUE(kyd_test::RunWithout({{SYS_flock, error_number, std::nullopt}}, [this] {
@@ -113,7 +113,7 @@ TEST_F(FilePosixTest, NeedsNoLocksWhereThereAreNone) {
   }
 }
 
-TEST_F(FilePosixTest, ALockThatAnotherHoldsIsASharingViolation) {
+TEST_F(FilePosixTest, LockHeldByAnotherIsASharingViolation) {
   kyd_test::WriteFileBytes(path_, "content");
   EXPECT_TRUE(kyd_test::RunWithout({{SYS_flock, EWOULDBLOCK, std::nullopt}}, [this] {
     return !File::OpenExclusive(path_).IsOpen() &&
@@ -121,7 +121,7 @@ TEST_F(FilePosixTest, ALockThatAnotherHoldsIsASharingViolation) {
   }));
 }
 
-TEST_F(FilePosixTest, ALockThatFailsIsNoSharingViolation) {
+TEST_F(FilePosixTest, FailedLockIsNotASharingViolation) {
   kyd_test::WriteFileBytes(path_, "content");
   EXPECT_TRUE(kyd_test::RunWithout({{SYS_flock, EIO, std::nullopt}}, [this] {
     return !File::OpenExclusive(path_).IsOpen() &&
@@ -129,8 +129,8 @@ TEST_F(FilePosixTest, ALockThatFailsIsNoSharingViolation) {
   }));
 }
 
-// An exclusive lock is for writers only, and a shared one is not to be had either.
-TEST_F(FilePosixTest, NeedsNoLockWhereTheSharedOneIsMissingToo) {
+// Only writers may take an exclusive lock, and shared locks are unavailable.
+TEST_F(FilePosixTest, WorksIfSharedLocksAreUnavailableToo) {
   kyd_test::WriteFileBytes(path_, "content");
   const kyd_test::CallArgument exclusive{1, LOCK_EX | LOCK_NB};
   const kyd_test::CallArgument shared{1, LOCK_SH | LOCK_NB};
@@ -143,8 +143,8 @@ TEST_F(FilePosixTest, NeedsNoLockWhereTheSharedOneIsMissingToo) {
       }));
 }
 
-// As a network file system has it: exclusive locks for writers only.
-TEST_F(FilePosixTest, WithoutAnExclusiveLockASharedOneNoticesAWriter) {
+// Like a network file system: only writers may take an exclusive lock.
+TEST_F(FilePosixTest, SharedLockDetectsAWriterIfExclusiveLocksAreUnavailable) {
   kyd_test::WriteFileBytes(path_, "content");
   const kyd_test::CallArgument exclusive{1, LOCK_EX | LOCK_NB};
   const auto open_exclusive = [&] {
@@ -158,7 +158,7 @@ TEST_F(FilePosixTest, WithoutAnExclusiveLockASharedOneNoticesAWriter) {
   EXPECT_FALSE(open_exclusive());
 }
 
-TEST_F(FilePosixTest, RepeatsWhatIsInterrupted) {
+TEST_F(FilePosixTest, RepeatsInterruptedCalls) {
   kyd_test::WriteFileBytes(folder_ / L"a.log", "content");
   for (const unsigned number :
        {SYS_openat, SYS_flock, SYS_read, SYS_write, SYS_unlink, SYS_getdents64}) {
@@ -175,13 +175,13 @@ TEST_F(FilePosixTest, RepeatsWhatIsInterrupted) {
   }
 }
 
-TEST_F(FilePosixTest, AnInterruptedFlushIsRepeated) {
+TEST_F(FilePosixTest, RepeatsAnInterruptedFlush) {
   File file = File::CreateNew(path_, platform::FileReaders::kOwner);
   EXPECT_TRUE(kyd_test::RunWithInstead({SYS_fsync}, kyd_test::Failing(EINTR),
                                        [&] { return file.Flush(); }));
 }
 
-TEST_F(FilePosixTest, FoldersAreMadeAndFoundAlthoughCallsAreInterrupted) {
+TEST_F(FilePosixTest, CreatesAndFindsFoldersDespiteInterruptedCalls) {
   int number = 0;
   for (const auto& instead : {kyd_test::Failing(EINTR), kyd_test::DoneButFailing(EINTR)}) {
     const std::wstring parent = folder_ / std::to_wstring(++number);
@@ -196,7 +196,7 @@ TEST_F(FilePosixTest, FoldersAreMadeAndFoundAlthoughCallsAreInterrupted) {
                                        [&] { return platform::FileExists(path_) == true; }));
 }
 
-TEST_F(FilePosixTest, WhatIsAlwaysInterruptedFails) {
+TEST_F(FilePosixTest, FailsIfEveryCallIsInterrupted) {
   kyd_test::WriteFileBytes(path_, "content");
   EXPECT_FALSE(kyd_test::RunWithout({{SYS_read, EINTR, std::nullopt}}, [this] {
     char byte = 0;
@@ -204,7 +204,7 @@ TEST_F(FilePosixTest, WhatIsAlwaysInterruptedFails) {
   }));
 }
 
-TEST_F(FilePosixTest, ReadsOnAfterAShortRead) {
+TEST_F(FilePosixTest, ContinuesAfterAShortRead) {
   kyd_test::WriteFileBytes(path_, "content");
   const auto one_byte = [](const kyd_test::SystemCall& call) {
     kyd_test::SystemCall shorter = call;
@@ -218,7 +218,7 @@ TEST_F(FilePosixTest, ReadsOnAfterAShortRead) {
   }));
 }
 
-TEST_F(FilePosixTest, ALineOfTheLogIsWrittenWholeInShortWrites) {
+TEST_F(FilePosixTest, WritesAWholeLogLineInShortWrites) {
   const auto one_byte = [](const kyd_test::SystemCall& call) {
     kyd_test::SystemCall shorter = call;
     shorter.arguments[2] = 1;
@@ -233,7 +233,7 @@ TEST_F(FilePosixTest, ALineOfTheLogIsWrittenWholeInShortWrites) {
 
 // ---- Leases
 
-// As the kernel answers an open that would have to wait for another's lease.
+// The kernel's answer to an open that would have to wait for another process's lease.
 long RefuseWithoutWaiting(const kyd_test::SystemCall& call) {
   return (call.arguments[2] & O_NONBLOCK) != 0 ? -EAGAIN : call.Perform();
 }
@@ -250,7 +250,7 @@ TEST_F(FilePosixTest, WaitsForTheEndOfALease) {
   EXPECT_EQ(kyd_test::ReadFileBytes(path_), "content\r\n");
 }
 
-TEST_F(FilePosixTest, WaitsForNothingButRegularFiles) {
+TEST_F(FilePosixTest, WaitsOnlyForRegularFiles) {
   ASSERT_EQ(mkfifo(Native(path_).c_str(), 0600), 0);
   EXPECT_TRUE(kyd_test::RunWithInstead({SYS_openat}, &RefuseWithoutWaiting, [this] {
     return !File::OpenExclusive(path_).IsOpen() &&
@@ -273,20 +273,20 @@ TEST_F(FilePosixTest, OpensAFileThatAnotherProgramHasLeased) {
   sigaction(SIGIO, &giving_up, &earlier);
   const bool leased = fcntl(lease, F_SETLEASE, F_RDLCK) == 0;
   if (leased) {
-    // A reader's lease has to go before anybody writes.
+    // A reader's lease must be released before any write.
     const platform::CFileAccessSecurity security(0);
     EXPECT_TRUE(File::OpenForWriting(path_, security).IsOpen());
   }
   sigaction(SIGIO, &earlier, nullptr);
   close(lease);
   if (!leased) {
-    GTEST_SKIP() << "this file system has no leases";
+    GTEST_SKIP() << "this file system does not support leases";
   }
 }
 
 // ---- Removing
 
-TEST_F(FilePosixTest, AFileThatIsGoneCountsAsRemovedWhateverTheSystemReports) {
+TEST_F(FilePosixTest, FileThatIsGoneCountsAsRemoved) {
   for (const int error_number : {EIO, ESTALE, EINTR}) {
     kyd_test::WriteFileBytes(path_, "content");
     EXPECT_TRUE(kyd_test::RunWithInstead({SYS_unlink}, kyd_test::DoneButFailing(error_number),
@@ -296,9 +296,9 @@ TEST_F(FilePosixTest, AFileThatIsGoneCountsAsRemovedWhateverTheSystemReports) {
   }
 }
 
-TEST_F(FilePosixTest, ARemovalThatWasDoneIsNotRepeated) {
+TEST_F(FilePosixTest, DoesNotRepeatACompletedRemoval) {
   kyd_test::WriteFileBytes(path_, "content");
-  // A file system's clock may tick every 10 ms only.
+  // The clock of a file system may have a resolution of 10 ms.
   std::this_thread::sleep_for(std::chrono::milliseconds(20));
   int calls = 0;
   const auto instead = [&](kyd_test::SystemCall call) -> long {
@@ -309,7 +309,7 @@ TEST_F(FilePosixTest, ARemovalThatWasDoneIsNotRepeated) {
     kyd_test::WriteFileBytes(path_, "of another");
     return -long{EINTR};
   };
-  // What it gives depends on whether the new file has the old one's inode.
+  // The result depends on whether the new file reuses the inode of the old one.
   kyd_test::RunWithInstead({SYS_unlink}, instead, [this] {
     static_cast<void>(platform::RemoveFile(path_));
     return true;
@@ -317,7 +317,7 @@ TEST_F(FilePosixTest, ARemovalThatWasDoneIsNotRepeated) {
   EXPECT_EQ(kyd_test::ReadFileBytes(path_), "of another");
 }
 
-TEST_F(FilePosixTest, AReadThatFailsSaysWhy) {
+TEST_F(FilePosixTest, ReportsWhyAReadFailed) {
   kyd_test::WriteFileBytes(path_, "content");
   EXPECT_TRUE(kyd_test::RunWithout({{SYS_read, EPERM, std::nullopt}}, [this] {
     char byte = 0;
@@ -326,7 +326,7 @@ TEST_F(FilePosixTest, AReadThatFailsSaysWhy) {
   }));
 }
 
-TEST_F(FilePosixTest, AWriteToAFullDiskSaysSo) {
+TEST_F(FilePosixTest, ReportsAFullDisk) {
   EXPECT_TRUE(kyd_test::RunWithout({{SYS_write, ENOSPC, std::nullopt}}, [this] {
     const platform::CFileAccessSecurity security(0);
     return !File::OpenForWriting(path_, security).Write("x", 1) &&
@@ -334,7 +334,7 @@ TEST_F(FilePosixTest, AWriteToAFullDiskSaysSo) {
   }));
 }
 
-TEST_F(FilePosixTest, ASearchThatCannotReadTheFolderSaysWhy) {
+TEST_F(FilePosixTest, SearchReportsWhyAFolderCannotBeRead) {
   kyd_test::WriteFileBytes(folder_ / L"entry.log", "content");
   EXPECT_TRUE(kyd_test::RunWithout({{SYS_getdents64, EACCES, std::nullopt}}, [this] {
     platform::FileSearch search(folder_.Path(), L".log");
@@ -359,7 +359,7 @@ TEST_F(FilePosixTest, WriteAllContinuesAfterShortWrites) {
   }
 }
 
-TEST_F(FilePosixTest, WriteAllEndsAtAFailureAndAtAWriteOfNothing) {
+TEST_F(FilePosixTest, WriteAllStopsAtAFailureAndAtAWriteOfZeroBytes) {
   for (const long end : {-long{ENOSPC}, 0L}) {
     int calls = 0;
     EXPECT_TRUE(kyd_test::RunWithInstead(
@@ -380,7 +380,7 @@ TEST_F(FilePosixTest, WriteAllEndsAtAFailureAndAtAWriteOfNothing) {
 
 TEST_F(FilePosixTest, OpenFilesAreNotInherited) {
   kyd_test::WriteFileBytes(path_, "content");
-  const int next = dup(STDIN_FILENO);  // the number that the file will get
+  const int next = dup(STDIN_FILENO);  // the descriptor that the file will get
   ASSERT_GE(next, 0);
   close(next);
   const File file = File::OpenExclusive(path_);
@@ -388,7 +388,7 @@ TEST_F(FilePosixTest, OpenFilesAreNotInherited) {
   EXPECT_EQ(fcntl(next, F_GETFD), FD_CLOEXEC);
 }
 
-TEST_F(FilePosixTest, FilesWithNamesOutsideOfUtf8AreFoundOpenedMovedAndRemoved) {
+TEST_F(FilePosixTest, FilesWithNonUtf8NamesAreFoundOpenedMovedAndRemoved) {
   const std::wstring name = L"caf\xDCE9.log";
   kyd_test::WriteFileBytes(folder_ / name, "content");
   EXPECT_EQ(access((Native(folder_.Path()) + "/caf\xE9.log").c_str(), F_OK), 0);
@@ -401,13 +401,13 @@ TEST_F(FilePosixTest, FilesWithNamesOutsideOfUtf8AreFoundOpenedMovedAndRemoved) 
   EXPECT_TRUE(platform::RemoveFile(folder_ / (name + L".bak")));
 }
 
-TEST_F(FilePosixTest, SearchTakesTheWholeEnding) {
+TEST_F(FilePosixTest, SearchComparesTheWholeExtension) {
   kyd_test::WriteFileBytes(folder_ / L"a.log2", "");
   platform::FileSearch search(folder_.Path(), L".log");
   EXPECT_FALSE(search.First());
 }
 
-TEST_F(FilePosixTest, SearchTellsLinksToFoldersFromOtherEntries) {
+TEST_F(FilePosixTest, SearchDistinguishesLinksToFoldersFromOtherEntries) {
   folder_.MakeFolder(L"real");
   ASSERT_EQ(symlink("real", Native(folder_ / L"a.log").c_str()), 0);
   ASSERT_EQ(symlink("nothing", Native(folder_ / L"b.log").c_str()), 0);

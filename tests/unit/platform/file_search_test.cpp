@@ -37,7 +37,7 @@ class FileSearchTest : public testing::Test {
   kyd_test::TempFolder folder_;
 };
 
-TEST_F(FileSearchTest, GivesEveryEntryWithItsKind) {
+TEST_F(FileSearchTest, ReturnsEveryEntryWithItsType) {
   MakeFile(L"file");
   MakeFile(L"b.txt");
   folder_.MakeFolder(L"folder");
@@ -53,7 +53,7 @@ TEST_F(FileSearchTest, GivesEveryEntryWithItsKind) {
   EXPECT_EQ(found, expected);
 }
 
-TEST_F(FileSearchTest, GivesNamesWithTheEnding) {
+TEST_F(FileSearchTest, ReturnsNamesWithTheExtension) {
   for (const wchar_t* const name : {L"a.log", L"B.LOG", L"c.Log", L"d.log.bak", L"e.txt", L"elog",
                                     L"\x00E4 \x20AC.log", L".log", L"g.bak.log"}) {
     MakeFile(name);
@@ -64,12 +64,12 @@ TEST_F(FileSearchTest, GivesNamesWithTheEnding) {
                                    L"g.bak.log", L"folder.log"));
 }
 
-TEST_F(FileSearchTest, AnEmptyFolderHasOnlyItself) {
+TEST_F(FileSearchTest, EmptyFolderHasOnlyTheDotEntries) {
   EXPECT_THAT(Names(L""), UnorderedElementsAre(L".", L".."));
   EXPECT_THAT(Names(L".log"), IsEmpty());
 }
 
-TEST_F(FileSearchTest, SaysWhyNothingWasFound) {
+TEST_F(FileSearchTest, ReportsWhyNothingWasFound) {
   FileSearch search(folder_.Path(), L".log");
   EXPECT_FALSE(search.First());
   EXPECT_EQ(platform::LastError(), platform::kErrorFileNotFound);
@@ -99,7 +99,7 @@ TEST_F(FileSearchTest, TheLastEntryStaysCurrentAtTheEnd) {
   EXPECT_FALSE(search.Next());
 }
 
-TEST_F(FileSearchTest, GoesOnWhileEntriesAreMovedAway) {
+TEST_F(FileSearchTest, ContinuesWhileEntriesAreMoved) {
   std::vector<std::wstring> expected;
   for (int i = 0; i < 1000; ++i) {
     const std::wstring name = platform::FromUtf8("file " + std::to_string(i) + ".log");
@@ -111,7 +111,7 @@ TEST_F(FileSearchTest, GoesOnWhileEntriesAreMovedAway) {
   for (bool found = search.First(); found;) {
     const std::wstring name = search.Current().name;
     names.push_back(name);
-    // As the upload does it: look ahead, then move the file away.
+    // As in the upload: find the next file, then move the current one.
     found = search.Next();
     kyd_test::WriteFileBytes(folder_ / (name + L".bak"), "");
     ASSERT_EQ(std::remove(platform::ToUtf8(folder_ / name).c_str()), 0);
@@ -139,7 +139,7 @@ TEST_F(FileSearchTest, EndsWhenClosed) {
   search.Close();
 }
 
-TEST_F(FileSearchTest, KnowsSizeAndTimeOfTheCurrentEntry) {
+TEST_F(FileSearchTest, ReturnsSizeAndTimeOfTheCurrentEntry) {
   kyd_test::WriteFileBytes(folder_ / L"a.log", "12345");
   const std::filesystem::path file = platform::ToNativePath(folder_ / L"a.log");
   const auto now = std::filesystem::file_time_type::clock::now();
@@ -157,7 +157,7 @@ TEST_F(FileSearchTest, KnowsSizeAndTimeOfTheCurrentEntry) {
 }
 
 #ifndef _WIN32
-// On Windows the search itself brings the details.
+// On Windows the search itself returns the details.
 TEST_F(FileSearchTest, HasNoDetailsOfAnEntryThatHasVanished) {
   MakeFile(L"a.log");
   FileSearch search(folder_.Path(), L".log");

@@ -33,7 +33,7 @@ std::wstring TextOf(PSID sid) {
   return copy;
 }
 
-// Looks at the attributes' list: one entry, whose SID is expected.
+// Checks the attributes' ACL: one entry, with the expected SID.
 void ExpectOneEntry(PACL acl, const std::wstring& sid) {
   ASSERT_NE(acl, nullptr);
   EXPECT_EQ(acl->AclRevision, 2);

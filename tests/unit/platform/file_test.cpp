@@ -25,7 +25,7 @@ class FileTest : public testing::Test {
   CFileAccessSecurity security_{CFileAccessSecurity::kDefault};
 };
 
-TEST_F(FileTest, ReadsWhatIsThere) {
+TEST_F(FileTest, ReadsTheContent) {
   WriteFileBytes(path_, std::string("a\0b\r\n\x1A", 6));
   File file = File::OpenExclusive(path_);
   ASSERT_TRUE(file.IsOpen());
@@ -60,7 +60,7 @@ TEST_F(FileTest, ReadsALargeFileInOneCall) {
   EXPECT_TRUE(read == content);
 }
 
-TEST_F(FileTest, ReadsFromAnyPlace) {
+TEST_F(FileTest, ReadsFromAnyOffset) {
   WriteFileBytes(path_, "0123456789");
   File file = File::OpenUnobtrusive(path_);
   std::array<char, 4> buffer = {};
@@ -85,7 +85,7 @@ TEST_F(FileTest, WritingStartsAtTheBeginningAndKeepsTheRest) {
   EXPECT_EQ(ReadFileBytes(path_), "ab345");
 }
 
-TEST_F(FileTest, WritesBehindTheEndAfterSeeking) {
+TEST_F(FileTest, AppendsAfterSeekingToTheEnd) {
   for (const char* const text : {"first", "second"}) {
     File file = OpenForWriting();
     ASSERT_TRUE(file.IsOpen());
@@ -96,7 +96,7 @@ TEST_F(FileTest, WritesBehindTheEndAfterSeeking) {
 }
 
 TEST_F(FileTest, FindsTheEndBeyond4GiB) {
-  // A hole in the file, not 4 GiB of zeros.
+  // A sparse file.
   constexpr std::uint64_t kSize = (std::uint64_t{4} << 30) + 5;
   WriteFileBytes(path_, "");
   std::filesystem::resize_file(platform::ToNativePath(path_), kSize);
@@ -149,7 +149,7 @@ TEST_F(FileTest, OpensNoDevice) {
   EXPECT_EQ(platform::LastError(), platform::kErrorAccessDenied);
 }
 
-// Who may have the file open besides whom. A file opened for writing stands for any writer here.
+// Which opens may coexist. Any writer behaves like a file that is opened for writing here.
 TEST_F(FileTest, SharesAFileOnlyBetweenReaders) {
   WriteFileBytes(path_, "content");
   enum Way { kExclusive, kShared, kWriting };
@@ -176,7 +176,7 @@ TEST_F(FileTest, SharesAFileOnlyBetweenReaders) {
   }
 }
 
-TEST_F(FileTest, ClosesOnceAndForAll) {
+TEST_F(FileTest, ClosesOnce) {
   WriteFileBytes(path_, "content");
   File file = File::OpenExclusive(path_);
   file.Close();
@@ -201,7 +201,7 @@ TEST_F(FileTest, MovesToAnotherOwner) {
   EXPECT_TRUE(File::OpenExclusive(path_).IsOpen());
 }
 
-TEST_F(FileTest, FailsToWriteWhatIsOpenForReading) {
+TEST_F(FileTest, FailsToWriteToAFileOpenForReading) {
   WriteFileBytes(path_, "content");
   File file = File::OpenShared(path_);
   EXPECT_FALSE(file.Write("x", 1));
@@ -224,7 +224,7 @@ TEST_F(FileTest, RemovesNoFolder) {
   EXPECT_EQ(platform::LastError(), platform::kErrorPathNotFound);
 }
 
-TEST_F(FileTest, ReadsUnobtrusivelyWhateverOthersDo) {
+TEST_F(FileTest, UnobtrusiveReadIgnoresOtherUsersOfTheFile) {
   WriteFileBytes(path_, "content");
   std::array<char, 8> buffer = {};
   {
@@ -240,7 +240,7 @@ TEST_F(FileTest, ReadsUnobtrusivelyWhateverOthersDo) {
   EXPECT_TRUE(platform::RemoveFile(path_));
 }
 
-TEST_F(FileTest, OpensNothingUnobtrusivelyThatIsNoFile) {
+TEST_F(FileTest, UnobtrusiveReadOpensOnlyFiles) {
   EXPECT_FALSE(File::OpenUnobtrusive(path_).IsOpen());
   EXPECT_EQ(platform::LastError(), platform::kErrorFileNotFound);
   EXPECT_FALSE(File::OpenUnobtrusive(folder_.Path()).IsOpen());
@@ -255,7 +255,7 @@ TEST_F(FileTest, ReportsWhetherAFileExists) {
   EXPECT_EQ(platform::FileExists((folder_ / L"missing") + platform::kPathSeparator + L"file"),
             false);
 #ifndef _WIN32
-  // Windows treats an invalid name as a missing one.
+  // Windows treats an invalid name like a missing one.
   EXPECT_EQ(platform::FileExists(folder_ / std::wstring(1000, L'a')), std::nullopt);
 #endif
 }

@@ -22,7 +22,7 @@ using testing::IsEmpty;
 
 using Names = std::vector<std::string>;
 
-// Bytes of a file, written in any order.
+// The bytes of a file, written in any order.
 class Content {
  public:
   Content& Number(std::size_t offset, std::uint64_t number, std::size_t size) {
@@ -34,7 +34,7 @@ class Content {
   Content& U16(std::size_t offset, std::uint64_t number) { return Number(offset, number, 2); }
   Content& U32(std::size_t offset, std::uint64_t number) { return Number(offset, number, 4); }
   Content& U64(std::size_t offset, std::uint64_t number) { return Number(offset, number, 8); }
-  // With its NUL.
+  // Including the NUL.
   Content& Text(std::size_t offset, const std::string& text) {
     Byte(offset + text.size()) = '\0';
     text.copy(&bytes_[offset], text.size());
@@ -51,8 +51,8 @@ class Content {
   std::string bytes_;
 };
 
-// One section, at 0x200 in the file and at 0x1000 in memory: the imports from 0x1000, the exports
-// from 0x1400, names from 0x1800.
+// One section, at 0x200 in the file and 0x1000 in memory: imports from 0x1000, exports from 0x1400,
+// names from 0x1800.
 constexpr std::size_t kPeHeader = 0x80;
 constexpr std::size_t InPe(std::size_t address) {
   return address - 0x1000 + 0x200;
@@ -83,7 +83,7 @@ Content Pe(const Names& imports, Names exports) {
   return file.Number(InPe(0x2FFF), 0, 1);
 }
 
-// One segment, at 0 in the file and at 0x10000 in memory: dynamic entries from 0x100, symbols from
+// One segment, at 0 in the file and 0x10000 in memory: dynamic entries from 0x100, symbols from
 // 0x400, hash table from 0x600, names from 0x800.
 constexpr std::uint64_t kElfBase = 0x10000;
 constexpr std::size_t kElfHash = 0x600;
@@ -166,7 +166,7 @@ TEST(LibraryTables, ReadsARealLibrary) {
   EXPECT_EQ(platform::ForeignRunTime(tables->imports), "");
 }
 
-TEST(LibraryTables, KnowsAProgramFromALibrary) {
+TEST(LibraryTables, DistinguishesAProgramFromALibrary) {
   const auto tables = ReadLibraryTables(platform::ProgramPath());
   ASSERT_TRUE(tables);
   EXPECT_FALSE(tables->is_library);
@@ -178,7 +178,7 @@ TEST(LibraryTables, KnowsAProgramFromALibrary) {
   EXPECT_EQ(platform::ForeignRunTime(tables->imports), "");
 }
 
-TEST(LibraryTables, ListsImportsAndTheExportsThatWereAskedFor) {
+TEST(LibraryTables, ListsImportsAndTheRequestedExports) {
   const Names imports = {"KERNEL32.dll", "odd \xFF name", "msvcrt.dll"};
   const Names exports = {"Zeta", "alpha", "Alpha", "middle", "alphabet"};
   const Names wanted = {"alpha", "alph", "Zeta", "alphabet", "a", "zz", "", "Alpha"};
@@ -194,7 +194,7 @@ TEST(LibraryTables, ListsImportsAndTheExportsThatWereAskedFor) {
   }
 }
 
-TEST(LibraryTables, ALibraryMayHaveNoImportsAndNoExports) {
+TEST(LibraryTables, AcceptsALibraryWithoutImportsAndExports) {
   for (const Content& file : {Pe({}, {}), Elf({}, {}, Hash::kSystemV)}) {
     const auto tables = Read(file, {"a"});
     ASSERT_TRUE(tables);
@@ -203,7 +203,7 @@ TEST(LibraryTables, ALibraryMayHaveNoImportsAndNoExports) {
   }
 }
 
-TEST(LibraryTables, ASymbolThatIsOnlyUsedIsNoExport) {
+TEST(LibraryTables, UndefinedSymbolIsNotAnExport) {
   for (const Hash hash : {Hash::kGnu, Hash::kSystemV}) {
     Content file = Elf({}, {"used"}, hash);
     ASSERT_THAT(Read(file, {"used"})->exports, ElementsAre("used"));
@@ -212,14 +212,14 @@ TEST(LibraryTables, ASymbolThatIsOnlyUsedIsNoExport) {
   }
 }
 
-TEST(LibraryTables, APositionIndependentProgramIsNoLibrary) {
+TEST(LibraryTables, PositionIndependentProgramIsNotALibrary) {
   Content file = Elf({}, {}, Hash::kGnu);
   ASSERT_TRUE(Read(file)->is_library);
   file.U64(0x100 + 48, 0x6FFFFFFB).U64(0x100 + 56, 0x08000000);
   EXPECT_FALSE(Read(file)->is_library);
 }
 
-TEST(LibraryTables, NamesTheMachineOfOthers) {
+TEST(LibraryTables, NamesOtherMachines) {
   const std::pair<int, LibraryTables::Machine> pe[] = {{0x14C, LibraryTables::Machine::kX86},
                                                        {0xAA64, LibraryTables::Machine::kArm64},
                                                        {0x1C4, LibraryTables::Machine::kOther}};
@@ -240,11 +240,11 @@ TEST(LibraryTables, NamesTheMachineOfOthers) {
     EXPECT_EQ(tables->format, LibraryTables::Format::kElf);
     EXPECT_EQ(tables->machine, machine);
   }
-  // x86-64 with 32-bit addresses.
+  // The x32 ABI: x86-64 with 32-bit addresses.
   EXPECT_EQ(Read(Elf({}, {}, Hash::kGnu).Number(4, 1, 1))->machine, LibraryTables::Machine::kOther);
 }
 
-TEST(LibraryTables, AFileThatWasCutOffIsNone) {
+TEST(LibraryTables, RejectsATruncatedFile) {
   const Content files[] = {Pe({"a.dll"}, {"b"}), Elf({"a"}, {"b"}, Hash::kGnu),
                            Elf({"a"}, {"b"}, Hash::kSystemV)};
   for (const Content& file : files) {
@@ -255,7 +255,7 @@ TEST(LibraryTables, AFileThatWasCutOffIsNone) {
   }
 }
 
-TEST(LibraryTables, OtherFilesAreNone) {
+TEST(LibraryTables, RejectsOtherFiles) {
   for (const char* const text :
        {"", "M", "MZ", "plain text, and enough of it to be a header", "\177EL", "#!/bin/sh\n"}) {
     EXPECT_FALSE(Read(std::string(text))) << text;
@@ -269,7 +269,8 @@ TEST(LibraryTables, OtherFilesAreNone) {
   }
 }
 
-// Each byte in turn is changed; any result is right that comes soon and stays within the file.
+// Changes each byte in turn; any result is accepted, provided that it comes soon and no read leaves
+// the file.
 TEST(LibraryTables, SurvivesAnyDamagedByte) {
   const Content files[] = {Pe({"a.dll", "b.dll"}, {"c", "d"}),
                            Elf({"a", "b"}, {"c", "d"}, Hash::kGnu),
@@ -287,24 +288,24 @@ TEST(LibraryTables, SurvivesAnyDamagedByte) {
   }
 }
 
-TEST(LibraryTables, EndlessTablesEnd) {
-  // Imports up to the end of the file, each with a name.
+TEST(LibraryTables, SurvivesEndlessTables) {
+  // Named imports up to the end of the file.
   Content pe = Pe({"a.dll"}, {});
   for (std::size_t entry = InPe(0x1000); entry + 20 <= InPe(0x3000); entry += 20) {
     pe.U32(entry + 12, 0x1001);
   }
   EXPECT_FALSE(Read(pe));
-  // A chain that leads back to itself.
+  // A hash chain that loops.
   Content elf = Elf({}, {"a"}, Hash::kSystemV);
   elf.U32(kElfHash + 12 + 4, 1);
   EXPECT_FALSE(Read(elf, {"b"}));
   EXPECT_THAT(Read(elf, {"a"})->exports, ElementsAre("a"));
-  // No bucket to divide by.
+  // No buckets, to provoke a division by zero.
   EXPECT_THAT(Read(Elf({}, {"a"}, Hash::kSystemV).U32(kElfHash, 0), {"a"})->exports, IsEmpty());
   EXPECT_THAT(Read(Elf({}, {"a"}, Hash::kGnu).U32(kElfHash, 0), {"a"})->exports, IsEmpty());
 }
 
-TEST(LibraryTables, ReportsWhyAFileIsNoLibrary) {
+TEST(LibraryTables, ReportsWhyAFileIsNotALibrary) {
   const kyd_test::TempFolder folder;
   EXPECT_FALSE(ReadLibraryTables(folder / L"missing.dll"));
   EXPECT_EQ(platform::LastError(), platform::kErrorFileNotFound);
@@ -320,7 +321,7 @@ TEST(LibraryTables, ReportsWhyAFileIsNoLibrary) {
   EXPECT_EQ(platform::LastError(), platform::kErrorBadFormat);
 }
 
-TEST(ForeignRunTime, IsTheFirstImportOfAnother) {
+TEST(ForeignRunTime, IsTheFirstImportOfAForeignRunTime) {
   struct Case {
     RunTime wanted;
     Names imports;

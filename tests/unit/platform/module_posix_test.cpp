@@ -20,7 +20,7 @@ namespace {
 
 constexpr char kExpected[] = "KYD_EXPECTED_PROGRAM_PATH";
 
-// Starts this program with one of its tests; its exit code.
+// Runs one test of this program in a new process; returns its exit code.
 int RunTest(const std::string& program, const std::string& test) {
   std::string name = program;
   std::string filter = "--gtest_filter=" + test;
@@ -47,7 +47,7 @@ TEST(ProgramPath, IsEmptyIfTheSystemFails) {
   }));
 }
 
-// The environment is changed while no other thread runs.
+// The environment changes while no other thread runs.
 // NOLINTBEGIN(concurrency-mt-unsafe)
 TEST(ProgramPath, MayBeLong) {
   if (const char* const expected = std::getenv(kExpected)) {
@@ -55,7 +55,7 @@ TEST(ProgramPath, MayBeLong) {
     return;
   }
   const kyd_test::TempFolder temporary;
-  // Exactly the first size that is tried, and beyond the second one.
+  // Exactly the first buffer size that is tried, and beyond the second one.
   for (const std::size_t size : {std::size_t{256}, std::size_t{600}}) {
     const std::filesystem::path program =
         PathOfSize(platform::ToNativePath(temporary.Path()), size);

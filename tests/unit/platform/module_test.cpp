@@ -47,7 +47,7 @@ TEST(Module, FindsNoMissingExport) {
   EXPECT_EQ(platform::FindExport(library, "KydTestNothing"), nullptr);
   EXPECT_EQ(platform::FindExport(library, ""), nullptr);
   EXPECT_EQ(platform::FindExport(platform::Library(), "KydTestAnswer"), nullptr);
-  // Not even what the program itself could find.
+  // Not even a function that the program itself could find.
   EXPECT_EQ(platform::FindExport(platform::Library(), "malloc"), nullptr);
 }
 
@@ -73,7 +73,7 @@ TEST(Module, OfAnAddressOfALibraryIsThatLibrary) {
   EXPECT_NE(found.Get(), platform::ModuleOfAddress(AddressOfTheProgram()).Get());
 }
 
-TEST(Module, OfAnAddressKeepsTheLibraryLoadedUntilItGoes) {
+TEST(Module, OfAnAddressKeepsTheLibraryLoaded) {
   platform::Library library = platform::LoadLibraryFile(TestModulePath());
   ASSERT_TRUE(library);
   const void* const address = platform::FindExport(library, "KydTestAnswer");
@@ -89,7 +89,7 @@ TEST(Module, FolderIsThatOfTheModuleWithTheAddress) {
   const std::wstring program = platform::ProgramPath();
   const std::wstring folder = program.substr(0, program.rfind(platform::kPathSeparator));
   EXPECT_EQ(platform::FolderOfModule(AddressOfTheProgram()), folder);
-  // Apart from the program's, to tell the two.
+  // In a folder other than the program's, to distinguish the two.
   const kyd_test::TempFolder other;
   const std::wstring copy = other / (L"copy" + std::wstring(platform::kLibraryEnding));
   kyd_test::WriteFileBytes(copy, kyd_test::ReadFileBytes(TestModulePath()));
@@ -98,13 +98,13 @@ TEST(Module, FolderIsThatOfTheModuleWithTheAddress) {
   EXPECT_EQ(platform::FolderOfModule(platform::FindExport(library, "KydTestAnswer")), other.Path());
 }
 
-TEST(Module, FolderOfAnAddressOutsideOfAllModulesIsEmpty) {
+TEST(Module, FolderOfAnAddressOutsideAllModulesIsEmpty) {
   const int on_the_stack = 0;
   EXPECT_EQ(platform::FolderOfModule(&on_the_stack), L"");
   EXPECT_EQ(platform::FolderOfModule(nullptr), L"");
 }
 
-TEST(Module, OfAnAddressOutsideOfAllModulesIsInvalid) {
+TEST(Module, OfAnAddressOutsideAllModulesIsInvalid) {
   const int on_the_stack = 0;
   EXPECT_FALSE(platform::ModuleOfAddress(&on_the_stack));
   EXPECT_FALSE(platform::ModuleOfAddress(nullptr));

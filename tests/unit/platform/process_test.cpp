@@ -13,7 +13,7 @@ TEST(Process, NumbersAreStable) {
   EXPECT_EQ(platform::ThreadId(), platform::ThreadId());
 }
 
-TEST(Process, ThreadsHaveNumbersOfTheirOwn) {
+TEST(Process, ThreadsHaveDifferentNumbers) {
   const std::uint32_t own = platform::ThreadId();
   std::uint32_t other = 0;
   std::thread([&other] { other = platform::ThreadId(); }).join();

@@ -19,7 +19,7 @@ std::optional<RegistryValue> Query(const std::wstring& key, const std::wstring& 
   return open ? open->Query(name) : std::nullopt;
 }
 
-TEST(Registry, GivesNoMissingKey) {
+TEST(Registry, DoesNotOpenAMissingKey) {
   kyd_test::TestRegistry registry;
   EXPECT_FALSE(RegistryKey::OpenLocalMachine(kKey, platform::kRegistryRead));
   registry.MakeKey(kKey);
@@ -36,14 +36,14 @@ TEST(Registry, OpensAKeyWithEitherAccessAndInAnyCase) {
   EXPECT_TRUE(Query(L"software\\KYDPLATFORMTESTS\\middle\\settingS", L"nUMBER"));
 }
 
-TEST(Registry, AParentOfAKeyExists) {
+TEST(Registry, ParentOfAKeyExists) {
   kyd_test::TestRegistry registry;
   registry.MakeKey(kKey);
   EXPECT_TRUE(RegistryKey::OpenLocalMachine(L"SOFTWARE\\KydPlatformTests\\Middle",
                                             platform::kRegistryRead));
 }
 
-TEST(Registry, GivesADwordAsItsBytes) {
+TEST(Registry, ReturnsADwordAsBytes) {
   kyd_test::TestRegistry registry;
   registry.SetDword(kKey, L"Number", 0x12345678);
   const std::optional<RegistryValue> value = Query(kKey, L"Number");
@@ -53,7 +53,7 @@ TEST(Registry, GivesADwordAsItsBytes) {
   EXPECT_EQ(platform::NumberOf(*value), 0x12345678U);
 }
 
-TEST(Registry, GivesATextWithItsTerminator) {
+TEST(Registry, ReturnsATextWithItsTerminator) {
   kyd_test::TestRegistry registry;
   for (const std::wstring text :
        {L"", L"C:\\logs\\\"quoted\"", L"/var/log", L"\x00E4\x20AC\U0001F600"}) {
@@ -65,7 +65,7 @@ TEST(Registry, GivesATextWithItsTerminator) {
   }
 }
 
-TEST(Registry, GivesALongTextWhole) {
+TEST(Registry, ReturnsAllOfALongText) {
   kyd_test::TestRegistry registry;
   const std::wstring text(5000, L'x');
   registry.SetText(kKey, L"Text", text);
@@ -74,7 +74,7 @@ TEST(Registry, GivesALongTextWhole) {
   EXPECT_EQ(platform::FromUtf16Le(value->data.data(), value->data.size()), text + L'\0');
 }
 
-TEST(Registry, GivesAnotherTypeAsAnother) {
+TEST(Registry, ReportsAnotherTypeAsOther) {
   kyd_test::TestRegistry registry;
   for (const std::uint32_t type : {platform::kRegistryBinary, platform::kRegistryExpandedText}) {
     registry.SetRaw(kKey, L"Value", type, {1, 0, 0, 0});
@@ -86,8 +86,8 @@ TEST(Registry, GivesAnotherTypeAsAnother) {
 }
 
 #ifdef _WIN32
-// The text that takes the registry's place has no data of other types.
-TEST(Registry, GivesOtherTypesAsTheyAreStored) {
+// The text file that replaces the registry cannot hold malformed data.
+TEST(Registry, ReturnsMalformedDataUnchanged) {
   kyd_test::TestRegistry registry;
   const struct {
     std::uint32_t type;
@@ -113,7 +113,7 @@ TEST(Registry, GivesOtherTypesAsTheyAreStored) {
 
 #endif
 
-TEST(Registry, GivesNoMissingValue) {
+TEST(Registry, ReturnsNothingForAMissingValue) {
   kyd_test::TestRegistry registry;
   registry.SetDword(kKey, L"Number", 7);
   EXPECT_FALSE(Query(kKey, L"Numbers"));
@@ -123,7 +123,7 @@ TEST(Registry, GivesNoMissingValue) {
   EXPECT_TRUE(RegistryKey::OpenLocalMachine(kKey, platform::kRegistryRead));
 }
 
-TEST(Registry, GivesTheUnnamedValue) {
+TEST(Registry, ReturnsTheUnnamedValue) {
   kyd_test::TestRegistry registry;
   registry.SetText(kKey, L"", L"unnamed");
   const std::optional<RegistryValue> value = Query(kKey, L"");
@@ -131,7 +131,7 @@ TEST(Registry, GivesTheUnnamedValue) {
   EXPECT_EQ(value->type, platform::kRegistryText);
 }
 
-TEST(Registry, KeepsTheValuesOfKeysApart) {
+TEST(Registry, SeparatesTheValuesOfKeys) {
   kyd_test::TestRegistry registry;
   const std::wstring below = std::wstring(kKey) + L"\\Below";
   registry.SetDword(kKey, L"Number", 1);
@@ -143,7 +143,7 @@ TEST(Registry, KeepsTheValuesOfKeysApart) {
   EXPECT_TRUE(Query(kKey, L"Number"));
 }
 
-TEST(Registry, IsLeftAsItWas) {
+TEST(Registry, IsNotModified) {
   {
     kyd_test::TestRegistry registry;
     registry.SetDword(kKey, L"Number", 1);

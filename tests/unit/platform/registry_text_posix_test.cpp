@@ -23,7 +23,7 @@ std::string Head() {
   return "Windows Registry Editor Version 5.00\n\n[HKEY_LOCAL_MACHINE\\SOFTWARE\\Maker\\Product]\n";
 }
 
-// What a text gives for the value "v" of the key: nothing, or its type and data.
+// Returns type and data of the value "v" of the key, or nothing.
 std::optional<std::pair<std::uint32_t, Bytes>> ValueOf(const std::string& text) {
   const std::optional<RegistryValues> values = ReadRegistryText(text, kKey);
   if (!values || values->count(L"v") == 0) {
@@ -79,7 +79,7 @@ TEST(RegistryText, ReadsEveryFormOfAValue) {
   }
 }
 
-TEST(RegistryText, IgnoresALineThatCannotBeReadAndNothingElse) {
+TEST(RegistryText, IgnoresOnlyInvalidLines) {
   const char* const lines[] = {
       "v=dword:00000008",
       "\"v\"",
@@ -127,13 +127,13 @@ TEST(RegistryText, IgnoresALineThatCannotBeReadAndNothingElse) {
   }
 }
 
-TEST(RegistryText, AnUnfinishedListDoesNotSwallowTheNextLine) {
+TEST(RegistryText, UnfinishedListDoesNotSwallowTheNextLine) {
   EXPECT_EQ(ValueOf(Head() + "\"w\"=hex:01,\\\n\"v\"=dword:7\n"), Seven());
   EXPECT_EQ(ValueOf(Head() + "\"w\"=hex:01,\\\n[HKEY_LOCAL_MACHINE\\Other]\n\"v\"=dword:7\n"),
             std::nullopt);
 }
 
-TEST(RegistryText, TakesEitherEncodingAndLineEnd) {
+TEST(RegistryText, AcceptsEitherEncodingAndLineEnding) {
   const std::string unix_text = Head() + "\"v\"=dword:7\n";
   std::string windows_text;
   for (const char character : unix_text) {
@@ -149,7 +149,7 @@ TEST(RegistryText, TakesEitherEncodingAndLineEnd) {
   }
 }
 
-TEST(RegistryText, TakesAKeyDirectlyBehindTheMark) {
+TEST(RegistryText, AcceptsAKeyDirectlyAfterTheByteOrderMark) {
   EXPECT_TRUE(HasKey("\xEF\xBB\xBF[HKEY_LOCAL_MACHINE\\SOFTWARE\\Maker\\Product]"));
 }
 
@@ -198,7 +198,7 @@ TEST(RegistryText, ValuesBelongToTheKeyAboveThem) {
             std::nullopt);
 }
 
-TEST(RegistryText, ValuesBelowAnUnreadableKeyBelongToNone) {
+TEST(RegistryText, ValuesBelowAnInvalidKeyAreIgnored) {
   for (const char* const line : {"[", "[HKEY_LOCAL_MACHINE\\Other", "[] x", "[\xE9]", "  [\xE9"}) {
     EXPECT_EQ(ValueOf(Head() + line + "\n\"v\"=dword:7\n"), std::nullopt) << line;
   }
@@ -231,7 +231,7 @@ TEST(RegistryText, RemovesAKeyWithEverythingBelowIt) {
     std::string text = value;
     text.append(one.line).append("\n");
     EXPECT_EQ(HasKey(text), one.expected) << one.line;
-    // A removed key takes no values.
+    // A removed key accepts no values.
     EXPECT_EQ(HasKey(text + "\"v\"=dword:8\n"), one.expected) << one.line;
     EXPECT_EQ(ValueOf(text + value), Seven()) << one.line;
   }
@@ -250,9 +250,8 @@ TEST(RegistryText, NulCharactersAreOrdinary) {
   EXPECT_EQ(ValueOf(text)->second, (Bytes{'a', 0, 0, 0, 'b', 0, 0, 0}));
 }
 
-TEST(RegistryText, TakesTimeInProportionToItsSize) {
-  // The whole test takes part of a second; work that grows with the square of the size takes
-  // minutes.
+TEST(RegistryText, TakesLinearTime) {
+  // Takes a fraction of a second; a quadratic algorithm would take minutes.
   constexpr std::size_t kSize = std::size_t{1} << 20;
   std::string values = Head();
   std::string list = Head() + "\"v\"=hex:";
@@ -268,7 +267,7 @@ TEST(RegistryText, TakesTimeInProportionToItsSize) {
   EXPECT_EQ(ValueOf(Head() + "\"v\"=\"" + std::string(kSize, '\\')), std::nullopt);
 }
 
-// ---- The file itself
+// ---- The file
 
 class RegistryFile : public testing::Test {
  protected:
@@ -284,14 +283,14 @@ TEST_F(RegistryFile, MissingHasNoKeys) {
   EXPECT_FALSE(Opens());
 }
 
-TEST_F(RegistryFile, IsReadAnewForEveryKey) {
+TEST_F(RegistryFile, IsReadAgainForEveryKey) {
   kyd_test::WriteFileBytes(path_, Head());
   EXPECT_TRUE(Opens());
   kyd_test::WriteFileBytes(path_, "");
   EXPECT_FALSE(Opens());
 }
 
-TEST_F(RegistryFile, BeyondItsBoundIsUnreadable) {
+TEST_F(RegistryFile, AboveTheSizeLimitHasNoKeys) {
   constexpr std::size_t kMost = std::size_t{16} << 20;
   kyd_test::WriteFileBytes(path_, Head() + std::string(kMost - Head().size(), ';'));
   EXPECT_TRUE(Opens());
@@ -306,7 +305,7 @@ TEST_F(RegistryFile, ThatCannotBeReadHasNoKeys) {
   }));
 }
 
-TEST_F(RegistryFile, AFolderInItsPlaceHasNoKeys) {
+TEST_F(RegistryFile, FolderInItsPlaceHasNoKeys) {
   sysroot_.Folder().MakeFolder(L"etc/keyward/registry.reg");
   EXPECT_FALSE(Opens());
 }

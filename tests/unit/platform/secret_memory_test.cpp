@@ -10,7 +10,7 @@
 
 namespace {
 
-TEST(Wipe, LeavesNothingOfTheMemoryAndNothingAroundIt) {
+TEST(Wipe, OverwritesExactlyTheMemory) {
   std::vector<std::uint8_t> memory(100, 7);
   platform::Wipe(memory.data() + 10, 80);
   std::vector<std::uint8_t> expected(100, 7);
@@ -20,10 +20,10 @@ TEST(Wipe, LeavesNothingOfTheMemoryAndNothingAroundIt) {
   EXPECT_EQ(memory, expected);
 }
 
-TEST(Wipe, EmptiesATextAndItsBuffer) {
+TEST(Wipe, ClearsATextAndItsBuffer) {
   for (const std::size_t length : {std::size_t{3}, std::size_t{1000}}) {
     std::wstring text(length, L'k');
-    text.resize(length - 1);  // One character of the secret lies beyond the end now.
+    text.resize(length - 1);  // one character of the secret is now past the end
     const wchar_t* const buffer = text.data();
     platform::Wipe(text);
     EXPECT_TRUE(text.empty());
@@ -52,7 +52,7 @@ TEST(WipingAllocator, KeepsTheContentWhenABlockGrowsOrShrinks) {
   EXPECT_EQ(allocator.Realloc(memory, 2, 0), nullptr);
 }
 
-TEST(WipingAllocator, GivesNothingForNothing) {
+TEST(WipingAllocator, AllocatesNothingForZeroElements) {
   platform::WipingAllocator allocator;
   EXPECT_EQ(allocator.Malloc(0), nullptr);
   platform::WipingAllocator::Free(nullptr);

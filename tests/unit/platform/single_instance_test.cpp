@@ -14,7 +14,7 @@ TEST(SingleInstance, HasOneOwnerAtATime) {
   EXPECT_TRUE(first.IsOwner());
   const platform::SingleInstance second(kName);
   EXPECT_FALSE(second.IsOwner());
-  // The one that was refused takes nothing away from the owner.
+  // A refused instance does not affect the owner.
   const platform::SingleInstance third(kName);
   EXPECT_FALSE(third.IsOwner());
 }

@@ -21,7 +21,7 @@ TEST(StringTable, FindsATextByItsNumber) {
   EXPECT_EQ(platform::LoadText(Instance(), 65535, 2048), kTable[2].text);
 }
 
-TEST(StringTable, CutsATextBelowTheCapacity) {
+TEST(StringTable, TruncatesATextBelowTheCapacity) {
   EXPECT_EQ(platform::LoadText(Instance(), 101, 12), L"first\r\nline");
   EXPECT_EQ(platform::LoadText(Instance(), 101, 11), L"first\r\nlin");
   EXPECT_EQ(platform::LoadText(Instance(), 101, 2), L"f");

@@ -1,4 +1,4 @@
-// A library for the loader's tests.
+// A library for the tests of the loader.
 #ifdef _WIN32
 #define KYD_TEST_EXPORT extern "C" __declspec(dllexport)
 #else

@@ -43,9 +43,9 @@ TEST(Text, KeepsNulCharacters) {
 
 TEST(Text, InvalidUtf8BecomesReplacementCharacters) {
   const char* const cases[] = {
-      "\x80",              // a trail byte alone
+      "\x80",              // a lone continuation byte
       "\xBF",              //
-      "\xC3",              // cut short
+      "\xC3",              // truncated
       "\xE2\x82",          //
       "\xF0\x9F\x98",      //
       "\xC0\x80",          // overlong
@@ -65,7 +65,7 @@ TEST(Text, InvalidUtf8BecomesReplacementCharacters) {
     ASSERT_GE(text.size(), 3U);
     EXPECT_EQ(text.front(), L'<');
     EXPECT_EQ(text.back(), L'>');
-    // How many replacements one sequence becomes differs between versions of Windows.
+    // How many replacement characters one sequence becomes depends on the version of Windows.
     EXPECT_EQ(text.find_first_not_of(L'\xFFFD', 1), text.size() - 1);
     const std::wstring at_the_end = FromUtf8("<" + invalid);
     ASSERT_GE(at_the_end.size(), 2U);
@@ -73,7 +73,7 @@ TEST(Text, InvalidUtf8BecomesReplacementCharacters) {
   }
 }
 
-TEST(Text, AnUnpairedSurrogateBecomesAReplacementCharacter) {
+TEST(Text, UnpairedSurrogateBecomesAReplacementCharacter) {
   EXPECT_EQ(ToUtf8(std::wstring{L'<', wchar_t{0xD83D}, L'>'}), "<\xEF\xBF\xBD>");
   EXPECT_EQ(ToUtf8(std::wstring{L'<', wchar_t{0xDE00}, L'>'}), "<\xEF\xBF\xBD>");
   EXPECT_EQ(ToUtf8(std::wstring{wchar_t{0xD83D}}), "\xEF\xBF\xBD");
@@ -82,12 +82,12 @@ TEST(Text, AnUnpairedSurrogateBecomesAReplacementCharacter) {
             "\xEF\xBF\xBD\xF0\x9F\x98\x80");
 }
 
-TEST(Text, APairOfSurrogatesIsOneCharacter) {
+TEST(Text, SurrogatePairIsOneCharacter) {
   EXPECT_EQ(ToUtf8(std::wstring{wchar_t{0xD83D}, wchar_t{0xDE00}}), "\xF0\x9F\x98\x80");
 }
 
-TEST(Text, LongTextsAreConvertedWhole) {
-  // Longer than what one system call converts, with a character across every such border.
+TEST(Text, LongTextsAreConvertedCompletely) {
+  // Longer than one system call converts, with a character across every such boundary.
   std::string utf8(1, 'x');
   std::wstring wide(1, L'x');
   while (utf8.size() < std::size_t{5} << 20) {
@@ -100,7 +100,7 @@ TEST(Text, LongTextsAreConvertedWhole) {
   EXPECT_TRUE(ToUtf8(wide.substr(1)) == utf8.substr(1));
 }
 
-TEST(Text, ALongRunOfInvalidBytesLosesNothingBehindIt) {
+TEST(Text, TextAfterALongRunOfInvalidBytesIsKept) {
   const std::string invalid(std::size_t{3} << 20, '\x80');
   const std::wstring text = FromUtf8(invalid + "end");
   EXPECT_EQ(text.substr(text.size() - 3), L"end");
@@ -114,12 +114,12 @@ TEST(Text, ConvertsBetweenUtf16AndWide) {
   EXPECT_EQ(platform::ToUtf16Le(wide), bytes);
 }
 
-TEST(Text, Utf16OfNothingIsNothing) {
+TEST(Text, Utf16OfEmptyTextIsEmpty) {
   EXPECT_EQ(platform::FromUtf16Le(nullptr, 0), L"");
   EXPECT_TRUE(platform::ToUtf16Le(L"").empty());
 }
 
-TEST(Text, ALastOddByteIsIgnored) {
+TEST(Text, TrailingOddByteIsIgnored) {
   const Bytes bytes = {0x61, 0, 0x62};
   EXPECT_EQ(platform::FromUtf16Le(bytes.data(), bytes.size()), L"a");
   EXPECT_EQ(platform::FromUtf16Le(bytes.data(), 1), L"");
@@ -129,7 +129,7 @@ TEST(Text, UnpairedSurrogatesSurviveUtf16) {
   const Bytes cases[] = {
       {0x3D, 0xD8},                          // high
       {0x00, 0xDE},                          // low
-      {0x00, 0xDE, 0x3D, 0xD8},              // the wrong way round
+      {0x00, 0xDE, 0x3D, 0xD8},              // reversed order
       {0x3D, 0xD8, 0x61, 0},                 // high, then a letter
       {0x3D, 0xD8, 0x3D, 0xD8, 0x00, 0xDE},  // high, then a pair
       {0x3D, 0xD8, 0x00, 0xDE, 0x00, 0xDE},  // a pair, then low
@@ -139,14 +139,14 @@ TEST(Text, UnpairedSurrogatesSurviveUtf16) {
   }
 }
 
-TEST(Text, OneCharacterOfSeveralBytesMayStandAnywhereAmongLetters) {
+TEST(Text, MultiByteCharacterMayStandAnywhereAmongLetters) {
   struct {
     const wchar_t* wide;
     const char* utf8;
   } const characters[] = {
       {L"\x0080", "\xC2\x80"},
       {L"\x00FF", "\xC3\xBF"},
-      {L"\x0141", "\xC5\x81"},  // its lower byte is a letter's
+      {L"\x0141", "\xC5\x81"},  // its low byte is a letter
       {L"\x20AC", "\xE2\x82\xAC"},
   };
   for (const auto& character : characters) {
@@ -185,33 +185,33 @@ TEST(Text, NativeTextIsUtf8) {
   EXPECT_EQ(platform::FromNative("\xC3\xA4\x80"), L"\x00E4\xFFFD");
 }
 
-TEST(Text, ValuesThatAreNoCharactersBecomeReplacementCharacters) {
+TEST(Text, InvalidCodePointsBecomeReplacementCharacters) {
   const std::wstring text = {wchar_t{0x110000}, static_cast<wchar_t>(-1), wchar_t{0x7FFFFFFF}};
   EXPECT_EQ(ToUtf8(text), "\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD");
   EXPECT_EQ(platform::ToUtf16Le(text), (Bytes{0xFD, 0xFF, 0xFD, 0xFF, 0xFD, 0xFF}));
 }
 
-TEST(Text, EveryFileNameSurvives) {
-  // Every byte alone, and every pair of bytes between valid characters.
+TEST(Text, EveryFileNameRoundTrips) {
+  // Every single byte, and every pair of bytes between valid characters.
   for (int first = 1; first < 256; ++first) {
     for (int second = 1; second < 256; ++second) {
       const std::string name = {
           '\xC3', '\xA4', static_cast<char>(first), static_cast<char>(second), '\xE2',
           '\x82', '\xAC'};
       ASSERT_EQ(platform::ToNativePath(platform::FromNativePath(name)), name) << first << second;
-      const std::string start = name.substr(2, 3);  // ends in a character that is cut short
+      const std::string start = name.substr(2, 3);  // ends in a truncated character
       ASSERT_EQ(platform::ToNativePath(platform::FromNativePath(start)), start) << first << second;
     }
   }
 }
 
-TEST(Text, AnUndecodableByteIsALowSurrogate) {
+TEST(Text, UndecodableByteIsALowSurrogate) {
   EXPECT_EQ(platform::FromNativePath("a\x80\xFFz"), L"a\xDC80\xDCFFz");
   EXPECT_EQ(platform::FromNativePath("\xED\xB2\x80"), L"\xDCED\xDCB2\xDC80");
   EXPECT_EQ(platform::ToNativePath(L"a\xDC80\xDCFFz"), "a\x80\xFFz");
 }
 
-TEST(Text, OtherSurrogatesHaveNoPlaceInAPath) {
+TEST(Text, OtherSurrogatesAreInvalidInAPath) {
   EXPECT_EQ(platform::ToNativePath(L"\xDC7F|\xDD00|\xD800"),
             "\xEF\xBF\xBD|\xEF\xBF\xBD|\xEF\xBF\xBD");
 }
@@ -241,7 +241,7 @@ TEST(Text, FolderPrefixEndsInTheLastSeparator) {
   }
 }
 
-TEST(Text, EndingsAreComparedWithoutRegardToCase) {
+TEST(Text, ExtensionsAreComparedIgnoringCase) {
   EXPECT_TRUE(platform::EndsWithIgnoringCase(L"a.LOG", L".log"));
   EXPECT_TRUE(platform::EndsWithIgnoringCase(L".log", L".log"));
   EXPECT_TRUE(platform::EndsWithIgnoringCase(L"a", L""));
@@ -249,7 +249,7 @@ TEST(Text, EndingsAreComparedWithoutRegardToCase) {
   EXPECT_FALSE(platform::EndsWithIgnoringCase(L"a.log.bak", L".log"));
 }
 
-TEST(Text, NamesAreEqualWithoutRegardToCase) {
+TEST(Text, NamesAreComparedIgnoringCase) {
   const struct {
     const wchar_t* left;
     const wchar_t* right;
@@ -266,9 +266,9 @@ TEST(Text, NamesAreEqualWithoutRegardToCase) {
       {L"a", L"ab", false},
       {L"[", L"{", false},
       {L"@", L"`", false},
-      {L"\x00DF", L"SS", false},  // one character for one
+      {L"\x00DF", L"SS", false},  // one character only
       {L"\x00E4", L"a", false},
-      {L"\x0131", L"I", false},  // no letter of another alphabet is an ASCII letter
+      {L"\x0131", L"I", false},  // no letter of another alphabet equals an ASCII letter
       {L"\x212A", L"k", false},
       {L"\x4E2D", L"\x4E2E", false},
   };
@@ -279,7 +279,7 @@ TEST(Text, NamesAreEqualWithoutRegardToCase) {
   }
 }
 
-TEST(Text, NamesAreComparedBeyondTheirNulCharacters) {
+TEST(Text, NamesAreComparedPastNulCharacters) {
   EXPECT_FALSE(
       platform::EqualsIgnoringCase(std::wstring_view(L"a\0b", 3), std::wstring_view(L"a\0c", 3)));
 }

@@ -7,21 +7,21 @@ namespace {
 
 constexpr UINT kNoBoxes = SEM_FAILCRITICALERRORS | SEM_NOOPENFILEERRORBOX;
 
-// As the other static objects of a program find it.
+// The error mode that the other static objects see.
 const UINT error_mode_at_start = GetErrorMode();
 
-TEST(RunUnattended, ComesBeforeOtherStaticObjects) {
+TEST(RunUnattended, RunsBeforeOtherStaticObjects) {
   EXPECT_EQ(error_mode_at_start & kNoBoxes, kNoBoxes);
 }
 
-TEST(RunUnattended, OpensNoErrorBoxes) {
+TEST(RunUnattended, SuppressesErrorBoxes) {
   const UINT earlier = SetErrorMode(0);
   platform::RunUnattended();
   EXPECT_EQ(GetErrorMode() & kNoBoxes, kNoBoxes);
   SetErrorMode(earlier);
 }
 
-TEST(RunUnattended, KeepsWhatIsSwitchedOffAlready) {
+TEST(RunUnattended, KeepsFlagsThatAreAlreadySet) {
   const UINT earlier = SetErrorMode(SEM_NOGPFAULTERRORBOX);
   platform::RunUnattended();
   EXPECT_NE(GetErrorMode() & SEM_NOGPFAULTERRORBOX, 0U);

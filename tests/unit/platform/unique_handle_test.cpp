@@ -48,7 +48,7 @@ TEST_F(UniqueHandle, ClosesAHandleThatIsZero) {
   EXPECT_EQ(Closed(), std::vector<int>{0});
 }
 
-// These tests use moved-from handles on purpose.
+// These tests use moved-from handles deliberately.
 // NOLINTBEGIN(bugprone-use-after-move,clang-analyzer-cplusplus.Move)
 TEST_F(UniqueHandle, MovesWithoutClosing) {
   {
@@ -94,7 +94,7 @@ TEST_F(UniqueHandle, ReleasesWithoutClosing) {
   EXPECT_TRUE(Closed().empty());
 }
 
-TEST_F(UniqueHandle, ResetsToAnotherAndToNothing) {
+TEST_F(UniqueHandle, ResetsToAnotherHandleOrToNone) {
   Handle handle(7);
   handle.Reset(8);
   EXPECT_EQ(Closed(), std::vector<int>{7});

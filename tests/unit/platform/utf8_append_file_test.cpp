@@ -26,29 +26,29 @@ class Utf8AppendFileTest : public testing::Test {
   std::wstring path_ = folder_ / L"\x00E4.log";
 };
 
-TEST_F(Utf8AppendFileTest, ANewFileStartsWithAMark) {
+TEST_F(Utf8AppendFileTest, NewFileStartsWithAByteOrderMark) {
   Append(L"line\n");
   EXPECT_EQ(ReadFileBytes(path_), Mark() + "line\r\n");
 }
 
-TEST_F(Utf8AppendFileTest, AnEmptyFileGetsAMark) {
+TEST_F(Utf8AppendFileTest, EmptyFileGetsAByteOrderMark) {
   WriteFileBytes(path_, "");
   Append(L"line\n");
   EXPECT_EQ(ReadFileBytes(path_), Mark() + "line\r\n");
 }
 
-TEST_F(Utf8AppendFileTest, OpeningAloneLeavesTheMark) {
+TEST_F(Utf8AppendFileTest, OpeningAFileWritesTheByteOrderMark) {
   { const Utf8AppendFile file(path_); }
   EXPECT_EQ(ReadFileBytes(path_), Mark());
 }
 
-TEST_F(Utf8AppendFileTest, LaterLinesFollowWithoutAMark) {
+TEST_F(Utf8AppendFileTest, LaterLinesHaveNoByteOrderMark) {
   Append(L"first\n");
   Append(L"second\n");
   EXPECT_EQ(ReadFileBytes(path_), Mark() + "first\r\nsecond\r\n");
 }
 
-TEST_F(Utf8AppendFileTest, AFileWithoutAMarkStaysSo) {
+TEST_F(Utf8AppendFileTest, ExistingFileGetsNoByteOrderMark) {
   WriteFileBytes(path_, "first\r\n");
   Append(L"second \x00E4\n");
   EXPECT_EQ(ReadFileBytes(path_), "first\r\nsecond \xC3\xA4\r\n");
@@ -72,7 +72,7 @@ TEST_F(Utf8AppendFileTest, CharactersOfAllSizesAreUtf8) {
   EXPECT_EQ(ReadFileBytes(path_), Mark() + "a\xC3\xA4\xE2\x82\xAC\xF0\x9F\x98\x80\r\n");
 }
 
-TEST_F(Utf8AppendFileTest, AnUnpairedSurrogateDoesNotLoseTheLine) {
+TEST_F(Utf8AppendFileTest, UnpairedSurrogateDoesNotLoseTheLine) {
   Append(std::wstring{L'<', wchar_t{0xD83D}, L'>', wchar_t{0xDE00}, L'\n'});
   Append(L"next\n");
   EXPECT_EQ(ReadFileBytes(path_), Mark() + "<\xEF\xBF\xBD>\xEF\xBF\xBD\r\nnext\r\n");
@@ -83,8 +83,8 @@ TEST_F(Utf8AppendFileTest, PercentSignsAreText) {
   EXPECT_EQ(ReadFileBytes(path_), Mark() + "100 %s %n %%\r\n");
 }
 
-TEST_F(Utf8AppendFileTest, LongTextsAreWrittenWholeWhereverTheirCharactersLie) {
-  // A character of two UTF-16 units at every place of a text that is longer than any buffer.
+TEST_F(Utf8AppendFileTest, LongTextsAreWrittenCompletelyWithSurrogatePairsAnywhere) {
+  // A surrogate pair at every position of a text that is longer than any buffer.
   std::wstring text;
   std::string expected = Mark();
   for (int shift = 0; shift < 2; ++shift) {
@@ -101,7 +101,7 @@ TEST_F(Utf8AppendFileTest, LongTextsAreWrittenWholeWhereverTheirCharactersLie) {
   EXPECT_TRUE(ReadFileBytes(path_) == expected);
 }
 
-TEST_F(Utf8AppendFileTest, ManyLineFeedsAreWrittenWhole) {
+TEST_F(Utf8AppendFileTest, ManyLineFeedsAreWrittenCompletely) {
   Append(std::wstring(3000, L'\n'));
   EXPECT_EQ(ReadFileBytes(path_).size(), Mark().size() + 6000);
 }
@@ -118,13 +118,13 @@ TEST_F(Utf8AppendFileTest, TwoWritersAppendInTurn) {
   EXPECT_EQ(content.substr(content.size() - 9), "1\r\n2\r\n3\r\n");
 }
 
-TEST_F(Utf8AppendFileTest, CanBeReadMeanwhile) {
+TEST_F(Utf8AppendFileTest, CanBeReadWhileOpen) {
   Utf8AppendFile file(path_);
   file.Write(L"line\n");
   EXPECT_EQ(ReadFileBytes(path_), Mark() + "line\r\n");
 }
 
-TEST_F(Utf8AppendFileTest, IsNotOpenWhereNoFileCanBe) {
+TEST_F(Utf8AppendFileTest, IsNotOpenIfTheFileCannotBeOpened) {
   Utf8AppendFile folder(folder_.Path());
   EXPECT_FALSE(folder.IsOpen());
   folder.Write(L"ignored");

@@ -1,4 +1,4 @@
-// Files that appear whole or not at all, when the system refuses something.
+// Atomic creation of files when system calls fail.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -25,7 +25,7 @@ class WholeFilePosix : public testing::Test {
   using Writer = bool (*)(const std::wstring& path, const void* bytes, std::size_t size,
                           FileReaders readers);
 
-  // The error number of a write that fails.
+  // The error number of a failing write.
   unsigned ErrorOf(Writer write, const std::vector<FailingCall>& calls) {
     unsigned error = 0;
     EXPECT_TRUE(kyd_test::RunWithout(calls, [&] {
@@ -49,7 +49,7 @@ class WholeFilePosix : public testing::Test {
   std::wstring path_ = folder_ / L"file";
 };
 
-TEST_F(WholeFilePosix, AFailingCallLeavesEverythingAsItWas) {
+TEST_F(WholeFilePosix, FailingCallChangesNothing) {
   const std::vector<std::pair<FailingCall, unsigned>> failures = {
       {{SYS_openat, EACCES, std::nullopt}, platform::kErrorAccessDenied},
       {{SYS_write, ENOSPC, std::nullopt}, platform::kErrorDiskFull},
@@ -69,14 +69,14 @@ TEST_F(WholeFilePosix, AFailingCallLeavesEverythingAsItWas) {
   EXPECT_EQ(CountFiles(), 1);
 }
 
-TEST_F(WholeFilePosix, ARefusedNameLeavesNothing) {
+TEST_F(WholeFilePosix, RefusedNameLeavesNothing) {
   EXPECT_EQ(ErrorOf(&platform::WriteWholeFile, {{SYS_renameat2, EACCES, std::nullopt}}),
             platform::kErrorAccessDenied);
   EXPECT_EQ(CountFiles(), 0);
 }
 
-// The draft may have been made by a call that reports failure; then it is the one that is written.
-TEST_F(WholeFilePosix, ADraftThatWasMadeAllTheSameIsUsed) {
+// If the call that creates the draft succeeds but reports failure, that draft is used.
+TEST_F(WholeFilePosix, DraftReportedAsFailedIsUsed) {
   for (const int error_number : {EINTR, EIO, ESTALE}) {
     for (const Writer write : {&platform::WriteWholeFile, &platform::ReplaceWholeFile}) {
       EXPECT_TRUE(
@@ -90,7 +90,7 @@ TEST_F(WholeFilePosix, ADraftThatWasMadeAllTheSameIsUsed) {
   }
 }
 
-TEST_F(WholeFilePosix, ADraftThatCannotBeOpenedAgainIsRemoved) {
+TEST_F(WholeFilePosix, DraftThatCannotBeReopenedIsRemoved) {
   const auto instead = [](const kyd_test::SystemCall& call) -> long {
     static_cast<void>(call.Perform());
     return -EIO;
@@ -101,7 +101,7 @@ TEST_F(WholeFilePosix, ADraftThatCannotBeOpenedAgainIsRemoved) {
   EXPECT_EQ(CountFiles(), 0);
 }
 
-TEST_F(WholeFilePosix, AnInterruptedDraftIsMadeAgain) {
+TEST_F(WholeFilePosix, InterruptedDraftIsCreatedAgain) {
   EXPECT_TRUE(kyd_test::RunWithInstead({SYS_openat}, kyd_test::Failing(EINTR), [&] {
     return platform::WriteWholeFile(path_, "new", 3, FileReaders::kOwner);
   }));

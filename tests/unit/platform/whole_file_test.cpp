@@ -46,14 +46,14 @@ TEST_F(WholeFile, MayBeEmpty) {
   EXPECT_EQ(ReadFileBytes(path_), "");
 }
 
-TEST_F(WholeFile, ReplacesAnOlderOne) {
+TEST_F(WholeFile, ReplacesAnOlderFile) {
   WriteFileBytes(path_, "something that is longer");
   ASSERT_TRUE(Replace("new"));
   EXPECT_EQ(ReadFileBytes(path_), "new");
   EXPECT_EQ(CountFiles(), 1);
 }
 
-TEST_F(WholeFile, LeavesAnOlderOneAloneWhenItMustBeNew) {
+TEST_F(WholeFile, KeepsAnOlderFileIfItMustBeNew) {
   WriteFileBytes(path_, "old");
   EXPECT_FALSE(Write("new"));
   EXPECT_EQ(platform::LastError(), platform::kErrorAlreadyExists);
@@ -67,7 +67,7 @@ TEST_F(WholeFile, NeedsItsFolder) {
   EXPECT_EQ(platform::LastError(), platform::kErrorPathNotFound);
 }
 
-TEST_F(WholeFile, LeavesAFolderInItsPlaceAlone) {
+TEST_F(WholeFile, DoesNotReplaceAFolder) {
   folder_.MakeFolder(L"folder");
   path_ = folder_ / L"folder";
   WriteFileBytes(folder_ / L"folder/in", "old");
@@ -76,7 +76,7 @@ TEST_F(WholeFile, LeavesAFolderInItsPlaceAlone) {
   EXPECT_EQ(CountFiles(), 1);
 }
 
-TEST_F(WholeFile, LeavesTheDraftOfAKilledProcessAlone) {
+TEST_F(WholeFile, KeepsTheDraftOfAKilledProcess) {
   WriteFileBytes(Draft(0), "other");
   WriteFileBytes(Draft(1), "another");
   ASSERT_TRUE(Replace("new"));
@@ -85,7 +85,7 @@ TEST_F(WholeFile, LeavesTheDraftOfAKilledProcessAlone) {
   EXPECT_EQ(ReadFileBytes(Draft(1)), "another");
 }
 
-TEST_F(WholeFile, RemovesNoDraftOfOthersWhenAllNamesAreTaken) {
+TEST_F(WholeFile, KeepsOtherDraftsIfAllNamesAreTaken) {
   for (int attempt = 0; attempt < 100; ++attempt) {
     WriteFileBytes(Draft(attempt), "other");
   }

@@ -1,4 +1,4 @@
-// The run object, and the accounts with failed files that it remembers.
+// The run object and its record of accounts with failed files.
 #include "run/upload_run.h"
 
 #include <gtest/gtest.h>
@@ -37,7 +37,7 @@ TEST(UploadRun, StartsWithAZeroedWorkBuffer) {
   EXPECT_EQ(run.instance, nullptr);
 }
 
-TEST(AddUploadErrInfo, AppendsAndNeitherMergesNorSorts) {
+TEST(AddUploadErrInfo, AppendsWithoutMergingOrSorting) {
   kyd::UploadResultReport report;
   kyd::AddUploadErrInfo(report, L"bob", 1);
   kyd::AddUploadErrInfo(report, L"alice", 2);
@@ -51,7 +51,7 @@ TEST(AddUploadErrInfo, AppendsAndNeitherMergesNorSorts) {
   EXPECT_EQ(report.errors[2].count, 0xFFFFFFFFU);
 }
 
-TEST(AddUploadErrInfo, LogsAnyExceptionAndLosesOnlyTheRecord) {
+TEST(AddUploadErrInfo, LogsAnyExceptionAndDropsOnlyTheRecord) {
   const std::wstring folder(FailingMemory::kLongText, L'n');
   for (const auto what : {FailingMemory::Throwing::kBadAlloc, FailingMemory::Throwing::kNumber}) {
     const kyd_test::LogCapture log;

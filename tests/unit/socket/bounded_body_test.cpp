@@ -1,4 +1,4 @@
-// What is kept of an answer's body.
+// How much of a response body is kept.
 #include "socket/bounded_body.h"
 
 #include <gtest/gtest.h>
@@ -19,14 +19,14 @@ std::size_t Write(const BoundedBody& body, const std::string& text) {
       .get();
 }
 
-TEST(BoundedBody, KeepsAShortBodyWhole) {
+TEST(BoundedBody, KeepsAllOfAShortBody) {
   const BoundedBody body;
   EXPECT_EQ(Write(body, "one "), 4U);
   EXPECT_EQ(Write(body, "two"), 3U);
   EXPECT_EQ(body.Kept(), "one two");
 }
 
-TEST(BoundedBody, TakesSingleBytesUntilItsTimeIsOver) {
+TEST(BoundedBody, AcceptsSingleBytesUntilItsTimeLimit) {
   auto now = std::chrono::steady_clock::time_point{};
   const BoundedBody body([&now] { return now; });
   auto buffer = body.Stream().streambuf();
@@ -52,7 +52,7 @@ TEST(BoundedBody, SupportsNeitherReadingNorSeeking) {
   EXPECT_EQ(buffer.alloc(10), nullptr);
 }
 
-TEST(BoundedBody, TakesEverythingAndKeepsTheBeginning) {
+TEST(BoundedBody, AcceptsEverythingAndKeepsTheBeginning) {
   const BoundedBody body;
   EXPECT_EQ(Write(body, std::string(4000, 'a')), 4000U);
   EXPECT_EQ(Write(body, std::string(1'000'000, 'b')), 1'000'000U);
@@ -60,7 +60,7 @@ TEST(BoundedBody, TakesEverythingAndKeepsTheBeginning) {
   EXPECT_EQ(body.Kept(), std::string(4000, 'a') + std::string(96, 'b'));
 }
 
-TEST(BoundedBody, CutsABodyOffThatTakesTooLong) {
+TEST(BoundedBody, CutsOffABodyThatTakesTooLong) {
   auto now = std::chrono::steady_clock::time_point{};
   const BoundedBody body([&now] { return now; });
   EXPECT_EQ(Write(body, "begin"), 5U);
@@ -71,7 +71,7 @@ TEST(BoundedBody, CutsABodyOffThatTakesTooLong) {
   EXPECT_EQ(body.Kept(), "begin, more");
 }
 
-TEST(BoundedBody, StartsItsTimeWithTheFirstByte) {
+TEST(BoundedBody, TimeLimitStartsWithTheFirstByte) {
   auto now = std::chrono::steady_clock::time_point{};
   const BoundedBody body([&now] { return now; });
   now += 10 * CorvidSocket::kLongestBody;

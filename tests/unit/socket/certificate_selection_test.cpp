@@ -23,7 +23,7 @@ std::int32_t DecodeNothing(const wchar_t* /*text*/, std::uint64_t /*count*/, Byt
 }
 std::int32_t DecodeToCharacters(const wchar_t* text, std::uint64_t count, Bytes* bytes) {
   bytes->assign(text, text + count);
-  return 1;  // not looked at
+  return 1;  // ignored by the caller
 }
 std::int32_t DecodeThrowing(const wchar_t* /*text*/, std::uint64_t /*count*/, Bytes* /*bytes*/) {
   throw std::runtime_error("no memory");
@@ -46,13 +46,13 @@ TEST(DecodeThumbprint, ReadsHexadecimalInBothCases) {
   EXPECT_EQ(DecodeThumbprint(L"00ff0A9fAb"), (Bytes{0x00, 0xFF, 0x0A, 0x9F, 0xAB}));
 }
 
-TEST(DecodeThumbprint, IgnoresALastOddCharacter) {
+TEST(DecodeThumbprint, IgnoresATrailingOddCharacter) {
   EXPECT_EQ(DecodeThumbprint(L"123"), Bytes{0x12});
   EXPECT_EQ(DecodeThumbprint(L"1"), Bytes{});
   EXPECT_EQ(DecodeThumbprint(L""), Bytes{});
 }
 
-TEST(DecodeThumbprint, TakesOtherCharactersAsZero) {
+TEST(DecodeThumbprint, ReadsOtherCharactersAsZero) {
   EXPECT_EQ(DecodeThumbprint(L"g1 2/:@G`"), (Bytes{0x01, 0x02, 0x00, 0x00}));
 }
 
@@ -61,7 +61,7 @@ TEST(ParseAuthParam, ReportsTextThatDecodesToNothing) {
   EXPECT_EQ(LinesOfPfx(&DecodeNothing), Lines{"<ParseAuthParam> memory error"});
 }
 
-TEST(ParseAuthParam, ReportsBytesThatAreNoPfxAndTriesToImportThem) {
+TEST(ParseAuthParam, ReportsBytesThatAreNotPfxAndTriesToImportThem) {
   EXPECT_THAT(
       LinesOfPfx(&DecodeToCharacters),
       testing::ElementsAre("<ParseAuthParam> PFXIsPFXBlob error",

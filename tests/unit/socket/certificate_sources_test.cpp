@@ -1,4 +1,4 @@
-// Every step and every failure of the two sources of a client certificate, on a scripted store.
+// Every step and failure of the two sources of a client certificate, with a scripted store.
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -18,7 +18,7 @@ using Texts = std::vector<std::string>;
 std::wstring decoded_text;
 std::uint64_t decoded_count = 0;
 
-// Three bytes for any text, and a failure that is ignored.
+// Decodes any text to three bytes, and reports a failure, which is ignored.
 std::int32_t DecodeThreeBytes(const wchar_t* text, std::uint64_t count, Bytes* bytes) {
   decoded_text.assign(text, count);
   decoded_count = count;
@@ -72,7 +72,7 @@ class CertificateSources : public testing::Test {
   CorvidSocket::ClientCertificate pair_;
 };
 
-// The PFX text.
+// PFX text.
 
 TEST_F(CertificateSources, PfxIsDecodedFromItsCharactersAndTheResultIsIgnored) {
   ParsePfx();
@@ -81,7 +81,7 @@ TEST_F(CertificateSources, PfxIsDecodedFromItsCharactersAndTheResultIsIgnored) {
   EXPECT_EQ(script_.calls, (Texts{"pfx 3", "import 3", "first"}));
 }
 
-TEST_F(CertificateSources, GoodPfxLeavesThePairEmptyLogsNothingAndReleasesNothing) {
+TEST_F(CertificateSources, ValidPfxLeavesThePairEmptyLogsNothingAndReleasesNothing) {
   ParsePfx();
   ExpectEmptyPair();
   EXPECT_EQ(log_.Messages(), Texts{});
@@ -110,7 +110,7 @@ TEST_F(CertificateSources, TextThatDecodesToNothingIsAMemoryError) {
   ExpectEmptyPair();
 }
 
-TEST_F(CertificateSources, StorageWithoutBytesIsGivenToTheImport) {
+TEST_F(CertificateSources, EmptyResultWithStorageIsPassedToTheImport) {
   script_.import_error = 0x80092002;
   ParsePfx(&DecodeStorageWithoutBytes);
   EXPECT_EQ(script_.calls, (Texts{"pfx 0", "import 0"}));
@@ -167,9 +167,9 @@ TEST_F(CertificateSources, FailedPfxReleasesWhatThePairHeld) {
   ExpectNothingOpen();
 }
 
-// The store.
+// Certificate store.
 
-TEST_F(CertificateSources, CertificateOfAStoreIsHeldWithItsStore) {
+TEST_F(CertificateSources, StoreCertificateIsHeldWithItsStore) {
   Select(L"user");
   EXPECT_TRUE(pair_.store.IsValid());
   EXPECT_TRUE(pair_.context.IsValid());
@@ -177,7 +177,7 @@ TEST_F(CertificateSources, CertificateOfAStoreIsHeldWithItsStore) {
   EXPECT_EQ(log_.Messages(), Texts{});
 }
 
-TEST_F(CertificateSources, PairIsReleasedOnceTheContextFirst) {
+TEST_F(CertificateSources, PairIsReleasedOnceContextFirst) {
   {
     CorvidSocket::ClientCertificate pair;
     kyd::UploadAuthData credentials;
@@ -190,7 +190,7 @@ TEST_F(CertificateSources, PairIsReleasedOnceTheContextFirst) {
   ExpectNothingOpen();
 }
 
-TEST_F(CertificateSources, ScopeIsComparedWhole) {
+TEST_F(CertificateSources, ScopeMustMatchExactly) {
   for (const wchar_t* const scope :
        {L"User", L"USER", L"user ", L" user", L"use", L"users", L"Comp", L"comp ", L"machine"}) {
     Select(scope);
@@ -200,7 +200,7 @@ TEST_F(CertificateSources, ScopeIsComparedWhole) {
   EXPECT_EQ(log_.Messages(), Texts{});
 }
 
-TEST_F(CertificateSources, StoreThatCannotBeOpenedIsLoggedByItsScope) {
+TEST_F(CertificateSources, StoreThatCannotBeOpenedIsLoggedWithItsScope) {
   script_.open_error = 5;
   Select(L"user");
   Select(L"comp");
@@ -225,7 +225,7 @@ TEST_F(CertificateSources, MissingCertificateIsLoggedAndClosesTheStore) {
   EXPECT_EQ(log_.Messages(), (Texts{line, line}));
 }
 
-TEST_F(CertificateSources, SearchTakesStrangeThumbprintsAsTheyDecode) {
+TEST_F(CertificateSources, SearchUsesInvalidThumbprintsAsDecoded) {
   script_.find_error = 1;
   for (const wchar_t* const thumbprint : {L"", L"1", L"123", L"zz9x"}) {
     Select(L"user", thumbprint);

@@ -1,4 +1,4 @@
-// Every function of platform/certificate_store.h, answering as the script says.
+// Implements every function of platform/certificate_store.h as the script says.
 #include "tests/unit/socket/certificate_store_double.h"
 
 #include <new>
@@ -8,7 +8,7 @@
 
 namespace {
 
-// Something that a handle can point to.
+// Gives a handle something to point to.
 char the_store = 's';
 char the_context = 'c';
 
@@ -25,7 +25,7 @@ std::string Hexadecimal(const std::vector<std::uint8_t>& bytes) {
   return text;
 }
 
-// True when the call succeeds.
+// Returns true if the call succeeds.
 bool Answer(const std::string& call, bool throws, unsigned error) {
   script.calls.push_back(call);
   if (throws) {
@@ -69,7 +69,7 @@ namespace platform {
 void CertificateStoreCloser::Close(Value store) noexcept {
   script.calls.emplace_back(store == &the_store ? "close store" : "close of a strange store");
   --script.open_stores;
-  // As the system's own may do.
+  // The system's function may do so as well.
   SetLastError(0);
 }
 

@@ -1,4 +1,4 @@
-// Sending with retries, and the result of each kind of failure.
+// Retries, and the result of each kind of failure.
 #include "socket/http_client.h"
 
 #include <cpprest/containerstream.h>
@@ -37,7 +37,7 @@ struct BoostTransportException : boost::exception, web::http::http_exception {
   BoostTransportException() : web::http::http_exception("text that is not kept") {}
 };
 
-// Only the destructor is virtual, and a failure can be copied.
+// Has no virtual function but the destructor, and can be copied.
 static_assert(std::has_virtual_destructor_v<CorvidSocket::HttpRequestBase>);
 static_assert(std::has_virtual_destructor_v<HttpPostRequest>);
 static_assert(std::has_virtual_destructor_v<HttpClient>);
@@ -93,7 +93,7 @@ web::http::http_exception TransportFailure(int attempt) {
   return {platform::ToNative(L"failure " + std::to_wstring(attempt))};
 }
 
-TEST(SendRequest, GivesTheAnswerWhateverItsStatus) {
+TEST(SendRequest, ReturnsTheResponseForAnyStatus) {
   for (const auto status : std::vector<web::http::status_code>{200, 302, 401, 500}) {
     Sender sender([status](int) { return Answer(status); });
     EXPECT_EQ(sender.Send(0).status_code(), status);
@@ -107,7 +107,7 @@ TEST(SendRequest, SendsToTheAddressUnchangedWithoutPathAndQuery) {
   EXPECT_EQ(sender.addresses[0], platform::ToNative(L"https://host/base"));
 }
 
-TEST(SendRequest, AppendsPathAsItIsAndQuery) {
+TEST(SendRequest, AppendsPathUnchangedAndQuery) {
   Sender sender([](int) { return Answer(200); });
   static_cast<void>(sender.Send(0, L"a%20b", L"?x=1&y=2"));
   EXPECT_EQ(sender.addresses[0], platform::ToNative(L"https://host/base/a%20b?x=1&y=2"));
@@ -120,7 +120,7 @@ TEST(SendRequest, NeitherFollowsRedirectsNorValidatesWithoutACertificate) {
   EXPECT_EQ(sender.redirects[0], 0U);
 }
 
-TEST(SendRequest, RaisesTheTextOfATransportFailureWithoutANumber) {
+TEST(SendRequest, ThrowsTheTextOfATransportFailureWithoutANumber) {
   Sender sender([](int attempt) -> http_response { throw TransportFailure(attempt); });
   try {
     static_cast<void>(sender.Send(0));
@@ -132,13 +132,13 @@ TEST(SendRequest, RaisesTheTextOfATransportFailureWithoutANumber) {
   EXPECT_EQ(sender.attempts, 1);
 }
 
-TEST(SendRequest, TriesOnceMoreThanItsRetryCountAndRaisesTheLastFailure) {
+TEST(SendRequest, MakesOneAttemptMoreThanItsRetryCountAndThrowsTheLastFailure) {
   Sender sender([](int attempt) -> http_response { throw TransportFailure(attempt); });
   EXPECT_EQ(MessageOfFailure(sender, 2), "failure 3");
   EXPECT_EQ(sender.attempts, 3);
 }
 
-TEST(SendRequest, StopsAtTheFirstAnswer) {
+TEST(SendRequest, StopsAtTheFirstResponse) {
   Sender sender([](int attempt) -> http_response {
     if (attempt < 2) {
       throw TransportFailure(attempt);
@@ -179,7 +179,7 @@ TEST(SendRequest, KeepsTheItemsOfOtherBoostExceptionsWithoutTheirText) {
   }
 }
 
-TEST(SendRequest, LetsACancelledTaskAndOtherExceptionsPass) {
+TEST(SendRequest, PassesCancellationAndOtherExceptionsThrough) {
   Sender cancelled([](int) -> http_response { throw pplx::task_canceled("cancelled"); });
   EXPECT_THROW(static_cast<void>(cancelled.Send(2)), pplx::task_canceled);
   EXPECT_EQ(cancelled.attempts, 1);
@@ -201,12 +201,12 @@ TEST(SendRequest, KeepsWhereOtherBoostExceptionsWereThrown) {
   }
 }
 
-TEST(SendRequest, TakesAnExceptionOfBothKindsForABoostException) {
+TEST(SendRequest, TreatsAnExceptionOfBothKindsAsABoostException) {
   Sender sender([](int) -> http_response { throw BoostTransportException(); });
   EXPECT_EQ(MessageOfFailure(sender, 0), std::exception().what());
 }
 
-TEST(SendRequest, ForgetsAnEarlierFailureForALaterOne) {
+TEST(SendRequest, ThrowsTheLastOfDifferentFailures) {
   Sender sender([](int attempt) -> http_response {
     if (attempt == 1) {
       throw Exception("refused") << ErrorNumber(5);
@@ -236,7 +236,7 @@ TEST(SendRequest, ForgetsAnEarlierFailureForALaterOne) {
   }
 }
 
-TEST(SendRequest, TakesFailuresFromTheTaskAsWell) {
+TEST(SendRequest, HandlesFailuresOfTheTaskAsWell) {
   HttpPostRequest request({});
   const auto send = [&request](const pplx::task<http_response>& answer) {
     HttpClient client(nullptr, /*has_certificate=*/false,
@@ -261,13 +261,13 @@ TEST(SendRequest, TakesFailuresFromTheTaskAsWell) {
                pplx::task_canceled);
 }
 
-TEST(SendRequest, LetsWhatIsNoStandardExceptionPass) {
+TEST(SendRequest, PassesNonStandardExceptionsThrough) {
   Sender sender([](int) -> http_response { throw 7; });
   EXPECT_THROW(static_cast<void>(sender.Send(2)), int);
   EXPECT_EQ(sender.attempts, 1);
 }
 
-TEST(SendRequest, RaisesAnExceptionThatSharesNothingWithTheLibrarys) {
+TEST(SendRequest, ThrowsAnExceptionThatSharesNothingWithTheLibrarys) {
   const auto number_after_change = [](const auto& original) {
     const pplx::task<http_response> failed = pplx::task_from_exception<http_response>(original);
     HttpClient client(nullptr, /*has_certificate=*/false,
@@ -292,10 +292,10 @@ TEST(SendRequest, RaisesAnExceptionThatSharesNothingWithTheLibrarys) {
   EXPECT_EQ(number_after_change(OtherBoostException() << ErrorNumber(5)), 5U);
 }
 
-// One exception is raised in threads of the library and in the caller's at the same time; each
-// gets, changes and releases its own. Sharing showed as a crash in a part of such runs, and shows
-// as a race in each with the thread sanitizer.
-TEST(SendRequest, HandsOverExceptionsThatOtherThreadsStillUse) {
+// The same exception is thrown in threads of the library and of the caller at once, and each thread
+// catches, changes and releases its own copy. Shared state used to crash in some of these runs; the
+// thread sanitizer reports it as a race in all of them.
+TEST(SendRequest, CopiesExceptionsThatOtherThreadsStillUse) {
   constexpr int kThreads = 4;
   constexpr int kRounds = 2000;
   const auto look = [](const pplx::task<http_response>& failed) {
@@ -372,7 +372,7 @@ std::vector<std::string> BodiesSent(const concurrency::streams::istream& body) {
   return sent;
 }
 
-TEST(SendRequest, SendsTheBodyFromItsStartWithEveryAttempt) {
+TEST(SendRequest, EveryAttemptSendsTheBodyFromItsStart) {
   const kyd_test::TempFolder folder;
   const std::wstring path = folder / L"a.log";
   const std::string text(100'000, 'x');
@@ -388,7 +388,7 @@ TEST(SendRequest, SendsTheBodyFromItsStartWithEveryAttempt) {
             (std::vector<std::string>{"the log", "the log", "the log"}));
 }
 
-TEST(SendRequest, SendsABodyThatCannotBeRewoundOnce) {
+TEST(SendRequest, BodyThatCannotBeRewoundIsSentOnce) {
   concurrency::streams::producer_consumer_buffer<std::uint8_t> pipe;
   const std::string text = "the log";
   pipe.putn_nocopy(reinterpret_cast<const std::uint8_t*>(text.data()), text.size()).wait();
@@ -396,7 +396,7 @@ TEST(SendRequest, SendsABodyThatCannotBeRewoundOnce) {
   EXPECT_EQ(BodiesSent(pipe.create_istream()), std::vector<std::string>{"the log"});
 }
 
-TEST(SendRequest, SendsABodyThatWasClosedOnce) {
+TEST(SendRequest, ClosedBodyIsSentOnce) {
   const auto body = concurrency::streams::bytestream::open_istream(std::string("the log"));
   int attempts = 0;
   HttpClient client(nullptr, /*has_certificate=*/false,
@@ -426,7 +426,7 @@ TEST(SendRequest, AppendsPathQueryAndFragmentOfTheQuery) {
   EXPECT_EQ(sender.addresses[0], platform::ToNative(L"https://host/base/more?x=1#part"));
 }
 
-TEST(SendRequest, SendsMethodHeadersAndBodyOfTheCaller) {
+TEST(SendRequest, SendsTheCallersMethodHeadersAndBody) {
   HttpPostRequest request(CorvidSocket::HeaderSet{{L"Cookie", L"idp.session=s"}});
   request.request.set_body(std::string("the log"));
   HttpClient client(nullptr, /*has_certificate=*/false,
@@ -444,7 +444,7 @@ TEST(SendRequest, SendsMethodHeadersAndBodyOfTheCaller) {
   EXPECT_EQ(client.SendRequest(base, request, L"", L"", 0).status_code(), 200);
 }
 
-// The configuration that one attempt is made with.
+// Returns the configuration of one attempt.
 http_client_config ConfigOf(const void* certificate, bool has_certificate) {
   std::vector<http_client_config> configs;
   HttpClient client(
@@ -459,7 +459,7 @@ http_client_config ConfigOf(const void* certificate, bool has_certificate) {
   return configs.at(0);
 }
 
-TEST(HttpClient, ValidatesTheServerAsItsFlagSays) {
+TEST(HttpClient, ValidatesTheServerIfTheFlagIsSet) {
   const char certificate = 'c';
   EXPECT_FALSE(ConfigOf(nullptr, false).validate_certificates());
   EXPECT_TRUE(ConfigOf(nullptr, true).validate_certificates());
@@ -480,7 +480,7 @@ TEST(HttpClient, LeavesEverythingElseAtTheLibrarysDefaults) {
 #endif
 }
 
-TEST(HttpRequestBase, HasTheMethodThatItIsGiven) {
+TEST(HttpRequestBase, HasTheGivenMethod) {
   const CorvidSocket::HttpRequestBase request(platform::ToNative(L"PUT"), {});
   EXPECT_EQ(request.request.method(), web::http::methods::PUT);
   EXPECT_EQ(request.request.headers().size(), 0U);
@@ -521,14 +521,14 @@ TEST(HttpPostRequest, JoinsHeadersWhoseNamesDifferInCaseOnly) {
   EXPECT_EQ(value, platform::ToNative(L"1, 2"));
 }
 
-// An answer whose body has come to an end, or to a failure.
+// Returns a response whose body has ended, successfully or with a failure.
 http_response EndedAnswer(const std::exception_ptr& failure) {
   http_response answer(500);
   answer._get_impl()->_complete(0, failure);
   return answer;
 }
 
-TEST(ReadAnswerText, GivesWhatWasKeptOfABodyThatWasCutOff) {
+TEST(ReadAnswerText, ReturnsTheKeptPartOfABodyThatWasCutOff) {
   const HttpPostRequest request({});
   request.answer_body.Stream().print("the beginning").wait();
   EXPECT_EQ(CorvidSocket::ReadAnswerText(
@@ -536,7 +536,7 @@ TEST(ReadAnswerText, GivesWhatWasKeptOfABodyThatWasCutOff) {
             L"the beginning");
 }
 
-TEST(ReadAnswerText, RaisesWhatElseEndedTheBody) {
+TEST(ReadAnswerText, ThrowsAnyOtherFailureOfTheBody) {
   const HttpPostRequest request({});
   EXPECT_THROW(
       static_cast<void>(CorvidSocket::ReadAnswerText(
@@ -551,7 +551,7 @@ TEST(AnswerGuard, LetsNoExceptionEscape) {
   const CorvidSocket::AnswerGuard odd(EndedAnswer(std::make_exception_ptr(1)));
 }
 
-TEST(AnswerGuard, WaitsForTheEndOfTheBodyAlsoWhenAnExceptionPasses) {
+TEST(AnswerGuard, WaitsForTheEndOfTheBodyDuringStackUnwinding) {
   for (const bool fails : {false, true}) {
     http_response answer(200);
     std::atomic<bool> ended{false};

@@ -1,4 +1,4 @@
-// Records on their way to a socket that takes them whole, in parts, or late.
+// TLS records written to a socket that accepts them at once, in parts, or late.
 #include "socket/socket_bio_asio.h"
 
 #include <gtest/gtest.h>
@@ -34,7 +34,7 @@ std::string Bytes(std::size_t count) {
 
 class SocketBioTest : public testing::TestWithParam<int> {
  protected:
-  // Connects, with a send buffer of so many bytes unless it is 0.
+  // Connects with a send buffer of this many bytes, or the default if 0.
   void Connect(int send_buffer) {
     socket_.open(tcp::v4());
     if (send_buffer != 0) {
@@ -67,17 +67,17 @@ class SocketBioTest : public testing::TestWithParam<int> {
   TlsStream peer_stream_{peer_, server_};
 };
 
-TEST_F(SocketBioTest, SendsAllRecordsOfAWriteInARow) {
+TEST_F(SocketBioTest, SendsAllRecordsOfAWriteTogether) {
   Connect(0);
   const std::string chunk = Bytes(kChunkBytes);
   std::size_t sent = 0;
   stream_.async_write_some(boost::asio::buffer(chunk),
                            [&](const error_code& /*code*/, std::size_t count) { sent = count; });
   Run();
-  EXPECT_EQ(sent, kChunkBytes);  // One record has 16,384 bytes.
+  EXPECT_EQ(sent, kChunkBytes);  // a record holds 16,384 bytes
 }
 
-TEST_P(SocketBioTest, SendsWhatTheSocketTakesInParts) {
+TEST_P(SocketBioTest, ContinuesAfterPartialSends) {
   Connect(GetParam());
   const std::string body = Bytes(40 * kChunkBytes);
   std::string received(body.size(), '\0');
@@ -108,7 +108,7 @@ TEST_F(SocketBioTest, ReportsThatThePeerIsGone) {
   EXPECT_TRUE(result);
 }
 
-TEST_F(SocketBioTest, IsPutInOnce) {
+TEST_F(SocketBioTest, IsInstalledOnce) {
   Connect(0);
   BIO* const bio = SSL_get_wbio(stream_.native_handle());
   CorvidSocket::WriteToSocket(stream_);

@@ -1,4 +1,4 @@
-// TLS 1.2 only, the client certificate, and the result of a refusal of either.
+// TLS 1.2 only, the client certificate, and errors when either is refused.
 #include <gtest/gtest.h>
 #include <openssl/evp.h>
 #include <openssl/ssl.h>
@@ -28,7 +28,7 @@ using SslContext = boost::asio::ssl::context;
 constexpr char kProtocolRefusal[] = "Can not set TLS 1.2 or TLS 1.3";
 constexpr char kCertificateRefusal[] = "Failed to set WINHTTP_NO_CLIENT_CERT_CONTEXT";
 
-// A key that OpenSSL's default security level refuses as too small.
+// A key that is too small for OpenSSL's default security level.
 kyd_test::UserWithCertificate WithWeakKey() {
   return kyd_test::UserWithCertificate(kyd_test::SelfSignedPem(EVP_RSA_gen(1024)));
 }
@@ -85,7 +85,7 @@ TEST_F(TlsHooksTest, SetTheCertificateWithItsKeyAndKeepTheHandle) {
 }
 
 TEST_F(TlsHooksTest, RaiseWhenTheProtocolIsRefused) {
-  const SslContext taken(std::move(context_));  // leaves nothing to set it on
+  const SslContext taken(std::move(context_));  // leaves a context without an object
   ExpectRefusal(nullptr, context_, kProtocolRefusal);
 }
 
@@ -109,7 +109,7 @@ TEST_F(TlsHooksTest, RefusalComesOutOfTheSendingAndIsTriedAgain) {
       });
   CorvidSocket::HttpPostRequest request({});
   try {
-    // There is no listener; the refusal comes before the connection.
+    // Nothing listens there: the failure precedes the connection.
     static_cast<void>(client.SendRequest(web::uri("https://localhost:1/"), request, L"", L"", 1));
     FAIL() << "nothing was raised";
   } catch (const Exception& failure) {
@@ -122,7 +122,7 @@ TEST_F(TlsHooksTest, RefusalComesOutOfTheSendingAndIsTriedAgain) {
 
 class ConnectionCacheTest : public testing::Test {
  protected:
-  // The context of a client's connections.
+  // Returns the context of a client's connections.
   SSL_CTX* Context(const CorvidSocket::ConnectionCache& cache, bool validate,
                    const void* certificate = nullptr) {
     web::http::client::http_client_config config;
@@ -134,10 +134,11 @@ class ConnectionCacheTest : public testing::Test {
   }
 
   void* native_request_ = nullptr;
-  std::vector<std::shared_ptr<SslContext>> contexts_;  // so that none has another one's address
+  std::vector<std::shared_ptr<SslContext>>
+      contexts_;  // keeps them alive, so that no address is reused
 };
 
-TEST_F(ConnectionCacheTest, HasOneContextForThoseThatValidateAndOneForTheOthers) {
+TEST_F(ConnectionCacheTest, HasOneContextWithAndOneWithoutValidation) {
   const auto cache = CorvidSocket::MakeConnectionCache();
   SSL_CTX* const validating = Context(cache, true);
   SSL_CTX* const trusting = Context(cache, false);
@@ -148,20 +149,20 @@ TEST_F(ConnectionCacheTest, HasOneContextForThoseThatValidateAndOneForTheOthers)
   EXPECT_EQ(SSL_CTX_get_max_proto_version(trusting), TLS1_2_VERSION);
 }
 
-TEST_F(ConnectionCacheTest, SharesNothingWithAnotherButTheAuthorities) {
+TEST_F(ConnectionCacheTest, SharesOnlyTheAuthoritiesWithAnother) {
   SSL_CTX* const one = Context(CorvidSocket::MakeConnectionCache(), true);
   SSL_CTX* const other = Context(CorvidSocket::MakeConnectionCache(), true);
   EXPECT_NE(one, other);
   EXPECT_EQ(SSL_CTX_get_cert_store(one), SSL_CTX_get_cert_store(other));
 }
 
-TEST_F(ConnectionCacheTest, TakesNoAuthoritiesWithoutValidation) {
+TEST_F(ConnectionCacheTest, LoadsNoAuthoritiesWithoutValidation) {
   SSL_CTX* const validating = Context(CorvidSocket::MakeConnectionCache(), true);
   SSL_CTX* const trusting = Context(CorvidSocket::MakeConnectionCache(), false);
   EXPECT_NE(SSL_CTX_get_cert_store(trusting), SSL_CTX_get_cert_store(validating));
 }
 
-TEST_F(ConnectionCacheTest, ResumesSessionsOfConnectionsThatValidateAlikeAlone) {
+TEST_F(ConnectionCacheTest, ResumesSessionsOnlyAmongConnectionsThatValidateAlike) {
   SslContext server = kyd_test::TlsServer();
   const auto cache = CorvidSocket::MakeConnectionCache();
   const auto resumes = [&](bool validate, const char* address) {
@@ -182,7 +183,7 @@ TEST_F(ConnectionCacheTest, ResumesSessionsOfConnectionsThatValidateAlikeAlone) 
   EXPECT_FALSE(resumes(false, "https://other:1/"));
 }
 
-TEST_F(ConnectionCacheTest, ShowsTheCertificate) {
+TEST_F(ConnectionCacheTest, PresentsTheCertificate) {
   const kyd_test::UserWithCertificate user(kyd_test::SelfSignedPem(EVP_EC_gen("P-256")));
   const auto cache = CorvidSocket::MakeConnectionCache();
   SSL_CTX* const context = Context(cache, true, user.Context());
@@ -192,7 +193,7 @@ TEST_F(ConnectionCacheTest, ShowsTheCertificate) {
   EXPECT_EQ(native_request_, context);
 }
 
-TEST_F(ConnectionCacheTest, RaisesARefusalForEachRequest) {
+TEST_F(ConnectionCacheTest, ThrowsForEachRequestIfTheCertificateIsRefused) {
   const kyd_test::UserWithCertificate user = WithWeakKey();
   const auto cache = CorvidSocket::MakeConnectionCache();
   for (int request = 0; request < 2; ++request) {

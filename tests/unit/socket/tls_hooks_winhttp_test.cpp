@@ -1,7 +1,7 @@
-// TLS 1.2 only, the client certificate, and the result of a refusal of either.
+// TLS 1.2 only, the client certificate, and errors when either is refused.
 #include <gtest/gtest.h>
 #include <windows.h>
-// After windows.h, which it needs.
+// Requires windows.h.
 #include <winhttp.h>
 
 #include <string>
@@ -36,7 +36,7 @@ class TlsHooksTest : public testing::Test {
     return config;
   }
 
-  // A request to nowhere; nothing is sent.
+  // A request handle without a host; nothing is sent.
   [[nodiscard]] Internet OpenRequest(DWORD flags) {
     session_ = Internet(WinHttpOpen(nullptr, WINHTTP_ACCESS_TYPE_NO_PROXY, nullptr, nullptr, 0));
     connection_ = Internet(WinHttpConnect(session_.Get(), L"localhost", 1, 0));
@@ -71,7 +71,7 @@ TEST_F(TlsHooksTest, TakeASession) {
 }
 
 TEST_F(TlsHooksTest, SetNoCertificateWithoutOne) {
-  // Any option would be refused on this handle.
+  // This handle refuses every option.
   EXPECT_NO_THROW(Config(nullptr).invoke_nativehandle_options(nullptr));
   EXPECT_EQ(native_request_, nullptr);
 }
@@ -110,7 +110,7 @@ TEST_F(TlsHooksTest, RefusalComesOutOfTheSendingAndIsTriedAgain) {
                                     return library(address, config, request);
                                   });
   CorvidSocket::HttpPostRequest request({});
-  // A request without TLS takes no certificate; the refusal comes before the connecting.
+  // A request without TLS accepts no certificate; the failure precedes the connection.
   ExpectRefusal(
       [&] {
         static_cast<void>(

@@ -1,4 +1,4 @@
-// Which connections resume which sessions, between two ends in memory.
+// Which connections resume which sessions, with both ends in memory.
 #include "socket/tls_sessions_asio.h"
 
 #include <gtest/gtest.h>
@@ -23,8 +23,8 @@ class TlsSessionsTest : public testing::Test {
     return result;
   }
 
-  // Whether the handshake resumed a session. The connection ends without an alert, as the library's
-  // do.
+  // Returns whether the handshake resumed a session. The connection ends without an alert, as those
+  // of the library do.
   bool Resumes(const std::string& server) {
     const Ssl client = Client(server);
     return Connect(client.get());
@@ -49,14 +49,14 @@ TEST_F(TlsSessionsTest, AreResumedWithoutTicketsToo) {
   EXPECT_TRUE(Resumes("one:443"));
 }
 
-TEST_F(TlsSessionsTest, AreOfferedToTheirOwnServerAlone) {
+TEST_F(TlsSessionsTest, AreOfferedToTheirOwnServerOnly) {
   EXPECT_FALSE(Resumes("one:443"));
   EXPECT_FALSE(Resumes("other:443"));
   EXPECT_FALSE(Resumes("one:444"));
   EXPECT_TRUE(Resumes("one:443"));
 }
 
-TEST_F(TlsSessionsTest, AreApartWhereTheyAreNotShared) {
+TEST_F(TlsSessionsTest, AreSeparateUnlessShared) {
   EXPECT_FALSE(Resumes("one:443"));
   const auto others = std::make_shared<TlsSessions>();
   const Ssl client(SSL_new(client_.native_handle()));
@@ -64,7 +64,7 @@ TEST_F(TlsSessionsTest, AreApartWhereTheyAreNotShared) {
   EXPECT_FALSE(Connect(client.get()));
 }
 
-TEST_F(TlsSessionsTest, OfABrokenHandshakeAreNotOfferedAgain) {
+TEST_F(TlsSessionsTest, OfAFailedHandshakeAreNotOfferedAgain) {
   EXPECT_FALSE(Resumes("one:443"));
   EXPECT_NE(SSL_get0_session(Client("one:443").get()), nullptr);
   EXPECT_FALSE(Resumes("one:443"));
@@ -78,7 +78,7 @@ TEST_F(TlsSessionsTest, ThatTheServerHasForgottenAreReplaced) {
   EXPECT_TRUE(Resumes("one:443"));
 }
 
-TEST_F(TlsSessionsTest, LeaveAConnectionThatIsUsedAgainAsItIs) {
+TEST_F(TlsSessionsTest, DoNotChangeAReusedConnection) {
   EXPECT_FALSE(Resumes("one:443"));
   const Ssl client = Client("one:443");
   EXPECT_TRUE(Connect(client.get()));

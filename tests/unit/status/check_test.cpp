@@ -25,7 +25,7 @@ Check Found(std::vector<kyd::Finding> findings) {
   return check;
 }
 
-TEST(StateOfCheck, IsTheMostUrgentOfItsFindings) {
+TEST(StateOfCheck, IsThatOfTheMostSevereFinding) {
   EXPECT_EQ(kyd::StateOf(Found({})), State::kOk);
   EXPECT_EQ(kyd::StateOf(Found({{State::kWarning, L"a", L"b", L"c"}})), State::kWarning);
   EXPECT_EQ(kyd::StateOf(Found({{State::kUnknown, {}, {}, {}}, {State::kWarning, {}, {}, {}}})),
@@ -45,7 +45,7 @@ TEST(CheckText, HasASafeLineForEachFinding) {
             L"WARNING  /logs/Upload/\xFFFD[31m\xFFFD is odd: rename it\n");
 }
 
-TEST(CheckJson, HasTheSame) {
+TEST(CheckJson, HasTheSameFindings) {
   const std::string json =
       kyd::CheckJson(Found({{State::kUnknown, L"a \"path\"\n", L"is odd", L"rename it"}}));
   EXPECT_THAT(json, HasSubstr("\"state\": \"unknown\""));

@@ -43,11 +43,11 @@ TEST(DayChart, HasABarForEveryNumberThatIsNotZero) {
   EXPECT_EQ(Count(chart, L"2024-03-05: 10 sent, 0 failed"), 7U);
 }
 
-TEST(DayChart, ShowsWhatIsSmallBesideWhatIsLarge) {
+TEST(DayChart, SmallValuesStayVisible) {
   EXPECT_NE(kyd::DayChart(Days(1, 1'000'000, 1)).find(L"height=\"2.00\""), std::wstring::npos);
 }
 
-TEST(DayChart, LeavesOutDatesForWhichThereIsNoRoom) {
+TEST(DayChart, OmitsDatesThatDoNotFit) {
   EXPECT_EQ(Count(kyd::DayChart(Days(7, 1, 1)), L">03-05<"), 7U);
   const unsigned dates = Count(kyd::DayChart(Days(366, 1, 1)), L">03-05<");
   EXPECT_GT(dates, 5U);

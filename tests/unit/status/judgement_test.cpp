@@ -13,7 +13,7 @@ using kyd::Verdict;
 constexpr std::int64_t kNow = 1'700'000'000;
 constexpr std::int64_t kHour = 3600;
 
-// An account whose oldest file has this age, and a day with so many errors.
+// An account whose oldest file has this age, and a day with this many errors.
 Survey Surveyed(std::int64_t age, std::uint64_t errors) {
   Survey survey;
   survey.now = kNow;
@@ -30,13 +30,13 @@ State StateOf(const Survey& survey, const Limits& limits) {
   return Judge(survey, limits).state;
 }
 
-TEST(Judge, FindsNothingWrongWithoutLimits) {
+TEST(Judge, IsOkWithoutLimits) {
   const Verdict verdict = Judge(Surveyed(kNow, 1000), {});
   EXPECT_EQ(verdict.state, State::kOk);
   EXPECT_TRUE(verdict.reasons.empty());
 }
 
-TEST(Judge, WarnsOverALimitAndIsCriticalOverTwice) {
+TEST(Judge, WarnsAboveALimitAndIsCriticalAboveTwiceTheLimit) {
   const Limits age{24, {}};
   EXPECT_EQ(StateOf(Surveyed(24 * kHour, 0), age), State::kOk);
   EXPECT_EQ(StateOf(Surveyed(24 * kHour + 1, 0), age), State::kWarning);
@@ -55,11 +55,11 @@ TEST(Judge, HasNoWarningWithALimitOfZero) {
   EXPECT_EQ(StateOf(Surveyed(0, 1), {{}, 0}), State::kCritical);
 }
 
-TEST(Judge, TakesAFileOfTheFutureForNew) {
+TEST(Judge, TreatsAFileFromTheFutureAsNew) {
   EXPECT_EQ(StateOf(Surveyed(-kHour, 0), {0, {}}), State::kOk);
 }
 
-TEST(Judge, IsUnknownIfSomethingIsUnreadableUnlessTheRestIsCritical) {
+TEST(Judge, IsUnknownIfSomethingIsUnreadableUnlessCritical) {
   Survey survey = Surveyed(0, 6);
   survey.unreadable.push_back({L"path", 5});
   EXPECT_EQ(StateOf(survey, {}), State::kUnknown);
@@ -67,7 +67,7 @@ TEST(Judge, IsUnknownIfSomethingIsUnreadableUnlessTheRestIsCritical) {
   EXPECT_EQ(StateOf(survey, {{}, 2}), State::kCritical);
 }
 
-TEST(Judge, SaysWhy) {
+TEST(Judge, GivesReasons) {
   Survey survey = Surveyed(30 * kHour, 7);
   survey.accounts[1].waiting = {1, 1, kNow - 25 * kHour};
   survey.unreadable.push_back({L"path", 5});

@@ -15,7 +15,7 @@ CommandLine Read(const std::vector<std::string>& arguments) {
                               [](const std::string& path) { return platform::FromUtf8(path); });
 }
 
-TEST(ReadCommandLine, NeedsTheLogDirectoryOnly) {
+TEST(ReadCommandLine, RequiresOnlyTheLogDirectory) {
   const CommandLine line = Read({"/logs"});
   ASSERT_FALSE(line.answer);
   EXPECT_EQ(line.options.log_dir, L"/logs");
@@ -28,7 +28,7 @@ TEST(ReadCommandLine, NeedsTheLogDirectoryOnly) {
   EXPECT_FALSE(line.options.limits.max_errors);
 }
 
-TEST(ReadCommandLine, TakesAllOptionsInAnyOrder) {
+TEST(ReadCommandLine, AcceptsAllOptionsInAnyOrder) {
   const CommandLine line = Read({"--json", "--days", "366", "--html=p\xC3\xA4ge.html", "--max-age",
                                  "24", "logs", "--max-errors=0"});
   ASSERT_FALSE(line.answer);
@@ -40,13 +40,13 @@ TEST(ReadCommandLine, TakesAllOptionsInAnyOrder) {
   EXPECT_EQ(line.options.limits.max_errors, 0U);
 }
 
-TEST(ReadCommandLine, TakesADirectoryThatLooksLikeAnOption) {
+TEST(ReadCommandLine, AcceptsADirectoryThatLooksLikeAnOption) {
   const CommandLine line = Read({"--", "--json"});
   ASSERT_FALSE(line.answer);
   EXPECT_EQ(line.options.log_dir, L"--json");
 }
 
-TEST(ReadCommandLine, RefusesWhatIsWrong) {
+TEST(ReadCommandLine, RejectsInvalidArguments) {
   const std::vector<std::vector<std::string>> wrong = {
       {},
       {""},
@@ -79,14 +79,14 @@ TEST(ReadCommandLine, RefusesWhatIsWrong) {
   }
 }
 
-TEST(ReadCommandLine, TakesTheFileOfMetrics) {
+TEST(ReadCommandLine, AcceptsTheMetricsFile) {
   const CommandLine line = Read({"logs", "--openmetrics", "m\xC3\xA4.prom", "--per-account"});
   ASSERT_FALSE(line.answer);
   EXPECT_EQ(line.options.metrics_file, L"m\x00E4.prom");
   EXPECT_TRUE(line.options.per_account);
 }
 
-TEST(ReadCommandLine, ExplainsItself) {
+TEST(ReadCommandLine, PrintsItsHelp) {
   const CommandLine help = Read({"--help"});
   ASSERT_TRUE(help.answer);
   EXPECT_EQ(help.answer->exit_code, 0);

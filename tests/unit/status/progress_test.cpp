@@ -20,14 +20,14 @@ class ProgressTest : public testing::Test {
                           [this](const std::wstring& text) { written_.push_back(text); }};
 };
 
-TEST_F(ProgressTest, SaysNothingForASecond) {
+TEST_F(ProgressTest, IsSilentForTheFirstSecond) {
   now_ += 999;
   Count(10'000);
   progress_.End();
   EXPECT_TRUE(written_.empty());
 }
 
-TEST_F(ProgressTest, ShowsALineNowAndThenAndTakesItAway) {
+TEST_F(ProgressTest, ShowsALineFromTimeToTimeAndErasesIt) {
   now_ += 1000;
   Count(128);
   ASSERT_EQ(written_.size(), 1U);

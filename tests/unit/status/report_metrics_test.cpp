@@ -39,7 +39,7 @@ Survey Example() {
   return survey;
 }
 
-// The sample of a metric of the whole log directory.
+// Returns the sample of a metric of the whole log directory.
 std::string Total(const std::string& name, const std::string& value) {
   return "\nkydloguploader_" + name + "{log_dir=\"C:\\\\Kyd\\\"Log\\\"\"} " + value + "\n";
 }
@@ -79,7 +79,7 @@ TEST(MetricsReport, ReportsTheLastRunInSecondsSince1970) {
               HasSubstr(Total("last_run_timestamp_seconds", std::to_string(seconds))));
 }
 
-TEST(MetricsReport, KnowsNoRunWithAnImpossibleTime) {
+TEST(MetricsReport, OmitsARunWithAnInvalidTime) {
   for (const wchar_t* const time : {L"", L"24:00:00", L"23:99:01", L"100000000000:00:00"}) {
     Survey survey = Example();
     survey.days[1].result.last_run = time;
@@ -89,7 +89,7 @@ TEST(MetricsReport, KnowsNoRunWithAnImpossibleTime) {
   }
 }
 
-TEST(MetricsReport, HasNoTimeOfTheOldestFileWhereNoneWaits) {
+TEST(MetricsReport, OmitsTheTimeOfTheOldestFileIfNoneIsWaiting) {
   Survey survey = Example();
   survey.accounts[0].waiting = {};
   const std::string text = kyd::MetricsReport(survey, true);
@@ -120,7 +120,7 @@ TEST(MetricsReport, HasALabelForEachAccountWithAFolder) {
   EXPECT_THAT(text, Not(HasSubstr("gone")));
 }
 
-TEST(MetricsReport, IsCompleteWithoutAnything) {
+TEST(MetricsReport, IsCompleteForAnEmptyTree) {
   const std::string text = kyd::MetricsReport({}, true);
   EXPECT_THAT(text, HasSubstr("\nkydloguploader_accounts{log_dir=\"\"} 0\n"));
   EXPECT_THAT(text, HasSubstr("\nkydloguploader_waiting_oldest_age_seconds{log_dir=\"\"} 0\n"));

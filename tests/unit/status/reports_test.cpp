@@ -47,7 +47,7 @@ Verdict Warning() {
   return {State::kWarning, {L"something <is> late"}};
 }
 
-TEST(TextReport, BeginsWithTheVerdictAndHasAllInColumns) {
+TEST(TextReport, StartsWithTheStateAndHasAlignedColumns) {
   EXPECT_EQ(
       kyd::TextReport(Example(), Warning()),
       L"WARNING: something <is> late; 12 files wait, the oldest for 1 h 1 min; 40 sent and 3 "
@@ -69,13 +69,13 @@ TEST(TextReport, BeginsWithTheVerdictAndHasAllInColumns) {
       L"Could not be read: C:\\x (access denied)\n");
 }
 
-TEST(TextReport, SaysThatThereIsNothing) {
+TEST(TextReport, ReportsAnEmptyTree) {
   const std::wstring text = kyd::TextReport({}, {});
   EXPECT_THAT(text, testing::StartsWith(L"OK: 0 files wait; 0 sent and 0 failed in 0 days\n"));
   EXPECT_THAT(text, HasSubstr(L"No accounts\n"));
 }
 
-TEST(JsonReport, HoldsEveryNumber) {
+TEST(JsonReport, ContainsEveryNumber) {
   const std::string text = kyd::JsonReport(Example(), Warning());
   rapidjson::Document report;
   ASSERT_FALSE(report.Parse(text.c_str()).HasParseError());
@@ -104,7 +104,7 @@ TEST(JsonReport, HoldsEveryNumber) {
   EXPECT_EQ(report["unreadable"][0]["error"].GetUint(), 5U);
 }
 
-TEST(HtmlReport, EscapesWhatComesFromOutside) {
+TEST(HtmlReport, EscapesUntrustedText) {
   const std::string page = kyd::HtmlReport(Example(), Warning());
   EXPECT_THAT(page,
               HasSubstr("b\xEF\xBF\xBD&lt;script&gt;alert(1)&lt;/script&gt;&amp;&quot;&#39;"));
@@ -114,13 +114,13 @@ TEST(HtmlReport, EscapesWhatComesFromOutside) {
   EXPECT_THAT(page, Not(HasSubstr("\x1B")));
 }
 
-TEST(HtmlReport, SaysTheStateInWords) {
+TEST(HtmlReport, ShowsTheStateInWords) {
   EXPECT_THAT(kyd::HtmlReport({}, {State::kOk, {}}), HasSubstr("<title>OK: "));
   EXPECT_THAT(kyd::HtmlReport({}, {State::kCritical, {}}), HasSubstr("<title>CRITICAL: "));
   EXPECT_THAT(kyd::HtmlReport({}, {State::kUnknown, {}}), HasSubstr("<title>UNKNOWN: "));
 }
 
-TEST(Escaped, KnowsFiveCharacters) {
+TEST(Escaped, ReplacesFiveCharacters) {
   EXPECT_EQ(kyd::Escaped(L"a&b<c>d\"e'f"), L"a&amp;b&lt;c&gt;d&quot;e&#39;f");
 }
 

@@ -1,4 +1,4 @@
-// The uploader's own code writes the blocks of these tests.
+// The blocks in these tests are written by the uploader's own code.
 #include "status/result_reader.h"
 
 #include <gtest/gtest.h>
@@ -28,7 +28,7 @@ DayResult Read(const std::wstring& text) {
   return reader.Finish();
 }
 
-TEST(ResultReader, FindsNothingInNothing) {
+TEST(ResultReader, FindsNothingInEmptyInput) {
   const DayResult day = Read(L"");
   EXPECT_EQ(day.runs, 0U);
   EXPECT_EQ(day.unfinished_blocks, 0U);
@@ -50,7 +50,7 @@ TEST(ResultReader, AddsTheRunsOfADay) {
   EXPECT_EQ(day.last_run_errors, 4U);
 }
 
-TEST(ResultReader, TakesBytesOneByOne) {
+TEST(ResultReader, AcceptsSingleBytes) {
   const std::vector<std::uint8_t> bytes =
       platform::ToUtf16Le(Block(1, 1, {{L"\x00E4\x20AC\U0001F600", 1}}));
   kyd::ResultReader reader;
@@ -69,8 +69,8 @@ TEST(ResultReader, ReadsNamesThatLookLikeTheBlock) {
             (Errors{{L"a / 1]", 2}, {L"[", 1}}));
 }
 
-// Every way in which a block may break off.
-TEST(ResultReader, CountsABlockOnceItsNumbersAreThere) {
+// Truncates a block at every position.
+TEST(ResultReader, CountsATruncatedBlockIfItHasItsNumbers) {
   const std::wstring whole = Block(12, 3, {{L"alice", 2}, {L"bob", 1}});
   const std::wstring before = Block(1, 0);
   const std::size_t counts = whole.find(L"Upload error    : 3\r\n") + 21 + 2;
@@ -84,7 +84,7 @@ TEST(ResultReader, CountsABlockOnceItsNumbersAreThere) {
   }
 }
 
-TEST(ResultReader, GoesOnWithTheBlockBehindOneThatBrokeOff) {
+TEST(ResultReader, ReadsTheBlockAfterATruncatedOne) {
   const std::wstring whole = Block(12, 3, {{L"alice", 3}});
   for (std::size_t size = 1; size < whole.size(); size += 7) {
     const DayResult day = Read(whole.substr(0, size) + L"\r\n" + Block(5, 0));
@@ -93,7 +93,7 @@ TEST(ResultReader, GoesOnWithTheBlockBehindOneThatBrokeOff) {
   }
 }
 
-TEST(ResultReader, IgnoresAnOddByteAtTheEnd) {
+TEST(ResultReader, IgnoresATrailingOddByte) {
   std::vector<std::uint8_t> bytes = platform::ToUtf16Le(Block(5, 0));
   bytes.push_back('x');
   kyd::ResultReader reader;
@@ -101,31 +101,31 @@ TEST(ResultReader, IgnoresAnOddByteAtTheEnd) {
   EXPECT_EQ(reader.Finish().sent, 5U);
 }
 
-TEST(ResultReader, SkipsWhatOthersHaveWritten) {
+TEST(ResultReader, SkipsForeignText) {
   const DayResult day = Read(L"somebody's line\r\n\r\n" + Block(5, 0) + L"and another\nthird\n");
   EXPECT_EQ(day.sent, 5U);
   EXPECT_EQ(day.strange_lines, 3U);
   EXPECT_EQ(day.unfinished_blocks, 0U);
 }
 
-TEST(ResultReader, IsNotTakenInByALineWithoutEnd) {
+TEST(ResultReader, SurvivesAnEndlessLine) {
   const DayResult day = Read(std::wstring(1'000'000, L'<') + L"\r\n" + Block(5, 0));
   EXPECT_EQ(day.sent, 5U);
   EXPECT_EQ(day.strange_lines, 1U);
 }
 
-TEST(ResultReader, KeepsTheOtherNamesBesideOneThatWasCut) {
+TEST(ResultReader, KeepsTheOtherNamesWhenOneIsTruncated) {
   const std::wstring long_name(255, L'a');
   const DayResult day = Read(Block(0, 6, {{L"alice", 1}, {long_name, 2}, {L"bob", 3}}) +
                              Block(0, 2, {{long_name, 2}}) + Block(5, 0));
   EXPECT_EQ(day.runs, 3U);
   EXPECT_EQ(day.errors, 8U);
-  // The line behind the cut one has no beginning of its own.
+  // The line after the truncated one has no start of its own.
   EXPECT_EQ(day.errors_by_account, (Errors{{L"alice", 1}}));
   EXPECT_EQ(day.unfinished_blocks, 0U);
 }
 
-TEST(ResultReader, ReadsTheAccountsBehindALogDirectoryThatWasCut) {
+TEST(ResultReader, ReadsTheAccountsAfterATruncatedLogDirectory) {
   const DayResult day =
       Read(Block(0, 3, {{L"alice", 1}, {L"bob", 2}}, std::wstring(5000, L'd')) + Block(5, 0));
   EXPECT_EQ(day.runs, 2U);

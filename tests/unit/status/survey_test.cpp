@@ -48,7 +48,7 @@ class SurveyTest : public testing::Test {
     std::filesystem::last_write_time(
         file, std::filesystem::file_time_type::clock::now() - std::chrono::seconds(since));
   }
-  // Writes a block of a day with the uploader's own code.
+  // Writes a block for a day with the uploader's own code.
   void WriteResult(const platform::LocalTime& day, std::uint32_t sent, std::uint32_t failed,
                    const std::vector<kyd::UploadErrInfo>& errors = {}) {
     kyd_test::FakeClock then;
@@ -73,7 +73,7 @@ TEST_F(SurveyTest, FindsNothingInAnEmptyTree) {
   EXPECT_TRUE(survey.accounts.empty());
   EXPECT_TRUE(survey.unreadable.empty());
   ASSERT_EQ(survey.days.size(), 7U);
-  EXPECT_EQ(survey.days.back().day.day, 25);  // six days before the first of May
+  EXPECT_EQ(survey.days.back().day.day, 25);  // six days before 1 May
   EXPECT_EQ(kyd::AllWaiting(survey).files, 0U);
   EXPECT_FALSE(kyd::AllWaiting(survey).oldest);
 }
@@ -120,7 +120,7 @@ TEST_F(SurveyTest, DistinguishesSentFromFlushedFiles) {
   EXPECT_TRUE(survey.unreadable.empty());
 }
 
-TEST_F(SurveyTest, SeesWhetherACredentialFileIsThere) {
+TEST_F(SurveyTest, DetectsCredentialFiles) {
   for (const wchar_t* const name : {L"alice", L"bob", L"carol"}) {
     MakeFolder(tree_.UploadPath(name));
   }
@@ -130,7 +130,7 @@ TEST_F(SurveyTest, SeesWhetherACredentialFileIsThere) {
   ASSERT_EQ(survey.accounts.size(), 3U);
   EXPECT_EQ(survey.accounts[0].has_credentials, true);
   EXPECT_EQ(survey.accounts[1].has_credentials, false);
-  EXPECT_EQ(survey.accounts[2].has_credentials, false);  // a folder is no file
+  EXPECT_EQ(survey.accounts[2].has_credentials, false);  // a folder does not count
 }
 
 TEST_F(SurveyTest, AddsTheFiguresOfTheResultFiles) {
@@ -148,7 +148,7 @@ TEST_F(SurveyTest, AddsTheFiguresOfTheResultFiles) {
   EXPECT_EQ(alice.errors, 3U);
   ASSERT_TRUE(alice.last_error_day);
   EXPECT_EQ(alice.last_error_day->day, 30);
-  // A name that only a result file has is never looked for.
+  // A name that occurs only in a result file is not looked up.
   const AccountStatus& stranger = survey.accounts[1];
   EXPECT_EQ(stranger.name, L"..");
   EXPECT_EQ(stranger.errors, 2U);
@@ -156,7 +156,7 @@ TEST_F(SurveyTest, AddsTheFiguresOfTheResultFiles) {
   EXPECT_FALSE(stranger.has_credentials);
 }
 
-TEST_F(SurveyTest, NotesAMissingUploadFolder) {
+TEST_F(SurveyTest, ReportsAMissingUploadFolder) {
   log_dir_ = folder_ / L"nowhere";
   const Survey survey = Look();
   ASSERT_EQ(survey.unreadable.size(), 1U);
@@ -164,7 +164,7 @@ TEST_F(SurveyTest, NotesAMissingUploadFolder) {
   EXPECT_EQ(survey.unreadable[0].error, platform::kErrorPathNotFound);
 }
 
-TEST_F(SurveyTest, NotesAResultFileThatIsNone) {
+TEST_F(SurveyTest, ReportsAFolderInsteadOfAResultFile) {
   MakeFolder(tree_.ResultPath(clock_.local));
   const Survey survey = Look();
   ASSERT_EQ(survey.unreadable.size(), 1U);
@@ -190,7 +190,7 @@ TEST_F(SurveyTest, DoesNotBlockWritersOfTheResultFile) {
 }
 
 #ifndef _WIN32
-TEST_F(SurveyTest, NotesWhatIsUnreadable) {
+TEST_F(SurveyTest, ReportsWhatIsUnreadable) {
   MakeFile(tree_.UploadPath(L"alice"), L"a.log", "1");
   WriteResult(clock_.local, 5, 0);
   Survey survey;
@@ -206,14 +206,14 @@ TEST_F(SurveyTest, NotesWhatIsUnreadable) {
   EXPECT_THAT(paths, testing::ElementsAre(tree_.UploadPath(), tree_.ResultPath(clock_.local)));
 }
 
-// stat and fstatat of a name, without flags; that of an open folder has some.
+// stat and fstatat by name have no flags; those of an open folder do.
 constexpr kyd_test::CallArgument kOfAPath{3, 0};
 
-TEST_F(SurveyTest, CountsFilesWhoseDetailsCannotBeHad) {
+TEST_F(SurveyTest, CountsFilesWithoutDetails) {
   MakeFile(tree_.UploadPath(L"alice"), L"a.log", "1");
   MakeFile(tree_.UploadPath(L"alice"), L"b.log", "1");
   Survey survey;
-  // The credential file cannot be looked for either.
+  // The credential file cannot be looked up either.
   kyd_test::RunWithout({{SYS_newfstatat, EACCES, kOfAPath}}, [&] {
     survey = Look(1);
     return true;
@@ -225,7 +225,7 @@ TEST_F(SurveyTest, CountsFilesWhoseDetailsCannotBeHad) {
   EXPECT_FALSE(survey.unreadable.empty());
 }
 
-TEST_F(SurveyTest, DoesNotCountAFileThatGoesMeanwhile) {
+TEST_F(SurveyTest, DoesNotCountAFileThatDisappears) {
   MakeFile(tree_.UploadPath(L"alice"), L"a.log", "1");
   Survey survey;
   kyd_test::RunWithout({{SYS_newfstatat, ENOENT, kOfAPath}}, [&] {

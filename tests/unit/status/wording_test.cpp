@@ -8,32 +8,32 @@
 
 namespace {
 
-TEST(Printable, LeavesNoControlCharacters) {
+TEST(Printable, ReplacesControlCharacters) {
   EXPECT_EQ(kyd::Printable(L"\x1B[2Ja\nb\x7F\x9B\x202E"),
             L"\xFFFD[2Ja\xFFFD"
             L"b\xFFFD\xFFFD\xFFFD");
   EXPECT_EQ(kyd::Printable(L"\x00E4 \x20AC <&>"), L"\x00E4 \x20AC <&>");
 }
 
-TEST(PrintableAndDistinct, LeavesWhatIsHarmless) {
+TEST(PrintableAndDistinct, KeepsHarmlessText) {
   EXPECT_EQ(kyd::PrintableAndDistinct(L"a\\b \"\x00E4\x20AC\U0001F600\"\n"),
             L"a\\b \"\x00E4\x20AC\U0001F600\"\n");
 }
 
-TEST(PrintableAndDistinct, NumbersWhatItReplaces) {
+TEST(PrintableAndDistinct, ShowsTheCodeOfReplacedCharacters) {
   EXPECT_EQ(kyd::PrintableAndDistinct(L"\x1B[2J\r\x202E"),
             L"\xFFFD"
             L"00001B[2J\xFFFD"
             L"00000D\xFFFD"
             L"00202E");
-  // Otherwise a name with this text in it would be the same as one with a replaced character.
+  // Otherwise a name that contains this text could equal one with a replaced character.
   EXPECT_EQ(kyd::PrintableAndDistinct(L"\xFFFD"),
             L"\xFFFD"
             L"00FFFD");
 }
 
-TEST(PrintableAndDistinct, NumbersHalvesOfPairs) {
-  // As they stand for a byte of a Linux name that is not UTF-8, and in a Windows name.
+TEST(PrintableAndDistinct, ShowsTheCodeOfUnpairedSurrogates) {
+  // They occur in Linux names that are not UTF-8, and in Windows names.
   const std::wstring low(1, static_cast<wchar_t>(0xDCFF));
   const std::wstring high(1, static_cast<wchar_t>(0xD83D));
   EXPECT_EQ(kyd::PrintableAndDistinct(low + L"a"),
@@ -45,13 +45,13 @@ TEST(PrintableAndDistinct, NumbersHalvesOfPairs) {
             L"00D83D");
 }
 
-TEST(Counted, KnowsOneFromMany) {
+TEST(Counted, DistinguishesSingularAndPlural) {
   EXPECT_EQ(kyd::Counted(0, L"file", L"files"), L"0 files");
   EXPECT_EQ(kyd::Counted(1, L"file", L"files"), L"1 file");
   EXPECT_EQ(kyd::Counted(2, L"file", L"files"), L"2 files");
 }
 
-TEST(DurationText, HasTwoPartsAtMost) {
+TEST(DurationText, HasAtMostTwoParts) {
   const std::vector<std::pair<std::int64_t, const wchar_t*>> cases = {
       {0, L"0 s"},          {59, L"59 s"},        {60, L"1 min"},           {3599, L"59 min"},
       {3600, L"1 h"},       {3660, L"1 h 1 min"}, {86'399, L"23 h 59 min"}, {86'400, L"1 d"},
@@ -62,7 +62,7 @@ TEST(DurationText, HasTwoPartsAtMost) {
   }
 }
 
-TEST(SizeText, ChangesTheUnitWhereTheNumberWouldHaveFourDigits) {
+TEST(SizeText, SwitchesToTheNextUnitBeforeFourDigits) {
   const std::vector<std::pair<std::uint64_t, const wchar_t*>> cases = {
       {0, L"0 B"},
       {1023, L"1023 B"},
@@ -77,7 +77,7 @@ TEST(SizeText, ChangesTheUnitWhereTheNumberWouldHaveFourDigits) {
   }
 }
 
-TEST(ErrorText, HasWordsForTheUsualOnes) {
+TEST(ErrorText, DescribesCommonErrors) {
   EXPECT_EQ(kyd::ErrorText(platform::kErrorPathNotFound), L"missing");
   EXPECT_EQ(kyd::ErrorText(platform::kErrorAccessDenied), L"access denied");
   EXPECT_EQ(kyd::ErrorText(platform::kErrorSharingViolation), L"in use");

@@ -1,23 +1,23 @@
-// A companion library beside the test program.
+// A companion library in the test program's folder.
 #pragma once
 
 #include <string>
 
 namespace kyd_test {
 
-// Copies a built companion library into the test program's own folder, where the program looks for
-// it, and removes it again. Throws std::filesystem::filesystem_error when that fails.
+// Copies a companion library into the test program's folder, where the program looks for it, and
+// removes it at the end. Throws std::filesystem::filesystem_error on failure.
 class CompanionBeside {
  public:
-  // `variant` is empty for the whole library, or names one that lacks an export: "no-decrypt",
-  // "no-base64", "no-event-log".
+  // `variant` selects a library that lacks an export: "no-decrypt", "no-base64" or "no-event-log";
+  // empty selects the complete one.
   explicit CompanionBeside(const std::string& variant = "");
   ~CompanionBeside();
   CompanionBeside(const CompanionBeside&) = delete;
   CompanionBeside& operator=(const CompanionBeside&) = delete;
 };
 
-// Whether this process has a companion library loaded from the test program's folder.
+// Whether this process has loaded a companion library from the test program's folder.
 [[nodiscard]] bool CompanionBesideIsLoaded();
 
 }  // namespace kyd_test

@@ -54,13 +54,13 @@ bool RunBehind(Filter filter, const std::function<bool()>& function) {
   return result;
 }
 
-// The sixth argument of a call that the kernel is to do: calls with fewer arguments ignore it.
+// The sixth argument for Perform: system calls with fewer arguments ignore it.
 constexpr long kPerform = 0x6B796421;
 
 thread_local const Instead* replacement = nullptr;
 
-// The kernel delivers a filtered call as this signal; what the handler leaves in the register of
-// results is what the call gives.
+// The kernel reports a filtered call with this signal; the call returns the value that the handler
+// leaves in the result register.
 void TakeCall(int /*signal*/, siginfo_t* info, void* context) {
   const int error_number = errno;
   auto& registers = static_cast<ucontext_t*>(context)->uc_mcontext.gregs;
@@ -73,7 +73,7 @@ void TakeCall(int /*signal*/, siginfo_t* info, void* context) {
   errno = error_number;
 }
 
-// The `which`-th call gets a result of its own, all others the kernel's.
+// The `which`-th call gets a special result, all others the kernel's.
 Instead Nth(int which, std::function<long(const SystemCall&)> result) {
   return [which, result = std::move(result), count = 0](const SystemCall& call) mutable {
     return ++count == which ? result(call) : call.Perform();

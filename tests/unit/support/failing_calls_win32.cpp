@@ -17,7 +17,7 @@ void Put(std::uintptr_t* slot, std::uintptr_t value) {
   VirtualProtect(slot, sizeof *slot, protection, &protection);
 }
 
-// The places of a function in the program's table of imports.
+// The entries of a function in the program's import table.
 std::vector<std::uintptr_t*> SlotsOf(const char* function) {
   auto* const base = reinterpret_cast<std::uint8_t*>(GetModuleHandleW(nullptr));
   const auto* const dos = reinterpret_cast<const IMAGE_DOS_HEADER*>(base);

@@ -1,4 +1,4 @@
-// Functions of Windows that fail, or do half of their work, when a test says so.
+// Windows functions that fail or do part of their work.
 #pragma once
 
 #include <cstdint>
@@ -6,9 +6,8 @@
 
 namespace kyd_test {
 
-// While the object lives, the test program calls another function in place of one that it imports.
-// The program's own table of imports is changed, so it holds for the code under test, and for no
-// other library.
+// While the object exists, the test program calls another function in place of an imported one. It
+// patches the program's own import table, which affects the code under test but no other library.
 class ReplacedImport {
  public:
   // `function` is the imported name, such as "ReadFile".

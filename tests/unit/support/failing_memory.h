@@ -1,4 +1,4 @@
-// Memory that runs out when a test says so.
+// Failing memory allocations.
 #pragma once
 
 #include <cstddef>
@@ -6,21 +6,21 @@
 
 namespace kyd_test {
 
-// While the object lives, `operator new` fails in this thread for requests of at least `size`
+// While the object exists, `operator new` throws in this thread for requests of at least `size`
 // bytes, at most `times` times. It replaces the operator of the whole test program, so that every
-// handler for "whatever is thrown in here" can be reached. A threshold above kBeyondTheLog spares
-// the lines that the program logs meanwhile. One object at a time.
+// exception handler can be reached. A threshold above kBeyondTheLog spares the program's log lines.
+// Only one object may exist at a time.
 class FailingMemory {
  public:
   static constexpr std::size_t kBeyondTheLog = std::size_t{16} * 1024;  // bytes
-  // A text of so many characters is beyond the log's lines on every platform.
+  // A text of this many characters exceeds the log's lines on every platform.
   static constexpr std::size_t kLongText = kBeyondTheLog;
 
   enum class Throwing {
-    kBadAlloc,  // as the standard has it
-    kNumber,    // an exception that is no standard one
+    kBadAlloc,  // std::bad_alloc
+    kNumber,    // not derived from std::exception
   };
-  // Both, with what the program then puts behind the word "exception".
+  // Both, with the text that the program then logs after the word "exception".
   struct Thrown {
     Throwing what;
     const char* ending;

@@ -5,7 +5,7 @@
 
 namespace kyd_test {
 
-// Runs a function during which no file pointer can be moved.
+// Runs a function during which every seek fails.
 void RunWithoutSeeking(const std::function<void()>& function);
 
 }  // namespace kyd_test

@@ -1,4 +1,4 @@
-// A clock that the test moves.
+// A clock that the test sets.
 #pragma once
 
 #include <cstdint>

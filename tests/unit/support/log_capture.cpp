@@ -12,7 +12,7 @@ namespace kyd_test {
 
 namespace {
 
-// Lives as long as the process: the logger reads its settings every 10 seconds only.
+// Lives as long as the process, because the logger reads its settings only every 10 seconds.
 class CapturedLog {
  public:
   CapturedLog() {

@@ -1,4 +1,4 @@
-// What the program says in its diagnostic log while a test runs.
+// The program's diagnostic messages during a test.
 #pragma once
 
 #include <cstddef>
@@ -7,14 +7,14 @@
 
 namespace kyd_test {
 
-// Switches the program's own logger on, once for the test program, into a folder of its own, and
-// gives the messages written since the object was made.
+// Enables the program's own logger, once per test program, with a folder of its own, and returns
+// the messages written since the object was created.
 class LogCapture {
  public:
   LogCapture();
 
-  // The messages in order, without prefix, trailing comma and line end; a message of several lines
-  // is one entry with line feeds.
+  // Returns the messages in order, without prefix, trailing comma and line ending; a message of
+  // several lines is one entry with line feeds.
   [[nodiscard]] std::vector<std::string> Messages() const;
 
  private:

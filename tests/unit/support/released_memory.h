@@ -1,12 +1,12 @@
-// What memory still holds when it is released.
+// The content of memory when it is released.
 #pragma once
 
 #include <string>
 
 namespace kyd_test {
 
-// While the object lives, every block that this thread gives to `operator delete` is searched for a
-// text, which must not be in it any more. One object at a time.
+// While the object exists, every block that this thread passes to `operator delete` is searched for
+// a text that must have been wiped. Only one object may exist at a time.
 class ReleasedMemory {
  public:
   explicit ReleasedMemory(std::wstring text);
@@ -14,7 +14,7 @@ class ReleasedMemory {
   ReleasedMemory(const ReleasedMemory&) = delete;
   ReleasedMemory& operator=(const ReleasedMemory&) = delete;
 
-  // How many blocks held it.
+  // The number of blocks that contained it.
   [[nodiscard]] unsigned Found() const noexcept;
 };
 

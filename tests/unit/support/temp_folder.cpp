@@ -1,4 +1,4 @@
-// A folder of a test's own, and whole files.
+// Temporary folders, and reading and writing of whole files.
 #include "tests/unit/support/temp_folder.h"
 
 #include <filesystem>
@@ -23,7 +23,7 @@ std::wstring MakeUniqueFolder(const fs::path& parent) {
   std::random_device random;
   for (int attempt = 0; attempt < 100; ++attempt) {
     const fs::path folder = parent / ("kyd-test-" + std::to_string(random()));
-    // False, without an error, if another process was faster.
+    // Returns false without an error if another process was faster.
     if (fs::create_directory(folder)) {
       return platform::FromNativePath(folder.native());
     }

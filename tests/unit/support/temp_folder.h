@@ -1,4 +1,4 @@
-// A folder of a test's own.
+// Temporary folders.
 #pragma once
 
 #include <string>
@@ -6,24 +6,23 @@
 
 namespace kyd_test {
 
-// A new, empty folder below the system's temporary folder; removed with everything in it at the
-// end.
+// A new, empty folder in the system's temporary folder; removed with its content at the end.
 class TempFolder {
  public:
   TempFolder();
-  // Below another folder, which must exist.
+  // In another folder, which must exist.
   explicit TempFolder(const std::wstring& parent);
   ~TempFolder();
   TempFolder(const TempFolder&) = delete;
   TempFolder& operator=(const TempFolder&) = delete;
 
-  // Full path without a separator at the end.
+  // Full path without a trailing separator.
   [[nodiscard]] const std::wstring& Path() const noexcept { return path_; }
 
   // Path of an entry of the folder.
   [[nodiscard]] std::wstring operator/(std::wstring_view name) const;
 
-  // Makes a sub-folder and gives its path.
+  // Creates a subfolder and returns its path.
   std::wstring MakeFolder(std::wstring_view name) const;
 
  private:
@@ -36,7 +35,7 @@ void WriteFileBytes(const std::wstring& path, std::string_view bytes);
 // Reads a whole file. Throws std::runtime_error.
 [[nodiscard]] std::string ReadFileBytes(const std::wstring& path);
 
-// True when something has this path, be it a file, a folder or a link to nothing.
+// Whether the path exists, as a file, a folder or a dangling link.
 [[nodiscard]] bool PathExists(const std::wstring& path);
 
 }  // namespace kyd_test

@@ -1,4 +1,4 @@
-// A client certificate of a test's own.
+// A client certificate for a test.
 #pragma once
 
 #include <cstdint>
@@ -7,9 +7,9 @@
 
 namespace kyd_test {
 
-// A certificate in the current user's "MY" store while the object lives: on Windows in the store
-// itself, on Linux in that of a home folder of its own. Throws std::runtime_error when it cannot be
-// put there.
+// A certificate in the current user's "MY" store while the object exists: on Windows in the real
+// store, on Linux in that of a temporary home folder. Throws std::runtime_error if it cannot be
+// added.
 class TestCertificate {
  public:
   TestCertificate();

@@ -19,7 +19,7 @@ struct BioDeleter {
   void operator()(BIO* bio) const noexcept { BIO_free(bio); }
 };
 
-// The environment is changed between a test's parts, while no other thread runs.
+// The environment changes between the parts of a test, while no other thread runs.
 // NOLINTBEGIN(concurrency-mt-unsafe)
 class HomeFolder {
  public:

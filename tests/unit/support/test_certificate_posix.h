@@ -1,4 +1,4 @@
-// Certificates with keys, made for a test.
+// Certificates with keys, created for a test.
 #pragma once
 
 #include <openssl/evp.h>
@@ -10,7 +10,7 @@
 
 namespace kyd_test {
 
-// A certificate signed with its own key, followed by the key, as PEM. Takes the key over.
+// Returns a self-signed certificate followed by its key, as PEM. Takes ownership of the key.
 [[nodiscard]] std::string SelfSignedPem(EVP_PKEY* key);
 
 // A user whose store holds this one file.
@@ -18,7 +18,7 @@ class UserWithCertificate {
  public:
   explicit UserWithCertificate(const std::string& pem);
 
-  // Null when the file is no certificate.
+  // Null if the file contains no certificate.
   [[nodiscard]] const void* Context() const noexcept { return context_.Get(); }
 
   // The user's home folder.

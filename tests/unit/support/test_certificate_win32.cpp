@@ -1,7 +1,7 @@
 #include "tests/unit/support/test_certificate_win32.h"
 
 #include <windows.h>
-// After windows.h, which it needs.
+// Requires windows.h.
 #include <wincrypt.h>
 
 #include <stdexcept>
@@ -12,7 +12,7 @@ namespace kyd_test {
 
 namespace {
 
-// A certificate without a name.
+// A certificate without a subject.
 constexpr char kCertificate[] =
     "MIIBdjCCAR2gAwIBAgIUKlXTedgb+fnSw4yQZPIs+LmEk0kwCgYIKoZIzj0EAwIw\n"
     "ETEPMA0GA1UEAwwGY2xpZW50MB4XDTI2MTEyMTA1Mzk1NloXDTM2MTExODA1Mzk1\n"
@@ -53,7 +53,7 @@ TestCertificate::TestCertificate() : state_(std::make_unique<State>()) {
   thumbprint_.resize(size);
   CertGetCertificateContextProperty(state_->stored, CERT_SHA1_HASH_PROP_ID, thumbprint_.data(),
                                     &size);
-  // Written when it is closed: another opening finds the certificate then.
+  // Closing the store saves it, so that other handles find the certificate.
   CertControlStore(state_->store.Get(), 0, CERT_STORE_CTRL_COMMIT, nullptr);
 }
 

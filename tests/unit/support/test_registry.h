@@ -1,4 +1,4 @@
-// Machine-wide registry settings of a test's own.
+// Machine-wide registry settings for a test.
 #pragma once
 
 #include <cstdint>
@@ -10,10 +10,10 @@
 
 namespace kyd_test {
 
-// Writes keys and values under HKEY_LOCAL_MACHINE and removes them again at the end: on Windows in
-// the registry itself (a value that was there before is lost), on Linux in the registry export text
-// of a sysroot of its own. Every change is visible at once. Throws std::runtime_error when a change
-// fails. Key paths are written as the program writes them: "SOFTWARE\\Maker\\Product".
+// Writes keys and values under HKEY_LOCAL_MACHINE and removes them at the end: on Windows in the
+// registry itself (an existing value is lost), on Linux in the registry export file of a temporary
+// sysroot. Every change is visible immediately. Throws std::runtime_error if a change fails. Key
+// paths have the program's form: "SOFTWARE\\Maker\\Product".
 class TestRegistry {
  public:
   TestRegistry();
@@ -21,14 +21,14 @@ class TestRegistry {
   TestRegistry(const TestRegistry&) = delete;
   TestRegistry& operator=(const TestRegistry&) = delete;
 
-  // Makes the key, with its parents, when it is missing. The setters do so by themselves.
+  // Creates the key and its parents if missing. The setters do so themselves.
   void MakeKey(const std::wstring& key);
   void SetDword(const std::wstring& key, const std::wstring& name, std::uint32_t value);
   void SetText(const std::wstring& key, const std::wstring& name, const std::wstring& text);
   void SetRaw(const std::wstring& key, const std::wstring& name, std::uint32_t type,
               const std::vector<std::uint8_t>& data);
   void Remove(const std::wstring& key, const std::wstring& name);
-  // Removes the key with everything below it.
+  // Removes the key and everything below it.
   void RemoveKey(const std::wstring& key);
 
   [[nodiscard]] const TestSysroot& Sysroot() const noexcept { return sysroot_; }

@@ -1,4 +1,4 @@
-// Registry settings as a registry export text, rewritten with every change.
+// Registry settings as a registry export file, rewritten with every change.
 #include <cstdio>
 #include <map>
 #include <stdexcept>
@@ -34,7 +34,7 @@ std::wstring HexList(const std::vector<std::uint8_t>& data) {
 }  // namespace
 
 struct TestRegistry::State {
-  using Values = std::map<std::wstring, std::wstring>;  // name -> what stands behind the "="
+  using Values = std::map<std::wstring, std::wstring>;  // name -> text after the "="
   std::map<std::wstring, Values> keys;
 
   void Save(const TestSysroot& sysroot) const {
@@ -45,7 +45,7 @@ struct TestRegistry::State {
         text += (name.empty() ? L"@" : Quoted(name)) + L"=" + value + L"\n";
       }
     }
-    // The program may read at any moment: the file is complete whenever it is there.
+    // The program may read at any time, so the file is replaced atomically.
     const std::wstring path = sysroot.Folder() / L"etc/keyward/registry.reg";
     WriteFileBytes(path + L".new", platform::ToUtf8(text));
     if (std::rename(platform::ToNativePath(path + L".new").c_str(),

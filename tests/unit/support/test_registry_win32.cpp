@@ -30,8 +30,8 @@ bool KeyExists(const std::wstring& key) {
 }  // namespace
 
 struct TestRegistry::State {
-  std::set<std::wstring> new_keys;                             // topmost keys that were made here
-  std::set<std::pair<std::wstring, std::wstring>> new_values;  // in keys that were there before
+  std::set<std::wstring> new_keys;  // topmost keys that were created here
+  std::set<std::pair<std::wstring, std::wstring>> new_values;  // in keys that already existed
 };
 
 TestRegistry::TestRegistry() : state_(std::make_unique<State>()) {}

@@ -1,4 +1,4 @@
-// The machine-wide folders of a test's own.
+// Machine-wide folders for a test.
 #pragma once
 
 #include <optional>
@@ -8,9 +8,9 @@
 
 namespace kyd_test {
 
-// On Linux every machine-wide path lies below a temporary folder while the object lives
-// (KEYWARD_SYSROOT), with run/lock, etc/keyward and var/log in it. On Windows the machine's own
-// folders stay; Folder() is then just a temporary folder.
+// On Linux all machine-wide paths are redirected to a temporary folder while the object exists
+// (KEYWARD_SYSROOT); it contains run/lock, etc/keyward and var/log. On Windows the machine's own
+// folders stay in use, and Folder() is just a temporary folder.
 class TestSysroot {
  public:
   TestSysroot();
@@ -22,7 +22,7 @@ class TestSysroot {
 
  private:
   TempFolder folder_;
-  std::optional<std::string> earlier_;  // value of the variable before
+  std::optional<std::string> earlier_;  // previous value of the variable
 };
 
 }  // namespace kyd_test

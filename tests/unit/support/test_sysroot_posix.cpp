@@ -1,4 +1,4 @@
-// A sysroot by way of the environment.
+// Sets the sysroot through the environment.
 #include <cstdlib>
 
 #include "platform/text.h"
@@ -9,7 +9,7 @@ namespace {
 constexpr char kVariable[] = "KEYWARD_SYSROOT";
 }  // namespace
 
-// The environment is changed between a test's parts, while no other thread runs.
+// The environment changes between the parts of a test, while no other thread runs.
 // NOLINTBEGIN(concurrency-mt-unsafe)
 TestSysroot::TestSysroot() {
   folder_.MakeFolder(L"run/lock");

@@ -1,4 +1,4 @@
-// Windows has no sysroot; the tests run in a Wine prefix of their own.
+// Windows has no sysroot; under Wine the tests have their own prefix.
 #include "tests/unit/support/test_sysroot.h"
 
 namespace kyd_test {

@@ -1,4 +1,4 @@
-// A TLS 1.2 server with a certificate made for the test.
+// A TLS 1.2 server with a certificate created for the test.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -29,7 +29,7 @@ struct FreeSsl {
 };
 using Ssl = std::unique_ptr<SSL, FreeSsl>;
 
-// A handshake in memory: whether it resumed a session. It has to come to its end.
+// Performs a handshake in memory, which must succeed. Returns whether it resumed a session.
 [[nodiscard]] inline bool Resumes(SSL* client, SSL_CTX* server_settings) {
   const Ssl server(SSL_new(server_settings));
   SSL_set_connect_state(client);
@@ -44,7 +44,7 @@ using Ssl = std::unique_ptr<SSL, FreeSsl>;
     SSL_do_handshake(server.get());
   }
   EXPECT_EQ(SSL_in_init(client), 0);
-  SSL_set_shutdown(server.get(), SSL_SENT_SHUTDOWN);  // so that it keeps the session
+  SSL_set_shutdown(server.get(), SSL_SENT_SHUTDOWN);  // so that the session stays valid
   return SSL_session_reused(client) == 1;
 }
 

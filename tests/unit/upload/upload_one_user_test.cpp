@@ -1,4 +1,4 @@
-// Every exit of one account's upload, without a network.
+// Every outcome of the upload of one account, without a network.
 #include "upload/upload_one_user.h"
 
 #include <gmock/gmock.h>
@@ -61,7 +61,7 @@ class UploadOneUser : public testing::Test {
     return kyd_test::PathExists(Path(L"Archive", name));
   }
 
-  // Answers the requests by their number, from 1.
+  // Answers each request by its number, from 1.
   int Upload(const std::function<http_response(int)>& answer) {
     return kyd::UploadOneUser(
         run_, L"alice", credentials_,
@@ -71,7 +71,7 @@ class UploadOneUser : public testing::Test {
           validations_.push_back(config.validate_certificates());
           addresses_.push_back(address.to_string());
           http_response response = answer(static_cast<int>(requests_.size()));
-          // The library completes an answer when its body has ended.
+          // The library completes a response when its body has ended.
           response._get_impl()->_complete(0, body_failure_);
           return pplx::task_from_result(response);
         });
@@ -93,7 +93,7 @@ class UploadOneUser : public testing::Test {
   std::vector<http_request> requests_;
   std::vector<utility::string_t> addresses_;
   std::vector<bool> validations_;
-  std::exception_ptr body_failure_;  // of the answers' bodies
+  std::exception_ptr body_failure_;  // of the response bodies
 };
 
 TEST_F(UploadOneUser, CountsAnAccountWithoutFilesAsNotSubjectToUpload) {
@@ -111,7 +111,7 @@ TEST_F(UploadOneUser, CountsAnAccountWithoutAFolderAsNotSubjectToUpload) {
   EXPECT_EQ(run_.noSendCount, 1U);
 }
 
-TEST_F(UploadOneUser, SendsThePostOfTheContract) {
+TEST_F(UploadOneUser, SendsThePostRequestOfTheInterface) {
   MakeLog(L"a.log");
   EXPECT_EQ(UploadAnswering(200), 0);
   ASSERT_EQ(requests_.size(), 1U);
@@ -199,7 +199,7 @@ TEST_F(UploadOneUser, RemembersAnAccountWithFailedFilesOnce) {
   EXPECT_EQ(run_.report.errors[0].count, 2U);
 }
 
-TEST_F(UploadOneUser, LeavesAFileThatTheArchiveAlreadyHas) {
+TEST_F(UploadOneUser, LeavesAFileThatIsAlreadyInTheArchive) {
   MakeLog(L"a.log");
   kyd_test::WriteFileBytes(Path(L"Archive", L"a.log"), "older");
   EXPECT_EQ(UploadAnswering(200), 0);
@@ -271,11 +271,11 @@ TEST_F(UploadOneUser, ClosesTheLogFileOnEveryPath) {
   }
 }
 
-TEST_F(UploadOneUser, CutsTheSessionAtItsFirstNulAndRefusesAKeyWithANul) {
+TEST_F(UploadOneUser, TruncatesTheSessionAtItsFirstNulAndRefusesAKeyWithANul) {
   MakeLog(L"a.log");
   EXPECT_EQ(UploadAnswering(200), 0);
   EXPECT_EQ(Header(0, L"Cookie"), L"idp.session=session");
-  // A key that was cut off would be sent.
+  // Otherwise a truncated key would be sent.
   MakeLog(L"b.log");
   credentials_.apikey = std::wstring(L"ke\0y", 4);
   EXPECT_EQ(UploadAnswering(200), 1);
@@ -285,7 +285,7 @@ TEST_F(UploadOneUser, CutsTheSessionAtItsFirstNulAndRefusesAKeyWithANul) {
 }
 
 // The log message of each source's failure shows which source is used.
-TEST_F(UploadOneUser, UsesTheCertificateSourceThatTheCredentialsName) {
+TEST_F(UploadOneUser, UsesTheCertificateSourceNamedInTheCredentials) {
   const Lines none;
   const Lines text = {"<ParseAuthParam> memory error"};  // without a library to decode it
   const Lines store = {"<SetUserCert> CertOpenStore error [",
@@ -294,7 +294,7 @@ TEST_F(UploadOneUser, UsesTheCertificateSourceThatTheCredentialsName) {
     const wchar_t* base64;
     const wchar_t* hash;
     const wchar_t* store;
-    const Lines& messages;  // the beginning of one of them
+    const Lines& messages;  // the start of one of them
   } cases[] = {
       {L"", L"", L"", none},        {L"", L"00", L"", none},   {L"", L"", L"user", none},
       {L"", L"00", L"user", store}, {L"AAAA", L"", L"", text}, {L"AAAA", L"00", L"user", text},
@@ -306,7 +306,8 @@ TEST_F(UploadOneUser, UsesTheCertificateSourceThatTheCredentialsName) {
     credentials_.cert_hash = one.hash;
     credentials_.cert_store = one.store;
     EXPECT_EQ(UploadAnswering(500), 0);
-    // Looked for once per account, behind its first line; the files are sent in any case.
+    // The certificate is looked up once per account, after the first log line; the files are sent
+    // in any case.
     std::vector<testing::Matcher<std::string>> expected = {
         "<UploadOneUser> in  [alice]", StartsWith("<UploadOneUser> UploadFile ["),
         "<UploadOneUser> Error [500, ]", "<UploadOneUser> out  [alice]"};
@@ -322,7 +323,7 @@ TEST_F(UploadOneUser, UsesTheCertificateSourceThatTheCredentialsName) {
   }
 }
 
-TEST_F(UploadOneUser, LooksAheadBeforeItSends) {
+TEST_F(UploadOneUser, FindsTheNextFileBeforeItSends) {
   MakeLog(L"a.log");
   EXPECT_EQ(Upload([this](int number) {
               MakeLog(L"late-" + std::to_wstring(number) + L".log");
@@ -360,12 +361,12 @@ TEST_F(UploadOneUser, EndsTheRunAtABodyThatCannotBeRead) {
     EXPECT_EQ(UploadAnswering(status), -1);
     EXPECT_EQ(log.Messages().back(), "<UploadOneUser> exception [alice]");
     EXPECT_TRUE(IsWaiting(L"a.log"));
-    // Deleted before the body is read.
+    // The file is deleted before the body is read.
     EXPECT_EQ(kyd_test::PathExists(Path(L"LogWork", L"UserData.dat")), status != 401);
   }
   EXPECT_EQ(run_.fileOkCount + run_.fileErrorCount + run_.sendCount + run_.noSendCount, 0U);
   EXPECT_TRUE(run_.report.errors.empty());
-  // The body behind an acceptance is not needed.
+  // After a success status the body is not needed.
   EXPECT_EQ(UploadAnswering(200), 0);
   EXPECT_TRUE(IsArchived(L"a.log"));
 }
@@ -381,7 +382,7 @@ TEST_F(UploadOneUser, LogsMessageAndNumberOfAnExceptionOfTheHttpLayer) {
       lines,
       ElementsAre("<UploadOneUser> in  [alice]", StartsWith("<UploadOneUser> UploadFile ["),
                   "<UploadOneUser> exception socket[alice]", StartsWith("exception message [")));
-  // Compilers write the names of types in different ways.
+  // The spelling of type names depends on the compiler.
   for (const char* const part :
        {"exception message [Throw location unknown (consider using BOOST_THROW_EXCEPTION)\n",
         "Dynamic exception type: ", "std::exception::what: refused\n", "CorvidSocket::tag_errno",
@@ -413,7 +414,7 @@ TEST_F(UploadOneUser, LogsAnyExceptionBeforeTheFirstFile) {
   EXPECT_EQ(run_.noSendCount + run_.sendCount, 0U);
 }
 
-// A process that reads the file meanwhile does not keep it from being sent.
+// Another process that reads the file does not prevent its upload.
 TEST_F(UploadOneUser, SendsAFileThatAnotherProcessReads) {
   MakeLog(L"a.log");
   const platform::File reader = platform::File::OpenShared(Path(L"Upload", L"a.log"));
@@ -421,7 +422,7 @@ TEST_F(UploadOneUser, SendsAFileThatAnotherProcessReads) {
   EXPECT_EQ(UploadAnswering(200), 0);
   EXPECT_EQ(run_.fileOkCount, 1U);
 #ifdef _WIN32
-  // This reader does not let it be moved.
+  // This reader prevents the move.
   EXPECT_THAT(log_.Messages(), Contains("<MOVE> Move NG [32]"));
   EXPECT_TRUE(IsWaiting(L"a.log"));
 #else
@@ -436,13 +437,13 @@ std::ptrdiff_t OpenDescriptors() {
   return std::distance(begin(open), end(open));
 }
 
-TEST_F(UploadOneUser, KeepsNothingOpenWhateverItsEnd) {
+TEST_F(UploadOneUser, KeepsNothingOpenOnAnyPath) {
   const std::function<http_response(int)> ends[] = {
       [](int) { return http_response(200); }, [](int) { return http_response(500); },
       [](int) -> http_response { throw web::http::http_exception("gone"); },
       [](int) -> http_response { throw 1; }};
   MakeLog(L"a.log");
-  static_cast<void>(UploadAnswering(500));  // what the library opens once stays
+  static_cast<void>(UploadAnswering(500));  // the first upload opens what the library keeps open
   const std::ptrdiff_t before = OpenDescriptors();
   for (const auto& end : ends) {
     MakeLog(L"a.log");

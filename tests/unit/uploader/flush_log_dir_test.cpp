@@ -1,4 +1,4 @@
-// The force flush of one account, and of all.
+// The upload of all accounts, and the force flush of one account and of all.
 #include "uploader/flush_log_dir.h"
 
 #include <gtest/gtest.h>
@@ -50,7 +50,7 @@ class FlushLogDirTest : public testing::Test {
     kyd_test::WriteFileBytes(Path(parts), bytes);
   }
 
-  // The block that stands in the result file, as narrow text.
+  // Returns the block in the result file as narrow text.
   [[nodiscard]] std::string ResultFile() const {
     std::string text;
     for (const auto& entry :
@@ -136,11 +136,11 @@ TEST_F(FlushLogDirTest, StopsAtCredentialsThatEndTheRun) {
   EXPECT_EQ(log_.Messages(),
             (Lines{kRuler, "<Read AuthFile> exception", "<< Upload >> EXCEPTION", kRuler}));
   EXPECT_EQ(run_.noSendCount, 0U);
-  // The account was counted before its credentials were read, and the report was written.
+  // The account is counted before its credentials are read, and the report is written.
   EXPECT_NE(ResultFile().find("Total                   : 1\r\n"), std::string::npos);
 }
 
-TEST_F(FlushLogDirTest, GoesOnAfterCredentialsThatAreOfNoUse) {
+TEST_F(FlushLogDirTest, ContinuesAfterUnusableCredentials) {
   for (const wchar_t* const account : {L"alice", L"bob", L"carol"}) {
     MakeFile({L"Upload", account, L"a.log"}, "a");
   }
@@ -151,7 +151,7 @@ TEST_F(FlushLogDirTest, GoesOnAfterCredentialsThatAreOfNoUse) {
                    "<< Result >> accounts:[3] send :[0] no send :[3]", kRuler}));
 }
 
-TEST_F(FlushLogDirTest, ReportsAlsoWhenTheUploadFolderCannotBeSearched) {
+TEST_F(FlushLogDirTest, ReportsEvenIfTheUploadFolderCannotBeSearched) {
   ASSERT_TRUE(platform::CreateFolders(Path({L"UploadResult"})));
   run_.fileErrorCount = 1;
   kyd::FlushLogDir(run_, /*force=*/false);
@@ -161,7 +161,7 @@ TEST_F(FlushLogDirTest, ReportsAlsoWhenTheUploadFolderCannotBeSearched) {
 }
 
 TEST_F(FlushLogDirTest, LogsAnyExceptionSkipsTheReportAndStillFlushes) {
-  // Whatever builds a path below this folder fails, the report too, were it written.
+  // Building any path below this folder fails; so would the report.
   run_.logDir = std::wstring(FailingMemory::kLongText, L'd');
   run_.fileOkCount = 1;
   for (const auto& one : FailingMemory::kBoth) {
@@ -194,7 +194,7 @@ TEST_F(FlushLogDirTest, CleanupLogsAnyExceptionAndReturnsZero) {
   }
 }
 
-TEST_F(FlushLogDirTest, ForceFlushGoesOnAfterAFileThatCannotBeMoved) {
+TEST_F(FlushLogDirTest, ForceFlushContinuesAfterAFileThatCannotBeMoved) {
   MakeFile({L"Upload", L"alice", L"a.log"}, "new a");
   MakeFile({L"Upload", L"alice", L"b.log"}, "b");
   MakeFile({L"Upload", L"alice", L"c.log"}, "new c");

@@ -52,7 +52,7 @@ TEST(ResultText, HasNoErrorSectionWithoutErrors) {
   EXPECT_EQ(TextOf(Report(), L"C:\\logs"), std::wstring(kHead) + L"\r\n\r\n");
 }
 
-TEST(ResultText, ListsAccountsWithErrorsInTheOrderOfTheirInsertion) {
+TEST(ResultText, ListsAccountsWithErrorsInInsertionOrder) {
   UploadResultReport report = Report();
   kyd::AddUploadErrInfo(report, L"alice", 2);
   kyd::AddUploadErrInfo(report, L"bob", 1);
@@ -66,7 +66,7 @@ TEST(ResultText, ListsAccountsWithErrorsInTheOrderOfTheirInsertion) {
                 L"\r\n\r\n");
 }
 
-TEST(ResultText, CutsAnErrorLineAt259Characters) {
+TEST(ResultText, TruncatesAnErrorLineAt259Characters) {
   UploadResultReport report = Report();
   kyd::AddUploadErrInfo(report, std::wstring(255, L'a'), 7);
   const std::wstring text = TextOf(report, L"d");
@@ -75,7 +75,7 @@ TEST(ResultText, CutsAnErrorLineAt259Characters) {
   EXPECT_EQ(text.substr(text.size() - 4 - line.size()), line + L"\r\n\r\n");
 }
 
-TEST(ResultText, CutsALongLogFolderAt2047Characters) {
+TEST(ResultText, TruncatesALongLogFolderAt2047Characters) {
   UploadResultReport report = Report();
   kyd::AddUploadErrInfo(report, L"a", 1);
   const std::wstring text = TextOf(report, std::wstring(5000, L'd'));
@@ -106,7 +106,7 @@ class OutputResultTest : public testing::Test {
   UploadResultReport report_ = Report();
 };
 
-TEST_F(OutputResultTest, AppendsTheBlocksOfADayToOneFileWithoutMark) {
+TEST_F(OutputResultTest, AppendsTheBlocksOfADayToOneFileWithoutByteOrderMark) {
   folder_.MakeFolder(L"UploadResult");
   Output(1, 0);
   Output(0, 2);
@@ -123,18 +123,18 @@ TEST_F(OutputResultTest, StartsANewFileWithANewDay) {
   EXPECT_EQ(kyd_test::ReadFileBytes(Path()), Expected(1, 0));
 }
 
-TEST_F(OutputResultTest, MakesNoFileWithoutFiles) {
+TEST_F(OutputResultTest, CreatesNoFileIfNoFilesWereCounted) {
   folder_.MakeFolder(L"UploadResult");
   Output(0, 0);
   EXPECT_FALSE(kyd_test::PathExists(Path()));
 }
 
-TEST_F(OutputResultTest, MakesNoFolder) {
+TEST_F(OutputResultTest, CreatesNoFolder) {
   Output(1, 1);
   EXPECT_FALSE(kyd_test::PathExists(folder_ / L"UploadResult"));
 }
 
-TEST_F(OutputResultTest, LeavesAFileThatIsBeingWrittenByAnother) {
+TEST_F(OutputResultTest, LeavesAFileThatAnotherProcessIsWriting) {
   folder_.MakeFolder(L"UploadResult");
   kyd_test::WriteFileBytes(Path(), "theirs");
   const platform::File other = platform::File::OpenExclusive(Path());
@@ -150,7 +150,7 @@ TEST_F(OutputResultTest, WritesNothingWhenItsEndCannotBeFound) {
   EXPECT_EQ(kyd_test::ReadFileBytes(Path()), Expected(1, 0));
 }
 
-// Every reading of this clock is a day, an hour and a second later than the one before.
+// A clock that advances by a day, an hour and a second with each reading.
 class RunningClock : public kyd_test::FakeClock {
  public:
   [[nodiscard]] platform::LocalTime Local() const override {
@@ -168,7 +168,7 @@ class RunningClock : public kyd_test::FakeClock {
   mutable int looks_ = 0;
 };
 
-TEST_F(OutputResultTest, TakesTextAndNameFromOneInstant) {
+TEST_F(OutputResultTest, UsesOneTimeForTextAndName) {
   folder_.MakeFolder(L"UploadResult");
   const RunningClock clock;
   kyd::OutputResult(report_, folder_.Path(), 1, 1, 0, 1, 0, clock);
@@ -184,7 +184,7 @@ TEST_F(OutputResultTest, WritesForFailedFilesAloneAndForSentFilesAlone) {
   EXPECT_EQ(kyd_test::ReadFileBytes(Path()), Expected(0, 1) + Expected(1, 0));
 }
 
-TEST_F(OutputResultTest, IsSilentAboutWhatCannotBeOpened) {
+TEST_F(OutputResultTest, LogsNothingIfTheFileCannotBeOpened) {
   const kyd_test::LogCapture log;
   Output(1, 1);
   folder_.MakeFolder(L"UploadResult");

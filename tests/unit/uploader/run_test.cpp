@@ -1,4 +1,4 @@
-// From the platform's entry to the upload run: one copy, command line, tear-down.
+// From the platform's entry to the upload run: single instance, command line, teardown.
 #include "uploader/run.h"
 
 #include <gtest/gtest.h>
@@ -34,7 +34,7 @@ class RunUploader : public testing::Test {
  protected:
   RunUploader() { kyd::Log().SetName(L"LogServiceDebug"); }
 
-  // Without a companion library: the run ends where the accounts would begin.
+  // Without a companion library, so the run ends before the first account.
   int Run(const std::optional<Arguments>& arguments) {
     return kyd::RunUploader(kyd_test::ProgramTexts(), [this, &arguments]() {
       ++splits_;
@@ -59,14 +59,14 @@ class RunUploader : public testing::Test {
   bool name_was_held_ = false;
 };
 
-TEST_F(RunUploader, NamesTheLogAndLogsItsArgumentsAsTheyAre) {
+TEST_F(RunUploader, NamesTheLogAndLogsItsArgumentsUnchanged) {
   EXPECT_EQ(Run(Arguments{L"program", L"host %s\u00E4", L"C:\\a b\\"}), 0);
   EXPECT_EQ(std::wstring(kyd::Log().Name()), L"KydUploaderDebug");
   EXPECT_EQ(log_.Messages(),
             (Lines{Started("host %s\xC3\xA4", "C:\\a b\\"), "DLL Load Error (Corvid.dll)"}));
 }
 
-TEST_F(RunUploader, TakesTheWholeForceArgumentOnlyAndItsCaseMatters) {
+TEST_F(RunUploader, MatchesTheWholeForceArgumentCaseSensitively) {
   const wchar_t* const others[] = {
       L"param_force_flush",  L"Param_Force_Flush ", L" Param_Force_Flush", L"Param_Force_Flus",
       L"Param_Force_Flush2", L"PARAM_FORCE_FLUSH",  L"/Param_Force_Flush", L""};
@@ -96,7 +96,7 @@ TEST_F(RunUploader, DoesNothingForACommandLineThatCannotBeSplit) {
   EXPECT_EQ(splits_, 1);
 }
 
-TEST_F(RunUploader, HoldsItsNameFromBeforeTheCommandLineUntilItsEnd) {
+TEST_F(RunUploader, HoldsItsNameFromBeforeTheCommandLineUntilTheEnd) {
   ExpectNothingDone(std::nullopt);
   EXPECT_TRUE(name_was_held_);
   EXPECT_TRUE(platform::SingleInstance(kInstanceName).IsOwner());
@@ -105,14 +105,14 @@ TEST_F(RunUploader, HoldsItsNameFromBeforeTheCommandLineUntilItsEnd) {
   EXPECT_TRUE(platform::SingleInstance(kInstanceName).IsOwner());
 }
 
-TEST_F(RunUploader, DoesNothingBesideAnotherCopyAndTakesNothingFromIt) {
+TEST_F(RunUploader, DoesNothingWhileAnotherCopyRunsAndKeepsItsLock) {
   auto first = std::make_unique<platform::SingleInstance>(kInstanceName);
   ASSERT_TRUE(first->IsOwner());
   ExpectNothingDone(Arguments{L"p", L"t", L"d"});
   EXPECT_EQ(splits_, 0);
   EXPECT_FALSE(platform::SingleInstance(kInstanceName).IsOwner());
   first.reset();
-  // The refused copy has kept no handle of its own.
+  // The refused copy holds no handle of its own.
   EXPECT_TRUE(platform::SingleInstance(kInstanceName).IsOwner());
 }
 
@@ -126,7 +126,7 @@ TEST_F(RunUploader, UsesAMachineWideMutex) {
   CloseHandle(mutex);
 }
 
-// An object of another kind under the name: there can be no mutex.
+// An object of another type has the name, so the mutex cannot be created.
 TEST_F(RunUploader, DoesNothingWithoutItsMutex) {
   const HANDLE event =
       CreateEventW(nullptr, FALSE, FALSE, L"Global\\VeltraneKydLogUploaderMutexString");
@@ -139,7 +139,7 @@ TEST_F(RunUploader, DoesNothingWithoutItsMutex) {
 #else
 
 TEST_F(RunUploader, DoesNothingWithoutItsLockFile) {
-  // The log's capture has given the test program a sysroot of its own.
+  // The log capture has given the test program a sysroot of its own.
   const std::filesystem::path root(
       std::getenv("KEYWARD_SYSROOT"));  // NOLINT(concurrency-mt-unsafe)
   std::filesystem::rename(root / "run", root / "away");
@@ -150,7 +150,7 @@ TEST_F(RunUploader, DoesNothingWithoutItsLockFile) {
 
 #endif
 
-TEST_F(RunUploader, UnloadsTheCompanionLibraryAtItsEnd) {
+TEST_F(RunUploader, UnloadsTheCompanionLibraryAtTheEnd) {
   const kyd_test::CompanionBeside companion;
   const kyd_test::TempFolder folder;
   EXPECT_EQ(Run(Arguments{L"p", L"t", folder.Path(), L"Param_Force_Flush"}), 0);
