@@ -1,4 +1,4 @@
-"""What the tests of the REST library share: the probe, a certificate, files to send."""
+"""Fixtures of the REST library's tests: the probe, a certificate, servers, files to send."""
 
 import datetime
 import os
@@ -17,13 +17,13 @@ from scripted_server import ScriptedServer
 
 def pytest_addoption(parser):
     parser.addoption("--probe", required=True, help="the probe that CMakeLists.txt builds")
-    parser.addoption("--wine-prefix", type=Path, help="one to use instead of a new one")
-    parser.addoption("--leave-runs", type=int, default=40, help="processes for each way to leave")
+    parser.addoption("--wine-prefix", type=Path, help="existing Wine prefix to use instead of a new one")
+    parser.addoption("--leave-runs", type=int, default=40, help="number of processes for each way to exit")
     parser.addoption("--large", action="store_true", help="also send files of 4 GiB")
 
 
 class Probe:
-    """The probe's process, native or under Wine."""
+    """Runs the probe, natively or under Wine."""
 
     def __init__(self, path, wine_prefix):
         self.path = Path(path).resolve()
@@ -38,12 +38,12 @@ class Probe:
         self.command = [str(self.path)]
         if self.windows and os.name != "nt":
             wine = shutil.which("wine64") or "/usr/lib/wine/wine64"
-            # In one of some thousand starts Wine finds the randomized heap where its own page belongs.
+            # In one of several thousand starts, the randomized heap would occupy the address of Wine's page.
             self.command = ["setarch", "-R", wine, *self.command]
             self.environment.update(WINEPREFIX=str(wine_prefix), WINEDEBUG="-all")
 
     def __call__(self, *arguments, limit=60, **environment):
-        """The lines that the probe prints; a process that does not end well is a failure."""
+        """Runs the probe and returns the lines that it prints; fails if it does not exit cleanly."""
         done = subprocess.run(
             [*self.command, *map(str, arguments)],
             env={**self.environment, **environment},
@@ -61,7 +61,7 @@ class Probe:
 
 
 def sanitizer_options(*options):
-    """The environment's options of the address sanitizer, and these."""
+    """Adds options to those of the address sanitizer in the environment."""
     given = os.environ.get("ASAN_OPTIONS")
     return {"ASAN_OPTIONS": ":".join([*([given] if given else []), *options])}
 
@@ -86,7 +86,7 @@ def windows(probe):
 
 @pytest.fixture(scope="session")
 def certificate(tmp_path_factory):
-    """A PEM file with a key and its certificate for localhost, which trusts itself."""
+    """Creates a PEM file with a key and a self-signed certificate for localhost."""
     key = rsa.generate_private_key(public_exponent=65537, key_size=2048)
     name = x509.Name([x509.NameAttribute(NameOID.COMMON_NAME, "localhost")])
     now = datetime.datetime.now(datetime.timezone.utc)
@@ -115,7 +115,7 @@ def certificate(tmp_path_factory):
 
 @pytest.fixture
 def serve(certificate):
-    """Starts servers that end with the test."""
+    """Starts servers that run until the test ends."""
     servers = []
 
     def start(*answers, **options):

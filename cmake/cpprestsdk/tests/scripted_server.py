@@ -1,4 +1,4 @@
-"""A server that does what a test scripts, byte by byte; a real one would be too well-behaved."""
+"""A server scripted byte by byte, to send what no real server would."""
 
 import hashlib
 import re
@@ -12,30 +12,27 @@ from dataclasses import dataclass
 
 @dataclass
 class Request:
-    """A request as it arrived: the header block's bytes, and how many bytes of body."""
+    """A request as received: the bytes of the header block, and the length of the body."""
 
     head: bytes
     body: int
     digest: str = ""
 
     def values(self, name):
-        """The values of a header, in order."""
+        """Returns the values of a header, in order."""
         found = re.findall(rb"(?im)^" + name.encode() + rb":[ \t]*([^\r\n]*)", self.head)
         return [value.decode("latin-1") for value in found]
 
 
 class Endless:
-    """An answer that goes on: `begin`, then `piece` until the peer has had enough."""
+    """An endless answer: `begin`, then `piece` until the peer disconnects."""
 
     def __init__(self, begin, piece):
         self.begin, self.piece = begin, piece
 
 
 class Stall:
-    """Silence from a stage on: "handshake", "body" (not read), "answer", "middle" of the answer.
-
-    The middle comes after `begin`.
-    """
+    """Silence from a stage on: "handshake", "body" (not read), "answer", or "middle" (after `begin`)."""
 
     def __init__(self, stage, begin=b"HTTP/1.1 200 OK\r\nContent-Length: 20\r\n\r\nok"):
         self.stage = stage
@@ -43,7 +40,7 @@ class Stall:
 
 
 class Early:
-    """An answer that is sent before the body is read; then the server closes."""
+    """An answer sent before the body is read; then the server closes."""
 
     def __init__(self, answer):
         self.answer = answer
@@ -54,14 +51,14 @@ HANG_UP = object()  # instead of a handshake
 
 
 class ScriptedServer:
-    """Gives the answers in order, the last one for ever. `url` is its address.
+    """Sends the answers in order and repeats the last one. `url` is its address.
 
-    An answer may be a function that gives it when it is due.
+    An answer may be a function, which is called when the answer is due.
     """
 
     def __init__(self, certificate, answers, tls=True, address=("127.0.0.1", 0), late=0):
         self.answers = list(answers)
-        self._late = late  # seconds until it reads a body
+        self._late = late  # seconds to wait before reading a body
         self.requests = []
         self.connections = 0
         self.sent = 0
@@ -142,7 +139,7 @@ class ScriptedServer:
         if isinstance(answer, Early):
             self.requests.append(request)
             connection.sendall(answer.answer)
-            # Closing with unread bytes resets the connection behind the answer.
+            # Closing with unread data resets the connection after the answer.
             socket.socket(fileno=connection.detach()).close()
             return False
         time.sleep(self._late)
@@ -168,7 +165,7 @@ class ScriptedServer:
                 self.sent += len(answer.piece)
             return False
         connection.sendall(answer)
-        # An answer of known length leaves the connection open, every other one ends with it.
+        # The connection stays open only after an answer of known length.
         return re.search(rb"(?i)content-length: 2\r\n|chunked", answer) is not None and not any(
             "close" in value.lower() for value in request.values("connection")
         )

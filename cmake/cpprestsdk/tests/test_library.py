@@ -1,4 +1,4 @@
-"""Each test shows that one defect of the unpatched library is fixed; README.md names the patch."""
+"""Each test shows that a defect of the unpatched library is fixed; README.md names the patches."""
 
 import hashlib
 import os
@@ -33,16 +33,16 @@ def status(text):
 
 
 def headers(size):
-    """An answer whose status line and headers have this size, the empty line included."""
+    """Builds an answer whose status line and headers, including the empty line, have this size."""
     frame = b"HTTP/1.1 200 OK\r\nX: \r\nContent-Length: 2\r\n\r\n"
     return frame.replace(b"X: ", b"X: " + b"a" * (size - len(frame))) + b"ok"
 
 
 def preloaded(probe):
-    """The environment that puts stand_in_front.so in front of the system's calls."""
+    """Returns the environment that intercepts system calls with stand_in_front.so."""
     return {
         "LD_PRELOAD": str(probe.path.with_name("stand_in_front.so")),
-        # It comes before the sanitizer.
+        # The library is loaded before the sanitizer's.
         **sanitizer_options("verify_asan_link_order=0"),
     }
 
@@ -54,7 +54,7 @@ def preloaded(probe):
 def test_clients_share_a_context(probe, serve, small, certificate, tmp_path):
     pipe = tmp_path / "bundle"
     os.mkfifo(pipe)
-    # Nobody writes a second time, so a second reader would wait for ever.
+    # The pipe is written only once: a second reader would block forever.
     threading.Thread(target=pipe.write_bytes, args=(certificate.read_bytes(),)).start()
     server = serve(OK)
     lines = probe(
@@ -70,7 +70,7 @@ def test_clients_share_a_context(probe, serve, small, certificate, tmp_path):
     "options, count", [([], 2), (["count=2", "clients", "share"], 4)], ids=["one", "two"]
 )
 def test_options_are_called_for_every_connection(probe, serve, small, tmp_path, options, count):
-    """The first address of the name refuses."""
+    """The name's first address refuses the connection."""
     address = tmp_path / "address"
     address.write_text("127.0.0.2 127.0.0.1")
     lines = probe(
@@ -81,7 +81,7 @@ def test_options_are_called_for_every_connection(probe, serve, small, tmp_path, 
 
 
 @pytest.mark.usefixtures("posix")
-def test_server_of_another_authority_is_refused_with_validation(probe, serve, small):
+def test_untrusted_server_is_refused_with_validation(probe, serve, small):
     lines = probe("post", serve(OK).url, small, "validate", SSL_CERT_FILE="/dev/null")
     assert lines[0] == "error=http_exception"
     assert lines[2] == "what=Error in SSL handshake"
@@ -92,7 +92,7 @@ def test_server_of_another_authority_is_refused_with_validation(probe, serve, sm
 
 @pytest.mark.usefixtures("posix")
 @pytest.mark.parametrize("options, times", [(["share"], 1), ([], 3)], ids=["shared", "alone"])
-def test_name_is_asked_for_once_with_a_cache(probe, serve, small, tmp_path, options, times):
+def test_name_is_resolved_once_with_a_cache(probe, serve, small, tmp_path, options, times):
     address = tmp_path / "address"
     address.write_text("127.0.0.1")
     lines = probe(
@@ -177,7 +177,7 @@ def test_server_that_is_gone_fails_the_request(probe, serve, small, tmp_path, th
 
 @pytest.mark.parametrize("sent", ["close", "KeepAlive", "Keep-Alive"])
 def test_only_the_callers_connection_header_is_sent(probe, serve, small, sent):
-    # Wine would use a connection again that was announced as closing.
+    # Wine would reuse a connection even if it was announced as closing.
     count = 1 if probe.windows and sent == "close" else 2
     server = serve(OK)
     lines = probe("post", server.url, small, f"count={count}", "Connection:" + sent)
@@ -215,7 +215,7 @@ def test_chunks_are_read(probe, serve, small, body, size):
     [b"-1", b"-2", b"-0", b"+2", b"0x2", b"", b"zz", b"2zz", b"2 2", b"1" + b"0" * 16,
      b"1" + b"0" * 15 + b"2", b"f" * 16, b"8" + b"0" * 15],
 )  # fmt: skip
-def test_chunk_size_that_is_none_fails_the_request(probe, serve, small, size_line):
+def test_invalid_chunk_size_fails_the_request(probe, serve, small, size_line):
     lines = probe("post", serve(chunked(size_line + b"\r\nok\r\n0\r\n\r\n")).url, small)
     assert lines[:3] == ["status=200", "error=http_exception", "code=0"]
     assert lines[3] == "what=Invalid chunked response header"
@@ -238,7 +238,7 @@ def test_content_length_is_read(probe, serve, small, fields):
     [[b"-1"], [b"-2"], [b"abc"], [b"2abc"], [b""], [b"0x2"], [b"+2"], [b"9223372036854775808"],
      [b"18446744073709551615"], [b"18446744073709551616"], [b"2", b"3"], [b"2,"]],
 )  # fmt: skip
-def test_content_length_that_is_none_fails_the_request(probe, serve, small, fields):
+def test_invalid_content_length_fails_the_request(probe, serve, small, fields):
     lines = probe("post", serve(length(*fields)).url, small)
     assert lines == ["error=http_exception", "code=0", "what=Invalid Content-Length header"]
 
@@ -247,13 +247,13 @@ def test_content_length_that_is_none_fails_the_request(probe, serve, small, fiel
 @pytest.mark.parametrize(
     "number", [b"abc", b"-200", b"-65336", b"65736", b"2000", b"20", b"200x", b"099"]
 )
-def test_status_that_is_none_fails_the_request(probe, serve, small, number):
+def test_invalid_status_fails_the_request(probe, serve, small, number):
     lines = probe("post", serve(status(number + b" OK")).url, small)
     assert lines == ["error=http_exception", "code=0", "what=Invalid HTTP status line"]
 
 
 @pytest.mark.usefixtures("windows")
-def test_status_that_is_no_number_fails_the_request_on_windows(probe, serve, small):
+def test_non_numeric_status_fails_the_request_on_windows(probe, serve, small):
     assert probe("post", serve(status(b"abc OK")).url, small)[0] == "error=http_exception"
 
 
@@ -296,7 +296,7 @@ def test_headers_beyond_64_kibibytes_fail_the_request(probe, serve, small, answe
 @pytest.mark.parametrize("size", [8, 60, 64])
 def test_headers_up_to_64_kibibytes_are_read(probe, serve, small, size):
     if probe.windows and size == 64:
-        pytest.skip("WinHTTP counts its bound in its own way")
+        pytest.skip("WinHTTP has its own limit")
     lines = probe("post", serve(headers(size * KIBIBYTE)).url, small)
     assert lines == ["status=200", "body=2"]
 
@@ -356,7 +356,7 @@ def test_silence_fails_the_request_in_every_phase(probe, serve, tmp_path, stage)
 def test_silence_fails_the_request_although_nothing_can_wake_the_pool(
     probe, serve, small, stage, threads
 ):
-    """What epoll is to watch besides the connection is of these kinds."""
+    """Apart from the connection, everything that epoll watches is an anonymous inode."""
     lines = probe(
         "post", serve(Stall(stage)).url, small, "timeout=1500", f"threads={threads}", limit=20,
         **preloaded(probe), NOT_WATCHED="anon_inode",
@@ -364,7 +364,7 @@ def test_silence_fails_the_request_although_nothing_can_wake_the_pool(
     assert lines[-3:-1] == ["error=http_exception", "code=110"]
 
 
-def test_silence_within_the_text_of_a_refusal_fails_its_reading(probe, serve, small):
+def test_silence_within_the_body_of_a_refusal_fails_reading_it(probe, serve, small):
     refusal = b"HTTP/1.1 500 Internal Server Error\r\nContent-Length: 20\r\n\r\n"
     lines = probe("post", serve(Stall("middle", refusal + b"the begin")).url, small, "timeout=1500")
     assert lines[:2] == ["status=500", "error=http_exception"]
@@ -373,7 +373,7 @@ def test_silence_within_the_text_of_a_refusal_fails_its_reading(probe, serve, sm
 
 
 @pytest.mark.usefixtures("posix")
-def test_connection_that_nobody_accepts_times_out(probe, small):
+def test_connection_that_is_not_accepted_times_out(probe, small):
     with socket.socket() as listener:
         listener.bind(("127.0.0.1", 0))
         listener.listen(0)
@@ -418,19 +418,19 @@ def test_name_that_takes_long_to_resolve_times_out(probe, serve, small):
         stdout=subprocess.PIPE,
         text=True,
     )
-    # The system's call cannot be ended, so the process itself ends later than its request.
+    # The system call cannot be cancelled, so the process outlives its request.
     output, _ = process.communicate(timeout=60)
     assert output.splitlines()[:3] == [
         "error=http_exception", "code=110", "what=Error resolving address",
     ]  # fmt: skip
 
 
-# A system without memory for what wakes Asio
+# Failure to create what wakes Asio's threads
 
 
 @pytest.mark.usefixtures("posix")
 @pytest.mark.parametrize("threads", [1, 4])
-def test_threads_that_cannot_be_woken_look_for_themselves(probe, serve, small, threads):
+def test_threads_that_cannot_be_woken_poll(probe, serve, small, threads):
     lines = probe(
         "post", serve(OK).url, small, "count=3", f"threads={threads}", limit=20,
         **preloaded(probe), NOT_WATCHED="eventfd",
@@ -454,7 +454,7 @@ def test_body_arrives_byte_for_byte(probe, serve, tmp_path, size):
 @pytest.mark.parametrize("tls", [True, False])
 def test_body_that_is_read_late_arrives_byte_for_byte(probe, serve, tmp_path, tls):
     file = tmp_path / "file.log"
-    file.write_bytes(random.Random(1).randbytes(12_000_000))  # more than the sockets hold
+    file.write_bytes(random.Random(1).randbytes(12_000_000))  # more than the socket buffers hold
     server = serve(OK, tls=tls, late=1)
     assert probe("post", server.url, file) == ["status=200", "body=2"]
     assert server.requests[0].digest == hashlib.sha256(file.read_bytes()).hexdigest()
@@ -471,12 +471,12 @@ def test_read_error_fails_the_request(probe, serve, tmp_path, failing):
     )
     assert lines[:2] == ["error=system_error", "code=5"]
     assert lines[-2:] == ["status=200", "body=2"]
-    # The server has seen the end of the second body alone.
+    # Only the second body was complete.
     assert [request.body for request in server.requests] == [8 * 65536]
 
 
 def short_reads(probe, **settings):
-    """The environment in which reads of a file behave like this; on Windows the probe sees to it."""
+    """Returns the environment for such reads; on Windows the probe itself implements them."""
     settings = {name: str(value) for name, value in settings.items()}
     return settings if probe.windows else {**preloaded(probe), **settings}
 
@@ -555,7 +555,7 @@ def test_no_descriptor_is_inherited(probe, serve, small):
 @pytest.mark.parametrize("size", [(1 << 32) - 1, 1 << 32, (1 << 32) + 1])
 def test_body_of_4_gibibytes_is_sent_whole(request, probe, serve, tmp_path, size):
     if not request.config.getoption("--large"):
-        pytest.skip("--large was not given")
+        pytest.skip("requires --large")
     large = tmp_path / "large.log"
     with large.open("wb") as file:
         file.truncate(size)
@@ -566,7 +566,7 @@ def test_body_of_4_gibibytes_is_sent_whole(request, probe, serve, tmp_path, size
         assert server.requests[0].values("content-length") == [str(size)]
 
 
-# The end of the process
+# Process exit
 
 
 @pytest.mark.parametrize(
@@ -575,9 +575,9 @@ def test_body_of_4_gibibytes_is_sent_whole(request, probe, serve, tmp_path, size
 @pytest.mark.parametrize("how", [[], ["open"], ["static"], ["open", "abandon"]], ids="-".join)
 def test_process_ends_right_after_a_request(request, probe, serve, small, answer, how):
     if probe.windows and "abandon" in how:
-        pytest.skip("a request that is under way belongs to WinHTTP's own threads")
+        pytest.skip("an active request is handled by WinHTTP's own threads")
     if probe.sanitized and ("static" in how or "abandon" in how):
-        pytest.skip("what outlives the pool looks at what was freed with it; see README.md")
+        pytest.skip("threads that outlive the pool access freed memory; see README.md")
     server = serve(answer)
     runs = request.config.getoption("--leave-runs")
     for _ in range(runs // 10 if probe.windows else runs):
@@ -587,14 +587,14 @@ def test_process_ends_right_after_a_request(request, probe, serve, small, answer
 def test_tasks_are_waited_for_without_kernel_objects(probe):
     lines = probe("tasks", 1000, limit=20)
     handles = int(lines.pop(0).removeprefix("handles="))
-    assert handles < 20  # the pool's own, when it starts
+    assert handles < 20  # the pool's own, created on start
     assert lines == ["sum=1000", "unset=0", "set=11", "reset=0"]
 
 
 @pytest.mark.usefixtures("posix")
 @pytest.mark.parametrize("threads", [1, 2, 40])
 @pytest.mark.parametrize("tasks", [1, 2, 10])
-def test_process_ends_while_queued_tasks_wait_for_others(probe, tasks, threads):
+def test_process_exits_while_queued_tasks_wait_for_others(probe, tasks, threads):
     for _ in range(10):
         assert probe("queue", tasks, f"threads={threads}", limit=20) == []
 
@@ -608,7 +608,7 @@ def test_process_ends_while_queued_tasks_wait_for_others(probe, tasks, threads):
     [("directory", 21), ("pipe", 95), ("socket", 6), ("device", 95), ("missing", 2),
      ("link to directory", 21), ("link to pipe", 95), ("link to missing", 2), ("loop", 40)],
 )  # fmt: skip
-def test_what_is_no_regular_file_does_not_open(probe, tmp_path, kind, code):
+def test_only_regular_files_can_be_opened(probe, tmp_path, kind, code):
     path = tmp_path / "file"
     target = kind.removeprefix("link to ")
     if target == "directory":
@@ -639,8 +639,8 @@ def test_regular_file_opens(probe, small, tmp_path, linked):
 
 
 @pytest.mark.usefixtures("posix")
-def test_file_whose_lease_has_to_be_given_back_opens(probe, small):
-    import fcntl  # Windows has none
+def test_file_under_a_lease_opens(probe, small):
+    import fcntl  # not available on Windows
 
     with small.open("rb+") as file:
         try:
