@@ -1,4 +1,4 @@
-"""The server of the measurements: nginx, as cheap as it can be made, TLS 1.2."""
+"""The server for the measurements: nginx with as little overhead as possible, TLS 1.2."""
 
 import time
 
@@ -10,7 +10,7 @@ _WAITS = 100
 
 _HTTP = """
   log_format requests '$status';
-  # The body is read to its end and dropped, however long that takes.
+  # Read and discard the whole body, however long that takes.
   lingering_time 600s;
   lingering_timeout 60s;"""
 _SERVER = """
@@ -20,17 +20,16 @@ _SERVER = """
 
 
 class Service(Nginx):
-    """Keeps the sessions of TLS as they are, so that it decodes a client's certificate but once."""
+    """Caches TLS sessions as objects, so that a client's certificate is decoded only once."""
 
     configuration = framed(
         _HTTP, _SERVER, sessions="    ssl_session_cache builtin;\n    ssl_session_tickets off;"
     )
 
     def count(self, expected=0):
-        """Requests answered with 200 so far.
+        """Returns the number of requests answered with 200 so far; waits for the expected ones.
 
-        A request is counted when its connection has ended, which may be after its client has;
-        the expected ones are waited for.
+        nginx logs a request when its connection has closed, possibly after the client has exited.
         """
         for _ in range(_WAITS):
             good = (self.folder / "requests.txt").read_text().split("\n").count("200")
@@ -41,6 +40,6 @@ class Service(Nginx):
 
 
 class TicketService(Service):
-    """Gives its clients the sessions as tickets, as nginx does unless told otherwise."""
+    """Stores TLS sessions in tickets, which is nginx's default."""
 
     configuration = framed(_HTTP, _SERVER)

@@ -1,4 +1,4 @@
-"""Bars as one SVG picture, readable on light and on dark paper."""
+"""Bar charts in one SVG image, for light and dark backgrounds."""
 
 from xml.sax.saxutils import escape
 
@@ -35,7 +35,7 @@ def _panel(title, unit, bars, top):
 
 
 def draw(panels):
-    """The picture's text. A panel is (title, unit, bars), a bar (label, value, is the program)."""
+    """Returns the SVG text. A panel is (title, unit, bars), a bar (label, value, is the program)."""
     pieces, top = [], 4
     for title, unit, bars in panels:
         drawn, top = _panel(title, unit, bars, top)

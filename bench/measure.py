@@ -1,4 +1,4 @@
-"""Runs programs in turn and keeps what each run took."""
+"""Runs programs in turn and records the cost of each run."""
 
 import statistics
 import subprocess
@@ -12,7 +12,7 @@ STOPWATCH = Path(__file__).resolve().parents[1] / "build/linux/bench/stopwatch"
 
 @dataclass(frozen=True)
 class Sample:
-    """One run of a whole process: seconds by the clock, seconds of processor, bytes at its peak."""
+    """One complete process: elapsed seconds, CPU seconds, peak memory in bytes."""
 
     seconds: float
     processor: float
@@ -21,7 +21,7 @@ class Sample:
 
 @dataclass
 class Contender:
-    """A command with what has to happen before and after it, both outside of the measured time."""
+    """A command, with preparation and check, which are not measured."""
 
     name: str
     command: list
@@ -42,7 +42,7 @@ class Contender:
                 check=False,
             )
             if done.returncode != 0:
-                raise RuntimeError(f"{self.name} ended with {done.returncode}: {done.stderr[-500:]!r}")
+                raise RuntimeError(f"{self.name} exited with code {done.returncode}: {done.stderr[-500:]!r}")
             seconds, processor, peak = taken.read().split()
         self.check()
         self.samples.append(Sample(float(seconds), float(processor), int(peak) * 1024))
@@ -67,7 +67,7 @@ class Contender:
 
 
 def in_turn(contenders, rounds):
-    """A B C, A B C, ...: what the machine does meanwhile falls on all of them."""
+    """Runs the contenders alternately, so that other load on the machine affects all of them."""
     for number in range(rounds):
         for contender in contenders:
             if sys.stderr.isatty():

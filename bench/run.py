@@ -1,10 +1,9 @@
 #!/usr/bin/python3
-"""Measures the program against what would be used instead of it, side by side.
+"""Compares the program with its alternatives, side by side.
 
-Whole processes against a local nginx, in turn, medians. Prints a table of what was measured and one of
-the ratios with their limits, writes everything to build/bench/result.json, and draws
-docs/performance.svg when --chart is given. It ends with 1 when a ratio is beyond its limit. Wants a
-machine that does nothing else.
+Measures whole processes against a local nginx, alternately, and takes medians. Prints the measurements and
+the ratios with their limits, writes all results to build/bench/result.json, and draws docs/performance.svg
+if --chart is given. The exit code is 1 if a ratio exceeds its limit. The machine must be idle.
 
 usage: run.py [--rounds N] [--chart] [CASE ...]
 """
@@ -23,7 +22,7 @@ from types import SimpleNamespace
 ROOT = Path(__file__).resolve().parents[1]
 sys.path.insert(0, str(ROOT / "tests"))
 
-from bench_service import Service, TicketService  # noqa: E402 (the path has to be there first)
+from bench_service import Service, TicketService  # noqa: E402 (the path must be set first)
 from chart import draw  # noqa: E402
 from e2e.harness import Machine  # noqa: E402
 from e2e.platforms import Linux, WindowsMingw  # noqa: E402
@@ -38,7 +37,7 @@ MEGABYTE = 1 << 20
 AUTHORITIES = Path("/etc/ssl/certs/ca-certificates.crt")
 LINE = "2026/01/02T03:04:05.678, SID:000000, PID:000000, TID:000000, a line of usual length,"
 
-# What an administrator would write instead. The body goes from a file, as it is.
+# What an administrator would write instead. The body is sent from a file, unchanged.
 CURL_LOOP = """
 for file in "$1"/Upload/*/*.log; do
   account=${file%/*}; account=${account##*/}
@@ -50,15 +49,15 @@ done
 
 
 class Bench:
-    """What all cases share: a folder, certificates, the rounds, and what came out."""
+    """Shared state of all cases: folder, certificates, number of rounds, results."""
 
     def __init__(self, folder, rounds):
         self.folder = folder
         self.rounds = rounds
         self.certificates = CertificateFactory(folder / "certificates")
-        self.rows = []  # (case, contender, what one unit is, units in a run)
+        self.rows = []  # (case, contender, unit, units per run)
         self.limits = []  # (what, value, "at most" or "at least", limit)
-        self.findings = []  # (what, value): what puts the others in their place
+        self.findings = []  # (what, value): ratios without a limit, for comparison
         self.panels = []
         self._machines = 0
         self._stack = contextlib.ExitStack()
@@ -124,7 +123,7 @@ def make_files(machine, accounts, files, size=FILE_BYTES, **members):
 
 
 def swap(machine):
-    """What has been sent waits again. The program finds all folders as it left them."""
+    """Makes sent files wait again by swapping Upload and Archive; all folders exist already."""
     upload, archive = machine.upload(), machine.archive()
     if any(next(folder.iterdir(), None) for folder in archive.iterdir()):
         between = machine.log_dir / "between"
@@ -134,7 +133,7 @@ def swap(machine):
 
 
 def all_sent(machine, service, files):
-    """A check that every file arrived since the last one; and was moved, where a peer does that."""
+    """Returns a check that all files arrived since its last call, and were moved if the contender does so."""
     before = service.count()
 
     def check(moved=True):
@@ -142,7 +141,7 @@ def all_sent(machine, service, files):
         now = service.count(before + files)
         left = sum(1 for folder in machine.upload().iterdir() for _ in folder.iterdir())
         if (now - before, left) != (files, 0 if moved else files):
-            raise RuntimeError(f"{now - before} of {files} files arrived, {left} are left")
+            raise RuntimeError(f"{now - before} of {files} files arrived, {left} are still in Upload")
         before = now
 
     return check
@@ -162,7 +161,7 @@ def bare_client(machine, service, *options):
 
 @contextlib.contextmanager
 def small_file_contenders(bench, identity, service=Service):
-    """Who sends 2,000 files of 4 KB in 20 accounts, without and with a client certificate."""
+    """Creates the contenders that send 2,000 files of 4 KB, with and without a client certificate."""
     certificates = bench.certificates
     plain, certified = bench.machine(), bench.machine()
     with (certified.sysroot / "authorities.pem").open("ab") as authorities:
@@ -235,7 +234,7 @@ def small_files(bench, kind="rsa"):
 
 
 def session_tickets(bench):
-    """2,000 files of 4 KB to a server that gives its sessions away as tickets."""
+    """2,000 files of 4 KB to a server with session tickets."""
     case = "2,000 files of 4 KB, tickets"
     with small_file_contenders(bench, bench.certificates.server, TicketService) as all_of:
         pairs = (
@@ -255,7 +254,7 @@ def small_files_elliptic(bench):
 
 
 def one_file(bench, machine, size):
-    """A machine whose only file has this size; random bytes up to 2 GB, holes beyond."""
+    """Gives a machine a single file of this size: random bytes up to 2 GB, sparse beyond."""
     make_files(machine, 1, 0)
     path = machine.upload("account000", "long.log")
     with path.open("wb") as file:
@@ -267,7 +266,7 @@ def one_file(bench, machine, size):
 
 
 def long_file(bench):
-    """One file of 2 GB, and the peak memory of that, of 20 MB and of 8 GB."""
+    """One file of 2 GB; peak memory for 20 MB, 2 GB and 8 GB."""
     with bench.service(bench.certificates.server) as service:
         url = f"https://{service.tenant}{SERVICE_PATH}"
         peaks = {}
@@ -311,7 +310,7 @@ def long_file(bench):
 
 
 def nothing_to_do(bench):
-    """An empty Upload."""
+    """An empty Upload folder."""
     machine = bench.machine()
     (program,) = bench.measure(
         "nothing to do", [bench.program(machine)], "run", 1, bench.rounds * 3
@@ -321,14 +320,14 @@ def nothing_to_do(bench):
 
 
 def accounts(bench):
-    """100,000 accounts without credentials, to 1,000 and to the bare system calls."""
+    """100,000 accounts without credentials, compared with 1,000 and with the bare system calls."""
     few, many = 1000, 100_000
     made = {}
     for count, log in ((few, False), (many, False), (many, True)):
         machine = bench.machine(log=log)
         if log:
             base = machine.platform.native_path(machine.diagnostic_base)
-            # One file, so that its lines can be counted.
+            # No rotation: all lines are counted in one file.
             machine.settings(
                 {"OutputLog": 16, "OutputLogDir": base, "OutputLogSize": 0x7FFFFFFF}
             )
@@ -337,7 +336,7 @@ def accounts(bench):
         made[count, log] = machine
     peers = ROOT / "build/linux/bench/bare-calls"
     quiet = made[many, False]
-    # Few and none take some milliseconds each, of which the difference counts.
+    # Runs over few or no accounts take only some milliseconds, and only their difference matters.
     small, idle, large, search = bench.measure(
         "accounts without credentials, log off",
         [
@@ -392,7 +391,7 @@ def accounts(bench):
 
 
 def many_files(bench):
-    """100,000 files in one account, to 1,000."""
+    """100,000 files in one account, compared with 1,000."""
     costs = {}
     for count, rounds in ((1000, bench.rounds), (100_000, min(3, bench.rounds))):
         machine = bench.machine()
@@ -412,7 +411,7 @@ def many_files(bench):
 
 
 def windows(bench):
-    """Under Wine: 500 files of 4 KB, and one file of 1 GB, to a bare WinHTTP loop."""
+    """Under Wine: 500 files of 4 KB and one file of 1 GB, compared with a bare WinHTTP loop."""
     for size, count in ((0, 500), (1024, 1)):
         machine = bench.machine(Windows)
         if size:
@@ -495,13 +494,13 @@ def as_json(bench):
 def main():
     names = [case.__name__.replace("_", "-") for case in CASES]
     parser = argparse.ArgumentParser(description=__doc__.split("\n")[0])
-    parser.add_argument("--rounds", type=int, default=7, help="of each contender; default 7")
+    parser.add_argument("--rounds", type=int, default=7, help="runs of each contender (default: 7)")
     parser.add_argument("--chart", action="store_true", help="redraw docs/performance.svg")
     parser.add_argument("case", nargs="*", metavar="CASE", help=f"of {', '.join(names)}")
     options = parser.parse_args()
     unknown = sorted(set(options.case) - set(names))
     if unknown:
-        parser.error(f"no such case: {', '.join(unknown)}; there are {', '.join(names)}")
+        parser.error(f"unknown case: {', '.join(unknown)}; known are: {', '.join(names)}")
     result = ROOT / "build" / "bench"
     result.mkdir(parents=True, exist_ok=True)
     with tempfile.TemporaryDirectory(dir=result) as folder, Bench(
