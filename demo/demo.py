@@ -1,9 +1,9 @@
 #!/usr/bin/python3
 """Runs the program once against a local log service and shows what happened.
 
-Everything is made on the spot in a temporary folder: certificates, a log tree with sealed
-credentials for several accounts, settings that switch the diagnostic log on. The demo knows what
-has to come out; when something else does, it says so and ends with 1.
+Everything is created in a temporary folder: certificates, a log tree with sealed credentials for several
+accounts, settings that turn on the diagnostic log. The demo checks the outcome, reports any difference and
+then exits with code 1.
 """
 
 import argparse
@@ -17,7 +17,7 @@ from pathlib import Path
 ROOT = Path(__file__).resolve().parent.parent
 sys.path.insert(0, str(ROOT / "tests"))
 
-from e2e.harness import Machine  # noqa: E402 (the path has to be there first)
+from e2e.harness import Machine  # noqa: E402 (the path must be set first)
 from e2e.platforms import PLATFORMS  # noqa: E402
 from service.certificates import CertificateFactory  # noqa: E402
 from service.log_service import Answer, LogService  # noqa: E402
@@ -44,7 +44,7 @@ The folder NoSent_LogFiles is never sent."""
 
 
 class Paper:
-    """Plain text for a pipe, a little colour for a terminal."""
+    """Prints plain text to a pipe, with some colour to a terminal."""
 
     def __init__(self, stream):
         self._stream = stream
@@ -68,7 +68,7 @@ class Paper:
         return self._painted(text, "2")
 
     def folded(self, text, indent=4):
-        """Prints a line that may be longer than the page."""
+        """Prints a line, wrapped to the page width."""
         for line in textwrap.wrap(
             text, WIDTH, subsequent_indent=" " * indent, break_on_hyphens=False
         ) or [""]:
@@ -79,7 +79,7 @@ class Paper:
 
 
 def lay_out(machine):
-    """The sample tree; gives the wanted tree after the run as a set of relative names."""
+    """Creates the sample tree; returns the relative names expected after the run."""
     for name in ("alice", "bob", "carol", "dave"):
         machine.account(name, seal=name != "dave")
     machine.accounts["carol"] = dataclasses.replace(machine.accounts["carol"], refused=True)
@@ -98,14 +98,14 @@ def lay_out(machine):
 
 
 def decide(request):
-    """The service's bad moment; everything else it judges by itself."""
+    """Fails one request; None leaves all others to the service."""
     if request.body == LOGS["bob", "desktop.log"].encode("utf-8"):
         return Answer(500, b"the service is out of order", (("Content-Type", "text/plain"),))
     return None
 
 
 def tree_rows(before, after):
-    """Rows of (name as it is shown, is there before, is there after), in tree order."""
+    """Returns rows of (displayed name, exists before, exists after), in tree order."""
     rows = []
     for name in sorted(set(before) | set(after), key=lambda name: name.split(os.sep)):
         depth = name.count(os.sep)
@@ -130,7 +130,7 @@ def show_tree(paper, before, after):
 
 
 def file_of(body):
-    """Which of the sample files has this text, for the service cannot know names."""
+    """Identifies the sample file by its content: requests do not contain file names."""
     for (account, name), text in LOGS.items():
         if text.encode("utf-8") == body:
             return f"{account}/{name}"
@@ -156,7 +156,7 @@ def show_files(paper, machine):
         paper.line(paper.faint(os.path.relpath(path, machine.log_dir)))
         for line in path.read_bytes().decode("utf-16-le").rstrip("\r\n").split("\r\n"):
             paper.folded(line, 8)
-    paper.heading("The diagnostic log (lines that are too long for the page are folded)")
+    paper.heading("The diagnostic log (long lines are wrapped)")
     if machine.diagnostic_log.exists():
         for line in machine.diagnostic_log.read_text("utf-8-sig").splitlines():
             show_log_line(paper, line)
@@ -172,7 +172,7 @@ def show_log_line(paper, line):
 
 
 def judge(machine, service, wanted):
-    """What was expected: pairs of (sentence, whether it is so)."""
+    """Returns (expectation, whether it is met) pairs."""
     result = b"".join(path.read_bytes() for path in machine.result_files()).decode("utf-16-le")
     log = machine.messages() if machine.diagnostic_log.exists() else []
     answers = sorted((file_of(one.body), one.status) for one in service.requests)
@@ -197,7 +197,7 @@ def judge(machine, service, wanted):
             ),
         ),
         (
-            "accepted files are in the archive, all others where they were",
+            "accepted files are in the archive, all others are still in Upload",
             _is_tree(machine, wanted),
         ),
         ("carol's refused credentials are gone", not machine.credential("carol").exists()),
@@ -217,7 +217,7 @@ def judge(machine, service, wanted):
             ],
         ),
         (
-            "no key and no session is in any file that was written",
+            "no file that was written contains a key or a session",
             _is_free_of_secrets(machine),
         ),
     ]
@@ -270,20 +270,20 @@ def show_run(paper, machine, service, wanted):
     machine.tenant = service.tenant
     before = machine.snapshot()
     paper.line(STORY)
-    paper.heading("The one run")
+    paper.heading("The run")
     command = [machine.platform.program_name, machine.tenant, machine.native()]
     paper.folded(" ".join(command))
     failure = None
     try:
         machine.run()
-        paper.line("ended with code 0 and wrote nothing to the screen, as always")
+        paper.line("exited with code 0 and no output")
     except AssertionError as error:
         failure = str(error)
         paper.line(paper.bad(failure))
     show_tree(paper, before, machine.snapshot())
     show_requests(paper, service)
     show_files(paper, machine)
-    paper.heading("Was that right?")
+    paper.heading("Checks")
     verdicts = judge(machine, service, wanted)
     for sentence, is_so in verdicts:
         paper.line(f"  {paper.good('yes') if is_so else paper.bad('NO ')}  {sentence}")
@@ -297,7 +297,7 @@ def main():
     parser.add_argument("--native-bin", type=Path, help="folder of the native sealing tool")
     options = parser.parse_args()
     options.bin = options.bin.resolve()
-    # A short path keeps the lines of the log short.
+    # A short path keeps the log lines short.
     with tempfile.TemporaryDirectory(prefix="kyd-") as folder:
         return run_demo(Paper(sys.stdout), options, Path(folder).resolve())
 
