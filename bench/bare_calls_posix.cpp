@@ -1,11 +1,11 @@
-// The system calls of accounts without anything to send, and of a log's lines, without the program
-// around them.
+// The bare system calls for accounts without anything to send, and for the lines of a log, as a
+// baseline for the program.
 //
 // usage: bare-calls accounts <log folder> [<file> <line>]
 //        bare-calls append <file> <line> <times>
 //
-// The first goes through Upload and opens each credential file; with a file it appends the line for
-// each. To append is to open, write and close.
+// `accounts` walks Upload and opens each credential file; with a file it also appends the line for
+// each account. Appending means open, write and close.
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -29,7 +29,7 @@ int GoThroughAccounts(const std::string& folder, const char* log, const std::str
     return 1;
   }
   const std::string work = folder + "/LogWork/";
-  // One thread.
+  // single-threaded
   while (const dirent* entry = readdir(upload)) {  // NOLINT(concurrency-mt-unsafe)
     if (entry->d_name[0] == '.' || entry->d_type != DT_DIR) {
       continue;

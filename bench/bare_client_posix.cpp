@@ -1,10 +1,9 @@
-// The least that a client can do for the same job: connect, handshake, one POST, the answer, a
-// move, over OpenSSL and sockets alone. It judges nothing but the status and ends at the first
-// failure.
+// A minimal client with OpenSSL and sockets only, as a baseline: connect, handshake, one POST per
+// file, read the response, move the file. It checks only the status and stops at the first failure.
 //
 // usage: bare-client [--resume] [--certificate <file>] <host> <port> <path> <log folder>
 //
-// The file holds the client certificate and its key, PEM.
+// The certificate file holds the client certificate and its key as PEM.
 #include <dirent.h>
 #include <fcntl.h>
 #include <netdb.h>
@@ -106,7 +105,8 @@ void Post(Server& server, const std::string& body) {
           "SSL_write");
   ReadAnswer(connection.get());
   if (server.resume) {
-    // OpenSSL would take the session for spoilt when the connection ends without an alert.
+    // Without an alert at the end of the connection, OpenSSL would mark the session as not
+    // resumable.
     SSL_set_shutdown(connection.get(), SSL_SENT_SHUTDOWN);
     server.session.reset(SSL_get1_session(connection.get()));
   }
@@ -116,7 +116,7 @@ std::vector<std::string> NamesIn(const std::string& folder) {
   const Owned<DIR> open_folder(opendir(folder.c_str()));
   Require(open_folder != nullptr, "opendir");
   std::vector<std::string> names;
-  // One thread.
+  // single-threaded
   while (const dirent* entry = readdir(open_folder.get())) {  // NOLINT(concurrency-mt-unsafe)
     if (entry->d_name[0] != '.') {
       names.emplace_back(entry->d_name);
@@ -143,7 +143,7 @@ void Open(Server& server, const std::string& port, const char* certificate) {
   }
 }
 
-// Takes the options from the front of the arguments; false when they are none.
+// Removes the options from the front of the arguments. Returns false for an unknown option.
 bool TakeOptions(std::vector<std::string>& given, Server& server, std::string& certificate) {
   while (!given.empty() && given[0].compare(0, 2, "--") == 0) {
     if (given[0] == "--resume") {

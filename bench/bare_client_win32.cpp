@@ -1,6 +1,6 @@
-// The least that a client can do for the same job over WinHTTP alone: one session, and for each
-// file a connection handle, one POST of the file, the answer's status, a move. It ends at the first
-// failure. A long file goes in blocks, as the REST library's chunks do.
+// A minimal client with WinHTTP only, as a baseline: one session, and for each file a connection
+// handle, one POST, the response status, and a move. It stops at the first failure. Long files are
+// sent in blocks, like the chunks of the REST library.
 //
 // usage: bare-client <host> <port> <path> <log folder>
 #include <windows.h>

@@ -1,6 +1,5 @@
-// Runs a command and writes what it took, as seconds by the clock, seconds of processor and KiB of
-// memory at its peak, to a file. A program of its own because a process inherits the peak of the
-// one that starts it: this one is small.
+// Runs a command and writes elapsed seconds, processor seconds and peak memory in KiB to a file. It
+// is a separate small program because a process inherits the peak of the one that starts it.
 //
 // usage: stopwatch <file> <command> [argument ...]
 #include <sys/resource.h>

@@ -1,4 +1,4 @@
-// Arguments, and the element of the task's XML that holds them.
+// Builds the arguments of the task and the XML element that holds them.
 #include "packaging/windows/task_definition.h"
 
 #include <algorithm>
@@ -71,7 +71,7 @@ std::wstring AsArgument(const std::wstring& text) {
   std::size_t backslashes = 0;
   for (const wchar_t character : text) {
     if (character == L'"') {
-      argument.append(backslashes + 1, L'\\');  // those before it doubled, and one for itself
+      argument.append(backslashes + 1, L'\\');  // doubles the preceding ones and escapes the quote
     }
     backslashes = character == L'\\' ? backslashes + 1 : 0;
     argument += character;

@@ -1,25 +1,24 @@
-// The definition of the hourly task, with the tenant and log directory that the installer was
-// given.
+// The definition of the hourly task, with the installer's tenant and log directory.
 #pragma once
 
 #include <string>
 
 namespace kyd::setup {
 
-// Whether the text can be the tenant: a host name or address, perhaps with a port.
+// Whether the text is a valid tenant: a host name or address with an optional port.
 [[nodiscard]] bool IsTenant(const std::wstring& text);
 
-// Whether the text can be a log directory: an absolute path of a drive or share, without characters
-// that Windows allows in no path.
+// Whether the text is a valid log directory: an absolute path on a drive or share, without
+// characters that Windows does not allow in paths.
 [[nodiscard]] bool IsLogDir(const std::wstring& text);
 
-// Without separators at the end, unless it is the root of a drive.
+// Removes trailing separators, except from the root of a drive.
 [[nodiscard]] std::wstring WithoutTrailingSeparators(std::wstring path);
 
-// The text as one argument of a command line, as CommandLineToArgvW splits it.
+// Returns the text as one command-line argument, quoted for CommandLineToArgvW.
 [[nodiscard]] std::wstring AsArgument(const std::wstring& text);
 
-// The definition with these arguments in place of its own. Empty if it has no place for arguments.
+// Returns the definition with its arguments replaced; empty if it has no element for them.
 [[nodiscard]] std::wstring WithArguments(const std::wstring& definition, const std::wstring& tenant,
                                          const std::wstring& log_dir);
 

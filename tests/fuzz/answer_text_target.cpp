@@ -1,4 +1,4 @@
-// The text of a refusal, out of an answer's headers and body.
+// The text of an error response, from its headers and body.
 #include <algorithm>
 #include <string>
 #include <string_view>
@@ -11,7 +11,7 @@
 
 namespace kyd_fuzz {
 
-// How the body is cut into pieces, a line with its type, then the body.
+// Input: a byte that sets the size of the pieces, a line with the content type, then the body.
 int FuzzAnswerText(const std::uint8_t* bytes, std::size_t size) {
   Input input(bytes, size);
   const std::size_t piece_size = std::size_t{input.Byte()} * 40 + 1;
@@ -23,7 +23,7 @@ int FuzzAnswerText(const std::uint8_t* bytes, std::size_t size) {
   for (std::size_t done = 0; done < body.size(); done += piece_size) {
     const std::size_t piece = std::min(piece_size, body.size() - done);
     Require(stream.putn_nocopy(BytesOf(body) + done, piece).get() == piece,
-            "every piece is taken whole");
+            "every piece is accepted completely");
   }
   const std::string_view kept = body.substr(0, CorvidSocket::kKeptBodyBytes);
   Require(request.answer_body.Kept() == kept, "the beginning is kept");
@@ -33,7 +33,7 @@ int FuzzAnswerText(const std::uint8_t* bytes, std::size_t size) {
                        platform::ToNative(platform::FromUtf8(type)));
   answer._get_impl()->_complete(body.size());
   Require(CorvidSocket::ReadAnswerText(answer, request) == platform::FromUtf8(kept),
-          "a text is read whatever its content type");
+          "the body is read as text for any content type");
   return 0;
 }
 

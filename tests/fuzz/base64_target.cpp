@@ -1,4 +1,4 @@
-// Base64 texts as the companion library reads them.
+// Base64 decoding of the companion library.
 #include <algorithm>
 #include <string>
 #include <string_view>
@@ -47,16 +47,16 @@ int FuzzBase64(const std::uint8_t* bytes, std::size_t size) {
   const bool is_good = companion::DecodeBase64(text.data(), text.size(), &decoded);
   if (is_good) {
     text.erase(std::remove_if(text.begin(), text.end(), &IsBlank), text.end());
-    Require(Encoded(decoded) == text, "a text that is taken is the text of its bytes");
+    Require(Encoded(decoded) == text, "accepted text is the encoding of its bytes");
   } else {
-    Require(decoded == before, "a text that is refused changes nothing");
+    Require(decoded == before, "refused text changes nothing");
   }
   const Bytes any(rest.begin(), rest.end());
   const std::wstring encoded = Encoded(any);
   decoded = before;
   Require(companion::DecodeBase64(encoded.data(), encoded.size(), &decoded) == !any.empty(),
-          "the text of any bytes is taken");
-  Require(decoded == (any.empty() ? before : any), "bytes survive the way there and back");
+          "the encoding of any bytes is accepted");
+  Require(decoded == (any.empty() ? before : any), "bytes survive a round trip");
   return 0;
 }
 

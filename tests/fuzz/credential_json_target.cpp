@@ -1,4 +1,4 @@
-// Decrypted credential text to the record.
+// Parsing of decrypted credentials.
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
 
@@ -56,7 +56,8 @@ int FuzzCredentialJson(const std::uint8_t* bytes, std::size_t size) {
   kyd::UploadAuthData record;
   record.cert_hash = L"of the account before";
   const int status = kyd::ParseUpldAuthJson(text, record);
-  Require(status == kyd::kSucceeded || status == kyd::kFailed, "no text is an unexpected error");
+  Require(status == kyd::kSucceeded || status == kyd::kFailed,
+          "no text causes an unexpected error");
 
   kyd::UploadAuthData again;
   Require(kyd::ParseUpldAuthJson(text.substr(0, text.find(L'\0')), again) == status,
@@ -65,11 +66,11 @@ int FuzzCredentialJson(const std::uint8_t* bytes, std::size_t size) {
     return 0;
   }
   Require(AreEqual(record, again), "the text ends at its first NUL");
-  Require(!record.apikey.empty() && !record.idp_session.empty(), "key and session are needed");
-  Require(record.cert_hash != L"of the account before", "nothing of the record before stays");
+  Require(!record.apikey.empty() && !record.idp_session.empty(), "key and session are required");
+  Require(record.cert_hash != L"of the account before", "nothing of the previous record remains");
   Require(kyd::ParseUpldAuthJson(JsonOf(record), again) == kyd::kSucceeded,
-          "what was read can be written and read again");
-  Require(AreEqual(record, again), "what was read is read again as it was");
+          "a written record can be read");
+  Require(AreEqual(record, again), "a record survives a round trip");
   return 0;
 }
 

@@ -14,7 +14,7 @@ namespace kyd_fuzz {
 
 namespace {
 
-// Formats are the program's own, and none of them asks for a field of a thousand characters.
+// Formats come from the program only, and none has a field of a thousand characters.
 std::wstring WithShortNumbers(const std::wstring& format) {
   std::wstring shortened;
   std::size_t digits = 0;
@@ -27,7 +27,7 @@ std::wstring WithShortNumbers(const std::wstring& format) {
   return shortened;
 }
 
-// What any format gives: a text that fits, or a standard exception. An argument of `*` is a width.
+// Every format yields text that fits, or a standard exception. The argument of `*` is a width.
 template <class Char, class... Arguments>
 void CheckAnyFormat(std::size_t capacity, const std::basic_string<Char>& format,
                     const Arguments&... arguments) {
@@ -35,7 +35,7 @@ void CheckAnyFormat(std::size_t capacity, const std::basic_string<Char>& format,
     const auto text = kyd::FormatBounded(capacity, format.c_str(), arguments...);
     Require(text.size() < capacity, "a message fits into its buffer");
   } catch (const fmt::format_error&) {
-    // It does not fit its arguments.
+    // The format does not match its arguments.
   }
 }
 
@@ -49,12 +49,12 @@ void CheckArguments(const std::wstring& text, int number) {
   const std::wstring wide = L"<UploadOneUser> Error [" + std::to_wstring(number) + L", " + shown;
   Require(kyd::FormatBounded(kyd::kWideMessageCapacity, L"<UploadOneUser> Error [%d, %s]", number,
                              text) == CutAt(kyd::kWideMessageCapacity, wide + L"]"),
-          "a wide argument is shown as it is");
+          "a wide argument is inserted unchanged");
   const std::string narrow_text = platform::ToUtf8(text);
   const std::string narrow = std::string("exception message [") + narrow_text.c_str() + "]";
   Require(kyd::FormatBounded(kyd::kNarrowMessageCapacity, "exception message [%s]", narrow_text) ==
               CutAt(kyd::kNarrowMessageCapacity, narrow),
-          "a narrow argument is shown as it is");
+          "a narrow argument is inserted unchanged");
 }
 
 void CheckLine(const platform::LocalTime& time, const std::wstring& text) {
@@ -63,7 +63,7 @@ void CheckLine(const platform::LocalTime& time, const std::wstring& text) {
   Require(line.size() >= end.size() && line.compare(line.size() - end.size(), end.size(), end) == 0,
           "a line ends in the whole message");
   Require(line.substr(0, line.size() - end.size()) + L"," == corvid::LogLine(time, nullptr),
-          "the message changes nothing before it");
+          "the message does not change the prefix");
 }
 
 void CheckLog(const std::wstring& format, const std::wstring& text, int number) {
@@ -75,12 +75,12 @@ void CheckLog(const std::wstring& format, const std::wstring& text, int number) 
   log.SetName(text.c_str());
   const std::wstring name = log.Name();
   Require(name == CutAt(kyd::CDebugLog::kNameCapacity, std::wstring(text.c_str())),
-          "a name is cut to its buffer");
+          "a name is truncated to its buffer");
 }
 
 }  // namespace
 
-// Numbers, a line with a format, then the text of the arguments.
+// Input: numbers, a line with a format, then the text of the arguments.
 int FuzzFormat(const std::uint8_t* bytes, std::size_t size) {
   Input input(bytes, size);
   const Kind kind = KindOf(input.Byte());

@@ -1,4 +1,4 @@
-// One target as a libFuzzer program. The build names the target.
+// One target as a libFuzzer program. The build selects the target.
 #include <cstdio>
 #include <cstdlib>
 

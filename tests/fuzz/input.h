@@ -1,5 +1,4 @@
-// What the targets share: an input that is taken apart from its front, and properties that must
-// hold.
+// Shared by the targets: consuming an input from its front, and reporting violated properties.
 #pragma once
 
 #include <algorithm>
@@ -12,8 +11,8 @@
 
 namespace kyd_fuzz {
 
-// Ends the trial of this input: a property of the product does not hold. A fuzzer dies of it, the
-// replay throws std::logic_error; so it is only called where no code of the product could catch it.
+// Reports a violated property of the product. Aborts under a fuzzer; in the replay it throws
+// std::logic_error, so it is called only where no code of the product could catch that.
 [[noreturn]] void ReportBroken(const char* property);
 
 inline void Require(bool holds, const char* property) {
@@ -22,7 +21,7 @@ inline void Require(bool holds, const char* property) {
   }
 }
 
-// An input from its front to its end. What it no longer has is 0 or empty.
+// Consumes an input from its front. Missing data is 0 or empty.
 class Input {
  public:
   Input(const std::uint8_t* bytes, std::size_t size)
@@ -34,7 +33,7 @@ class Input {
     return byte;
   }
 
-  // Four bytes, the lowest first.
+  // Little-endian, four bytes.
   std::uint32_t Number() {
     std::uint32_t number = 0;
     for (unsigned shift = 0; shift < 32; shift += 8) {
@@ -43,7 +42,7 @@ class Input {
     return number;
   }
 
-  // What stands before the next line feed, which is taken as well.
+  // Returns the text up to the next line feed and consumes both.
   std::string_view Line() {
     const std::size_t end = std::min(rest_.find('\n'), rest_.size());
     const std::string_view line = rest_.substr(0, end);
@@ -51,7 +50,7 @@ class Input {
     return line;
   }
 
-  // Everything left.
+  // Returns everything that is left.
   std::string_view Rest() {
     const std::string_view rest = rest_;
     rest_ = {};
@@ -62,10 +61,10 @@ class Input {
   std::string_view rest_;
 };
 
-// A piece of input as wide text: UTF-8, or UTF-16LE with whatever surrogates it holds.
+// Returns a piece of input as wide text: UTF-8, or UTF-16LE with any surrogates.
 enum class Kind { kUtf8, kUtf16Le };
 
-// An even byte (such as '8') stands for UTF-8, an odd one (such as '1') for UTF-16LE.
+// An even first byte (such as '8') selects UTF-8, an odd one (such as '1') UTF-16LE.
 inline Kind KindOf(std::uint8_t byte) {
   return byte % 2 == 0 ? Kind::kUtf8 : Kind::kUtf16Le;
 }

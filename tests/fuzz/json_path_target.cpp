@@ -1,4 +1,4 @@
-// Dotted paths into JSON documents.
+// Lookup of dotted paths in JSON documents.
 #include <algorithm>
 #include <string>
 #include <string_view>
@@ -25,7 +25,7 @@ std::vector<std::wstring> PiecesOf(const std::wstring& path) {
   return pieces;
 }
 
-// The contract once more, in another form: piece by piece, with copies.
+// An independent implementation of the contract: component by component, with copies.
 const kyd::JsonValue* Expected(const std::vector<std::wstring>& pieces,
                                const kyd::JsonValue& document) {
   const kyd::JsonValue* value = &document;
@@ -58,11 +58,11 @@ std::wstring WithMoreDots(const std::vector<std::wstring>& pieces) {
 
 }  // namespace
 
-// A line with the path, then the document.
+// Input: a line with the path, then the document.
 int FuzzJsonPath(const std::uint8_t* bytes, std::size_t size) {
   Input input(bytes, size);
   const Kind kind = KindOf(input.Byte());
-  // As the function sees it, a path ends at its first NUL.
+  // For the function, a path ends at its first NUL.
   const std::wstring path = platform::FromUtf8(input.Line()).c_str();
   const std::wstring text = WideText(kind, input.Rest());
   kyd::JsonDocument document;
@@ -72,9 +72,9 @@ int FuzzJsonPath(const std::uint8_t* bytes, std::size_t size) {
   }
   const std::vector<std::wstring> pieces = PiecesOf(path);
   const kyd::JsonValue* const found = kyd::FindJsonValueByPath(path.c_str(), document);
-  Require(found == Expected(pieces, document), "the value is that of the last piece");
+  Require(found == Expected(pieces, document), "the value is that of the last component");
   Require(found == kyd::FindJsonValueByPath(WithMoreDots(pieces).c_str(), document),
-          "empty pieces are skipped");
+          "empty components are skipped");
   return 0;
 }
 

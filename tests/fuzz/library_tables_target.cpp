@@ -1,4 +1,4 @@
-// The tables of a library.
+// The tables of a library file.
 #include "platform/library_tables.h"
 
 #include <algorithm>
@@ -36,14 +36,14 @@ int FuzzLibraryTables(const std::uint8_t* bytes, std::size_t size) {
     return count;
   };
   const std::optional<platform::LibraryTables> tables = platform::ReadLibraryTables(read, Wanted());
-  Require(calls <= kMostCalls, "the work has a limit");
+  Require(calls <= kMostCalls, "the number of reads is limited");
   if (!tables) {
     return 0;
   }
-  Require(tables->imports.size() <= kMostImports, "the imports have a limit");
+  Require(tables->imports.size() <= kMostImports, "the number of imports is limited");
   for (const std::string& name : tables->exports) {
     Require(std::find(Wanted().begin(), Wanted().end(), name) != Wanted().end(),
-            "only names that were asked for are found");
+            "only requested names are found");
   }
   const std::string foreign = platform::ForeignRunTime(tables->imports);
   Require(foreign.empty() || std::find(tables->imports.begin(), tables->imports.end(), foreign) !=

@@ -1,4 +1,4 @@
-// The registry export text of the Linux build.
+// The registry export file of the Linux build.
 #include <utf8.h>
 
 #include <cstdio>
@@ -49,14 +49,14 @@ std::string Utf16Of(std::wstring_view text) {
   return {bytes.begin(), bytes.end()};
 }
 
-// The text with more lines at its end, in its own encoding.
+// Returns the text with more lines appended, in its own encoding.
 std::string WithMore(std::string_view text, std::wstring_view lines) {
   std::string more(text);
   if (!IsUtf16(text)) {
     return more + "\n" + platform::ToUtf8(lines);
   }
   if (more.size() % 2 != 0) {
-    more.pop_back();  // it does not count as it is
+    more.pop_back();  // an incomplete byte pair is ignored
   }
   return more + Utf16Of(L"\n") + Utf16Of(lines);
 }
@@ -65,10 +65,10 @@ void CheckWhatComesLater(std::string_view text) {
   const std::wstring section = L"[HKEY_LOCAL_MACHINE\\SOFTWARE\\Probe]\n\"n\"=dword:2a\n";
   const std::string probed = WithMore(text, section);
   const std::optional<RegistryValues> values = ReadRegistryText(probed, L"SOFTWARE\\Probe");
-  Require(values.has_value(), "a key counts, whatever stands before it");
+  Require(values.has_value(), "a key is found whatever precedes it");
   const auto number = values->find(L"N");
   Require(number != values->end() && AreEqual(number->second, {4, {0x2A, 0, 0, 0}}),
-          "a value counts, whatever stands before it");
+          "a value is found whatever precedes it");
   const std::string removed = WithMore(probed, L"[-HKEY_LOCAL_MACHINE\\SOFTWARE\\Probe]");
   Require(!ReadRegistryText(removed, L"SOFTWARE\\Probe"), "a key can be removed");
 }
@@ -80,9 +80,9 @@ void CheckEncodings(std::string_view text, const std::optional<RegistryValues>& 
     return;
   }
   Require(AreEqual(values, ReadRegistryText(std::string(kUtf8Mark) + std::string(text), kKey)),
-          "a mark changes nothing");
+          "a byte-order mark changes nothing");
   const std::string wide = std::string(kUtf16Mark) + Utf16Of(platform::FromUtf8(text));
-  Require(AreEqual(values, ReadRegistryText(wide, kKey)), "both encodings say the same");
+  Require(AreEqual(values, ReadRegistryText(wide, kKey)), "both encodings have the same values");
 }
 
 std::wstring Escaped(const std::wstring& name) {
@@ -130,9 +130,9 @@ int FuzzRegistryText(const std::uint8_t* bytes, std::size_t size) {
   CheckWhatComesLater(text);
   CheckEncodings(text, values);
   if (values) {
-    // In UTF-16, which keeps unpaired surrogates.
+    // UTF-16, which preserves unpaired surrogates.
     const std::string again = std::string(kUtf16Mark) + Utf16Of(Written(*values));
-    Require(AreEqual(values, ReadRegistryText(again, kKey)), "what was read can be written again");
+    Require(AreEqual(values, ReadRegistryText(again, kKey)), "values survive a round trip");
   }
   return 0;
 }

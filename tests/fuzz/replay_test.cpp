@@ -1,4 +1,4 @@
-// Every input of the corpus through its target: what was found once stays fixed.
+// Runs every input of the corpus through its target, so that past findings stay fixed.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -21,7 +21,7 @@ namespace {
 namespace fs = std::filesystem;
 
 struct Target {
-  const char* name;  // of its folder
+  const char* name;  // of the target's folder
   int (*run)(const std::uint8_t* bytes, std::size_t size);
 };
 
@@ -69,8 +69,8 @@ TEST_P(Corpus, KeepsItsProperties) {
   }
 }
 
-// An input of no bytes may come without an address.
-TEST_P(Corpus, TakesNoBytesAtAll) {
+// An empty input may have a null address.
+TEST_P(Corpus, AcceptsEmptyInput) {
   EXPECT_NO_THROW(GetParam().run(nullptr, 0));
 }
 

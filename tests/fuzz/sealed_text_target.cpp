@@ -1,4 +1,4 @@
-// Credential files as the companion library opens them.
+// Credential files, as the companion library opens them.
 #include <algorithm>
 #include <string>
 #include <string_view>
@@ -35,14 +35,14 @@ OpenResult Open(const std::vector<std::uint8_t>& sealed, std::wstring& text) {
 void CheckHostile(std::string_view bytes) {
   std::vector<std::uint8_t> sealed(bytes.begin(), bytes.end());
   std::wstring text = kBefore;
-  Require(Open(sealed, text) != OpenResult::kOpened, "no sealed file without the key");
-  // The same behind a beginning that is right.
+  Require(Open(sealed, text) != OpenResult::kOpened, "no file is accepted without the key");
+  // The same input after a valid header.
   sealed.insert(sealed.begin(), kMagic.begin(), kMagic.end());
-  Require(Open(sealed, text) != OpenResult::kOpened, "no sealed file without the key");
-  Require(text == kBefore, "what is not opened changes no text");
+  Require(Open(sealed, text) != OpenResult::kOpened, "no file is accepted without the key");
+  Require(text == kBefore, "a failure does not change the text");
 }
 
-// As the library does it, but always with the same nonce: an input shall give the same run again.
+// As the library does it, but with a fixed nonce, so that runs are reproducible.
 std::vector<std::uint8_t> Sealed(std::string_view plaintext) {
   const companion::Nonce nonce{1, 2, 3};
   const std::size_t head = kMagic.size() + nonce.size();
@@ -60,12 +60,12 @@ void CheckRoundTrip(std::string_view plaintext, std::uint32_t change) {
   std::vector<std::uint8_t> sealed = Sealed(plaintext);
   std::wstring text = kBefore;
   if (plaintext.size() % 2 == 0) {
-    Require(Open(sealed, text) == OpenResult::kOpened, "what was sealed can be opened");
+    Require(Open(sealed, text) == OpenResult::kOpened, "a sealed file can be opened");
     Require(text == platform::FromUtf16Le(BytesOf(plaintext), plaintext.size()),
-            "what was sealed comes out as it was");
+            "text survives a round trip");
   } else {
-    Require(Open(sealed, text) == OpenResult::kNotUtf16, "half a character is no text");
-    Require(text == kBefore, "what is not opened changes no text");
+    Require(Open(sealed, text) == OpenResult::kNotUtf16, "an odd number of bytes is refused");
+    Require(text == kBefore, "a failure does not change the text");
   }
   const std::size_t position = change % sealed.size();
   sealed[position] = static_cast<std::uint8_t>(sealed[position] ^ (1U << (change >> 16) % 8));
@@ -73,16 +73,18 @@ void CheckRoundTrip(std::string_view plaintext, std::uint32_t change) {
   const OpenResult changed = Open(sealed, text);
   Require(
       changed == (position < kMagic.size() ? OpenResult::kNotSealed : OpenResult::kNotAuthentic),
-      "a bit that was changed is seen");
+      "a flipped bit is detected");
   sealed.resize(position);
   const OpenResult cut = Open(sealed, text);
-  Require(cut == OpenResult::kNotSealed || cut == OpenResult::kNotAuthentic, "a cut is seen");
-  Require(text == kBefore, "what is not opened changes no text");
+  Require(cut == OpenResult::kNotSealed || cut == OpenResult::kNotAuthentic,
+          "truncation is detected");
+  Require(text == kBefore, "a failure does not change the text");
 }
 
 }  // namespace
 
-// A number that says which bit is changed, then a plaintext that is also tried as a sealed file.
+// Input: a number that selects the bit to flip, then a plaintext that is also tried as a sealed
+// file.
 int FuzzSealedText(const std::uint8_t* bytes, std::size_t size) {
   Input input(bytes, size);
   const std::uint32_t change = input.Number();

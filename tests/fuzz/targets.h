@@ -1,4 +1,4 @@
-// The targets: each takes any bytes, and finds the properties of its part of the product kept.
+// The targets. Each accepts any bytes and checks the properties of its part of the product.
 #pragma once
 
 #include <cstddef>
@@ -6,7 +6,7 @@
 
 namespace kyd_fuzz {
 
-// All return 0. A property that does not hold ends in ReportBroken.
+// All return 0. A violated property ends in ReportBroken.
 int FuzzAnswerText(const std::uint8_t* bytes, std::size_t size);
 int FuzzBase64(const std::uint8_t* bytes, std::size_t size);
 int FuzzCredentialJson(const std::uint8_t* bytes, std::size_t size);

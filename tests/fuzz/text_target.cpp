@@ -1,4 +1,4 @@
-// The conversions between wide text, UTF-8 and UTF-16.
+// Conversion between wide text, UTF-8 and UTF-16.
 #include <utf8.h>
 
 #include <cstring>
@@ -18,7 +18,7 @@ bool IsUtf8(std::string_view text) {
   return utf8::find_invalid(text.begin(), text.end()) == text.end();
 }
 
-// Wide characters of any value that the type can have.
+// Wide characters of any value of the type.
 std::wstring Unchecked(std::string_view bytes) {
   std::wstring text(bytes.size() / sizeof(wchar_t), L'\0');
   if (!text.empty()) {
@@ -30,12 +30,12 @@ std::wstring Unchecked(std::string_view bytes) {
 void CheckFromUtf8(std::string_view bytes) {
   const std::wstring text = platform::FromUtf8(bytes);
   const std::string back = platform::ToUtf8(text);
-  Require(IsUtf8(back), "what comes out is UTF-8");
-  Require(platform::FromUtf8(back) == text, "what came from UTF-8 survives the way back");
+  Require(IsUtf8(back), "the result is UTF-8");
+  Require(platform::FromUtf8(back) == text, "text from UTF-8 survives a round trip");
   if (IsUtf8(bytes)) {
-    Require(back == bytes, "UTF-8 survives as it is");
+    Require(back == bytes, "valid UTF-8 survives a round trip");
   } else {
-    Require(text.find(L'\xFFFD') != std::wstring::npos, "what is no UTF-8 is shown as such");
+    Require(text.find(L'\xFFFD') != std::wstring::npos, "invalid UTF-8 becomes U+FFFD");
   }
 }
 
@@ -46,7 +46,7 @@ void CheckPath(std::string_view bytes) {
   const platform::NativeString native(bytes);
 #endif
   Require(platform::ToNativePath(platform::FromNativePath(native)) == native,
-          "a path survives, whatever its bytes");
+          "any path survives a round trip");
 }
 
 void CheckUtf16(std::string_view bytes) {
@@ -56,13 +56,14 @@ void CheckUtf16(std::string_view bytes) {
   Require(std::string_view(reinterpret_cast<const char*>(back.data()), back.size()) == whole,
           "UTF-16 survives as it is, but for an odd byte");
   Require(platform::FromUtf16Le(back.data(), back.size()) == text,
-          "what came from UTF-16 survives the way back");
+          "text from UTF-16 survives a round trip");
 }
 
 void CheckWide(const std::wstring& text) {
   const std::string utf8 = platform::ToUtf8(text);
   Require(IsUtf8(utf8), "any wide text becomes UTF-8");
-  Require(platform::ToUtf8(platform::FromUtf8(utf8)) == utf8, "UTF-8 of wide text survives");
+  Require(platform::ToUtf8(platform::FromUtf8(utf8)) == utf8,
+          "UTF-8 of wide text survives a round trip");
   static_cast<void>(platform::ToUtf16Le(text));
   static_cast<void>(platform::ToNativePath(text));
   static_cast<void>(platform::ToNative(text));
@@ -73,9 +74,9 @@ void CheckCase(std::string_view bytes) {
   const std::wstring right = platform::FromUtf8(bytes.substr(bytes.size() / 2));
   Require(platform::EqualsIgnoringCase(left, left), "a name is equal to itself");
   Require(platform::EqualsIgnoringCase(left, right) == platform::EqualsIgnoringCase(right, left),
-          "two names are equal either way round");
+          "comparison is symmetric");
   Require(left != right || platform::EqualsIgnoringCase(left, right),
-          "case is all that may differ");
+          "equal names differ only in case");
 }
 
 }  // namespace

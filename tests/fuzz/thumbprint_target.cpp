@@ -1,4 +1,4 @@
-// Thumbprints in hexadecimal text.
+// Thumbprints as hexadecimal text.
 #include <string>
 #include <string_view>
 #include <vector>
@@ -39,14 +39,14 @@ int FuzzThumbprint(const std::uint8_t* bytes, std::size_t size) {
   const Kind kind = KindOf(input.Byte());
   const std::wstring text = WideText(kind, input.Rest());
   const std::vector<std::uint8_t> decoded = CorvidSocket::DecodeThumbprint(text);
-  Require(decoded.size() == text.size() / 2, "two characters are a byte");
+  Require(decoded.size() == text.size() / 2, "two characters make one byte");
   for (std::size_t i = 0; i < decoded.size(); ++i) {
     Require(decoded[i] == ValueOf(text[2 * i]) * 16 + ValueOf(text[2 * i + 1]),
-            "what is no digit counts as 0");
+            "a character that is not a hexadecimal digit counts as 0");
   }
   for (const std::wstring_view digits : {kUpperDigits, kLowerDigits}) {
     Require(CorvidSocket::DecodeThumbprint(Written(decoded, digits)) == decoded,
-            "bytes that are written are read as they were, in either case");
+            "bytes survive a round trip in either case");
   }
   return 0;
 }

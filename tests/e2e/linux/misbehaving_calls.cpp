@@ -1,15 +1,15 @@
-// Preloaded into the program: lets chosen calls misbehave, as kernels and file systems do.
+// Preloaded into the program: makes selected calls misbehave as kernels and file systems can.
 //
-// KYD_CALLS names a file that takes a line for each call: function, object and detail, separated by
-// tabs. The object is the path that the call is about, without the folder that KYD_ROOT names, or
-// what a descriptor stands for.
+// KYD_CALLS names a file that receives a line for each call: function, object and detail, separated
+// by tabs. The object is the path that the call refers to, relative to the folder in KYD_ROOT, or
+// what a descriptor refers to.
 //
-// KYD_MISBEHAVED names a file that takes a byte for each rule when a call follows it first: its
-// place in the list, as a digit.
+// KYD_MISBEHAVED names a file that receives one byte when a rule is first applied: the index of the
+// rule, as a digit.
 //
-// KYD_MISBEHAVIOUR holds the rules, lines of: function, pattern of the object (fnmatch), the first
-// and the last matching call that misbehaves (from 1; a last one of 0 stands for "for good"), way,
-// number; separated by tabs. The ways:
+// KYD_MISBEHAVIOUR holds the rules, one per line, as fields separated by tabs: function, pattern of
+// the object (fnmatch), the first and the last matching call that misbehaves (from 1; a last call
+// of 0 means no end), way, number. The ways:
 //   fail  does nothing and fails with this errno
 //   break ends the connection in both directions and fails with this errno
 //   done  does its work and then reports this errno
@@ -17,9 +17,9 @@
 //   half  transfers half of what it could
 //   plain gives directory entries without their types
 //
-// KYD_HURRY lets the clock of the program's time-outs (CLOCK_MONOTONIC) run so many times as fast.
+// KYD_HURRY multiplies the speed of the clock of the program's time-outs (CLOCK_MONOTONIC).
 //
-// Only calls that the program's own file makes count, so a library's inner life stays out of it.
+// Only calls from the program's own file count, so libraries are not affected.
 #include <dirent.h>
 #include <dlfcn.h>
 #include <elf.h>
@@ -47,7 +47,7 @@
 
 namespace {
 
-// What the test asks of this library; the program leaves its environment alone.
+// Reads a setting of this library. The program does not change its environment.
 std::string Setting(const char* name) {
   const char* const value = std::getenv(name);  // NOLINT(concurrency-mt-unsafe)
   return value == nullptr ? "" : value;
@@ -88,7 +88,7 @@ Way WayOf(const std::string& name) {
   if (name == "plain") {
     return Way::kPlain;
   }
-  std::abort();  // The test's own mistake must not look like a run that passed.
+  std::abort();  // an error of the test must not look like a passed run
 }
 
 std::deque<Rule> ReadRules() {
@@ -110,7 +110,7 @@ std::deque<Rule> ReadRules() {
   return rules;
 }
 
-// Where the program's own code lies.
+// The address range of the program's own code.
 struct Extent {
   std::uintptr_t begin = UINTPTR_MAX;
   std::uintptr_t end = 0;
@@ -142,7 +142,7 @@ bool IsOfTheProgram(const void* caller) {
   return program.begin <= address && address < program.end;
 }
 
-// A path without what differs from one run to the next.
+// Returns a path without the parts that differ between runs.
 std::string NameOf(const char* path) {
   static const std::string& root = *new std::string(Setting("KYD_ROOT") + "/");
   std::string name = path == nullptr ? "itself" : path;
@@ -160,7 +160,7 @@ std::string NameOf(const char* path) {
   return name;
 }
 
-// What descriptors stand for.
+// What the descriptors refer to.
 class Names {
  public:
   void Set(int file, std::string name) {
@@ -181,7 +181,7 @@ class Names {
   std::array<std::string, 1024> names_;
 };
 
-// Never destroyed: the program closes files while it ends.
+// Never destroyed: the program closes files during its exit.
 Names& Files() {
   static Names& names = *new Names;
   return names;
@@ -207,7 +207,7 @@ void NoteFirstUse(std::size_t rule) {
   Append(path, std::to_string(rule));
 }
 
-// What this call of the program's is to do; errno stays as it is.
+// Returns how this call of the program is to behave. Preserves errno.
 Misbehaviour Choose(const char* function, const std::string& object,
                     const std::string& detail = "") {
   static std::deque<Rule>& rules = *new std::deque<Rule>(ReadRules());
@@ -235,7 +235,7 @@ Function* Real(const char* name) {
   return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
 
-// Gives what a call that does not misbehave would give, or its failure.
+// Performs a call, or returns its failure.
 template <typename Result, typename Function>
 Result Perform(const Misbehaviour& how, Result failure, const Function& real) {
   if (how.way == Way::kFail) {
@@ -277,7 +277,7 @@ std::size_t Half(std::size_t size) {
   return size > 1 ? size / 2 : size;
 }
 
-// Ends the connection if that is the way, and leaves the failure.
+// Breaks the connection if the rule says so; the call then fails.
 Misbehaviour Broken(const Misbehaviour& how, int connection) {
   if (how.way != Way::kBreak) {
     return how;
@@ -286,7 +286,7 @@ Misbehaviour Broken(const Misbehaviour& how, int connection) {
   return {Way::kFail, how.number};
 }
 
-// A descriptor that a call made and the caller never hears of.
+// Closes a descriptor that a call created but reported as failed.
 int Forgotten(int file) {
   syscall(SYS_close, file);
   return -1;
@@ -303,8 +303,8 @@ int Named(const Misbehaviour& how, int file, std::string name) {
 
 }  // namespace
 
-// The label gives each stand-in the name of its function without the function's own declaration,
-// which differs in what no caller can see.
+// The asm label gives each replacement the name of its function without including the function's
+// declaration, whose attributes may differ.
 #define KYD_CALL(name, Result, failure, parameters, arguments, ...)                              \
   extern "C" Result Stand_in_##name parameters asm(#name);                                       \
   extern "C" Result Stand_in_##name parameters {                                                 \
@@ -315,7 +315,7 @@ int Named(const Misbehaviour& how, int file, std::string name) {
     return Perform<Result>(Choose(#name, __VA_ARGS__), failure, [&] { return real arguments; }); \
   }
 
-// For what makes a descriptor.
+// For calls that create a descriptor.
 #define KYD_MAKER(name, parameters, arguments, object)    \
   extern "C" int Stand_in_##name parameters asm(#name);   \
   extern "C" int Stand_in_##name parameters {             \
@@ -388,7 +388,7 @@ extern "C" int Stand_in_open(const char* path, int flags, unsigned mode) {
   return Named(how, real(path, flags, mode), NameOf(path));
 }
 
-// The system closes the file in every case.
+// The descriptor is closed in any case.
 extern "C" int Stand_in_close(int file) asm("close");
 extern "C" int Stand_in_close(int file) {
   if (!IsOfTheProgram(__builtin_return_address(0))) {
@@ -440,7 +440,7 @@ extern "C" dirent* Stand_in_readdir(DIR* folder) {
   return entry;
 }
 
-// For all callers: the C++ library asks for the program.
+// Applies to all callers: the C++ library calls this on the program's behalf.
 extern "C" int Stand_in_clock_gettime(clockid_t clock, timespec* now) asm("clock_gettime");
 extern "C" int Stand_in_clock_gettime(clockid_t clock, timespec* now) {
   static const auto real = Real<int(clockid_t, timespec*)>("clock_gettime");
@@ -458,7 +458,7 @@ extern "C" int Stand_in_clock_gettime(clockid_t clock, timespec* now) {
   return result;
 }
 
-// Its number is one of EAI_*.
+// The number of the rule is one of EAI_*.
 extern "C" int Stand_in_getaddrinfo(const char* host, const char* service, const addrinfo* hints,
                                     addrinfo** found) asm("getaddrinfo");
 extern "C" int Stand_in_getaddrinfo(const char* host, const char* service, const addrinfo* hints,
@@ -539,7 +539,7 @@ extern "C" long Stand_in_write(int file, const void* bytes, std::size_t size) {
   return Perform<long>(how, -1, [&] { return syscall(SYS_write, file, bytes, size); });
 }
 
-// The loader judges by the caller where it searches, so it has to be jumped to.
+// The loader's search depends on the caller, so the real function must be reached by a tail call.
 extern "C" void* Stand_in_dlopen(const char* name, int flags) asm("dlopen");
 extern "C" void* Stand_in_dlopen(const char* name, int flags) {
   static const auto real = Real<void*(const char*, int)>("dlopen");

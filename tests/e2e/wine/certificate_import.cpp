@@ -1,5 +1,5 @@
-// Puts certificates into the system stores of the test's Windows machine, and takes them out again:
-// what an administrator does by hand there.
+// Adds certificates to the system stores of the test's Windows machine and removes them again, as
+// an administrator would.
 //
 //   certificate-import authority FILE          trusts an authority, on the whole machine
 //   certificate-import user-authority FILE     trusts it as this user, about which Windows asks
@@ -8,7 +8,7 @@
 //   certificate-import remove NAME             removes everything that the authority NAME has
 //   issued
 //
-// A certificate is DER, a key a PRIVATEKEYBLOB. Ends with 0 when it was done.
+// A certificate is DER, a key a PRIVATEKEYBLOB. The exit code is 0 on success.
 #include <windows.h>
 
 #include <wincrypt.h>
@@ -47,7 +47,7 @@ Bytes ReadWhole(const std::wstring& path) {
   return Bytes(std::istreambuf_iterator<char>(file), {});
 }
 
-// The store itself, without what a user's store shows of the machine's.
+// The store itself, without the machine certificates that appear in a user's store.
 CertificateStore OpenStore(DWORD location, const wchar_t* name) {
   CertificateStore store(CertOpenStore(CERT_STORE_PROV_SYSTEM_REGISTRY_W, 0, 0, location, name));
   Require(static_cast<bool>(store), "CertOpenStore");
@@ -71,9 +71,9 @@ void Add(const CertificateStore& store, const CertificateContext& certificate) {
           "CertAddCertificateContextToStore");
 }
 
-// Wine keeps all imported keys of PKCS #12 files in one container, where the second takes the place
-// of the first, and looks for the keys of both scopes with the user's. So each certificate gets a
-// container of its own, named for it, among the user's keys.
+// Wine imports the keys of all PKCS #12 files into one container, where a key replaces the one
+// before, and looks for the keys of both scopes among the user's. So each certificate gets a
+// container of its own, with its name, among the user's keys.
 void AttachKey(const CertificateContext& certificate, Bytes key, std::wstring container) {
   HCRYPTPROV provider = 0;
   CryptAcquireContextW(&provider, container.c_str(), MS_ENHANCED_PROV_W, PROV_RSA_FULL,
@@ -101,7 +101,7 @@ void AddWithKey(const std::wstring& path, DWORD location) {
   Add(OpenStore(location, L"MY"), certificate);
 }
 
-// A key container outlives the certificates that name it.
+// A key container outlives the certificates that refer to it.
 void RemoveKey(PCCERT_CONTEXT certificate) {
   DWORD size = 0;
   if (!CertGetCertificateContextProperty(certificate, CERT_KEY_PROV_INFO_PROP_ID, nullptr, &size)) {

@@ -1,6 +1,5 @@
-// In the place of the companion library: writes down with which error mode it is loaded.
-//
-// It has none of the library's functions, so the program ends without a run.
+// Replaces the companion library and records the error mode in which it is loaded. It has none of
+// the library's exports, so the program ends without a run.
 #include <windows.h>
 
 #include <cstdio>
@@ -8,7 +7,7 @@
 
 namespace {
 
-// The number goes into "error-mode", beside the library.
+// Writes the number to "error-mode" in the library's folder.
 void WriteErrorMode(HMODULE library) {
   constexpr DWORD kCapacity = 4096;
   wchar_t path[kCapacity + 16];

@@ -1,7 +1,7 @@
-// Holds a file open until its own input ends: hold-open <path> [for-reading]
+// Holds a file open until end of input: hold-open <path> [for-reading]
 //
-// It shares the file not at all, or with readers and writers, so that it can be neither moved nor
-// removed.
+// The file is opened without sharing, or shared with readers and writers, so that it can be neither
+// moved nor removed.
 #include <windows.h>
 
 #include <cstdio>
