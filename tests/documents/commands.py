@@ -2,8 +2,10 @@
 
 A block of code holds commands when it is indented or fenced as sh, bat or powershell; a fence has to say
 what it holds. Each program has a judge here, which runs the command, or checks that its options and names
-are real ones. What can be neither run nor checked here stands in SHOWN_ONLY with its reason. A command
-that nobody knows is a failure.
+are real ones. What can be neither run nor checked here stands in RUN_ELSEWHERE with the test that runs it, or
+in SHOWN_ONLY with a reason. A command that nobody knows is a failure.
+
+Within sentences, code of several words whose first one could be a program is taken for a command.
 """
 
 import functools
@@ -23,27 +25,67 @@ from .markdown import ROOT, documents, tracked_files
 COMMAND_LANGUAGES = ("indented", "sh", "bat", "powershell")
 OTHER_LANGUAGES = ("text", "json", "cpp", "cmake", "mermaid", "ini", "markdown", "xml")
 
-# Whole lines that are shown and not tried, each with its reason.
-SHOWN_ONLY = {
-    "reg import on.reg": "of Windows; tests/e2e/test_deploy.py imports the file",
-    "reg import off.reg": "of Windows; tests/e2e/test_deploy.py imports the file",
-    "dpkg -i kydloguploader_1.0.0-1+deb12_amd64.deb": "changes the machine; tests/package/test_debian.py installs it",
+# Commands that change the machine, or that this one does not have, and where a test runs each: a file, and a piece
+# of it that shows the call.
+RUN_ELSEWHERE = {
+    "reg import on.reg": ("tests/package/test_msi.py", '"reg", "import", installed.folder / "deploy/diagnostic-log/on.reg"'),
+    "reg import off.reg": ("tests/e2e/test_deploy.py", '"off.reg"'),
+    "dpkg -i kydloguploader_1.0.0-1+deb12_amd64.deb": ("tests/package/debian_machine.py", '"--install", "/root/new.deb"'),
+    "dpkg -r": ("tests/package/test_debian_machine.py", '"dpkg", "-r", "kydloguploader"'),
+    "dpkg -P": ("tests/package/test_debian_machine.py", '"dpkg", "-P", "kydloguploader"'),
+    "systemctl enable --now kydloguploader.timer":
+        ("tests/package/test_debian_machine.py", '"systemctl", "enable", "--now", TIMER'),
+    "systemctl --failed": ("tests/package/test_debian_machine.py", '"systemctl", "--failed"'),
+    "journalctl -u kydloguploader": ("tests/package/test_debian_machine.py", '"journalctl", "-u", "kydloguploader"'),
+    "cd /usr/share/doc/kydloguploader/examples":
+        ("tests/package/test_debian_machine.py", 'examples = "/usr/share/doc/kydloguploader/examples"'),
+    "install -D -m 644 kydloguploader.sysusers.conf /etc/sysusers.d/kydloguploader.conf":
+        ("tests/package/test_debian_machine.py", '"/etc/sysusers.d/kydloguploader.conf"'),
+    "systemd-sysusers": ("tests/package/test_debian_machine.py", '"systemd-sysusers"'),
+    "install -D -m 644 user.conf /etc/systemd/system/kydloguploader.service.d/user.conf":
+        ("tests/package/test_debian_machine.py", '"/etc/systemd/system/kydloguploader.service.d/user.conf"'),
+    "systemctl daemon-reload": ("tests/package/test_debian_machine.py", '"systemctl", "daemon-reload"'),
+    "install -d -o kydloguploader -m 750 /var/log/DebugSSO":
+        ("tests/package/test_debian_machine.py", '"install", "-d", "-o", "kydloguploader", "-m", "750", "/var/log/DebugSSO"'),
+    "KydUploadStatus /srv/kydlog --check":
+        ("tests/package/test_debian_machine.py", '"KydUploadStatus", "/srv/kydlog", "--check"'),
+    "runuser -u kydloguploader -- KydUploadStatus /srv/kydlog --check":
+        ("tests/package/test_debian_machine.py", '"runuser", "-u", "kydloguploader", "--"'),
     **dict.fromkeys((
-        "systemctl enable --now kydloguploader.timer",
-        "journalctl -u kydloguploader",
-        "cd /usr/share/doc/kydloguploader/examples",
-        "install -D -m 644 kydloguploader.sysusers.conf /etc/sysusers.d/kydloguploader.conf",
-        "systemd-sysusers",
-        "install -D -m 644 user.conf /etc/systemd/system/kydloguploader.service.d/user.conf",
-        "systemctl daemon-reload",
-        "install -d -o kydloguploader -m 750 /var/log/DebugSSO",
-    ), "changes the machine; tests/package/test_debian_machine.py runs it"),
+        r"msiexec /i KydLogUploader-1.0.0-windows-x64-msvc.msi /qn TENANT=tenant.example.com LOGDIR=C:\KydLog",
+        r"msiexec /i KydLogUploader-1.0.0-windows-x64-msvc.msi /qn /l*v KydLogUploader.log TENANT=tenant.example.com"
+        r" LOGDIR=C:\KydLog",
+        "msiexec /x",
+    ), ("tests/package/windows_machine.py", """f'msiexec {how} "Z:{package}" /qn /l*v C:\\\\msi.log""")),
+    **dict.fromkeys((
+        r"schtasks /Create /F /TN KydLogUploaderCheck /RU SYSTEM /SC ONCE /ST 00:00 /TR"
+        r' "cmd /c \"%ProgramFiles%\Veltrane\KydLogUploader\KydUploadStatus.exe\" C:\KydLog --check'
+        r' >C:\Windows\KydLogUploaderCheck.txt 2>&1"',
+        "schtasks /Run /TN KydLogUploaderCheck",
+        "schtasks /Delete /F /TN KydLogUploaderCheck",
+    ), ("tests/package/test_msi.py", "def test_check_runs_as_the_guide_says(")),
+    r"python tests\run.py --platform msvc": (".github/workflows/ci.yml", "python tests/run.py --platform msvc"),
+    "sha256sum --check SHA256SUMS": ("tests/package/test_contents.py", '"sha256sum", "--check", "--strict", "SHA256SUMS"'),
+    "osslsigncode verify": ("tests/package/test_signing.py", '"osslsigncode", "verify"'),
+    "curl --data-binary": ("bench/run.py", "--data-binary"),
+}
+
+# What no test runs, each with its reason.
+SHOWN_ONLY = {
     r'"C:\Program Files\Veltrane\KydLogUploader\Uninstall.exe" /S _?=C:\Program Files\Veltrane\KydLogUploader':
         "of the setup program, which is not built any more",
-    r"msiexec /i KydLogUploader-1.0.0-windows-x64-msvc.msi /qn TENANT=tenant.example.com LOGDIR=C:\KydLog":
-        "of Windows; tests/package/test_msi.py and test_visual_cpp.py run it",
-    r"python tests\run.py --platform msvc": "of Windows itself; .github/workflows/ci.yml runs it there",
+    r'schtasks /Create /TN "Veltrane\KydLogUploader" /XML KydLogUploader.task.xml':
+        "Wine's Task Scheduler does not keep the arguments of a task; tests/e2e/test_deploy.py reads the file",
+    r"type C:\Windows\KydLogUploaderCheck.txt": "shows a file",
+    r"del C:\Windows\KydLogUploaderCheck.txt": "removes a file",
+    "dir /x": "shows names of files",
+    "apt-get install": "fetches Debian's packages; the machines of the tests have no network",
+    "net helpmsg": "Wine's net does not have it",
+    "xwin splat": "fetches Microsoft's SDK, whose licence its user has to accept",
 }
+
+# First words of code in sentences that is no command: declarations, targets, lists of packages, messages, settings.
+NO_COMMANDS = {"build", "const", "exception", "g++", "http", "ssl_session_cache", "static", "uploader"}
 
 MOST_SECONDS = 60
 
@@ -86,10 +128,10 @@ def shown_commands() -> list[Shown]:
 
 
 def mentioned_commands() -> list[Shown]:
-    """Calls of the development script and of cmake within sentences."""
+    """Commands within sentences."""
     return [Shown(document.name, line, text) for document in documents().values()
             for line, text in document.code_spans()
-            if re.match(r"\./dev \w|cmake --", text)]
+            if (first := re.match(r"((?:\./|/usr/)?[a-z][\w./+-]*|Kyd\w+) ", text)) and first[1] not in NO_COMMANDS]
 
 
 def _need(condition, what):
@@ -312,6 +354,13 @@ def judge_install(arguments, place):
           "this does not switch the log on")
 
 
+def judge_other_debian(arguments, place):
+    release, *command = arguments
+    (known,) = re.findall(r'^readonly known="(.*)"$', (ROOT / "tests/other_debian").read_text("utf-8"), re.MULTILINE)
+    _need(release in known.split(), f"tests/other_debian knows {known}")
+    judge(shlex.join(command), place)
+
+
 JUDGES = {
     "./dev": judge_dev,
     "cmake": judge_cmake,
@@ -319,6 +368,7 @@ JUDGES = {
     "KydLogUploader": judge_uploader,
     "keyward-seal": judge_seal,
     "printf": judge_printf,
+    "tests/other_debian": judge_other_debian,
     "/usr/bin/python3": judge_python,
     "install": judge_install,
 }
@@ -335,7 +385,7 @@ class Place:
 
 def judge(text: str, place: Place) -> None:
     """Tries a command; raises AssertionError when it is unknown or not right."""
-    if text in SHOWN_ONLY:
+    if text in RUN_ELSEWHERE or text in SHOWN_ONLY:
         return
     lexer = shlex.shlex(text.replace("<", "\\<").replace(">", "\\>"), posix=True, punctuation_chars="|&;")
     lexer.whitespace_split = True

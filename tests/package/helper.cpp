@@ -5,7 +5,7 @@
 //   helper run LINE    runs a command line and prints the whole exit code, of which a POSIX parent
 //                      would see eight bits
 //
-// Under the name schtasks.exe it writes down its command lines in C:\schtasks, and keeps
+// Under the name schtasks it writes down its command lines in C:\schtasks, and keeps
 // definitions where the Task Scheduler does. If there is a file C:\schtasks\fails, it removes that
 // and fails, having done its work; with C:\schtasks\always-fails it always does.
 //
@@ -61,8 +61,11 @@ void WriteDown(const std::wstring& line) {
 
 int KeepTask(int count, wchar_t** arguments) {
   WriteDown(std::wstring(GetCommandLineW()) + L'\n');
+  if (count < 5 || arguments[4] != std::wstring(L"Veltrane\\KydLogUploader")) {
+    return 0;  // another task, which is not kept
+  }
   bool done = false;
-  if (count > 1 && arguments[1] == std::wstring(L"/Create")) {
+  if (arguments[1] == std::wstring(L"/Create")) {
     CreateDirectoryW(L"C:\\windows\\system32\\Tasks", nullptr);
     CreateDirectoryW(L"C:\\windows\\system32\\Tasks\\Veltrane", nullptr);
     done = CopyFileW(arguments[count - 1], kTask, FALSE) != 0;
@@ -77,7 +80,7 @@ int KeepTask(int count, wchar_t** arguments) {
 }  // namespace
 
 int wmain(int count, wchar_t** arguments) {
-  if (std::wstring(arguments[0]).find(L"schtasks.exe") != std::wstring::npos) {
+  if (std::wstring(arguments[0]).find(L"schtasks") != std::wstring::npos) {
     return KeepTask(count, arguments);
   }
   const std::wstring what = count == 3 ? arguments[1] : L"";

@@ -288,6 +288,32 @@ def test_installed_programs_run(installed, archives, version):
     assert (code, version in text) == (0, True)
 
 
+def test_check_runs_as_the_guide_says(installed, scheduler, archives):
+    """The commands that have it run as local system, and what they have the Task Scheduler start."""
+    guide = (ROOT / "docs/operator-guide.md").read_text("utf-8")
+    create, *_ = block = re.search(r"```bat\n(schtasks /Create .*?)```", guide, re.DOTALL)[1].splitlines()
+    batch = installed.drive / "check.bat"
+    batch.write_text("".join(f"{line}\r\n" for line in block if line.startswith("schtasks")), "ascii")
+    code, said = installed.run("cmd", "/c", r"C:\check.bat")
+    assert code == 0, said
+    created, run, deleted = lines_of(scheduler)
+    name = re.search(r"/TN (\S+)", create)[1]
+    assert run.endswith(f"/Run /TN {name}") and deleted.endswith(f"/Delete /F /TN {name}")
+    assert "/RU SYSTEM" in created
+    started = re.search(r'/TR "((?:[^"\\]|\\.)*)"', created)[1].replace('\\"', '"')
+
+    add_closed_libraries(installed, archives)
+    for folder in ("Upload", "Archive", "LogWork", "UploadResult"):
+        (installed.drive / "KydLog" / folder).mkdir(parents=True)
+    report = installed.drive / "windows" / f"{name}.txt"
+    try:
+        assert installed.code_of(started) == 0
+        assert report.read_bytes().startswith(b"OK: nothing found")
+    finally:
+        report.unlink()
+        batch.unlink()
+
+
 def test_program_does_not_start_without_the_closed_libraries(installed):
     assert installed.code_of(rf'"{INSTALLED}\KydLogUploader.exe" a b') != 0
 
