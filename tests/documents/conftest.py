@@ -1,4 +1,4 @@
-"""Options of the tests of the documents."""
+"""Options of the document tests."""
 
 from pathlib import Path
 

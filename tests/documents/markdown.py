@@ -1,4 +1,4 @@
-"""The documents of the tree, taken apart as far as the tests need it."""
+"""A parser for the parts of Markdown that the document tests need."""
 
 import functools
 import re
@@ -19,7 +19,7 @@ _LIST_ITEM = re.compile(r" *(?:[-*+]|\d+[.)]) ")
 
 @dataclass
 class Block:
-    """A block of code. Indented ones have the language "indented"."""
+    """A code block. An indented block has the language "indented"."""
 
     language: str
     line: int
@@ -41,7 +41,7 @@ class Link:
 
 
 def _anchor(title: str) -> str:
-    """The anchor that the hosts of such pages make of a heading."""
+    """Returns the anchor that Markdown hosts generate for a heading."""
     text = _LINK.sub(lambda match: match["text"], title).lower()
     return re.sub(r"[^\w\- ]", "", text).replace(" ", "-")
 
@@ -54,7 +54,7 @@ class Document:
         self.blocks: list[Block] = []
         self.headings: list[Heading] = []
         self.links: list[Link] = []
-        self.prose: list[tuple[int, str]] = []  # (number, line) of all that is no block
+        self.prose: list[tuple[int, str]] = []  # (number, line) outside of code blocks
         self._take_apart()
 
     def _take_apart(self) -> None:
@@ -83,10 +83,10 @@ class Document:
             in_list = in_list or _LIST_ITEM.match(line) is not None
             blank_before = False
             self._prose(number, line)
-        assert fence is None, f"{self.name}: a block of code has no end"
+        assert fence is None, f"{self.name}: a code block is not closed"
 
     def _goes_on(self, number: int) -> bool:
-        """Whether an indented block reaches up to the line before."""
+        """Whether the previous line belongs to an indented block."""
         last = self.blocks[-1] if self.blocks else None
         return bool(last and last.language == "indented"
                     and last.line + len(last.lines) == number)
@@ -117,25 +117,25 @@ class Document:
         return {heading.anchor for heading in self.headings}
 
     def code_spans(self) -> list[tuple[int, str]]:
-        """(line, text) of every piece of code within a sentence."""
+        """Returns (line, text) of every inline code span."""
         return [(number, match[2].strip() if match[1] != "`" else match[2])
                 for number, line in self.prose for match in _CODE_SPAN.finditer(line)]
 
     def first_paragraph(self) -> str:
-        """The text below the title, up to the next blank line."""
+        """Returns the text after the title, up to the first blank line."""
         below = [line for line in self.lines if not _HEADING.match(line)]
         text = "\n".join(below).strip()
         return " ".join(text.split("\n\n", 1)[0].split())
 
     def section(self, title: str) -> tuple[int, int]:
-        """First and last line of a section, its subsections included."""
+        """Returns the first and last line of a section, including its subsections."""
         (start,) = (one for one in self.headings if one.title == title)
         ends = [one.line - 1 for one in self.headings
                 if one.line > start.line and one.level <= start.level]
         return start.line, min(ends, default=len(self.lines))
 
     def tables(self) -> list[tuple[int, list[list[str]]]]:
-        """(line, rows) of each table; the first row is the header, the second the rule."""
+        """Returns (line, rows) of each table; the first row is the header, the second the delimiter."""
         found: list[tuple[int, list[list[str]]]] = []
         last = None
         for number, line in self.prose:
@@ -148,7 +148,7 @@ class Document:
         return found
 
     def table_rows(self, section: str, first_header: str) -> list[list[str]]:
-        """The rows of all tables in a section whose first column has this header."""
+        """Returns the rows of all tables in a section whose first column has this header."""
         first, last = self.section(section)
         return [row for line, rows in self.tables() if first <= line <= last and rows[0][0] == first_header
                 for row in rows[2:]]
@@ -156,7 +156,7 @@ class Document:
 
 @functools.cache
 def tracked_files() -> frozenset[str]:
-    """Files of the tree, new ones included, but nothing that git ignores."""
+    """Returns all files of the tree, including new ones, except those that git ignores."""
     listed = subprocess.run(
         ["git", "ls-files", "-z", "--cached", "--others", "--exclude-standard"],
         cwd=ROOT, stdout=subprocess.PIPE, check=True,

@@ -1,11 +1,11 @@
-"""The messages that the sources log."""
+"""Extracts the messages that the sources log."""
 
 import re
 from pathlib import Path
 
 from .markdown import ROOT
 
-# All that ends up in the program. A folder that is missing here and logs is noticed by `log_calls`.
+# All folders of the program. `log_calls` notices a folder that logs but is missing here.
 FOLDERS = ("credentials", "debuglog", "logtree", "platform", "run", "socket", "upload", "uploader")
 
 _CALL = re.compile(r"\bWriteLog[AW]\s*\(")
@@ -14,7 +14,7 @@ _LITERAL = re.compile(r'L?"((?:[^"\\]|\\.)*)"')
 
 
 class CannotTell(Exception):
-    """A call whose message the extraction does not understand."""
+    """A call whose message cannot be extracted."""
 
 
 def program_files() -> list[Path]:
@@ -23,14 +23,14 @@ def program_files() -> list[Path]:
 
 
 def without_comments(text: str) -> str:
-    """The same text, as long as before, with blanks in place of comments."""
+    """Replaces comments by spaces; all offsets remain valid."""
     pattern = re.compile(r'"(?:[^"\\\n]|\\.)*"|\'(?:[^\'\\\n]|\\.)*\'|//[^\n]*|/\*.*?\*/', re.DOTALL)
     return pattern.sub(
         lambda match: re.sub(r"[^\n]", " ", match[0]) if match[0].startswith("/") else match[0], text)
 
 
 def literal(expression: str) -> str | None:
-    """What a string literal, or several in a row, stand for; None when it is something else."""
+    """Returns the value of one or more adjacent string literals; None for any other expression."""
     pieces = [match[1] for match in _LITERAL.finditer(expression)]
     if not pieces or _LITERAL.sub("", expression).strip():
         return None
@@ -38,7 +38,7 @@ def literal(expression: str) -> str | None:
 
 
 def arguments_behind(text: str, start: int) -> list[str]:
-    """The arguments of the call whose opening bracket stands just before `start`."""
+    """Returns the arguments of the call whose opening parenthesis is just before `start`."""
     depth, arguments, begin, at = 0, [], start, start
     while at < len(text):
         quoted = re.compile(r'"(?:[^"\\\n]|\\.)*"|\'(?:[^\'\\\n]|\\.)*\'').match(text, at)
@@ -56,11 +56,11 @@ def arguments_behind(text: str, start: int) -> list[str]:
             arguments.append(text[begin:at].strip())
             begin = at + 1
         at += 1
-    raise CannotTell("a call without an end")
+    raise CannotTell("a call that is not closed")
 
 
 def texts_of(expression: str, text: str, at: int) -> set[str]:
-    """Every format that the expression, which stands at a place of the text, can be."""
+    """Returns every possible format of the expression at this position of the text."""
     plain = literal(expression)
     if plain is not None:
         return {plain}
@@ -77,7 +77,7 @@ def texts_of(expression: str, text: str, at: int) -> set[str]:
 
 
 def _texts_of_parameter(name: str, text: str, at: int) -> set[str]:
-    """The parameter of a function that hands a format on: what its callers in the file give."""
+    """Returns the arguments that the file's callers pass for a function's format parameter."""
     declared = [match for match in re.finditer(
         rf"\b(\w+)\(const (?:char|wchar_t)\* {name}\) noexcept {{", text) if match.start() < at]
     if not declared:
@@ -86,15 +86,15 @@ def _texts_of_parameter(name: str, text: str, at: int) -> set[str]:
     for call in re.finditer(rf"\b{declared[-1][1]}\s*\((?!const )", text):
         given = literal(arguments_behind(text, call.end())[0])
         if given is None:
-            raise CannotTell(f"{declared[-1][1]} with another argument than a literal")
+            raise CannotTell(f"{declared[-1][1]} with an argument that is not a literal")
         found.add(given)
     if not found:
-        raise CannotTell(f"{declared[-1][1]}, which nobody calls")
+        raise CannotTell(f"{declared[-1][1]}, which is never called")
     return found
 
 
 def log_calls() -> dict[str, set[str]]:
-    """Every message, with the files that log it. Fails for a call that cannot be understood."""
+    """Returns every message with the files that log it. Fails for a call that it cannot parse."""
     messages: dict[str, set[str]] = {}
     for path in program_files():
         text = without_comments(path.read_text("utf-8"))
@@ -105,14 +105,14 @@ def log_calls() -> dict[str, set[str]]:
             try:
                 found = texts_of(arguments_behind(text, call.end())[0], text, call.start())
             except CannotTell as unclear:
-                raise AssertionError(f"{place}: what is logged here? {unclear}") from unclear
+                raise AssertionError(f"{place}: cannot extract the message: {unclear}") from unclear
             for message in found:
                 messages.setdefault(message, set()).add(place.rsplit(":", 1)[0])
     return messages
 
 
 def loose_message_texts() -> set[str]:
-    """Literals of the program that look like messages, however they are used."""
+    """Returns all literals of the program that look like messages, wherever they are used."""
     looks_like = re.compile(r"<+ ?\w[\w ]*>+ .*|DLL .*|\*\*\* .*|exception message .*", re.DOTALL)
     found = set()
     for path in program_files():
@@ -126,7 +126,7 @@ def loose_message_texts() -> set[str]:
 
 
 def request_failures() -> set[str]:
-    """The texts of the HTTP layer's own exceptions."""
+    """Returns the texts of the HTTP layer's own exceptions."""
     found = set()
     for path in sorted((ROOT / "socket").iterdir()):
         if path.suffix not in (".cpp", ".h"):
@@ -140,9 +140,9 @@ def request_failures() -> set[str]:
 
 
 def log_prefix() -> str:
-    """The printf format of what stands before each message."""
+    """Returns the printf format of the prefix of each message."""
     text = without_comments((ROOT / "debuglog/debug_log.cpp").read_text("utf-8"))
-    # A number at a time: the text before it, its width, and what follows.
+    # For each number: the text before it, its width, and the character after it.
     numbers = re.findall(
         r'PutNumber\((?:PutText\(end, L"([^"]*)"\)|end), [^;]+, (\d), L\'(.)\'\);', text)
     assert len(numbers) == 10, numbers
@@ -150,7 +150,7 @@ def log_prefix() -> str:
 
 
 def result_texts() -> list[str]:
-    """The formats of the result file in their order, the line of an account last."""
+    """Returns the formats of the result file in order, with the line of an account last."""
     text = (ROOT / "uploader/string_table.h").read_text("utf-8")
     texts = [re.search(rf'KYD_TEXT_{number} \\\n\s*"(.*)"\n', text)[1] for number in (101, 102, 103)]
     line = re.search(r'kResultErrorLine\[\] = L"(.*)";',
@@ -159,7 +159,7 @@ def result_texts() -> list[str]:
 
 
 def as_pattern(printf_format: str) -> str:
-    """A regular expression for what a format can become."""
+    """Returns a regular expression for all outputs of a format."""
     pieces = re.split(r"(%0?\d*[ds])", printf_format)
     return "".join(
         {"d": r"-?\d+", "s": ".*"}[piece[-1]] if piece.startswith("%") and len(piece) > 1

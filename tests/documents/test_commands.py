@@ -1,4 +1,4 @@
-"""Every command that a document shows is run, or checked, or known as one that cannot be."""
+"""Every command in a document is run, or checked, or listed as one that cannot be run."""
 
 import pytest
 

@@ -1,4 +1,4 @@
-"""The documents tell the folders' dependencies as the build files and the includes have them."""
+"""The documents describe the folders' dependencies as they are in the build files and includes."""
 
 import re
 
@@ -12,7 +12,7 @@ _STATUS_LINE = re.compile(r"`status` stands beside: it links ([^.]*?), and takes
 
 
 def layers_of(line):
-    """From above to below; folders between commas stand side by side."""
+    """Returns the layers from top to bottom; folders separated by commas share a layer."""
     return [layer.split(", ") for layer in line.split(" → ")]
 
 
@@ -22,7 +22,7 @@ def told():
 
 
 def linked_by(folder):
-    """The folders whose libraries a folder's own library links."""
+    """Returns the folders whose libraries this folder's library links."""
     text = (ROOT / folder / "CMakeLists.txt").read_text("utf-8")
     links = re.findall(rf"target_link_libraries\(kyd_{folder}\b([^)]*)\)", text)
     return {name for link in links for name in re.findall(r"\bkyd_(\w+)", link)}
@@ -42,7 +42,7 @@ def test_the_documents_agree():
 
 
 @pytest.mark.parametrize("line", sorted(set(told().values())))
-def test_every_folder_uses_what_stands_below_it_and_nothing_else(line):
+def test_every_folder_uses_only_lower_layers(line):
     layers = layers_of(line)
     folders = [folder for layer in layers for folder in layer]
     for place, layer in enumerate(layers):

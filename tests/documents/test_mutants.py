@@ -1,4 +1,4 @@
-"""The list of mutants follows the sources: a place that has changed is found before its run."""
+"""The list of mutants matches the sources; a changed place is reported without running the mutants."""
 
 import subprocess
 import sys

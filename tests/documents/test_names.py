@@ -1,4 +1,4 @@
-"""Files and tests that the documents name are there."""
+"""Files and tests that the documents name exist."""
 
 import re
 
@@ -10,7 +10,7 @@ FOLDERS = sorted({name.split("/")[0] for name in tracked_files() if "/" in name 
 PATH = re.compile(rf"(?<![\w/<*.~-])(?:{'|'.join(FOLDERS)})/[\w.-]+(?:/[\w.-]+)*")
 TEST = re.compile(r"\btest_\w+\b(?:\.py\b)?|\b\w+_test\.cpp\b")
 
-# An example of something that does not exist.
+# Names in examples, of files that do not exist.
 IMAGINED = {"platform/volume.h", "tests/unit/platform/volume_test.cpp", "volume_test.cpp",
             "volume_posix_test.cpp"}
 

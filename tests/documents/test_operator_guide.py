@@ -1,4 +1,4 @@
-"""The operator guide and the program say the same."""
+"""The operator guide matches the program."""
 
 import re
 
@@ -7,7 +7,7 @@ import pytest
 from . import sources
 from .markdown import documents
 
-FEWEST_MESSAGES = 50  # far fewer than there are; less means that the extraction has gone blind
+FEWEST_MESSAGES = 50  # far fewer than there are; fewer means that the extraction is broken
 
 
 @pytest.fixture(scope="module")
@@ -21,18 +21,18 @@ def logged():
 
 
 def listed(guide, section, header):
-    """The first cells of a table, which are one piece of code each."""
+    """Returns the rows of a table and their first cells, each of which must be one code span."""
     rows = guide.table_rows(section, header)
     texts = []
     for row in rows:
         match = re.fullmatch(r"`([^`]+)`", row[0])
         assert match, f"no message: {row[0]}"
         texts.append(match[1])
-    assert len(texts) == len(set(texts)), "a row stands twice"
+    assert len(texts) == len(set(texts)), "duplicate rows"
     return rows, texts
 
 
-def test_extraction_sees_the_messages_of_every_part(logged):
+def test_extraction_finds_the_messages_of_every_part(logged):
     assert len(logged) >= FEWEST_MESSAGES
     files = {name for places in logged.values() for name in places}
     assert files >= {
@@ -61,16 +61,16 @@ def test_every_message_is_explained(guide):
         message, kind, meaning, remedy = row
         assert kind in ("step", "failure"), message
         assert meaning, message
-        assert remedy or kind == "step", f"what is to be done? {message}"
+        assert remedy or kind == "step", f"no remedy: {message}"
 
 
 def test_failures_are_recognised_by_their_words(guide):
-    """The sentence by which a reader recognises failures in the log holds for every message."""
+    """The guide's rule for recognising failures in the log holds for every message."""
     rows, texts = listed(guide, "Messages", "Message")
     failure = re.compile(r"\b(error|failed|ng|exception)\b", re.IGNORECASE)
     for row, text in zip(rows, texts):
         if text.startswith("<< Result >>"):
-            continue  # the word stands before a count
+            continue  # the words are labels of counters
         assert (row[1] == "failure") == (failure.search(text) is not None), text
 
 
@@ -86,7 +86,7 @@ def sample_of(guide, section):
     return block.lines
 
 
-def test_sample_of_the_log_is_such_as_the_program_writes(guide, logged):
+def test_sample_of_the_log_has_the_programs_format(guide, logged):
     lines = sample_of(guide, "Reading it")
     assert len(lines) >= 10
     messages = "|".join(sources.as_pattern(one) for one in sorted(logged))
@@ -95,14 +95,14 @@ def test_sample_of_the_log_is_such_as_the_program_writes(guide, logged):
         assert line_pattern.fullmatch(line), line
 
 
-def test_sample_of_the_log_is_explained_line_for_line(guide):
+def test_sample_of_the_log_is_explained_line_by_line(guide):
     first, last = guide.section("Reading it")
     numbers = [int(match[1]) for number, line in guide.prose if first < number < last
                if (match := re.match(r"(\d+)\. ", line))]
     assert numbers == list(range(1, len(sample_of(guide, "Reading it")) + 1))
 
 
-def test_sample_of_the_result_file_is_such_as_the_program_writes(guide):
+def test_sample_of_the_result_file_has_the_programs_format(guide):
     head, counts, errors, line = (sources.as_pattern(one) for one in sources.result_texts())
     text = "\n".join(sample_of(guide, "The result file")) + "\n"
     assert re.fullmatch(f"{head}{counts}{errors}(?:{line})+", text)

@@ -1,4 +1,4 @@
-"""Every document says for whom it is, and is whole; versions are those of the tree."""
+"""Every document names its readers and is complete; versions match the tree."""
 
 import re
 
@@ -15,15 +15,15 @@ def tree_version():
 
 
 @pytest.mark.parametrize("name", GUIDES)
-def test_first_paragraph_says_for_whom_it_is(name):
+def test_first_paragraph_names_the_readers(name):
     first = documents()[name].first_paragraph()
     assert re.search(rf"\bfor ({READERS})\b", first), (
-        f'the first paragraph has to say "for ..." with one of {READERS}; it is: {first}'
+        f'the first paragraph must contain "for ..." with one of {READERS}; it is: {first}'
     )
 
 
 @pytest.mark.parametrize("name", sorted(documents()))
-def test_document_begins_with_its_one_title(name):
+def test_document_starts_with_its_only_title(name):
     document = documents()[name]
     assert [one.line for one in document.headings if one.level == 1] == [1]
 
@@ -32,12 +32,12 @@ def test_document_begins_with_its_one_title(name):
 def test_rows_of_tables_have_as_many_cells_as_their_header(name):
     for line, rows in documents()[name].tables():
         rule = rows[1] if len(rows) > 1 else []
-        assert rule and all(re.fullmatch(":?-+:?", cell) for cell in rule), f"line {line}: no table"
+        assert rule and all(re.fullmatch(":?-+:?", cell) for cell in rule), f"line {line}: not a table"
         wrong = [row for row in rows if len(row) != len(rows[0])]
         assert not wrong, f"table of line {line}"
 
 
-def test_history_begins_with_the_version_of_the_tree():
+def test_history_starts_with_the_version_of_the_tree():
     titles = [one.title for one in documents()["CHANGELOG.md"].headings if one.level == 2]
     released = [title for title in titles if title != "[Unreleased]"]
     assert re.fullmatch(rf"\[{re.escape(tree_version())}\] - \d{{4}}-\d\d-\d\d", released[0])
