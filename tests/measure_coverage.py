@@ -1,9 +1,9 @@
 #!/usr/bin/python3
-"""Runs every Linux test with the build that counts what runs, and holds the counts against limits.
+"""Runs all Linux tests with the coverage build and compares the results with their limits.
 
-The tables tell lines and branches of the product's own folders; build/coverage/report has every file
-with its lines, as pages and as JSON. Edges that exceptions take are no decisions of the program and
-do not count as branches. A program that a test kills leaves no counts; all others do.
+The tables show lines and branches of the product's own folders; build/coverage/report has all files line by
+line, as HTML and as JSON. Exception edges are not decisions of the program and do not count as branches. A
+program that a test kills writes no counts; all others do.
 """
 
 import json
@@ -19,7 +19,7 @@ FOLDERS = (
     "status", "uploader", "upload", "socket", "credentials", "run", "logtree", "debuglog", "platform",
     "companion",
 )
-LOWEST = {"line": 97.0, "branch": 90.0}  # percent of all folders together
+LOWEST = {"line": 97.0, "branch": 90.0}  # percent, for all folders together
 
 
 def forget_old_counts():
@@ -29,15 +29,15 @@ def forget_old_counts():
 
 def run_tests():
     tests = [ROOT / "tests" / "run.py", "--platform=linux", "--linux-build=coverage"]
-    for kind in ("--unit", "--e2e"):  # and not the REST library's, which is not counted
+    for kind in ("--unit", "--e2e"):  # without the REST library's, which is not instrumented
         if subprocess.run([sys.executable, *tests, kind], cwd=ROOT, check=False).returncode != 0:
             sys.exit("coverage: a test failed")
 
 
 def check_counts_were_written():
-    """Only the end-to-end tests run the entry: without its counts they have left nothing."""
+    """Only the end-to-end tests run the entry: if it has no counts, they have not written any."""
     if not list(BUILD.rglob("entry_posix.cpp.gcda")):
-        sys.exit("coverage: no run of the program has written its counts")
+        sys.exit("coverage: no run of the program has written counts")
 
 
 def collect():
@@ -61,7 +61,7 @@ def percent(covered, total):
 
 
 def table(files):
-    """Prints one row per folder and gives the percentages of all of them."""
+    """Prints one row per folder; returns the percentages of all folders together."""
     sums = {folder: dict.fromkeys(("lc", "lt", "bc", "bt"), 0) for folder in (*FOLDERS, "all")}
     for file in files:
         for name in (file["filename"].split("/")[0], "all"):
@@ -75,7 +75,7 @@ def table(files):
         print(f"{name:14}{row['lc']:>9} /{row['lt']:>5}{percent(row['lc'], row['lt']):>8.1f}%"
               f"{row['bc']:>9} /{row['bt']:>5}{percent(row['bc'], row['bt']):>8.1f}%")
         if name != "all" and row["lt"] == 0:
-            sys.exit(f"coverage: nothing of {name} was counted")
+            sys.exit(f"coverage: no counts for {name}")
     whole = sums["all"]
     return {"line": percent(whole["lc"], whole["lt"]), "branch": percent(whole["bc"], whole["bt"])}
 

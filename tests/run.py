@@ -1,8 +1,8 @@
 #!/usr/bin/python3
-"""Runs every test on the chosen platforms and ends with one line: "N passed, N failed".
+"""Runs all tests on the chosen platforms; the last line is "N passed, N failed".
 
-Unit tests are GoogleTest programs, natively and under Wine; end-to-end tests are pytest functions
-that start the real executable of each platform. The tests for Windows also run on Windows itself.
+Unit tests are GoogleTest programs, run natively and under Wine; end-to-end tests are pytest functions that
+start the real executable of each platform. The tests for Windows also run on Windows itself.
 """
 
 import argparse
@@ -26,7 +26,7 @@ UNIT_TIMEOUT_SECONDS = 600
 
 
 class Tally:
-    """Counts of one group of tests."""
+    """The results of a group of tests."""
 
     def __init__(self, name):
         self.name = name
@@ -45,7 +45,7 @@ class Tally:
 
 
 def tell(text):
-    """Prints at once, in one piece: the platforms' tests run side by side."""
+    """Prints in one piece and flushes, because the platforms' tests run in parallel."""
     sys.stdout.write(text + "\n")
     sys.stdout.flush()
 
@@ -68,14 +68,14 @@ def unit_programs(platform, build):
 
 
 def run_unit_program(platform, build, program):
-    """One GoogleTest program. A program that ends without a report counts as a failure."""
+    """Runs a GoogleTest program. Exiting without a report counts as a failure."""
     tally = Tally(f"{program.stem} ({platform})")
     started = time.monotonic()
     with tempfile.TemporaryDirectory() as folder:
         report = pathlib.Path(folder) / "report.json"
         arguments = [str(program), "--gtest_brief=1", f"--gtest_output=json:{report}"]
         environment = None
-        libraries = ROOT / "build" / build / "bin"  # where the configuration library lies
+        libraries = ROOT / "build" / build / "bin"  # the folder of the configuration library
         if platform == WINDOWS_ITSELF:
             environment = {**os.environ, "PATH": f"{libraries};{os.environ['PATH']}"}
         elif runs_in_wine(platform):
@@ -99,7 +99,7 @@ def run_unit_program(platform, build, program):
             output, code = expired.stdout or b"", "time-out"
         read_unit_report(report, tally)
     if code != 0 and tally.failed == 0:
-        tally.fail(f"{program.name} ended with {code}")
+        tally.fail(f"{program.name} exited with {code}")
     if tally.passed + tally.failed == 0:
         tally.fail(f"{program.name} ran no test")
     if tally.failed:
@@ -123,7 +123,7 @@ def read_unit_report(report, tally):
 
 
 def check_formatting():
-    """The formatter would leave every source as it is: one test per file. Another version has other rules."""
+    """Checks the format of every source, as one test per file. Other versions of the formatter differ."""
     tally = Tally("formatting")
     started = time.monotonic()
     formatter = shutil.which("clang-format-14")
@@ -172,23 +172,23 @@ def run_pytest(name, folder, arguments):
                 else:
                     tally.passed += 1
     if code != 0 and tally.failed == 0:
-        tally.fail(f"pytest ended with {code}")
+        tally.fail(f"pytest exited with {code}")
     tally.seconds = time.monotonic() - started
     return tally
 
 
 def run_library_tests(platform, build):
-    """What the patches of the REST library do, through a probe."""
+    """Tests the patches of the REST library with the probe."""
     probe = ROOT / "build" / build / "tests" / f"probe{program_suffix(platform)}"
     arguments = [f"--probe={probe}"]
     if runs_in_wine(platform):
-        # A start under Wine takes long; at its end little can go wrong that does not elsewhere.
+        # Starting under Wine is slow, and its process exit has little that is specific to Windows.
         arguments += [f"--wine-prefix={wine_prefix(platform)}", "--leave-runs=1"]
     return run_pytest(f"REST library ({platform})", "cmake/cpprestsdk/tests", arguments)
 
 
 def run_document_tests(build):
-    """The documents against the sources and the native programs; once, not for each platform."""
+    """Compares the documents with the sources and the native programs; run once, not per platform."""
     return run_pytest("documents", "tests/documents", [f"--bin={ROOT / 'build' / build / 'bin'}"])
 
 
@@ -198,8 +198,7 @@ def run_end_to_end(platform, build, extra):
 
 
 def run_platform(platform, options):
-    """All chosen groups of one platform, one after another. Wine's are the longer half by far, and most
-    of both is waiting."""
+    """Runs all chosen groups of a platform in sequence."""
     if runs_in_wine(platform):
         with wine.Server(wine_prefix(platform)):
             return run_groups(platform, platform, options)
@@ -211,7 +210,7 @@ def run_groups(platform, build, options):
     if not options.e2e:
         programs = unit_programs(platform, build)
         if not programs:
-            sys.exit(f"no unit tests are built in build/{build}: run './dev build {platform}'")
+            sys.exit(f"no unit tests in build/{build}: run './dev build {platform}'")
         tallies += [run_unit_program(platform, build, program) for program in programs]
     if not (options.unit or options.e2e):
         tallies.append(run_library_tests(platform, build))
@@ -224,20 +223,20 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument(
         "--platform", choices=PLATFORMS, action="append",
-        help="only this platform; may be given again for another (default: linux and windows); msvc is Windows itself",
+        help="only this platform; may be repeated (default: linux and windows); msvc is Windows itself",
     )
     parser.add_argument("--unit", action="store_true", help="only the unit tests")
     parser.add_argument("--e2e", action="store_true", help="only the end-to-end tests")
     parser.add_argument(
         "--linux-build", default="linux", metavar="PRESET",
-        help="the build that is tested for Linux, such as asan",
+        help="the build to test for Linux, such as asan",
     )
     parser.add_argument("pytest", nargs="*", help="further arguments for pytest, after --")
     options = parser.parse_args()
 
     tallies = []
     platforms = options.platform or ("linux", "windows")
-    # The sources and documents are the same everywhere, and are judged with Debian's tools.
+    # Sources and documents do not depend on the platform, and their checks need Debian's tools.
     if not (options.e2e or options.unit or WINDOWS_ITSELF in platforms):
         tallies += [
             check_formatting(),

@@ -1,4 +1,4 @@
-"""How the tests start Windows programs: Wine, a prefix of the build, and a server that stays."""
+"""How the tests start Windows programs: Wine, a prefix per build, and a persistent Wine server."""
 
 import os
 import shutil
@@ -6,16 +6,16 @@ import subprocess
 
 
 def program(name="wine64"):
-    """Where a program of Wine lies, or None; Debian puts them outside of PATH."""
+    """Returns the path of a program of Wine, or None; Debian installs them outside of PATH."""
     return shutil.which(name) or shutil.which(name, path="/usr/lib/wine:/usr/lib/wine64")
 
 
 def command(*arguments):
-    """The command that starts a Windows program.
+    """Returns the command that starts a Windows program.
 
-    Wine places the page that it shares with all processes at a fixed address, and in one of some
-    thousand starts the randomized heap lies there: the program then never starts, and the code is
-    1. So nothing is randomized.
+    Wine maps the page that it shares with all processes at a fixed address. In one of several thousand
+    starts, the randomized heap occupies it: the program does not start, and the exit code is 1. Therefore
+    randomization is disabled.
     """
     return ["setarch", "-R", program(), *map(os.fspath, arguments)]
 
@@ -25,16 +25,16 @@ def environment(prefix, base=None):
         **(os.environ if base is None else base),
         "WINEPREFIX": os.fspath(prefix),
         "WINEDEBUG": "-all",
-        # No questions about optional components when the prefix is new.
+        # A new prefix must not ask about optional components.
         "WINEDLLOVERRIDES": "mscoree=d;mshtml=d",
     }
 
 
 class Server:
-    """Wine's server for a prefix, which stays until the block is left.
+    """Wine's server for a prefix, which runs until the block is left.
 
-    That makes a start take milliseconds instead of seconds. When there is one already, somebody
-    else's, that one serves.
+    With a running server, a program starts in milliseconds instead of seconds. If another server already
+    runs for the prefix, that one is used.
     """
 
     def __init__(self, prefix):
@@ -42,7 +42,7 @@ class Server:
         prefix.mkdir(parents=True, exist_ok=True)
 
     def _start(self, *arguments):
-        # Nothing that stays behind may hold a pipe of its starter open.
+        # Processes that stay behind must not hold their parent's pipes open.
         null = subprocess.DEVNULL
         return subprocess.Popen(
             arguments, env=self._environment, stdin=null, stdout=null, stderr=null
@@ -50,7 +50,7 @@ class Server:
 
     def __enter__(self):
         self._process = self._start(program("wineserver64") or program("wineserver"), "-f", "-p")
-        # The first program in the prefix sets it up, and starts what serves the later ones.
+        # The first program initializes the prefix and starts the services for later ones.
         if self._start(*command("wineboot", "-u")).wait(300) != 0:
             raise RuntimeError("wineboot failed")
         return self

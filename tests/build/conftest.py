@@ -1,4 +1,4 @@
-"""The project's scripts, run with stand-ins for the tools that they call."""
+"""Runs the project's scripts with stand-ins for the tools that they call."""
 
 import os
 import subprocess
@@ -10,7 +10,7 @@ ROOT = Path(__file__).resolve().parents[2]
 
 
 class Machine:
-    """A machine whose tools can be replaced, and whose cache is empty."""
+    """A machine with replaceable tools and an empty cache."""
 
     def __init__(self, folder):
         self.tools = folder / "tools"

@@ -1,4 +1,4 @@
-"""./dev installs what is missing, and waits while another package manager is at work."""
+"""./dev installs missing packages, and waits while another package manager is active."""
 
 import os
 import platform
@@ -14,7 +14,7 @@ from .test_windows_sdk import PARTS as SDK_PARTS
 SYSTEM = platform.freedesktop_os_release()
 RELEASE = (SYSTEM["ID"], SYSTEM.get("VERSION_ID"))
 
-# Every package but the named one is there.
+# All packages except the named one are installed.
 QUERY = 'case "${{@: -1}}" in {missing}) exit 1 ;; *) echo "install ok installed" ;; esac'
 BUSY = "E: Could not get lock /var/lib/apt/lists/lock. It is held by process 1"
 
@@ -35,14 +35,14 @@ def installing(a_machine):
 
 def test_missing_packages_are_installed_when_the_lock_is_free(installing):
     done, calls = installing("exit 0", "build", "linux")
-    assert done.returncode != 0  # this installation fails, so that nothing is built
+    assert done.returncode != 0  # apt-get fails here, so nothing is built
     assert "Installing: ninja-build" in done.stdout
     update, install = calls
     assert update.endswith("update")
     assert "-o DPkg::Lock::Timeout=600" in install and install.endswith("ninja-build")
 
 
-def test_lists_that_are_locked_are_waited_for(installing, tmp_path):
+def test_locked_lists_are_waited_for(installing, tmp_path):
     mark = tmp_path / "was-locked"
     update = f'[ -f {mark} ] || {{ touch {mark}; echo "{BUSY}" >&2; exit 100; }}'
     done, calls = installing(update, "build", "linux")
@@ -69,7 +69,7 @@ def test_demo_needs_no_test_framework(a_machine):
     assert not packages & {"googletest", "python3-pytest", "nginx-light", "clang-format-14", "wine64"}
 
 
-def test_rest_library_that_cannot_be_had_is_told_in_one_line(a_machine, tmp_path):
+def test_unavailable_rest_library_is_reported_in_one_line(a_machine, tmp_path):
     listed = subprocess.run(["git", "ls-files", "-z", "*CMake*", "*.cmake", "cmake", "dev"], cwd=ROOT,
                             capture_output=True, text=True, check=True).stdout
     tree = tmp_path / "tree"
@@ -87,8 +87,8 @@ def test_rest_library_that_cannot_be_had_is_told_in_one_line(a_machine, tmp_path
 
 @pytest.fixture
 def tests_started(a_machine, tmp_path):
-    """Runs `./dev test` where everything is built at once; the arguments that the tests are started with,
-    and what is left out."""
+    """Runs `./dev test` with tools that build nothing; returns the platforms built, the tests' arguments, and
+    the messages about platforms left out."""
     tree = tmp_path / "tree"
     for name in ("dev", "cmake/windows-sdk"):
         (tree / name).parent.mkdir(parents=True, exist_ok=True)
@@ -117,14 +117,14 @@ def test_tests_include_visual_cpps_interface_when_there_is_an_sdk(tests_started,
     options = [word for platform in every for word in ("--platform", platform)]
     assert tests_started(KYD_WINDOWS_SDK=os.fspath(sdk)) == (every, options, [])
     assert tests_started("--unit", KYD_WINDOWS_SDK=os.fspath(sdk)) == (every, [*options, "--unit"], [])
-    # One platform is no more than it was asked for.
+    # An explicit platform replaces the default.
     only = ["--platform", "linux"]
     assert tests_started(*only, KYD_WINDOWS_SDK=os.fspath(sdk)) == (["linux"], only, [])
     two = ["--platform=windows", "--unit", "--platform", "windows-msvc", "--", "--platform", "linux"]
     assert tests_started(*two, KYD_WINDOWS_SDK=os.fspath(sdk)) == (every, two, [])
 
 
-def test_kit_of_a_stand_in_counts_on_the_release_that_it_knows(tests_started, tmp_path):
+def test_stand_in_sdk_is_used_only_on_its_release(tests_started, tmp_path):
     kit = tmp_path / "shared/windows-sdk"
     kit.mkdir(parents=True)
     (kit / "make").write_text(
@@ -146,7 +146,7 @@ def test_kit_of_a_stand_in_counts_on_the_release_that_it_knows(tests_started, tm
     ["test", "--platform", "macos"],
     ["test", "--platform=linux", "--unit", "--platform=msvc"],
 ], ids=" ".join)
-def test_unknown_platform_is_told_in_one_line_before_anything_starts(a_machine, command):
+def test_unknown_platform_is_reported_in_one_line_before_anything_starts(a_machine, command):
     started = a_machine.tools / "started"
     for tool in ("dpkg-query", "apt-get", "cmake"):
         a_machine.tool(tool, f"echo {tool} >>{started}; exit 1")

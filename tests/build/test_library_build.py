@@ -1,4 +1,4 @@
-"""cmake/cpprestsdk/build takes the source that the machine's release has, and no other."""
+"""cmake/cpprestsdk/build uses the source version of the machine's release, and no other."""
 
 import re
 
@@ -7,14 +7,14 @@ import pytest
 from .conftest import ROOT
 
 SCRIPT = ROOT / "cmake/cpprestsdk/build"
-# As apt-get does, for the last word but one that it is called with.
+# Like apt-get, for the second-to-last argument.
 DOWNLOAD = '[ "{name}" = none ] || case " $* " in *" source "*) echo no archive >"{name}" ;; esac'
 BUILDS = ("cmake", "ninja", "patch")
 
 
 @pytest.fixture
 def building(a_machine):
-    """A machine on which the start of any build shows."""
+    """A machine that shows whether a build was started."""
     for name in BUILDS:
         a_machine.tool(name, f"touch {a_machine.tools}/build-started; exit 1")
 
@@ -56,7 +56,7 @@ def test_archive_with_other_bytes_in_the_cache_is_not_used(building, a_machine):
     assert "is not the expected one" in building("cpprest_2.10.19.orig.tar.gz")
 
 
-def test_platform_that_is_not_known_is_refused(a_machine):
+def test_unknown_platform_is_refused(a_machine):
     done = a_machine.run(SCRIPT, "solaris")
     assert done.returncode == 1
     (line,) = done.stderr.splitlines()

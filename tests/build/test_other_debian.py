@@ -1,4 +1,4 @@
-"""tests/other_debian refuses what it cannot do in one line, before it makes anything."""
+"""tests/other_debian reports what it cannot do in one line, before it creates anything."""
 
 import shutil
 
@@ -7,7 +7,7 @@ import pytest
 from .conftest import ROOT
 
 SCRIPT = ROOT / "tests/other_debian"
-# On a machine that is not set up for it, which is asked first.
+# On an unprepared machine, this check comes first.
 NO_KEYRING = (
     "other_debian: /usr/share/keyrings/debian-archive-keyring.gpg is missing: install debian-archive-keyring"
 )
@@ -22,7 +22,7 @@ def refusal(machine, *arguments, **options):
 
 
 @pytest.mark.parametrize("release", ["sid", "bookwor", "bookworm trixie", "../trixie", ""])
-def test_release_that_is_not_known_is_refused(a_machine, release):
+def test_unknown_release_is_refused(a_machine, release):
     assert refusal(a_machine, release, "./dev", "test") == (
         f"other_debian: release {release} is not known; known are: bookworm trixie"
     )
@@ -46,7 +46,7 @@ def test_machine_without_debootstrap_is_refused(a_machine):
     assert line == "other_debian: debootstrap is missing"
 
 
-def test_windows_sdk_that_is_not_there_is_refused(a_machine, tmp_path):
+def test_missing_windows_sdk_is_refused(a_machine, tmp_path):
     a_machine.tool("id", "echo 0")
     for name in ("debootstrap", "unshare", "chroot"):
         a_machine.tool(name, "echo must not be called; exit 1")

@@ -1,4 +1,4 @@
-"""packaging/build.py refuses at once what no package is made of, and repeats its own options for the second build."""
+"""packaging/build.py refuses a tree that cannot be packaged, and passes its options to the second build."""
 
 import argparse
 import importlib.machinery
@@ -15,7 +15,7 @@ from .conftest import ROOT
 
 @pytest.fixture
 def script(monkeypatch):
-    """packaging/build.py as a module of another name, as these tests are a package "build" themselves."""
+    """packaging/build.py under another module name, because these tests are a package "build" themselves."""
     monkeypatch.syspath_prepend(ROOT / "packaging")
     loader = importlib.machinery.SourceFileLoader("packaging_build", str(ROOT / "packaging/build.py"))
     module = types.ModuleType(loader.name)

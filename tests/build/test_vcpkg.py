@@ -1,4 +1,4 @@
-"""What vcpkg is told to build: the REST library as ./build builds it, with every patch."""
+"""vcpkg's port builds the REST library as ./build does, with every patch."""
 
 import hashlib
 import json
@@ -16,7 +16,7 @@ BUILD = (PORT / "build").read_text("utf-8")
 CACHE = Path(os.environ.get("KYD_CACHE") or
              Path(os.environ.get("XDG_CACHE_HOME") or Path.home() / ".cache") / "kydloguploader")
 
-# vcpkg's functions that the port calls, which say what they were told.
+# The functions of vcpkg that the port calls; they print their arguments.
 FUNCTIONS = r"""
 macro(tell function)
   foreach(word ${ARGN})
@@ -53,7 +53,7 @@ def manifest(folder):
 
 @pytest.fixture(scope="module")
 def told(tmp_path_factory):
-    """The words that each of vcpkg's functions was called with."""
+    """Returns a function that maps each vcpkg function to the arguments of its calls."""
     folder = tmp_path_factory.mktemp("port")
     (folder / "run.cmake").write_text(FUNCTIONS, "utf-8")
     done = subprocess.run(
@@ -81,7 +81,7 @@ def test_version_is_the_newest_that_the_patches_fit():
     assert manifest(PORT)["version"] == versions
 
 
-def test_archive_is_the_one_that_the_build_takes(told):
+def test_archive_is_the_one_that_the_build_uses(told):
     version = manifest(PORT)["version"]
     archive = CACHE / f"cpprestsdk/source/cpprest_{version}.orig.tar.gz"
     if not archive.exists():
@@ -91,7 +91,7 @@ def test_archive_is_the_one_that_the_build_takes(told):
     assert words[words.index("SHA512") + 1] == hashlib.sha512(archive.read_bytes()).hexdigest()
 
 
-def test_release_build_says_beside_its_programs_what_vcpkg_has_linked_in(tmp_path):
+def test_release_build_copies_vcpkgs_licences_to_its_programs(tmp_path):
     port = tmp_path / "installed/a-triplet/share/fmt"
     port.mkdir(parents=True)
     for name in ("vcpkg.spdx.json", "copyright", "fmt-config.cmake"):
@@ -109,7 +109,7 @@ def test_release_build_says_beside_its_programs_what_vcpkg_has_linked_in(tmp_pat
         "share/fmt/copyright", "share/fmt/vcpkg.spdx.json"]
 
 
-def test_program_takes_this_port():
+def test_program_uses_this_port():
     (folder,) = manifest(ROOT)["vcpkg-configuration"]["overlay-ports"]
     assert (ROOT / folder).resolve() == PORT
     assert manifest(PORT)["name"] in manifest(ROOT)["dependencies"]

@@ -1,4 +1,4 @@
-"""The tests can be collected on Windows itself, where Python lacks some of its modules."""
+"""pytest can collect the tests on Windows itself, where Python lacks some of its modules."""
 
 import os
 import subprocess
@@ -8,7 +8,7 @@ import pytest
 
 from .conftest import ROOT
 
-# As on Windows. Python's own modules get along without them, and may have taken them already.
+# As on Windows. Python's own modules do without them, and may already have imported them.
 WITHOUT = """
 import sys
 for name in ("fcntl", "grp", "pty", "pwd", "resource", "syslog", "termios", "tty"):

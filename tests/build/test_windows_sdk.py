@@ -1,4 +1,4 @@
-"""A Windows SDK that cannot be used is reported in one line, before anything is built."""
+"""An unusable Windows SDK is reported in one line, before anything is built."""
 
 import os
 import shutil
@@ -45,7 +45,7 @@ def test_missing_folder_is_named(tmp_path, command):
 
 
 @pytest.mark.parametrize("part", PARTS)
-def test_folder_of_another_layout_is_named_with_what_it_lacks(sdk, part):
+def test_folder_of_another_layout_is_named_with_the_missing_part(sdk, part):
     shutil.rmtree(sdk / part)
     expect_one_line(run(ROOT / "dev", "build", "windows-msvc", sdk=sdk),
                     f"Windows SDK: {sdk} has no {part}, so it is not what 'xwin splat' writes (KYD_WINDOWS_SDK)")
@@ -58,7 +58,7 @@ def test_without_sdk_and_kit_the_variable_is_named(tmp_path):
     expect_one_line(run(script), "Windows SDK: KYD_WINDOWS_SDK has to name a folder that 'xwin splat' has written")
 
 
-def test_folder_of_the_right_layout_is_taken(sdk):
+def test_folder_of_the_right_layout_is_used(sdk):
     finished = run(ROOT / "cmake/windows-sdk", sdk=sdk)
     assert (finished.returncode, finished.stdout, finished.stderr) == (0, f"{sdk}\n", "")
 

@@ -1,4 +1,4 @@
-"""The workflows of the forge call what is there."""
+"""The workflows of the forge call only what exists."""
 
 import json
 import os
@@ -11,30 +11,30 @@ import pytest
 from .conftest import ROOT
 
 WORKFLOWS = sorted((ROOT / ".github/workflows").glob("*.yml"))
-# Programs of the runners' systems.
+# Programs of the runners' operating systems.
 SYSTEM = {"apt-get", "cmake", "gh", "git", "python"}
-VCPKG = "vcpkg/"  # where a workflow checks vcpkg out
+VCPKG = "vcpkg/"  # where a workflow checks out vcpkg
 
 
 def commands(workflow):
-    """The command lines of the steps, each as a list of words."""
+    """Returns the command lines of the steps, each as a list of words."""
     lines = re.findall(r"^ +(?:- )?run: (.*)$", workflow.read_text("utf-8"), re.M)
-    assert lines and "|" not in lines, "a step of several lines is not read here"
+    assert lines and "|" not in lines, "multi-line steps are not supported"
     return [shlex.split(part) for line in lines for part in line.split(" && ")]
 
 
 def unknown_command(words):
-    """What is wrong with a command line, or None."""
+    """Returns what is wrong with a command line, or None."""
     program, *arguments = words
     if program == "cmake":
         presets = {one["name"] for one in json.loads((ROOT / "CMakePresets.json").read_text("utf-8"))["buildPresets"]}
-        return None if set(arguments) <= {"--build", "--preset"} | presets else f"a preset is not there: {arguments}"
+        return None if set(arguments) <= {"--build", "--preset"} | presets else f"unknown preset: {arguments}"
     if program == "python" and arguments[0] != "-m":
-        return None if (ROOT / arguments[0]).is_file() else f"{arguments[0]} is not there"
+        return None if (ROOT / arguments[0]).is_file() else f"{arguments[0]} does not exist"
     if program in SYSTEM or program.startswith(VCPKG):
         return None
     if not program.startswith("./") or not os.access(ROOT / program, os.X_OK):
-        return f"{program} is not there"
+        return f"{program} does not exist"
     if program == "./dev":
         known = re.findall(r"^  ([a-z]+)\b", (ROOT / "dev").read_text("utf-8").split("TEXT")[1], re.M)
         if not arguments or arguments[0] not in known:
@@ -43,17 +43,17 @@ def unknown_command(words):
 
 
 @pytest.mark.parametrize("workflow", WORKFLOWS, ids=lambda path: path.name)
-def test_every_command_is_there(workflow):
+def test_every_command_exists(workflow):
     assert [found for words in commands(workflow) if (found := unknown_command(words))] == []
 
 
 @pytest.mark.parametrize("workflow", WORKFLOWS, ids=lambda path: path.name)
-def test_every_path_is_there(workflow):
+def test_every_path_exists(workflow):
     text = workflow.read_text("utf-8")
     patterns = [name for call in re.findall(r"hashFiles\((.+?)\)", text) for name in re.findall(r"'([^']+)'", call)]
     patterns += re.findall(r"uses: \./(\S+)", text)
     for pattern in patterns:
-        assert any(ROOT.glob(pattern)), f"nothing is called {pattern}"
+        assert any(ROOT.glob(pattern)), f"nothing matches {pattern}"
 
 
 def test_both_releases_run_every_test():
@@ -76,11 +76,11 @@ def test_release_packages_what_windows_has_built():
     (place,) = re.findall(rf"name: {uploaded}\n +path: (\S+)", release)
     assert folder == "build/release-msvc/bin"
     assert f"./dev package --windows-programs {place}\n" in release
-    # Otherwise it would be a change of the tree, of which no package is made.
+    # The folder must be ignored by git, because a tree with changes is not packaged.
     subprocess.run(["git", "check-ignore", "--quiet", f"{place}/KydLogUploader.exe"], cwd=ROOT, check=True)
 
 
 @pytest.mark.parametrize("line", ["./dve test", "./dev tset", "./dev", "./tests/no_such_script", "make test",
                                   "cmake --preset nothing", "python tests/none.py"])
-def test_command_that_is_not_there_is_found(line):
+def test_wrong_command_is_detected(line):
     assert unknown_command(line.split())

@@ -1,11 +1,10 @@
 #!/usr/bin/python3
-"""A service whose answers are spoiled at random, and the real program against it.
+"""Fuzzes the real program with a service whose answers are randomly corrupted.
 
-Each trial is one run of the program over many accounts, each of which gets another answer. Every run is
-judged for what always holds (exit code 0, no output, no log file lost), and for what may follow from
-an answer: a file is archived only after 200 or 202, credentials are deleted only after 401, and nothing
-but a refusal that breaks off keeps the other accounts from their turn. The diagnostic log stays
-well-formed.
+Each trial is one run of the program over many accounts, each of which gets a different answer. Every run is
+checked for the invariants (exit code 0, no output, no log file lost) and for what an answer may cause: a file
+is archived only after 200 or 202, credentials are deleted only after 401, and only a truncated refusal keeps
+the remaining accounts from being processed. The diagnostic log stays well-formed.
 
     answers.py --bin build/asan/bin --seconds 60 --crashes build/fuzz/crashes
 """
@@ -24,7 +23,7 @@ TESTS = Path(__file__).resolve().parents[1]
 if str(TESTS) not in sys.path:
     sys.path.insert(0, str(TESTS))
 
-from e2e.harness import Machine  # noqa: E402 (the path has to be there first)
+from e2e.harness import Machine  # noqa: E402 (the path must be set first)
 from e2e.platforms import Linux  # noqa: E402
 from service.certificates import CertificateFactory  # noqa: E402
 from service.log_service import Answer, LogService  # noqa: E402
@@ -54,7 +53,7 @@ PIECES = (
 
 
 class Spoiler:
-    """Makes answers out of answers."""
+    """Mutates answers."""
 
     def __init__(self, chance, originals):
         self.chance = chance
@@ -69,7 +68,7 @@ class Spoiler:
         return bytes(answer[:LONGEST])
 
     def _place(self, answer):
-        # The head is where most of it is decided.
+        # Mutate mostly the head, which decides most of the outcome.
         end = len(answer) if self.chance.random() < 0.5 else min(len(answer), 200)
         return self.chance.randint(0, end)
 
@@ -98,14 +97,14 @@ class Spoiler:
         answer[self._place(answer) :] = other[self.chance.randint(0, len(other)) :]
 
     def pieces(self, answer):
-        """The answer as the bytes that go out at a time."""
+        """Splits an answer into the pieces in which it is sent."""
         cuts = self.chance.choice((0, 0, 1, 3))
         places = sorted(self.chance.randint(0, len(answer)) for _ in range(cuts))
         return [answer[a:b] for a, b in zip([0, *places], [*places, len(answer)]) if a < b]
 
 
 class Trial:
-    """A machine with accounts, made once, and its runs. `service` knows the machine's accounts."""
+    """Runs on a machine whose accounts are created once. `service` knows the machine's accounts."""
 
     def __init__(self, machine, service, count):
         self.machine = machine
@@ -117,7 +116,7 @@ class Trial:
         self.sealed = {name: machine.credential(name).read_bytes() for name in self.accounts}
 
     def run(self, answers, pieces=lambda answer: [answer]):
-        """A run in which the accounts get these answers, one each. Judged by assertions."""
+        """Runs the program with one answer per account and checks the outcome."""
         by_account = dict(zip(self.accounts, answers, strict=True))
         for account in self.accounts:
             self.machine.archive(account, FILE).unlink(missing_ok=True)
@@ -131,16 +130,16 @@ class Trial:
         self.machine.run(seconds=RUN_SECONDS)
         begun, ended = self._turns()
         assert len(begun) == len(set(begun)) and set(begun) <= set(self.accounts)
-        # A refusal whose body breaks off ends the run, as intended; the rest waits for the next.
+        # A refusal with a truncated body ends the run, which is intended; the other accounts wait.
         assert ended == begun[-len(ended) :] if ended else len(begun) == len(self.accounts)
         for account in ended:
             answer = by_account[account]
-            assert not self.machine.is_archived(account, FILE), f"accepted, and: {answer[:200]!r}"
+            assert not self.machine.is_archived(account, FILE), f"archived after: {answer[:200]!r}"
         for account, answer in by_account.items():
             self._judge(account, answer, account in begun)
 
     def _turns(self):
-        """The accounts that had their turn, in order, and those that ended the run."""
+        """Returns the accounts that were processed, in order, and those that ended the run."""
         head, end = "<UploadOneUser> in  [", "<UploadOneUser> exception ["
         messages = self.machine.messages()
         begun = [text[len(head) : -1] for text in messages if text.startswith(head)]
@@ -148,8 +147,8 @@ class Trial:
 
     def _judge(self, account, answer, had_its_turn):
         sent = sum(one.account == account for one in self.service.requests)
-        # Wine's WinHTTP may take a connection again that both sides have announced as closing; the
-        # request then fails before it is sent.
+        # Wine's WinHTTP may reuse a connection that both sides have announced as closing; the request then
+        # fails before it is sent.
         fewest = 1 if had_its_turn and self.machine.platform.name == "linux" else 0
         requests = f"{account} sent {sent} requests; its answer: {answer[:200]!r}"
         assert fewest <= sent <= had_its_turn, requests
@@ -160,12 +159,12 @@ class Trial:
 
 
 def corpus():
-    """The starting inputs and all answers that were once found, by name."""
+    """Returns the seeds and all answers of earlier findings, by name."""
     return {path.name: path.read_bytes() for path in sorted(CORPUS.iterdir())}
 
 
 class Session:
-    """The program of a build, and what its trials need."""
+    """The program of a build, and the resources of its trials."""
 
     def __init__(self, bin_folder, folder):
         self.folder = folder
@@ -185,7 +184,7 @@ class Session:
 
 
 def keep_crash(session, answers, pieces, crashes):
-    """Tries each answer alone, and keeps those that fail so; all of them when none does."""
+    """Tries each answer alone and keeps those that fail; keeps all of them if none does."""
     guilty = []
     with LogService(session.certificates.server) as service:
         for answer in answers:
@@ -201,7 +200,7 @@ def keep_crash(session, answers, pieces, crashes):
 
 
 def fuzz(bin_folder, seconds, crashes):
-    """Runs until the time is over or something is found; gives the exit code."""
+    """Runs until the time is up or a failure is found; returns the exit code."""
     start = int.from_bytes(os.urandom(4), "big")
     print(f"random.Random({start})")
     spoiler = Spoiler(random.Random(start), list(corpus().values()))
@@ -216,7 +215,7 @@ def fuzz(bin_folder, seconds, crashes):
                 try:
                     trial.run(answers, spoiler.pieces)
                 except AssertionError as failure:
-                    print(f"does not hold: {failure}")
+                    print(f"failure: {failure}")
                     keep_crash(session, answers, spoiler.pieces, crashes)
                     return 1
                 runs += 1

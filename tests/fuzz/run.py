@@ -1,10 +1,10 @@
 #!/usr/bin/python3
-"""Runs every fuzz target for its share of the time, and tells what each did.
+"""Runs every fuzz target for its share of the time, and prints a summary.
 
-A target is a libFuzzer program of the preset "fuzz" in build/fuzz/fuzzers, or answers.py, which drives
-the real program. What the fuzzers learn stays in build/fuzz/corpus/<target>; a crashing input lies in
-build/fuzz/crashes. Put it under a telling name into tests/fuzz/corpus/<target>, from where the unit
-tests replay it, and fix what it shows.
+A target is a libFuzzer program of the preset "fuzz" in build/fuzz/fuzzers, or answers.py, which runs the real
+program. Inputs found by the fuzzers are kept in build/fuzz/corpus/<target>, crashing inputs in
+build/fuzz/crashes. Copy a crashing input, with a descriptive name, to tests/fuzz/corpus/<target>, where the
+unit tests replay it, and fix the defect.
 
 usage: run.py [--targets a,b] [seconds]
 """
@@ -25,11 +25,11 @@ CRASHES = ROOT / "build" / "fuzz" / "crashes"
 CORPUS = ROOT / "tests" / "fuzz" / "corpus"
 ANSWERS = "answers"
 PROCESSES = 2
-LONGEST_INPUT = {"answer_text": 8192}  # bytes; for all others:
+LONGEST_INPUT = {"answer_text": 8192}  # bytes; all others:
 USUAL_LONGEST_INPUT = 4096
 SECONDS_OF_AN_INPUT = 20
 MEGABYTES = 1024
-GRACE_SECONDS = 300  # for a process to end after its time
+GRACE_SECONDS = 300  # for a process to exit after its time
 
 
 def all_targets():
@@ -66,7 +66,7 @@ def libfuzzer_command(target, seconds):
 
 
 def answers_command(seconds):
-    # The sanitizers' build where there is one.
+    # Prefer the build with sanitizers.
     asan = ROOT / "build" / "asan" / "bin"
     bin_folder = asan if (asan / "KydLogUploader").exists() else ROOT / "build" / "linux" / "bin"
     script = Path(__file__).with_name("answers.py")
@@ -82,7 +82,7 @@ def last_number(pattern, text):
 
 
 def run(target, seconds):
-    """One target; its row of the table, and what it printed when it failed."""
+    """Runs a target; returns its row of the table, and its output if it failed."""
     command = answers_command(seconds) if target == ANSWERS else libfuzzer_command(target, seconds)
     started = time.monotonic()
     try:
@@ -107,13 +107,13 @@ def run(target, seconds):
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__)
-    parser.add_argument("--targets", help="some of the targets, with commas between them")
-    parser.add_argument("seconds", nargs="?", type=float, default=240, help="in total; default 240")
+    parser.add_argument("--targets", help="comma-separated targets (default: all)")
+    parser.add_argument("seconds", nargs="?", type=float, default=240, help="in total (default: 240)")
     options = parser.parse_args()
     targets = options.targets.split(",") if options.targets else all_targets()
     unknown = sorted(set(targets) - set(all_targets()))
     if unknown:
-        parser.error(f"no such target: {', '.join(unknown)}; there are {', '.join(all_targets())}")
+        parser.error(f"unknown target: {', '.join(unknown)}; known are: {', '.join(all_targets())}")
     CRASHES.mkdir(parents=True, exist_ok=True)
     share = options.seconds * min(PROCESSES, len(targets)) / len(targets)
     with concurrent.futures.ThreadPoolExecutor(PROCESSES) as both:

@@ -1,10 +1,10 @@
 #!/usr/bin/python3
-"""Breaks the program on purpose, one place at a time, and shows that a test catches each.
+"""Introduces defects into the program, one at a time, and checks that a test catches each.
 
-The places are listed in mutants.toml. Nothing happens in the work tree: each worker has a copy of the
-sources and a build of its own below build/mutation. A mutant is compiled, then the unit tests of its
-layer and of the layers above it run, then the end-to-end tests; the first test that fails has caught
-it. A mutant that no test catches has survived, and the exit code is 1.
+The mutants are listed in mutants.toml. The work tree is not modified: each worker has its own copy of the
+sources and its own build below build/mutation. After a mutant is compiled, the unit tests of its layer and
+of the layers above run, then the end-to-end tests; the first failing test has caught it. If a mutant
+survives all tests, the exit code is 1.
 
 usage: run.py [--workers N] [--list] [ids...]
 """
@@ -27,25 +27,25 @@ ROOT = pathlib.Path(__file__).resolve().parents[2]
 WORK = ROOT / "build" / "mutation"
 LIST = pathlib.Path(__file__).with_name("mutants.toml")
 
-# From below to above: a fault in a layer may show in the tests of every layer that uses it.
+# From bottom to top: the tests of any layer above may catch a defect.
 LAYERS = ("platform", "debuglog", "logtree", "run", "credentials", "socket", "upload", "uploader", "status")
-# Test programs beside the one that is named for its layer.
+# Further test programs of a layer.
 MORE_PROGRAMS = {
     "platform": ["kyd_certificate_store_tests"],
     "debuglog": ["kyd_default_log_tests"],
     "socket": ["kyd_certificate_sources_tests"],
 }
 BUILD_SECONDS = 900
-# A test run that takes this many times as long as the sound program's, and a minute, hangs.
+# A test run hangs if it exceeds this multiple of the unmodified program's time plus a minute.
 PATIENCE = 4
 
 
 class ListError(Exception):
-    """The list of mutants does not fit the sources."""
+    """The list of mutants does not match the sources."""
 
 
 class NotSound(Exception):
-    """The program fails its tests before anything is broken."""
+    """The unmodified program fails its tests."""
 
 
 def unit_programs(layers):
@@ -59,13 +59,13 @@ class Mutant:
     def __init__(self, entry):
         name = entry.get("id", "?")
         if set(entry) - self.KEYS or self.KEYS - set(entry) - {"hint"}:
-            raise ListError(f"{name}: has the keys {sorted(entry)}")
+            raise ListError(f"{name}: wrong keys: {sorted(entry)}")
         self.id = name
         self.file = entry["file"]
         self.find = entry["find"].strip("\n")
         self.replace = entry["replace"].strip("\n")
         self.why = entry["why"]
-        self.hint = entry.get("hint")  # what pytest's -k takes: the tests that should catch it
+        self.hint = entry.get("hint")  # an expression for pytest -k: the tests likely to catch it
 
     def apply_to(self, text):
         count = text.count(self.find)
@@ -81,7 +81,7 @@ class Mutant:
         if folder == "companion":
             return ["kyd_companion_tests"]
         if folder not in LAYERS:
-            raise ListError(f"{self.id}: {self.file} is in no layer")
+            raise ListError(f"{self.id}: {self.file} is not in any layer")
         if pathlib.Path(self.file).name.startswith("entry_"):
             return []
         return unit_programs(LAYERS[LAYERS.index(folder):])
@@ -93,7 +93,7 @@ def load_mutants():
         try:
             mutant = Mutant(entry)
             if mutant.id in ids:
-                raise ListError(f"{mutant.id}: is there twice")
+                raise ListError(f"{mutant.id}: duplicate id")
             ids.add(mutant.id)
             mutant.unit_targets()
             mutant.apply_to((ROOT / mutant.file).read_text("utf-8"))
@@ -106,15 +106,14 @@ def load_mutants():
 
 
 class Finished:
-    """How a command ended: its code, or None when it was stopped for taking too long."""
+    """The result of a command; the code is None after a time-out."""
 
     def __init__(self, code, output, seconds):
         self.code, self.output, self.seconds = code, output, seconds
 
 
 def run(command, seconds, **how):
-    """Runs a command in a process group of its own, so that a hang can be ended with everything
-    that the command has started."""
+    """Runs a command in its own process group, so that a time-out also kills its children."""
     started = time.monotonic()
     process = subprocess.Popen(
         [os.fspath(word) for word in command],
@@ -140,7 +139,7 @@ class Verdict:
 
 
 class Worker:
-    """One copy of the sources with its build."""
+    """A copy of the sources with its own build."""
 
     def __init__(self, number, build_jobs):
         self.folder = WORK / str(number)
@@ -153,8 +152,7 @@ class Worker:
     # Sources and build.
 
     def copy_sources(self):
-        """Brings the copy up to date and touches what is the same already as little as a build
-        needs to stay quick."""
+        """Updates the copy; does not touch unchanged files, so that builds stay incremental."""
         listed = subprocess.run(
             ["git", "ls-files", "-z", "--cached", "--others", "--exclude-standard"],
             cwd=ROOT, stdout=subprocess.PIPE, check=True,
@@ -173,8 +171,8 @@ class Worker:
                 path.unlink()
 
     def configure(self):
-        # Warnings stay warnings: an unused variable is not what is to catch a mutant. Assertions of
-        # the libraries are off as they are in the product.
+        # No -Werror: the compiler must not catch a mutant, for example by an unused variable. Library
+        # assertions are off, as in the product.
         return run(
             ["cmake", "-S", self.sources, "-B", self.build_folder, "-G", "Ninja",
              "-DCMAKE_BUILD_TYPE=None", "-DCMAKE_CXX_FLAGS=-O0 -DNDEBUG",
@@ -192,7 +190,7 @@ class Worker:
     # Tests.
 
     def environment(self):
-        """What tests leave in the system's temporary folder stays in the worker's."""
+        """Redirects the tests' temporary files to the worker's folder."""
         shutil.rmtree(self.temporary, ignore_errors=True)
         self.temporary.mkdir(parents=True)
         return dict(os.environ, TMPDIR=str(self.temporary), PYTHONDONTWRITEBYTECODE="1")
@@ -204,7 +202,7 @@ class Worker:
         )
 
     def run_end_to_end(self, *selection):
-        # The tests of the test service itself do not start the program.
+        # The tests of the test service do not start the program.
         return run(
             [sys.executable, "-m", "pytest", "-x", "-q", "-p", "no:cacheprovider", "tests/e2e",
              "--ignore=tests/e2e/test_service.py", "--platform=linux",
@@ -214,7 +212,7 @@ class Worker:
 
     @staticmethod
     def failed_unit_test(output):
-        """The first test that failed or in which the program died."""
+        """Returns the first test that failed or in which the program crashed."""
         failed = re.search(r"^\[  FAILED  \] ([^\s,]+)", output, re.MULTILINE)
         if failed:
             return failed[1]
@@ -226,10 +224,10 @@ class Worker:
         failed = re.search(r"^(?:FAILED|ERROR) \S*?(\w+\.py::\S+)", output, re.MULTILINE)
         return failed[1] if failed else None
 
-    # The work.
+    # Running mutants.
 
     def make_sound(self):
-        """Builds and tests the program as it is. What is not sound cannot be broken."""
+        """Builds and tests the unmodified program."""
         self.copy_sources()
         for finished in (self.configure(), self.build("all")):
             if finished.code != 0:
@@ -237,12 +235,12 @@ class Worker:
         for target in unit_programs(LAYERS) + ["kyd_companion_tests"]:
             finished = self.run_unit(target)
             if finished.code != 0:
-                raise NotSound(f"{target} fails before anything is broken:\n{finished.output}")
+                raise NotSound(f"{target} fails without a mutant:\n{finished.output}")
             self.limits[target] = 60 + PATIENCE * finished.seconds
         finished = self.run_end_to_end()
         if finished.code != 0:
             raise NotSound(
-                f"the end-to-end tests fail before anything is broken:\n{finished.output}")
+                f"the end-to-end tests fail without a mutant:\n{finished.output}")
         self.limits["e2e"] = 60 + PATIENCE * finished.seconds
 
     def judge(self, mutant):
@@ -267,13 +265,13 @@ class Worker:
         built = self.build("all")
         if built.code != 0:
             return Verdict("ERROR", "does not compile:\n" + built.output)
-        # The hinted tests first, because they are quick; only the whole suite can let it survive.
+        # Try the hinted tests first, because they are quick; a mutant survives only the whole suite.
         for selection in ([["-k", mutant.hint]] if mutant.hint else []) + [[]]:
             finished = self.run_end_to_end(*selection)
             if finished.code is None:
                 return Verdict("timeout", "end-to-end tests")
             if finished.code == 5 and selection:
-                return Verdict("ERROR", f"no test is named like its hint: {mutant.hint}")
+                return Verdict("ERROR", f"no test matches its hint: {mutant.hint}")
             if finished.code == 1:
                 test = self.failed_end_to_end_test(finished.output)
                 if test is None:
@@ -285,7 +283,7 @@ class Worker:
 
 
 class Board:
-    """Where the verdicts of all workers come together."""
+    """Collects the verdicts of all workers."""
 
     def __init__(self):
         self.lock = threading.Lock()
@@ -306,14 +304,14 @@ class Board:
 def work(worker, todo, board):
     try:
         worker.make_sound()
-        print(f"worker {worker.folder.name}: the sound program passes its tests", flush=True)
+        print(f"worker {worker.folder.name}: the unmodified program passes its tests", flush=True)
         while board.broken is None:
             mutant = todo.get_nowait()
             started = time.monotonic()
             board.put(mutant, worker.judge(mutant), time.monotonic() - started)
     except queue.Empty:
         pass
-    except Exception as problem:  # whatever ends a worker has to end the whole, and be seen
+    except Exception as problem:  # any failure of a worker must end the whole run visibly
         board.fail(problem)
 
 
@@ -337,16 +335,16 @@ def summarise(mutants, board):
         print(f"error: {name}")
     line = f"{len(mutants)} mutants, {caught} caught, {len(survivors)} survived"
     timeouts = kinds.count("timeout")
-    line += f", {timeouts} of the caught by time-out" if timeouts else ""
+    line += f", {timeouts} caught by time-out" if timeouts else ""
     print(line + (f", {len(errors)} in error" if errors else ""))
     return 1 if survivors or errors else 0
 
 
 def main():
-    parser = argparse.ArgumentParser(description="Shows that the tests catch faults.")
+    parser = argparse.ArgumentParser(description="Checks that the tests catch defects.")
     parser.add_argument("ids", nargs="*", help="only these mutants")
     parser.add_argument("--workers", type=int, default=min(2, os.cpu_count() or 1))
-    parser.add_argument("--list", action="store_true", help="show the mutants and end")
+    parser.add_argument("--list", action="store_true", help="list the mutants and exit")
     options = parser.parse_args()
     try:
         mutants = chosen(load_mutants(), options.ids)
@@ -369,7 +367,7 @@ def main():
         threading.Thread(target=work, args=(Worker(number, jobs), todo, board))
         for number in range(1, count + 1)
     ]
-    print(f"{len(mutants)} mutants, {count} workers; first the program as it is", flush=True)
+    print(f"{len(mutants)} mutants, {count} workers; starting with the unmodified program", flush=True)
     for thread in threads:
         thread.start()
     for thread in threads:

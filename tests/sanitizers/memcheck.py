@@ -1,8 +1,8 @@
-"""Whole runs of the native program under Valgrind's memcheck.
+"""Complete runs of the native program under Valgrind's memcheck.
 
-One run meets every outcome of an account: accepted, failed, refused, cut off, without credentials,
-with a client certificate of the store and with one in the credentials. A second one flushes what is
-left. Errors and blocks that are definitely lost fail the runs.
+One run covers all outcomes of an account: accepted, failed, refused, truncated, without credentials, with a
+client certificate from the store and from the credentials. A second one flushes the remaining files. Errors
+and definitely lost blocks fail the runs.
 """
 
 import base64
@@ -16,7 +16,7 @@ TESTS = HERE.parent
 ROOT = TESTS.parent
 sys.path.insert(0, str(TESTS))
 
-from e2e.harness import Machine  # noqa: E402 (the path has to be there first)
+from e2e.harness import Machine  # noqa: E402 (the path must be set first)
 from e2e.platforms import Linux  # noqa: E402
 from service.certificates import CertificateFactory  # noqa: E402
 from service.log_service import Answer, LogService, Stage  # noqa: E402
@@ -27,10 +27,10 @@ LARGE = 700_000
 
 
 class LinuxUnderValgrind(Linux):
-    """The program is started by Valgrind; what the tests themselves start is not."""
+    """Runs the program under Valgrind, but not the tools of the tests."""
 
     def report(self):
-        """What Valgrind said of all runs."""
+        """Returns Valgrind's output for all runs."""
         return "".join(path.read_text("utf-8", "replace") for path in self.folder.glob("valgrind-*"))
 
     def command(self, program, arguments):
@@ -43,7 +43,7 @@ class LinuxUnderValgrind(Linux):
 
 
 def answer_of(request):
-    """What the service says to an account's request; nothing for its own judgement."""
+    """Returns the service's answer to an account's request; None for the default."""
     answers = {
         "failed": Answer(500, b"out of order \xff" + b"x" * 9000),
         "moved": Answer(302, headers=(("Location", "https://localhost:1/"),)),
@@ -79,7 +79,7 @@ def run_twice(machine, service):
     machine.accounts["refused"] = dataclasses.replace(machine.accounts["refused"], refused=True)
     machine.run(seconds=RUN_SECONDS)
     for name in ("plain", "certificate", "pfx"):
-        assert machine.is_archived(name, "a.log"), f"{name} was not served"
+        assert machine.is_archived(name, "a.log"), f"{name} was not archived"
     assert not machine.credential("refused").exists()
     machine.run_forced()
     assert machine.archive("failed", "a.log.bak").exists()

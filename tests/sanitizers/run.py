@@ -1,9 +1,9 @@
 #!/usr/bin/python3
-"""Runs the Linux tests in a build with sanitizers, or one whole run of the program under Valgrind.
+"""Runs the Linux tests in a sanitizer build, or complete runs of the program under Valgrind.
 
-Every report counts, also one of a program that a test ends or does not judge: the sanitizers write
-them to files, of which none may be there at the end. The suppression files beside this one name
-what is not ours or intentional, each with its reason.
+Every report counts, even that of a program that a test kills or whose result it ignores: the sanitizers write
+their reports to files, and there must be none at the end. The suppression files list what is intentional or
+not ours, with reasons.
 
 usage: run.py asan|tsan|valgrind
 """
@@ -17,7 +17,7 @@ from pathlib import Path
 HERE = Path(__file__).resolve().parent
 ROOT = HERE.parents[1]
 
-# An end with a code of its own, so that no test takes it for the program's.
+# A distinct exit code, so that no test takes it for the program's.
 OPTIONS = {
     "asan": {
         "ASAN_OPTIONS": "detect_leaks=1:detect_stack_use_after_return=1:strict_string_checks=1:"
@@ -28,8 +28,8 @@ OPTIONS = {
     },
     "tsan": {
         "TSAN_OPTIONS": "halt_on_error=1:exitcode=99:second_deadlock_stack=1:"
-        # Tests of failing calls take the place of the kernel in a handler of SIGSYS, which comes from
-        # the call itself. The program has no handlers.
+        # Tests that simulate failing system calls do so in a SIGSYS handler, which runs synchronously within
+        # the call. The program has no handlers.
         "report_signal_unsafe=0",
     },
 }
