@@ -29,7 +29,7 @@ int GoThroughAccounts(const std::string& folder, const char* log, const std::str
     return 1;
   }
   const std::string work = folder + "/LogWork/";
-  // single-threaded
+  // Single-threaded.
   while (const dirent* entry = readdir(upload)) {  // NOLINT(concurrency-mt-unsafe)
     if (entry->d_name[0] == '.' || entry->d_type != DT_DIR) {
       continue;

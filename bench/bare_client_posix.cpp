@@ -116,7 +116,7 @@ std::vector<std::string> NamesIn(const std::string& folder) {
   const Owned<DIR> open_folder(opendir(folder.c_str()));
   Require(open_folder != nullptr, "opendir");
   std::vector<std::string> names;
-  // single-threaded
+  // Single-threaded.
   while (const dirent* entry = readdir(open_folder.get())) {  // NOLINT(concurrency-mt-unsafe)
     if (entry->d_name[0] != '.') {
       names.emplace_back(entry->d_name);

@@ -1,4 +1,4 @@
-// Days and moments as dates.
+// Days and times as dates.
 #pragma once
 
 #include <cstdint>
@@ -9,11 +9,11 @@
 
 namespace kyd {
 
-// The latest `count` days, the given one first. Only their dates are set.
+// Returns the latest `count` days, starting with the given one. Only the dates are set.
 [[nodiscard]] std::vector<platform::LocalTime> LatestDays(const platform::LocalTime& today,
                                                           unsigned count);
 
-// The day after.
+// Returns the next day.
 [[nodiscard]] platform::LocalTime DayAfter(const platform::LocalTime& day);
 
 // "2024-03-05" (ISO 8601).

@@ -56,7 +56,7 @@ bool Has(const LibraryTables& tables, const std::string& name) {
   return std::find(tables.exports.begin(), tables.exports.end(), name) != tables.exports.end();
 }
 
-// Why this program could not load the file; empty if it could.
+// Returns why this program could not load the file; empty if it could.
 std::wstring WrongKind(const LibraryTables& tables) {
   if (tables.format != platform::kLibraryFormat) {
     return L"is for another operating system";
@@ -67,8 +67,8 @@ std::wstring WrongKind(const LibraryTables& tables) {
   return tables.is_library ? L"" : L"is a program, not a library";
 }
 
-// Adds the first problem that makes a library unusable. `foreign_export` is the name that `exports`
-// would have if a compiler of another kind had built it.
+// Adds the first problem that makes a library unusable. `foreign_export` is the decorated name that
+// `exports` would have if it was built by a different kind of compiler.
 void CheckLibrary(Check& check, const std::wstring& name, const Names& exports,
                   const char* foreign_export) {
   const std::wstring path = platform::JoinPath(check.program_folder, name);

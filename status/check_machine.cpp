@@ -50,7 +50,7 @@ void CheckInstance(Check& check) {
   }
 }
 
-// The last write of a file; std::nullopt if there is none.
+// Returns the last write time of a file; std::nullopt if there is none.
 std::optional<std::int64_t> TimeOfFile(const std::wstring& folder, const std::wstring& name) {
   platform::FileSearch search(folder, /*ending=*/L"");
   for (bool found = search.First(); found; found = search.Next()) {
@@ -66,8 +66,7 @@ std::wstring ClockSays(const Check& check, const std::wstring& what) {
   return what + L", but the clock says " + TimeText(check.time) + L": one of the two is wrong";
 }
 
-// Without another source of time, a wrong clock is noticed only if it contradicts what has already
-// been written.
+// Without another time source, a wrong clock is noticed only if it contradicts existing files.
 void CheckClock(Check& check, std::int64_t now) {
   constexpr wchar_t kSetClock[] = L"set the clock, or remove the file if the clock is right";
   const std::wstring program = UploaderPath(check);
@@ -80,7 +79,7 @@ void CheckClock(Check& check, std::int64_t now) {
   }
   const LogTree tree(check.log_dir);
   const std::wstring latest = tree.LatestResult();
-  // A day ahead may be another time zone.
+  // Up to a day ahead may be another time zone.
   if (latest > tree.ResultPath(DayAfter(check.time))) {
     check.findings.push_back(
         {State::kWarning, latest, ClockSays(check, L"is of a day to come"), kSetClock});
@@ -91,7 +90,7 @@ std::wstring PathInRegistry(const wchar_t* name) {
   return std::wstring(L"HKEY_LOCAL_MACHINE\\") + corvid::kSettingsKey + L"\\" + name;
 }
 
-// A value of another type counts as absent, which is rarely intended.
+// A value of another type is treated as absent, which is rarely intended.
 void CheckType(Check& check, const platform::RegistryKey& key, const wchar_t* name,
                std::uint32_t type, const wchar_t* type_name) {
   const std::optional<platform::RegistryValue> value = key.Query(name);
@@ -102,7 +101,8 @@ void CheckType(Check& check, const platform::RegistryKey& key, const wchar_t* na
   }
 }
 
-// The folder itself or its nearest existing parent, or a file in its place; empty if there is none.
+// Returns the folder itself or its nearest existing parent, or the file in its place; empty if
+// there is none.
 std::wstring NearestFolder(std::wstring folder) {
   while (!folder.empty() && !platform::IsFolder(folder) &&
          !platform::FileExists(folder).value_or(false)) {

@@ -1,4 +1,4 @@
-// The parts of a check; each adds what it finds.
+// The parts of a check; each adds its findings.
 #pragma once
 
 #include <cstdint>
@@ -20,13 +20,13 @@ void CheckMachine(Check& check, std::int64_t now);
 // Settings and folder of the diagnostic log.
 void CheckDiagnosticLog(Check& check);
 
-// Bytes; a run writes some kilobytes.
+// Bytes; a run writes a few kilobytes.
 inline constexpr std::uint64_t kLeastRoom = std::uint64_t{1} << 20;
 
-// Adds a finding if a folder's disk has too little space for what a run writes there.
+// Adds a finding if the disk of a folder has too little space for what a run writes there.
 void CheckRoom(Check& check, const std::wstring& folder);
 
-// The full path of the uploader in its folder.
+// Returns the full path of the uploader in its folder.
 [[nodiscard]] std::wstring UploaderPath(const Check& check);
 
 }  // namespace kyd

@@ -1,4 +1,5 @@
-// The folders of the product and the rights that the uploader needs in them. A problem that many
+// Checks the folders of the product and the rights that the uploader needs in them. A problem
+// shared by many accounts is one finding.
 // accounts share is one finding.
 #include <array>
 #include <cstddef>
@@ -20,7 +21,7 @@ namespace {
 
 using platform::Access;
 
-// Checking the rights of a file takes far longer than finding it; files of one folder mostly have
+// Checking the rights of a file takes far longer than finding it, and most files of a folder have
 // the same rights.
 constexpr std::size_t kMostFilesTried = 1000;
 
@@ -66,7 +67,7 @@ constexpr TroubleText kTroubleTexts[kTroubles] = {
      L"let the user who runs the uploader remove it"},
 };
 
-// A move within one disk needs no room. Two disks rarely have the same number of free bytes.
+// A move within one disk needs no space. Two disks rarely have the same number of free bytes.
 bool IsOnOtherFullDisk(const std::wstring& archive, const std::wstring& upload) {
   const std::optional<std::uint64_t> bytes = platform::FreeBytes(archive);
   return bytes && *bytes < kLeastRoom && bytes != platform::FreeBytes(upload);
@@ -90,7 +91,7 @@ class TreeCheck {
                                      ? L"check the log directory, or let the product create it"
                                      : L"let the user who runs the uploader list it"});
     } else {
-      // The folder could be listed a moment ago; a failure since then is ignored.
+      // The folder was listed a moment ago; a failure since then is ignored.
       static_cast<void>(tree_.ForEachAccount([this](const std::wstring& account) {
         progress_.Count();
         CheckAccount(account);

@@ -1,4 +1,4 @@
-// Draws in units of its own; the page scales the picture.
+// Draws in its own units; the page scales the picture.
 #include "status/day_chart.h"
 
 #include <algorithm>
@@ -104,7 +104,7 @@ std::wstring DayChart(const std::vector<DayStatus>& days) {
   }
   const std::uint64_t end = AxisEnd(largest);
   const double slot = kPlotWidth / static_cast<double>(std::max<std::size_t>(days.size(), 1));
-  // Enough days between two labels that the dates do not touch.
+  // Labels are far enough apart that the dates do not overlap.
   const auto step = static_cast<std::size_t>(kDateWidth / slot) + 1;
   std::wstring chart =
       FormatBounded(kElementCapacity,

@@ -13,7 +13,7 @@ bool IsDigit(wchar_t character) {
   return character >= L'0' && character <= L'9';
 }
 
-// Takes a number off the beginning of the text.
+// Consumes a number at the start of the text.
 std::optional<std::int64_t> TakeNumber(std::wstring_view& text) {
   const bool negative = !text.empty() && text.front() == L'-';
   std::size_t end = negative ? 1 : 0;
@@ -30,7 +30,7 @@ std::optional<std::int64_t> TakeNumber(std::wstring_view& text) {
   return negative ? -number : number;
 }
 
-// Takes a conversion such as %04d off the beginning of the format; gives its letter, or nothing.
+// Consumes a conversion such as %04d at the start of the format; returns its letter, or nothing.
 wchar_t TakeConversion(std::wstring_view& format) {
   const std::size_t letter = format.find_first_not_of(L"0123456789", 1);
   if (letter == std::wstring_view::npos) {
@@ -43,7 +43,7 @@ wchar_t TakeConversion(std::wstring_view& format) {
 
 bool Match(std::wstring_view format, std::wstring_view text, FormatFields& fields);
 
-// %s, longest first: a name may contain what follows it in the format.
+// Tries %s with the longest text first: a name may contain what follows it in the format.
 bool MatchText(std::wstring_view format, std::wstring_view text, FormatFields& fields) {
   const std::size_t numbers = fields.numbers.size();
   const std::size_t place = fields.texts.size();

@@ -1,4 +1,4 @@
-// Reads back what a printf-style format has written.
+// Parses text that a printf-style format has written.
 #pragma once
 
 #include <cstdint>
@@ -15,8 +15,8 @@ struct FormatFields {
   std::vector<std::wstring> texts;
 };
 
-// Matches the whole of a text against a format of literal characters, %d with or without zero fill
-// and width, and %s, which takes as much as it can. std::nullopt if the text does not match, or a
+// Matches a whole text against a format of literal characters, %d with optional zero fill and
+// width, and %s, which matches as much as it can. std::nullopt if the text does not match or a
 // number has more than 18 digits.
 [[nodiscard]] std::optional<FormatFields> MatchFormat(std::wstring_view format,
                                                       std::wstring_view text);

@@ -77,7 +77,7 @@ class JsonWriter {
   rapidjson::PrettyWriter<rapidjson::StringBuffer> writer_;
 };
 
-// The text of one object, whose members the function writes.
+// Returns the text of one object, whose members the function writes.
 template <class Function>
 std::string JsonText(const Function& members) {
   rapidjson::StringBuffer buffer;

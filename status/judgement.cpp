@@ -1,4 +1,4 @@
-// Compares the figures with the limits and states what was compared.
+// Compares the figures with the limits and explains the result.
 #include "status/judgement.h"
 
 #include <algorithm>

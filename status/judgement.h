@@ -25,12 +25,12 @@ struct Limits {
 // The numbers are the exit codes that monitoring systems expect.
 enum class State : int { kOk = 0, kWarning = 1, kCritical = 2, kUnknown = 3 };
 
-// The more urgent of two states.
+// Returns the more severe of two states.
 [[nodiscard]] State Worse(State left, State right) noexcept;
 
 struct Verdict {
   State state = State::kOk;
-  std::vector<std::wstring> reasons;  // a sentence without a full stop each; empty when all is well
+  std::vector<std::wstring> reasons;  // sentences without a full stop; empty if everything is well
 };
 
 [[nodiscard]] Verdict Judge(const Survey& survey, const Limits& limits);

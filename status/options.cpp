@@ -36,14 +36,14 @@ struct Taken {
   std::uint32_t max_errors = 0;
 };
 
-// Adds no text of its own to the help: the option's description says it.
+// A formatter that adds no text of its own: the option's description says everything.
 CLI::Validator Between(std::uint32_t least, std::uint32_t most) {
   CLI::Range range(least, most);
   range.description("");
   return range;
 }
 
-// The other options belong to the report about the last days.
+// With --check only --json is allowed: the other options apply to the report about the last days.
 void RefuseMoreThanJson(const CLI::App& app) {
   for (const CLI::Option* const option : app.get_options()) {
     const std::string name = option->get_name();
@@ -118,7 +118,7 @@ CommandLine ReadCommandLine(const std::vector<std::string>& arguments, const Pat
           ->check(Between(0U, kMostErrors))
           ->type_name("N");
   try {
-    // The library takes arguments from the back.
+    // the library expects the arguments in reverse order
     app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
     RefuseWhatDoesNotFitTogether(app, taken, options.per_account);
   } catch (const CLI::ParseError& error) {

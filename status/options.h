@@ -17,11 +17,11 @@ struct Options {
   bool check = false;         // check what the next run needs instead
   std::wstring html_file;     // empty: no page
   std::wstring metrics_file;  // empty: no metrics
-  bool per_account = false;   // metrics of each account as well
+  bool per_account = false;   // also metrics of each account
   Limits limits;
 };
 
-// The output instead of a survey: a text for standard output (0) or standard error (64).
+// Output in place of a survey: text for standard output (0) or standard error (64).
 struct Answer {
   int exit_code = 0;
   std::wstring text;
@@ -31,7 +31,7 @@ inline constexpr int kExitUsage = 64;  // EX_USAGE of sysexits.h
 
 struct CommandLine {
   std::optional<Answer> answer;
-  Options options;  // without an answer
+  Options options;  // valid if there is no answer
 };
 
 // Converts an argument to a path.

@@ -1,4 +1,4 @@
-// What every part of the page needs.
+// Shared by all parts of the page.
 #pragma once
 
 #include <string>
@@ -6,7 +6,7 @@
 
 namespace kyd {
 
-// The text escaped for use between tags and in quoted attributes, and made Printable.
+// Returns the text escaped for use between tags and in quoted attributes, after Printable.
 [[nodiscard]] std::wstring Escaped(std::wstring_view text);
 
 }  // namespace kyd

@@ -1,4 +1,4 @@
-// Reads the clock only now and then: there may be millions of entries.
+// Reads the clock only every few entries: there may be millions.
 #include "status/progress.h"
 
 #include <utility>
@@ -9,7 +9,7 @@ namespace {
 
 constexpr std::int64_t kPatience = 1000;       // ms until the line is shown
 constexpr std::int64_t kRefresh = 200;         // ms until it is updated
-constexpr std::uint64_t kEntriesPerLook = 64;  // between two reads of the clock
+constexpr std::uint64_t kEntriesPerLook = 64;  // between two readings of the clock
 
 }  // namespace
 

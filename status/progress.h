@@ -1,4 +1,4 @@
-// One line that shows that the program is still working.
+// A progress line on the terminal.
 #pragma once
 
 #include <cstdint>
@@ -12,7 +12,7 @@ class Progress {
   using Milliseconds = std::function<std::int64_t()>;      // any monotonic clock
   using Write = std::function<void(const std::wstring&)>;  // to the terminal
 
-  // Shows nothing: there is no terminal.
+  // Shows nothing, because there is no terminal.
   Progress() = default;
   Progress(Milliseconds now, Write write);
   // Removes the line.
@@ -23,13 +23,13 @@ class Progress {
   // Counts an entry. Shows the line once a second has passed, and keeps it up to date.
   void Count();
 
-  // The work is done: removes the line.
+  // Removes the line when the work is done.
   void End();
 
  private:
   Milliseconds now_;
   Write write_;
-  std::int64_t next_ = 0;  // when the line is due
+  std::int64_t next_ = 0;  // when the line is next due
   std::uint64_t entries_ = 0;
   bool shown_ = false;
 };

@@ -1,5 +1,5 @@
-// The report as a page: figures, a chart, two tables, of which a script can sort and filter one.
-// Everything that comes from outside is escaped.
+// The report as a page: figures, a chart and two tables, one of which a script can sort and filter.
+// All external text is escaped.
 #include <string_view>
 
 #include "platform/text.h"
@@ -179,7 +179,7 @@ std::wstring StateClass(State state) {
   return L"unknown";
 }
 
-// A number that is highlighted unless it is zero.
+// Returns a number, highlighted unless it is zero.
 std::wstring BadNumber(std::uint64_t number) {
   return number == 0 ? L"<td>0</td>" : L"<td class=\"bad\">" + Number(number) + L"</td>";
 }
@@ -220,12 +220,12 @@ std::wstring Header(const Survey& survey, const Verdict& verdict) {
   return header;
 }
 
-// A text that stands for a number.
+// Returns a text with the number that it represents for sorting.
 std::wstring SortableCell(std::uint64_t value, const std::wstring& text) {
   return L"<td data-value=\"" + Number(value) + L"\">" + text + L"</td>";
 }
 
-// Accounts without waiting files sort before a file of this second.
+// 0 without waiting files, which sorts before a file of this second.
 std::uint64_t AgeForOrder(const WaitingFiles& waiting, std::int64_t now) {
   return waiting.oldest ? static_cast<std::uint64_t>(AgeOf(*waiting.oldest, now)) + 1 : 0;
 }
@@ -249,13 +249,13 @@ std::wstring AccountRow(const AccountStatus& account, std::int64_t now) {
 struct Table {
   std::wstring id;
   std::wstring title;
-  std::wstring controls;  // between title and table
+  std::wstring controls;  // placed between title and table
   std::wstring caption;
   std::wstring columns;
   std::wstring rows;
 };
 
-// Wide tables scroll in a box of their own, which the keyboard reaches.
+// Wide tables scroll within a box that the keyboard can focus.
 std::wstring Html(const Table& table) {
   return L"<section>\n<h2 id=\"" + table.id + L"\">" + table.title + L"</h2>\n" + table.controls +
          L"<div class=\"scroll\" role=\"region\" tabindex=\"0\" aria-labelledby=\"" + table.id +
@@ -321,7 +321,7 @@ std::wstring Days(const Survey& survey) {
                rows});
 }
 
-// On a narrow screen the oldest days are hidden: the box is scrolled to its right end.
+// On a narrow screen the chart is scrolled to its right end, so that the latest days are visible.
 std::wstring Chart(const Survey& survey) {
   return L"<section>\n<h2 id=\"chart\">Sent and failed per day</h2>\n"
          L"<ul class=\"legend\"><li><span class=\"sent\"></span>sent</li>"

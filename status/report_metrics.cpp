@@ -1,4 +1,4 @@
-// The report as metrics for the textfile collectors of Prometheus' exporters.
+// The report as metrics for the textfile collectors of the Prometheus exporters.
 //
 // Those read Prometheus' own text format; the file is valid OpenMetrics as well. The two disagree
 // about counters (whether "_total" belongs to the name in the TYPE line), so everything is a gauge,
@@ -31,7 +31,7 @@ struct Totals {
   DayResult today;
   std::uint64_t accounts = 0;
   std::uint64_t without_credentials = 0;
-  DayResult last_run;  // of the latest day with a run; without runs if there is none
+  DayResult last_run;  // of the latest day with a run; without runs if there was none
   std::int64_t last_run_time = 0;
 };
 
@@ -42,13 +42,13 @@ struct AccountToday {
   std::uint64_t failed = 0;
 };
 
-using Value = std::optional<std::uint64_t>;  // without one there is no sample
+using Value = std::optional<std::uint64_t>;  // absent: no sample
 
 template <class Subject>
 struct Metric {
   std::string_view name;
-  std::string_view unit;  // the end of the name; empty: none
-  std::string_view help;  // nothing that would have to be escaped
+  std::string_view unit;  // suffix of the name; empty: none
+  std::string_view help;  // must not contain characters that need escaping
   Value (*value)(const Subject&);
 };
 
@@ -134,7 +134,7 @@ constexpr Metric<AccountToday> kOfAccount[] = {
      [](const AccountToday& one) -> Value { return one.failed; }},
 };
 
-// std::nullopt for an impossible time: a result file may contain anything.
+// std::nullopt for an invalid time: a result file may contain anything.
 std::optional<std::int64_t> TimeOfLastRun(const DayStatus& day) {
   const std::optional<FormatFields> fields = MatchFormat(L"%02d:%02d:%02d", day.result.last_run);
   if (!fields) {
@@ -171,7 +171,7 @@ Totals TotalsOf(const Survey& survey) {
   return all;
 }
 
-// `name="value"`. Backslash, quotation mark and line feed are what both formats escape.
+// `name="value"`. Both formats escape backslash, quotation mark and line feed.
 std::string Label(std::string_view name, std::wstring_view value) {
   std::string label(name);
   label += "=\"";
@@ -249,7 +249,7 @@ void WriteAccounts(const Survey& survey, const Totals& all, const std::string& l
 }  // namespace
 
 std::string MetricsReport(const Survey& survey, bool per_account) {
-  // Files of several log directories may be in one folder.
+  // One folder may hold files for several log directories.
   const std::string labels = Label("log_dir", survey.log_dir);
   const Totals all = TotalsOf(survey);
   MetricsText text;

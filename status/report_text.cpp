@@ -1,4 +1,4 @@
-// The report in columns. The last one holds text of any length.
+// The report in columns. The last column holds text of any length.
 #include <algorithm>
 #include <cstddef>
 #include <vector>
@@ -13,7 +13,7 @@ namespace {
 
 using Row = std::vector<std::wstring>;
 
-// Right-aligned columns but the last one, which is not padded.
+// Right-aligns all columns but the last, which is not padded.
 std::wstring Columns(const std::vector<Row>& rows) {
   std::vector<std::size_t> widths(rows.front().size(), 0);
   for (const Row& row : rows) {

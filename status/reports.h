@@ -14,16 +14,16 @@ namespace kyd {
 // The same for JSON: "ok" and so on.
 [[nodiscard]] std::wstring StateWord(State state);
 
-// For a terminal and for a monitoring system, which shows the first line.
+// For a terminal, and for monitoring systems, which show the first line.
 [[nodiscard]] std::wstring TextReport(const Survey& survey, const Verdict& verdict);
 
-// For machines: one JSON object (RFC 8259), UTF-8.
+// For other programs: one JSON object (RFC 8259), UTF-8.
 [[nodiscard]] std::string JsonReport(const Survey& survey, const Verdict& verdict);
 
-// For people: a self-contained page, UTF-8, well-formed as XML too.
+// For a browser: a self-contained page, UTF-8, also well-formed XML.
 [[nodiscard]] std::string HtmlReport(const Survey& survey, const Verdict& verdict);
 
-// For Prometheus: gauges in a text that is valid both in its own format and in OpenMetrics, UTF-8.
+// For Prometheus: gauges, valid in both its text format and OpenMetrics, UTF-8.
 [[nodiscard]] std::string MetricsReport(const Survey& survey, bool per_account);
 
 }  // namespace kyd

@@ -1,4 +1,4 @@
-// Matches the lines of a block against the formats from which the uploader makes them.
+// Matches the lines of a block against the formats with which the uploader writes them.
 #include "status/result_reader.h"
 
 #include <algorithm>
@@ -14,10 +14,10 @@ namespace kyd {
 namespace {
 
 constexpr std::wstring_view kLineEnd = L"\r\n";
-// Bytes. The longest line of a block holds the log directory, which the uploader cuts at 2047
+// Bytes. The longest line of a block holds the log directory, which the uploader truncates at 2047
 // characters.
 constexpr std::size_t kLongestLine = 8192;
-// Positions of the numbers in the head of a block.
+// Indexes of the numbers in the head of a block.
 enum Number : std::size_t { kHour = 3, kMinute, kSecond, kTotal, kSent = 9, kErrors, kNumbers };
 
 std::vector<std::wstring> LinesOf(std::wstring_view text) {
@@ -74,7 +74,7 @@ void ResultReader::TakeUnit(std::uint16_t unit) {
   if (!line.empty() && line.back() == L'\r') {
     line.pop_back();
   }
-  // A line from another source matches no format; a truncated one might.
+  // A line from another source matches no format, but a truncated one might.
   TakeLine(std::exchange(line_is_too_long_, false) ? L"?" : line);
 }
 
@@ -126,7 +126,7 @@ void ResultReader::TakeLineOfHead(std::wstring_view line) {
 
 void ResultReader::CountRun() {
   if (numbers_.size() != kNumbers) {
-    return;  // Impossible with the texts as they are.
+    return;  // Impossible with the current texts.
   }
   ++day_.runs;
   day_.folders = std::max(day_.folders, Counter(numbers_[kTotal]));
@@ -142,14 +142,15 @@ void ResultReader::TakeLineOfErrors(std::wstring_view line) {
   if (next_line_ < errors_.size()) {
     const bool fits = MatchFormat(errors_[next_line_], line).has_value();
     ++next_line_;
-    // A very long log directory is cut, with what follows it.
+    // A very long log directory is truncated, including the text after it.
     if (fits || next_line_ < errors_.size()) {
       return;
     }
   }
   const std::wstring with_end = std::wstring(line) + std::wstring(kLineEnd);
   if (with_end.size() >= kResultLineCapacity) {
-    // Cut by the uploader at a long name, together with its line end: the next line is part of it.
+    // The uploader truncated a long name including the line end, so the next line continues this
+    // one.
     empty_lines_ = 1;
     return;
   }

@@ -1,8 +1,8 @@
-// Reads the result file of a day: what the uploader's runs have written about themselves.
+// Reads the result file of a day.
 //
-// The file may still be growing, may end in half a block because a disk was full, and may contain
-// text from elsewhere. A run counts once the lines with its numbers are complete; everything
-// outside a block is skipped.
+// The file may still be growing, may end within a block because a disk was full, and may contain
+// foreign text. A run counts once the lines with its numbers are complete; everything outside
+// blocks is skipped.
 #pragma once
 
 #include <cstddef>
@@ -15,30 +15,29 @@
 
 namespace kyd {
 
-// The totals of a day's runs.
+// The totals of the runs of a day.
 struct DayResult {
   std::uint64_t runs = 0;
   std::uint64_t folders = 0;  // of the run that found the most
   std::uint64_t sent = 0;
   std::uint64_t errors = 0;
   std::map<std::wstring, std::uint64_t> errors_by_account;
-  std::uint64_t unfinished_blocks = 0;  // their end is missing
-  std::uint64_t strange_lines = 0;      // outside of all blocks, and not empty
+  std::uint64_t unfinished_blocks = 0;  // blocks without an end
+  std::uint64_t strange_lines = 0;      // non-empty lines outside all blocks
   std::wstring last_run;                // time of day, "14:07:09"; empty without a run
   std::uint64_t last_run_sent = 0;
   std::uint64_t last_run_errors = 0;
 };
 
-// Takes the bytes of a result file in pieces of any size, and needs little memory whatever they
-// contain.
+// Accepts the bytes of a result file in pieces of any size. Memory use is small for any content.
 class ResultReader {
  public:
   ResultReader();
 
   void Take(const std::uint8_t* bytes, std::size_t size);
 
-  // The result, once everything has been taken. A last line without a line end does not count, as
-  // it may still be being written.
+  // Returns the result after all bytes were added. A last line without a line end is ignored,
+  // because it may still be being written.
   [[nodiscard]] DayResult Finish();
 
  private:
@@ -51,15 +50,15 @@ class ResultReader {
   void TakeOtherLine(std::wstring_view line);
   void CountRun();
 
-  std::vector<std::wstring> head_;    // lines of the time and the counts
+  std::vector<std::wstring> head_;    // lines with the time and the counts
   std::vector<std::wstring> errors_;  // lines above those of the accounts
-  std::vector<std::uint8_t> line_;    // UTF-16LE, as far as it has been read
+  std::vector<std::uint8_t> line_;    // UTF-16LE, the part read so far
   bool line_is_too_long_ = false;
   std::optional<std::uint8_t> odd_byte_;
 
   Place place_ = Place::kOutside;
-  std::size_t next_line_ = 0;  // of head_ or errors_
-  unsigned empty_lines_ = 0;   // in a row, at the end of a block
+  std::size_t next_line_ = 0;  // index in head_ or errors_
+  unsigned empty_lines_ = 0;   // consecutive ones at the end of a block
   std::vector<std::int64_t> numbers_;
   DayResult day_;
 };

@@ -1,4 +1,4 @@
-// Command line, survey, verdict, report.
+// Command line, survey, judgement, report.
 #include "status/status.h"
 
 #include <chrono>
@@ -33,7 +33,7 @@ std::int64_t SteadyMilliseconds() {
   return std::chrono::duration_cast<milliseconds>(now).count();
 }
 
-// Calls a function with a progress line for a terminal, if there is one.
+// Calls a function with a progress line if there is a terminal.
 template <class Function>
 auto InSight(const Function& function) {
   if (!platform::ErrorsGoToTerminal()) {
@@ -46,14 +46,14 @@ auto InSight(const Function& function) {
   return function(progress);
 }
 
-// A device or a pipe would be replaced by a file; a folder is refused by the move.
+// Refuses devices and pipes, which would be replaced by a file; the move itself refuses folders.
 bool CanBeReplaced(const std::wstring& path) {
   return !platform::FileExists(path).value_or(false) ||
          platform::File::OpenUnobtrusive(path).IsOpen();
 }
 
-// Replaces the file in one step, as it may be read at any moment. True without a path, as no file
-// was requested.
+// Replaces the file in one step, because it may be read at any time. True without a path, when no
+// file was requested.
 bool WriteFileOf(const std::wstring& path, const std::function<std::string()>& content) {
   if (path.empty()) {
     return true;

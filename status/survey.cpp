@@ -1,4 +1,4 @@
-// Walks the folders as the uploader does, and reads the result files of the days.
+// Walks the folders like the uploader, and reads the result files of the days.
 #include "status/survey.h"
 
 #include <algorithm>
@@ -90,7 +90,7 @@ class Surveyor {
   }
 
   void LookAtWaiting(const std::wstring& name, WaitingFiles& waiting) {
-    unsigned unknown = 0;  // the error for a file without details
+    unsigned unknown = 0;  // the error of a file without details
     const auto count = [&](const platform::FileSearch& search) {
       if (search.Current().is_folder) {
         return;
@@ -99,7 +99,7 @@ class Surveyor {
       if (details) {
         ++waiting.files;
         waiting.bytes += details->size;
-        // A file from before 1970 has a broken time; it is old enough.
+        // A time before 1970 is invalid; treat the file as old.
         const std::int64_t modified = std::max<std::int64_t>(details->modified, 0);
         waiting.oldest = std::min(waiting.oldest.value_or(modified), modified);
         return;
@@ -156,8 +156,8 @@ class Surveyor {
     return reader.Finish();
   }
 
-  // Finds an account by name; one without a folder is kept apart. Its name is untrusted and never
-  // becomes part of a path.
+  // Finds an account by name; one without a folder is kept separately. The name is untrusted and
+  // never becomes part of a path.
   AccountStatus& AccountNamed(const std::wstring& name,
                               std::map<std::wstring, AccountStatus>& strangers) {
     const auto place =

@@ -1,4 +1,4 @@
-// The present contents of the log directory, and the uploader's results of the last days.
+// The current contents of the log directory, and the uploader's results of the last days.
 //
 // Changes nothing, opens no credential file and locks no file.
 #pragma once
@@ -21,9 +21,9 @@ struct WaitingFiles {
 };
 
 struct ArchivedFiles {
-  bool has_folder = false;     // without it no file can go there
-  std::uint64_t files = 0;     // all of them
-  std::uint64_t not_sent = 0;  // of these, moved there by a force flush
+  bool has_folder = false;     // without it no file can be moved there
+  std::uint64_t files = 0;     // all files
+  std::uint64_t not_sent = 0;  // of these, files moved by a force flush
 };
 
 struct AccountStatus {
@@ -37,11 +37,11 @@ struct AccountStatus {
 };
 
 struct DayStatus {
-  platform::LocalTime day;  // the date of it
+  platform::LocalTime day;  // only the date is set
   DayResult result;
 };
 
-// Something that could not be read.
+// A file or folder that could not be read.
 struct Unreadable {
   std::wstring path;
   unsigned error = 0;  // LastError
@@ -50,7 +50,7 @@ struct Unreadable {
 struct Survey {
   std::wstring log_dir;
   platform::LocalTime time;
-  std::int64_t now = 0;                 // the same moment in seconds since 1970
+  std::int64_t now = 0;                 // the same time in seconds since 1970
   std::vector<AccountStatus> accounts;  // by name
   std::vector<DayStatus> days;          // today first
   std::vector<Unreadable> unreadable;
@@ -66,11 +66,10 @@ struct AllDays {
 };
 [[nodiscard]] AllDays SumOfDays(const Survey& survey);
 
-// Seconds that have passed since a moment; 0 for one in the future.
+// Returns the seconds since a time; 0 for a time in the future.
 [[nodiscard]] std::int64_t AgeOf(std::int64_t moment, std::int64_t now) noexcept;
 
-// Surveys the folders. `days` is the number of result files that are read, today's and those
-// before.
+// Surveys the folders. Reads the result files of `days` days, today's first.
 [[nodiscard]] Survey TakeSurvey(const std::wstring& log_dir, unsigned days,
                                 const platform::Clock& clock, Progress& progress);
 

@@ -1,4 +1,4 @@
-// Numbers and names as people read them.
+// Formats numbers and names for people.
 #include "status/wording.h"
 
 #include <cstdint>
@@ -24,12 +24,12 @@ bool NeedsReplacing(wchar_t character) {
   const bool controls = value < 0x20 || (value >= 0x7F && value < 0xA0);
   const bool directs = value == 0x061C || value == 0x200E || value == 0x200F ||
                        (value >= 0x2028 && value <= 0x202E) || (value >= 0x2066 && value <= 0x2069);
-  // Noncharacters, which are not allowed in a page.
+  // noncharacters, which a page must not contain
   const bool is_none = (value & 0xFFFEU) == 0xFFFEU;
   return controls || directs || is_none;
 }
 
-// Where wide text is UTF-16.
+// True where wide text is UTF-16.
 bool BeginsPair(std::wstring_view text) {
   return sizeof(wchar_t) == 2 && text.size() >= 2 && platform::IsHighSurrogate(text[0]) &&
          platform::IsLowSurrogate(text[1]);
@@ -102,7 +102,7 @@ std::wstring SizeText(std::uint64_t bytes) {
   }
   double value = static_cast<double>(bytes) / 1024;
   const wchar_t* units = L"KMGTPE";
-  // From 1023.95 on it would be printed as 1024.0.
+  // 1023.95 and more would be printed as 1024.0
   while (value >= 1023.95 && units[1] != L'\0') {
     value /= 1024;
     ++units;

@@ -1,4 +1,4 @@
-// The wording that the reports share.
+// Wording shared by the reports.
 #pragma once
 
 #include <cstdint>
@@ -9,11 +9,13 @@
 
 namespace kyd {
 
-// A text that is safe to show on a terminal: control and direction characters become U+FFFD.
+// Returns a text that is safe to show on a terminal: control and direction characters become
+// U+FFFD.
 [[nodiscard]] std::wstring Printable(std::wstring_view text);
 
-// Like Printable, but different texts stay different, also in UTF-8: what is replaced, U+FFFD
-// itself and an unpaired surrogate become U+FFFD and six hexadecimal digits. A line feed stays.
+// Like Printable, but different texts stay different, also in UTF-8: every replaced character,
+// U+FFFD itself and an unpaired surrogate become U+FFFD and six hexadecimal digits. A line feed is
+// kept.
 [[nodiscard]] std::wstring PrintableAndDistinct(std::wstring_view text);
 
 // "1 file", "2 files".
@@ -29,13 +31,13 @@ namespace kyd {
 // "yes", "no", "unknown".
 [[nodiscard]] std::wstring CredentialsText(const AccountStatus& account);
 
-// How long the oldest file has waited, "-" when none waits or its time is not known.
+// Returns how long the oldest file has waited; "-" if none is waiting or its time is unknown.
 [[nodiscard]] std::wstring OldestText(const WaitingFiles& waiting, std::int64_t now);
 
-// "missing", "access denied" or the number of the error.
+// Returns "missing", "access denied" or the error number.
 [[nodiscard]] std::wstring ErrorText(unsigned error);
 
-// A survey in one line.
+// Returns a one-line summary of a survey.
 [[nodiscard]] std::wstring SummaryText(const Survey& survey);
 
 }  // namespace kyd

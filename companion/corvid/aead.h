@@ -26,13 +26,15 @@ struct ByteView {
 /// Fills with bytes from the system's cryptographic generator. False on failure.
 [[nodiscard]] bool FillRandom(std::uint8_t* bytes, std::size_t size) noexcept;
 
-/// Encrypts `plaintext` into `ciphertext`, which has room for as many bytes, and makes the tag over
-/// `associated` and the ciphertext. False for a key of the wrong size or a failure of the library.
+/// Encrypts `plaintext` into `ciphertext`, which must have room for the same number of bytes, and
+/// computes the tag over `associated` and the ciphertext. False for a key of the wrong size or a
+/// failure of the cryptographic library.
 [[nodiscard]] bool AeadSeal(const SecretBytes& key, const Nonce& nonce, ByteView associated,
                             ByteView plaintext, std::uint8_t* ciphertext, Tag* tag);
 
-/// The reverse. Also false if the tag does not match; the contents of `plaintext` are then
-/// meaningless. `plaintext` may be null for an empty text, whose tag is still checked.
+/// Decrypts, the reverse of AeadSeal. Also false if the tag does not match; the contents of
+/// `plaintext` are then meaningless. `plaintext` may be null for an empty text, whose tag is still
+/// checked.
 [[nodiscard]] bool AeadOpen(const SecretBytes& key, const Nonce& nonce, ByteView associated,
                             ByteView ciphertext, const Tag& tag, std::uint8_t* plaintext);
 

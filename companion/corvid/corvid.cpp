@@ -1,4 +1,4 @@
-// The three exports: adapt the caller's objects and let no exception out.
+// The three exports: adapt the caller's objects and catch all exceptions.
 #include "companion/corvid/corvid.h"
 
 #include <cstddef>

@@ -1,5 +1,5 @@
-// The exports of the Corvid library: the one declaration of their contract, which the program that
-// looks them up shares with the stand-in that provides them.
+// The exports of the Corvid library. The program that looks them up and the stand-in that provides
+// them share this declaration.
 //
 // The string and the vector belong to the caller and are resized by the library: both sides must be
 // built with the same C++ library and use the same C run-time heap. Each Windows module of this
@@ -20,7 +20,7 @@ std::int32_t Corvid_CmpCphr_Decrypt(const std::uint8_t* data, std::uint64_t size
                                     std::wstring* plaintext);
 
 /// Decodes Base64 text of `count` characters. Returns 0 with the bytes in `bytes`, or another value
-/// with `bytes` untouched, so that a vector without storage stays without. Throws nothing.
+/// with `bytes` unchanged (a vector without storage stays so). Throws nothing.
 std::int32_t Corvid_Base64_Decode(const wchar_t* text, std::uint64_t count,
                                   std::vector<std::uint8_t>* bytes);
 
@@ -30,7 +30,7 @@ std::int32_t Corvid_Write_EventLog();
 
 }  // extern "C"
 
-/// The stand-in's results other than 0, told apart for a debugger.
+/// The stand-in's results other than 0, distinct for debugging.
 enum CorvidError : std::int32_t {
   kCorvidBadArgument = 1,
   kCorvidNoKey = 2,

@@ -16,16 +16,16 @@ namespace companion {
 enum class OpenResult {
   kOpened,
   kNotSealed,     ///< too short, or without the magic
-  kNotAuthentic,  ///< made with another key, or changed since
+  kNotAuthentic,  ///< made with another key, or modified
   kNotUtf16,      ///< an odd number of bytes
 };
 
-/// Seals the bytes under a fresh random nonce; `plaintext` is sealed unchanged. False when the
+/// Seals the bytes with a new random nonce; `plaintext` is not converted. False if the
 /// cryptographic library fails.
 [[nodiscard]] bool SealText(const SecretBytes& key, const SecretBytes& plaintext,
                             std::vector<std::uint8_t>* sealed);
 
-/// Opens what SealText made and decodes it. `text` is assigned on kOpened only.
+/// Opens the result of SealText and decodes the plaintext. `text` is assigned only on kOpened.
 [[nodiscard]] OpenResult OpenText(const SecretBytes& key, ByteView sealed, std::wstring* text);
 
 }  // namespace companion

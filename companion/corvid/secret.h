@@ -1,4 +1,4 @@
-// Memory for keys and decrypted text: overwritten before it goes back to the heap.
+// Memory for keys and decrypted text, which is wiped before it is freed.
 #pragma once
 
 #include <cstddef>
@@ -10,7 +10,7 @@
 
 namespace companion {
 
-/// Standard allocator that wipes every block it takes back, those of a growing vector too.
+/// A standard allocator that wipes every block it frees, including those of a growing vector.
 template <typename T>
 class WipingAllocator {
  public:

@@ -101,7 +101,7 @@ SecretBytes BytesFromUtf16(const Utf16Text& text) {
 bool MakePlaintext(const SecretBytes& input, InputEncoding encoding, bool check_json,
                    SecretBytes* plaintext, std::string* problem) {
   if (encoding == InputEncoding::kUtf16Le && !check_json) {
-    *plaintext = input;  // Byte for byte, even an odd number of them.
+    *plaintext = input;  // byte for byte, even an odd number of bytes
     return true;
   }
   Utf16Text text;

@@ -33,7 +33,7 @@ constexpr char kFooter[] =
     "73 credential file not written, 74 input not readable, 78 no usable key.";
 constexpr char kVersion[] = "keyward-seal " KEYWARD_SEAL_VERSION " (stand-in)\n";
 
-// As in sysexits.h, which Windows does not have.
+// The values of sysexits.h, which Windows does not have.
 enum ExitCode : int {
   kExitDone = 0,
   kExitUsage = 64,
@@ -44,7 +44,7 @@ enum ExitCode : int {
   kExitNoKey = 78,
 };
 
-// Far more than any credential text; a limit for endless input.
+// Far above any credential text; limits endless input.
 constexpr std::size_t kLargestInput = std::size_t{64} << 20U;
 
 struct Options {
@@ -66,13 +66,13 @@ std::wstring Quoted(const std::wstring& path) {
   return L"\"" + path + L"\"";
 }
 
-// The platform's number of the last failure.
+// Returns the error number of the last failure.
 std::wstring LastErrorText() {
   const unsigned error = platform::LastError();
   return L" (error " + std::to_wstring(error) + L")";
 }
 
-// Prints what ended the parsing of the command line: help, version or an error.
+// Prints the result of parsing the command line: help, version or an error.
 ExitCode Answer(const CLI::App& app, const CLI::ParseError& end) {
   if (end.get_name() == "CallForHelp" || end.get_name() == "CallForVersion") {
     const bool is_help = end.get_name() == "CallForHelp";
@@ -83,7 +83,7 @@ ExitCode Answer(const CLI::App& app, const CLI::ParseError& end) {
   return kExitUsage;
 }
 
-// The options, or std::nullopt with the exit code.
+// Returns the options, or std::nullopt with the exit code.
 std::optional<Options> ParseArguments(const std::vector<std::string>& arguments,
                                       PathDecoder path_of, ExitCode* code) {
   CLI::App app(kDescription, "keyward-seal");
@@ -103,7 +103,7 @@ std::optional<Options> ParseArguments(const std::vector<std::string>& arguments,
   }
   check->excludes(raw);
   try {
-    // The library takes arguments from the back.
+    // the library expects the arguments in reverse order
     app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
     if (file.empty()) {
       throw CLI::ValidationError("file", "is empty");
@@ -119,7 +119,7 @@ std::optional<Options> ParseArguments(const std::vector<std::string>& arguments,
   return options;
 }
 
-// Standard input to its end, or std::nullopt after reporting why.
+// Reads standard input to its end. Returns std::nullopt after reporting a failure.
 std::optional<SecretBytes> ReadStandardInput(ExitCode* code) {
   // Unbuffered, so that the run-time keeps no copy of the credentials; reading works either way.
   static_cast<void>(std::setvbuf(stdin, nullptr, _IONBF, 0));
@@ -145,7 +145,8 @@ std::optional<SecretBytes> ReadStandardInput(ExitCode* code) {
   return input;
 }
 
-// The key beside the program, created if there is none; or std::nullopt after reporting why.
+// Returns the key of the program's folder, creating it if missing, or std::nullopt after reporting
+// a failure.
 std::optional<SecretBytes> LoadOrMakeKey(const std::wstring& path) {
   SecretBytes key;
   KeyFileState state = ReadKeyFile(path, &key);

@@ -1,4 +1,4 @@
-// Stand-in of the user-agent function.
+// The stand-in of the user-agent function.
 #include "pelham/comp_info_ctrl.h"
 
 #include <utf8.h>
@@ -22,8 +22,8 @@ constexpr std::string_view kThrowLine = "!throw";
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 constexpr std::size_t kLongestLine = 4096;
 
-// The file's beginning: room for the mark, the line, its CR LF and one more byte that shows a
-// longer one. std::nullopt if there is no file.
+// Returns the start of the file: enough for the byte-order mark, the line, its CR LF, and one more
+// byte that shows that the line is too long. std::nullopt if there is no file.
 std::optional<std::string> Beginning(const std::wstring& path) {
   platform::File file = platform::File::OpenUnobtrusive(path);
   if (!file.IsOpen() && platform::LastError() == platform::kErrorFileNotFound) {
@@ -52,7 +52,7 @@ std::string FirstLine(std::string text) {
   return text;
 }
 
-// The path of the settings file beside this library.
+// Returns the path of the settings file in this library's folder.
 std::wstring FilePath() {
   const std::wstring folder = platform::FolderOfModule(reinterpret_cast<const void*>(&FilePath));
   if (folder.empty()) {

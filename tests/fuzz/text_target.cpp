@@ -75,8 +75,7 @@ void CheckCase(std::string_view bytes) {
   Require(platform::EqualsIgnoringCase(left, left), "a name is equal to itself");
   Require(platform::EqualsIgnoringCase(left, right) == platform::EqualsIgnoringCase(right, left),
           "comparison is symmetric");
-  Require(left != right || platform::EqualsIgnoringCase(left, right),
-          "equal names differ only in case");
+  Require(left != right || platform::EqualsIgnoringCase(left, right), "identical names are equal");
 }
 
 }  // namespace

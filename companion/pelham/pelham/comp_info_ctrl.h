@@ -17,7 +17,7 @@
 
 namespace pelham {
 
-/// The library's file name without its ending.
+/// The library's file name without its extension.
 #if defined(_WIN32)
 inline constexpr wchar_t kLibraryName[] = L"pelham";
 #else
@@ -47,7 +47,7 @@ class CompInfoCtrl {
   /// UTF-8, or when the file cannot be read; so that tests can produce every behaviour of the
   /// library.
   ///
-  /// The string is allocated here and freed by the caller: both modules have to use the same C++
+  /// The string is allocated here and freed by the caller, so both modules must use the same C++
   /// library and the same C run-time heap.
   static PELHAM_API std::wstring CreateWebAPIUserAgent();
 };
