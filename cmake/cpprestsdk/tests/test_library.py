@@ -594,7 +594,7 @@ def test_tasks_are_waited_for_without_kernel_objects(probe):
 @pytest.mark.usefixtures("posix")
 @pytest.mark.parametrize("threads", [1, 2, 40])
 @pytest.mark.parametrize("tasks", [1, 2, 10])
-def test_process_exits_while_queued_tasks_wait_for_others(probe, tasks, threads):
+def test_process_ends_while_queued_tasks_wait_for_others(probe, tasks, threads):
     for _ in range(10):
         assert probe("queue", tasks, f"threads={threads}", limit=20) == []
 
