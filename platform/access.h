@@ -23,15 +23,15 @@ inline constexpr bool kAccessOpensFiles = true;
 inline constexpr bool kAccessOpensFiles = false;
 #endif
 
-// False, with LastError set, if the system would refuse access or nothing of this kind exists
-// (CreateFileW for a folder, AccessCheck for a file; faccessat with AT_EACCESS).
+// Returns false, with LastError set, if the system would refuse access or nothing of this kind
+// exists (CreateFileW for a folder, AccessCheck for a file; faccessat with AT_EACCESS).
 [[nodiscard]] bool MayAccess(const std::wstring& path, Access access);
 
-// The same for moving a file out of its folder or deleting it.
+// The same for moving a file out of its folder, or deleting it.
 [[nodiscard]] bool MayRemove(const std::wstring& path);
 
-// Bytes that the user may still write to the folder's file system (GetDiskFreeSpaceExW, statvfs); 0
-// if no file can be created although bytes are free. std::nullopt if unknown (LastError).
+// Returns how many bytes the user may still write to the folder's file system (GetDiskFreeSpaceExW,
+// statvfs); 0 if bytes are free but no file can be created. std::nullopt if unknown (LastError).
 [[nodiscard]] std::optional<std::uint64_t> FreeBytes(const std::wstring& folder);
 
 }  // namespace platform

@@ -1,10 +1,10 @@
-// Checks folders by opening them with the right in question, which conflicts with no other handle;
-// files by their security descriptors. A file must not be opened with any right to its content: the
-// uploader opens it with share mode 0 and would fail.
+// Checks folders by opening them with the right in question, which conflicts with no other handle,
+// and files by their security descriptors. A file must not be opened with any right to its content:
+// the uploader opens it with share mode 0 and would fail.
 #include "platform/access.h"
 
 #include <windows.h>
-// After windows.h, which it needs.
+// Requires windows.h.
 #include <aclapi.h>
 
 #include "platform/file_handle_win32.h"
@@ -48,7 +48,7 @@ bool IsAllowedInFolder(const std::wstring& path, DWORD right) {
   return folder.IsValid();
 }
 
-// The process's own token as an impersonation token, which AccessCheck requires.
+// Returns the process's own token as an impersonation token, which AccessCheck requires.
 UniqueToken ClientToken() {
   HANDLE process = nullptr;
   if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY | TOKEN_DUPLICATE, &process)) {

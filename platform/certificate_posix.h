@@ -23,7 +23,7 @@ struct CertificateWithKey {
   std::vector<X509Pointer> issuers;
 };
 
-// What a certificate context holds.
+// The object behind a certificate context.
 [[nodiscard]] const CertificateWithKey& CertificateOf(const void* context) noexcept;
 
 }  // namespace platform

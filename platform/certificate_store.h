@@ -1,4 +1,4 @@
-// Client certificates: the store that holds one, and the context that is handed to TLS.
+// Client certificates: the store that holds one, and the context that is passed to TLS.
 //
 // Windows: the system's certificate stores (crypt32). Linux: PEM files, each with a certificate and
 // its unencrypted private key, in $HOME/.config/keyward/certs/MY ("user") and
@@ -13,7 +13,7 @@
 
 namespace platform {
 
-// What failures leave in LastError (winerror.h).
+// The values of LastError after failures (winerror.h).
 inline constexpr unsigned kErrorCertificateNotFound = 0x80092004;  // CRYPT_E_NOT_FOUND
 inline constexpr unsigned kErrorBadEncoding = 0x80092002;          // CRYPT_E_BAD_ENCODE
 inline constexpr unsigned kErrorInvalidPassword = 86;              // ERROR_INVALID_PASSWORD
@@ -34,26 +34,25 @@ struct CertificateContextCloser {
 };
 using CertificateContext = UniqueHandle<CertificateContextCloser>;
 
-// Whose "MY" store.
+// Selects whose "MY" store is opened.
 enum class CertificateScope { kCurrentUser, kLocalMachine };
 
 // Opens a "MY" store for reading (CertOpenStore, CERT_STORE_PROV_SYSTEM_W). Invalid on failure
 // (LastError).
 [[nodiscard]] CertificateStore OpenPersonalStore(CertificateScope scope);
 
-// The certificate with this SHA-1 thumbprint (CertFindCertificateInStore, CERT_FIND_SHA1_HASH).
-// Invalid when there is none (LastError).
+// Returns the certificate with this SHA-1 thumbprint (CertFindCertificateInStore,
+// CERT_FIND_SHA1_HASH). Invalid if there is none (LastError).
 [[nodiscard]] CertificateContext FindByThumbprint(const CertificateStore& store,
                                                   const std::vector<std::uint8_t>& thumbprint);
 
-// Any certificate of the store, the first one (CERT_FIND_ANY). Invalid when it is empty
-// (LastError).
+// Returns the first certificate of the store (CERT_FIND_ANY). Invalid if it is empty (LastError).
 [[nodiscard]] CertificateContext FindFirstCertificate(const CertificateStore& store);
 
 // Whether the bytes look like PKCS #12 (PFXIsPFXBlob, RFC 7292).
 [[nodiscard]] bool IsPfx(const std::vector<std::uint8_t>& bytes);
 
-// A store with the contents of a PKCS #12 blob that has no password (PFXImportCertStore,
+// Returns a store with the contents of a PKCS #12 blob without a password (PFXImportCertStore,
 // CRYPT_EXPORTABLE | CRYPT_USER_KEYSET). Invalid on failure (LastError).
 [[nodiscard]] CertificateStore ImportPfx(const std::vector<std::uint8_t>& bytes);
 

@@ -25,7 +25,7 @@ namespace platform {
 
 namespace {
 
-// The certificates of one folder, or of one PKCS #12 blob. They are shared with the contexts found,
+// The certificates of one folder or one PKCS #12 blob. They are shared with the contexts found,
 // which may outlive the store, as on Windows.
 using Certificate = std::shared_ptr<const CertificateWithKey>;
 struct Store {
@@ -66,12 +66,12 @@ BioPointer BioOf(const std::string& text) {
   return BioPointer(BIO_new_mem_buf(text.data(), static_cast<int>(text.size())));
 }
 
-// There is no one to ask for the password of an encrypted key.
+// Never prompts for the password of an encrypted key.
 int NoPassword(char* /*buffer*/, int /*size*/, int /*writing*/, void* /*data*/) {
   return -1;
 }
 
-// Null if the text has no certificate with its private key.
+// Returns null unless the text has a certificate with its private key.
 Certificate ParsePem(const std::string& text) {
   auto parsed = std::make_shared<CertificateWithKey>();
   const BioPointer certificates = BioOf(text);

@@ -6,7 +6,7 @@
 
 namespace platform {
 
-// A moment in local time (GetLocalTime).
+// A local time (GetLocalTime).
 struct LocalTime {
   int year = 0;
   int month = 0;  // 1 to 12
@@ -17,7 +17,7 @@ struct LocalTime {
   int millisecond = 0;
 };
 
-// Seconds since 1970 of a moment in local time, by the machine's time zone
+// Returns the seconds since 1970 of a local time in the machine's time zone
 // (TzSpecificLocalTimeToSystemTime). For an hour that occurs twice, either result. std::nullopt for
 // a time that does not exist.
 [[nodiscard]] std::optional<std::int64_t> SecondsOf(const LocalTime& local);
@@ -26,13 +26,13 @@ class Clock {
  public:
   virtual ~Clock() = default;
 
-  // Whole seconds since 1970 (_time64).
+  // Returns whole seconds since 1970 (_time64).
   [[nodiscard]] virtual std::int64_t Seconds() const = 0;
 
   [[nodiscard]] virtual LocalTime Local() const = 0;
 };
 
-// The system's clock. Usable during static initialisation and destruction.
+// Returns the system's clock. Usable during static initialisation and destruction.
 [[nodiscard]] const Clock& SystemClock() noexcept;
 
 }  // namespace platform

@@ -5,9 +5,9 @@
 
 namespace platform {
 
-// Write text with line feeds to standard output or standard error: to a terminal in its own
-// characters, elsewhere as UTF-8. On Windows a line feed goes out as CR LF. False when not all of
-// it could be written (LastError).
+// Write text with line feeds to standard output or standard error: in the encoding of a terminal,
+// otherwise as UTF-8. On Windows a line feed is written as CR LF. Return false if not all of it
+// could be written (LastError).
 [[nodiscard]] bool WriteOutput(std::wstring_view text);
 [[nodiscard]] bool WriteErrors(std::wstring_view text);
 

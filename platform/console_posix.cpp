@@ -1,4 +1,4 @@
-// The standard streams by their descriptors.
+// Standard streams as file descriptors.
 #include "platform/console.h"
 
 #include <unistd.h>

@@ -1,4 +1,4 @@
-// The standard streams by their handles: a console gets wide text, everything else UTF-8.
+// Standard streams as handles: a console gets wide text, everything else UTF-8.
 #include "platform/console.h"
 
 #include <windows.h>
@@ -11,7 +11,7 @@
 namespace platform {
 namespace {
 
-// A console accepts only so many characters in one call.
+// A console accepts a limited number of characters per call.
 constexpr std::size_t kLargestConsoleWrite = 8000;
 constexpr std::size_t kLargestWrite = std::size_t{1} << 20;
 

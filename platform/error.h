@@ -1,9 +1,9 @@
-// The number of the calling thread's last failed platform operation.
+// The error number of the calling thread's last failed platform operation.
 #pragma once
 
 namespace platform {
 
-// Windows error numbers (winerror.h), on both platforms: a log line reads the same everywhere.
+// Windows error numbers (winerror.h) on both platforms, so that log lines are the same.
 inline constexpr unsigned kErrorFileNotFound = 2;
 inline constexpr unsigned kErrorPathNotFound = 3;
 inline constexpr unsigned kErrorAccessDenied = 5;
@@ -19,7 +19,7 @@ inline constexpr unsigned kErrorFileNameTooLong = 206;
 // unchanged. Read it in the statement after the failing call.
 [[nodiscard]] unsigned LastError() noexcept;
 
-// SetLastError. Lets clean-up code restore the number that is being reported.
+// SetLastError. Lets cleanup code restore the number that is being reported.
 void SetLastError(unsigned error) noexcept;
 
 }  // namespace platform

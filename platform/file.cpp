@@ -1,4 +1,4 @@
-// The part that is the same on both platforms.
+// Shared by both platforms.
 #include "platform/file.h"
 
 namespace platform {

@@ -11,7 +11,7 @@
 
 namespace platform {
 
-// Who may read a new file. On Windows the folder's access rules decide.
+// Who may read a new file. On Windows the folder's access rules apply.
 enum class FileReaders {
   kOwner,     // mode 0600
   kEveryone,  // mode 0666, less the process's umask
@@ -50,15 +50,15 @@ class File {
 
   [[nodiscard]] bool IsOpen() const noexcept { return handle_ != nullptr; }
 
-  // The size in bytes (GetFileSizeEx).
+  // Returns the size in bytes (GetFileSizeEx).
   [[nodiscard]] std::optional<std::uint64_t> Size() const;
 
   // Reads up to `size` bytes and returns the number read, which is less only at the end of the file
   // (ReadFile, synchronous).
   [[nodiscard]] std::optional<std::size_t> Read(void* buffer, std::size_t size);
 
-  // The same from an offset (ReadFile with an offset, pread). 0 beyond the end. The position of the
-  // next Read is unspecified.
+  // The same from an offset (ReadFile with an offset, pread). 0 at or beyond the end. The position
+  // of the next Read is unspecified.
   [[nodiscard]] std::optional<std::size_t> ReadAt(std::uint64_t offset, void* buffer,
                                                   std::size_t size);
 
@@ -84,8 +84,8 @@ class File {
 };
 
 // A text file opened for appending in UTF-8: a new or empty file gets a byte-order mark, and a line
-// feed is written as CR LF. Others may read and write it meanwhile (_wfsopen with "a, ccs=UTF-8"
-// and _SH_DENYNO; the same bytes on Linux).
+// feed is written as CR LF. Other processes may read and write it at the same time (_wfsopen with
+// "a, ccs=UTF-8" and _SH_DENYNO; the same bytes on Linux).
 class Utf8AppendFile {
  public:
   explicit Utf8AppendFile(const std::wstring& path);
@@ -118,12 +118,12 @@ class Utf8AppendFile {
 // PathIsDirectoryW.
 [[nodiscard]] bool IsFolder(const std::wstring& path);
 
-// Whether there is a file, or a link to one, that is not a folder; it is not opened
+// Returns whether there is a file, or a link to one, that is not a folder; it is not opened
 // (GetFileAttributesW, stat). std::nullopt if unknown (LastError).
 [[nodiscard]] std::optional<bool> FileExists(const std::wstring& path);
 
 // Creates a folder and its missing parents (SHCreateDirectoryExW without security attributes).
-// False if it could not be created or already exists.
+// Returns false if it could not be created or already exists.
 [[nodiscard]] bool CreateFolders(const std::wstring& path);
 
 }  // namespace platform

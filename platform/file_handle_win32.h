@@ -1,4 +1,4 @@
-// What the Windows files share: owned handles of files and folders, and file times.
+// Shared by the Windows files: owned handles of files and folders, and file times.
 #pragma once
 
 #include <windows.h>
@@ -12,7 +12,7 @@ namespace platform {
 struct FileCloser {
   using Value = HANDLE;
   static inline const Value kInvalid = INVALID_HANDLE_VALUE;
-  // Leaves the error number as it is.
+  // Preserves the error number.
   static void Close(Value file) noexcept {
     const DWORD error = GetLastError();
     CloseHandle(file);
@@ -21,12 +21,12 @@ struct FileCloser {
 };
 using UniqueFile = UniqueHandle<FileCloser>;
 
-// One number of the two halves that the system gives.
+// Combines the two halves of a number that the system returns.
 constexpr std::uint64_t Joined(DWORD high, DWORD low) noexcept {
   return (std::uint64_t{high} << 32) | low;
 }
 
-// Whole seconds since 1970. A FILETIME counts 100 ns since 1601.
+// Returns whole seconds since 1970. A FILETIME counts 100 ns since 1601.
 constexpr std::int64_t SecondsSince1970(const FILETIME& time) noexcept {
   constexpr std::int64_t kTicksPerSecond = 10'000'000;
   constexpr std::int64_t kSecondsFrom1601To1970 = 11'644'473'600;

@@ -1,4 +1,4 @@
-// What really lies under a name.
+// Finds out what a name really refers to.
 #include "platform/file_look_posix.h"
 
 #include <fcntl.h>
@@ -7,8 +7,8 @@
 namespace platform {
 namespace {
 
-// Filters of system calls that are older than statx refuse it with EPERM or ENOSYS; the C library's
-// own substitute refuses the flag with EINVAL.
+// System call filters that are older than statx reject it with EPERM or ENOSYS; the C library's
+// emulation rejects the flag with EINVAL.
 bool IsRefused(int error_number) noexcept {
   return error_number == EPERM || error_number == ENOSYS || error_number == EINVAL;
 }
@@ -30,7 +30,7 @@ Entry LookWithoutStatx(const std::string& path) noexcept {
   return entry;
 }
 
-// Whether an entry is what an exclusive creation makes.
+// Whether an entry looks like the result of an exclusive creation.
 bool IsNew(const Entry& entry, mode_t type) noexcept {
   return entry.IsPresent() && (entry.mode & S_IFMT) == type && (type != S_IFREG || entry.size == 0);
 }
@@ -93,11 +93,11 @@ int MakeNew(const std::string& path, mode_t type, const std::function<int()>& ma
     return before.IsPresent() ? EEXIST : before.error_number;
   }
   int error_number = 0;
-  // Repeated only while there is nothing: an interrupted call may have made the entry.
+  // Repeated only while nothing is there: an interrupted call may have created the entry.
   const int result = Uninterrupted([&] {
     const int made = make();
     error_number = made < 0 ? errno : 0;
-    // EEXIST: another's, as far as can be told.
+    // EEXIST: as far as can be determined, the entry is not ours.
     if (made < 0 && error_number != EEXIST && IsNew(LookAt(path), type)) {
       error_number = 0;
     }

@@ -17,15 +17,15 @@
 namespace platform {
 
 struct Entry {
-  int error_number = 0;  // 0: there is an entry. ENOENT: there is none. Others: unknown
-  // The rest is valid only if there is an entry.
+  int error_number = 0;  // 0: the entry exists. ENOENT: it does not. Others: unknown
+  // The other members are valid only if the entry exists.
   dev_t device = 0;
   ino_t inode = 0;
   mode_t mode = 0;
   nlink_t links = 0;
   off_t size = 0;
   std::int64_t changed = 0;  // of content or entry, in nanoseconds
-  bool is_cached = false;    // as a network file system may remember it
+  bool is_cached = false;    // possibly from the cache of a network file system
 
   [[nodiscard]] bool IsPresent() const noexcept { return error_number == 0; }
   [[nodiscard]] bool IsAbsent() const noexcept { return error_number == ENOENT; }
@@ -40,18 +40,19 @@ struct Entry {
 // Whether both exist and are the same file (device and inode). Unknown is not the same.
 [[nodiscard]] bool IsSame(const Entry& a, const Entry& b) noexcept;
 
-// The same without a cache: sure enough to remove another name or a copy of the file.
+// The same without a cache: reliable enough to remove another name or a copy of the file.
 [[nodiscard]] bool IsVerifiedSame(const Entry& a, const Entry& b) noexcept;
 
-// Whether the name verifiably no longer refers to the file: nothing is there, or another file.
+// Whether the name verifiably no longer refers to the file: it is missing, or another file.
 [[nodiscard]] bool HasLost(const Entry& name, const Entry& file) noexcept;
 
-// Whether it is the same file and nobody has touched it in between. Device and inode are not
-// enough: a new file may have those of one that is gone.
+// Whether it is the same file, unchanged in between. Device and inode are not enough: a new file
+// may reuse those of a removed one.
 [[nodiscard]] bool IsUntouched(const Entry& now, const Entry& before) noexcept;
 
-// Repeats an interrupted call that takes the file away from this name, but only while the file is
-// still there: if the call was done, the name may be another's by now. Fails with EIO then.
+// Repeats an interrupted call that removes this name of the file, but only while the name still
+// refers to the file: if the call was performed, the name may belong to another process by now.
+// Fails with EIO then.
 template <class Call>
 int TakeAway(const std::string& name, const Call& call) noexcept {
   const Entry before = LookAt(name);
@@ -64,10 +65,10 @@ int TakeAway(const std::string& name, const Call& call) noexcept {
   });
 }
 
-// Makes an entry that must not exist yet, empty and of this type (S_IFREG, S_IFDIR). `make` is
-// open(2) with O_EXCL or mkdir(2); a negative result is a failure. Gives 0 or an errno value,
-// EEXIST for an entry of another's. 0 as well when `make` reports failure but an empty entry is
-// there then and none was before.
+// Creates an empty entry of this type (S_IFREG, S_IFDIR) that must not exist yet. `make` is open(2)
+// with O_EXCL or mkdir(2); a negative result is a failure. Returns 0 or an errno value, EEXIST for
+// an entry that is not ours. Also returns 0 if `make` reports failure, but an empty entry exists
+// now and none existed before.
 [[nodiscard]] int MakeNew(const std::string& path, mode_t type, const std::function<int()>& make);
 
 }  // namespace platform

@@ -1,4 +1,4 @@
-// Moving a file without replacing one, step by step, on file systems of every kind.
+// Moves a file without replacing one, on any kind of file system.
 #include "platform/file_move_posix.h"
 
 #include <sys/random.h>
@@ -18,7 +18,7 @@ namespace {
 
 constexpr std::size_t kCopyBytes = std::size_t{256} << 10;
 
-// The folder of a path with its separator; "./" for a bare name.
+// Returns the folder of a path with its separator; "./" for a bare name.
 std::string FolderOf(const std::string& path) {
   const std::size_t separator = path.rfind('/');
   return separator == std::string::npos ? "./" : path.substr(0, separator + 1);
@@ -28,7 +28,7 @@ bool SameTime(const timespec& a, const timespec& b) {
   return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
 }
 
-// True when the open file is what it was when it was opened.
+// Returns whether the open file is unchanged since it was opened.
 bool IsUnchanged(const UniqueFd& file, const struct stat& before) {
   struct stat now;
   return Fstat(file.Get(), now) == 0 && now.st_size == before.st_size &&
@@ -39,12 +39,12 @@ int Unlink(const std::string& path) noexcept {
   return TakeAway(path, [&] { return unlink(path.c_str()); });
 }
 
-// Whether a rename that reported failure was done.
+// Returns whether a rename that reported failure was performed.
 bool WasRenamed(const Entry& file, const std::string& source, const std::string& target) noexcept {
   return HasLost(LookAt(source), file) && IsSame(LookAt(target), file);
 }
 
-// The plain rename of a file that was `original` before. 0 or an errno value.
+// The plain rename of a file whose status was `original`. Returns 0 or an errno value.
 int RenameOver(const Entry& original, const std::string& source,
                const std::string& target) noexcept {
   const int result = TakeAway(source, [&] { return rename(source.c_str(), target.c_str()); });
@@ -52,7 +52,7 @@ int RenameOver(const Entry& original, const std::string& source,
   return result == 0 || WasRenamed(original, source, target) ? 0 : error_number;
 }
 
-// Copies everything up to the end. False, with errno set, when that fails, and when it was not
+// Copies everything up to the end. Returns false, with errno set, on failure or if it was not
 // `size` bytes.
 bool CopyBytes(const UniqueFd& from, const UniqueFd& to, off_t size) {
   const auto buffer = std::make_unique<char[]>(kCopyBytes);
@@ -64,7 +64,7 @@ bool CopyBytes(const UniqueFd& from, const UniqueFd& to, off_t size) {
     }
     total += count;
     if (total > size || (count == 0 && total < size)) {
-      errno = EAGAIN;  // Somebody is writing to the source.
+      errno = EAGAIN;  // another process is writing to the source
       return false;
     }
     if (count == 0) {
@@ -76,17 +76,17 @@ bool CopyBytes(const UniqueFd& from, const UniqueFd& to, off_t size) {
   }
 }
 
-// Gives the copy what a rename would have kept, as far as that is possible. A mounted file system
-// may have no modes, owners or times of its own; that must not keep a file from being moved.
+// Copies the metadata that a rename would keep, as far as possible. A mounted file system may not
+// support modes, owners or times; that must not prevent a move.
 void CopyAttributes(const UniqueFd& to, const struct stat& from) {
-  // Only an administrator can give files away; for others the copy stays theirs.
+  // Only an administrator can change the owner; other users keep the copy as their own.
   (void)!fchown(to.Get(), from.st_uid, from.st_gid);
   (void)fchmod(to.Get(), from.st_mode & 0777);
   const timespec times[2] = {from.st_atim, from.st_mtim};
   (void)futimens(to.Get(), times);
 }
 
-// 0 also where the file system cannot be asked to write to the disk.
+// Also returns 0 if the file system does not support syncing.
 int Sync(const UniqueFd& file) {
   return Uninterrupted([&] { return fsync(file.Get()); }) == 0 || IsUnsupported(errno) ? 0 : errno;
 }
@@ -96,8 +96,8 @@ bool Failed(int error_number, const std::string& path) {
   return false;
 }
 
-// A name of its own beside the target, and not derived from the target's name, which may be as long
-// as names can be.
+// Returns a unique name in the target's folder. It is not derived from the target's name, which may
+// already have the maximum length.
 std::string TemporaryName(const std::string& target) {
   std::uint64_t number = 0;
   if (getrandom(&number, sizeof number, GRND_NONBLOCK) != sizeof number) {
@@ -109,7 +109,7 @@ std::string TemporaryName(const std::string& target) {
   return FolderOf(target) + ".kyd-move-" + std::to_string(number);
 }
 
-// The copy on its way: under a temporary name, then under the target's.
+// The copy while it is made: first under a temporary name, then under the target's.
 class Copy {
  public:
   Copy(const std::string& source, const std::string& target) : source_(source), target_(target) {}
@@ -117,11 +117,11 @@ class Copy {
   Copy(const Copy&) = delete;
   Copy& operator=(const Copy&) = delete;
 
-  // Makes the copy under a temporary name.
+  // Creates the copy under a temporary name.
   bool Write(const UniqueFd& from, const struct stat& before);
-  // Gives it the target's name.
+  // Renames it to the target.
   bool Publish();
-  // Removes the source, or the copy again when the source has to stay.
+  // Removes the source, or the copy if the source must stay.
   bool ReplaceSource(const UniqueFd& from, const struct stat& before);
 
  private:
@@ -130,11 +130,11 @@ class Copy {
 
   const std::string& source_;
   const std::string& target_;
-  std::string temporary_;  // empty while there is none
+  std::string temporary_;  // empty if there is none
   Entry copy_;
 };
 
-// Never disturbs the error that is being reported.
+// Preserves the error that is being reported.
 Copy::~Copy() {
   if (!temporary_.empty()) {
     const int error_number = errno;
@@ -149,9 +149,9 @@ bool Copy::Make(UniqueFd& to) {
     const int raw = open(temporary_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
     if (raw < 0) {
       const int error_number = errno;
-      Unlink(temporary_);  // Made all the same, perhaps: nobody else has a file of this name.
+      Unlink(temporary_);  // it may exist all the same; the name is unique to this process
       temporary_.clear();
-      errno = error_number == EEXIST ? EINTR : error_number;  // the next name, then
+      errno = error_number == EEXIST ? EINTR : error_number;  // tries the next name
     }
     return raw;
   };
@@ -187,8 +187,8 @@ bool Copy::Publish() {
   return true;
 }
 
-// Removes the published copy, but only while the original is verifiably in place; otherwise it may
-// be all that is left.
+// Removes the published copy, but only while the original is verifiably in place; otherwise the
+// copy may be the only one left.
 bool Copy::Retract(int error_number, const std::string& path, const Entry& original) const {
   if (IsVerifiedSame(LookAt(source_), original) && IsVerifiedSame(LookAt(target_), copy_)) {
     Unlink(target_);
@@ -203,12 +203,12 @@ bool Copy::ReplaceSource(const UniqueFd& from, const struct stat& before) {
   }
   const Entry named = LookAt(source_);
   if (HasLost(named, original)) {
-    return true;  // Somebody else removed or replaced it: the copy may be all that is left.
+    return true;  // another process removed or replaced it: the copy may be the only one left
   }
   if (!named.IsPresent()) {
     return Failed(named.error_number, source_);
   }
-  // Looked at once more in the last moment: what was written meanwhile is not in the copy.
+  // Checked again at the last moment: data written in the meantime is not in the copy.
   if (!IsUnchanged(from, before)) {
     return Retract(EAGAIN, source_, original);
   }
@@ -219,8 +219,8 @@ bool Copy::ReplaceSource(const UniqueFd& from, const struct stat& before) {
   return HasLost(LookAt(source_), original) || Retract(error_number, source_, original);
 }
 
-// Reserves a free name by an empty entry. 0 or an errno value. A file is held open as well: so its
-// number cannot become that of another one.
+// Reserves a free name with an empty entry. Returns 0 or an errno value. A file is also kept open,
+// so that its inode number cannot be reused.
 int Reserve(const std::string& target, bool as_folder, UniqueFd& held) {
   return MakeNew(target, as_folder ? S_IFDIR : S_IFREG, [&] {
     if (as_folder) {
@@ -250,7 +250,7 @@ int MoveByLink(const std::string& source, const std::string& target) noexcept {
   if (!original.IsPresent()) {
     return original.error_number;
   }
-  // Known to be free, so that a link there can be told from one that was there before.
+  // Known to be free, so that our link can be distinguished from an existing file.
   const Entry before = LookAt(target);
   if (!before.IsAbsent()) {
     return before.IsPresent() ? EEXIST : before.error_number;
@@ -270,7 +270,7 @@ int MoveByLink(const std::string& source, const std::string& target) noexcept {
   if (HasLost(left, linked)) {
     return 0;
   }
-  // With both names counted the source is verifiably there.
+  // If both names are counted, the source verifiably exists.
   if (IsVerifiedSame(left, linked) && linked.links > 1) {
     Unlink(target);
   }
@@ -282,8 +282,8 @@ int MoveByReservation(const std::string& source, const std::string& target) {
   if (!original.IsPresent()) {
     return original.error_number;
   }
-  // Nothing is reserved in vain: removing the reservation could fail. Folders are compared because
-  // layers of an overlay show in their files.
+  // Avoids a pointless reservation, whose removal could fail. Compares folders, because files on an
+  // overlay show the device of their layer.
   const Entry from = LookAt(FolderOf(source));
   const Entry to = LookAt(FolderOf(target));
   if (!from.IsPresent() || !to.IsPresent()) {
@@ -298,12 +298,12 @@ int MoveByReservation(const std::string& source, const std::string& target) {
     return error_number;
   }
   const Entry reserved = LookAt(target);
-  // Without another look at the source, which could fail and keep the reservation in place.
+  // Without checking the source again, which could fail and leave the reservation in place.
   const int error_number = RenameOver(original, source, target);
   if (error_number == 0) {
     return 0;
   }
-  // The reservation goes only when it is verifiably that, and the source where it was.
+  // Removes only what is verifiably the reservation, and only if the source is still in place.
   const Entry left = LookAt(target);
   if (IsVerifiedSame(LookAt(source), original) && IsVerifiedSame(left, reserved) &&
       !IsSame(left, original)) {
@@ -331,7 +331,7 @@ int MoveOnSameFileSystem(const std::string& source, const std::string& target) {
 bool MoveByCopy(const std::string& source, const std::string& target) {
   const UniqueFd from = OpenRegularFile(source, O_RDONLY | O_NOFOLLOW);
   if (!from) {
-    // Links and folders stay on their file system.
+    // Links and folders are not moved to another file system.
     if (LastError() == kErrorAccessDenied) {
       const Entry entry = LookAt(source);
       if (entry.IsPresent() && !S_ISREG(entry.mode)) {
@@ -345,7 +345,7 @@ bool MoveByCopy(const std::string& source, const std::string& target) {
     return Failed(errno, source);
   }
   if (LookAt(target).IsPresent()) {
-    return Failed(EEXIST, target);  // Known before a long copy is made for nothing.
+    return Failed(EEXIST, target);  // Checked now to avoid a long copy for nothing.
   }
   Copy copy(source, target);
   if (!copy.Write(from, before)) {
@@ -367,7 +367,7 @@ int SyncFolderOf(const std::string& path) {
     return open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   }));
   if (!folder) {
-    // A folder that may be written to but not read: nothing more can be done.
+    // The folder may be written to but not read, so it cannot be synced.
     return errno == EACCES || IsUnsupported(errno) ? 0 : errno;
   }
   return Sync(folder);

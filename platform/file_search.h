@@ -25,10 +25,10 @@ struct EntryDetails {
 // unsorted.
 class FileSearch {
  public:
-  // An empty search, to assign another one to.
+  // An empty search, to be assigned to.
   FileSearch();
-  // Names that have the ending, such as ".log", without regard to case (on Windows also names whose
-  // short form has it); with an empty ending every entry, "." and ".." included. The folder is
+  // Finds names with the extension, such as ".log", ignoring case (on Windows also names whose
+  // short form has it); with an empty extension every entry, "." and ".." included. The folder is
   // first opened by First.
   FileSearch(std::wstring folder, std::wstring ending);
   ~FileSearch();
@@ -48,8 +48,8 @@ class FileSearch {
   // The current entry; valid after First or Next returned true, until the next call of either.
   [[nodiscard]] const FoundEntry& Current() const noexcept { return entry_; }
 
-  // To be called right after First or Next returned false: 0 at the end of the entries, otherwise
-  // the error that ended the search early.
+  // Call right after First or Next returned false: 0 at the end of the entries, otherwise the error
+  // that ended the search early.
   [[nodiscard]] unsigned Failure() const noexcept {
     const unsigned error = LastError();
     return error == (handle_ == nullptr ? kErrorFileNotFound : kErrorNoMoreFiles) ? 0 : error;
@@ -59,14 +59,14 @@ class FileSearch {
   // kErrorFileNotFound if the entry has been removed.
   [[nodiscard]] std::optional<EntryDetails> Details() const;
 
-  // Ends the search; the destructor does it otherwise.
+  // Ends the search, as does the destructor.
   void Close() noexcept;
 
  private:
   struct Handle;
   std::wstring folder_;
   std::wstring ending_;
-  std::unique_ptr<Handle> handle_;  // null before the first entry was found
+  std::unique_ptr<Handle> handle_;  // null until the first entry was found
   FoundEntry entry_;
 };
 

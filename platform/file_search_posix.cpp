@@ -1,4 +1,4 @@
-// The search in a folder, in the order of readdir.
+// Folder search in the order of readdir.
 #include "platform/file_search.h"
 
 #include <dirent.h>
@@ -35,7 +35,7 @@ DIR* OpenFolder(const std::string& folder) {
   return directory;
 }
 
-// Null with errno 0 at the end.
+// Returns null with errno 0 at the end.
 const dirent* NextEntry(DIR* directory) {
   const dirent* entry = nullptr;
   static_cast<void>(Uninterrupted([&] {

@@ -1,4 +1,4 @@
-// The system's search.
+// Folder search by the system.
 #include "platform/file_search.h"
 
 #include <windows.h>

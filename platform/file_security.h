@@ -1,16 +1,16 @@
-// Who may use a file that the program creates.
+// Access rules for files that the program creates.
 #pragma once
 
 #include <memory>
 
 namespace platform {
 
-// Owns a security descriptor, the security attributes that point at it, a SID and an access-control
-// list. The program itself uses mode 0 only: the default security of the folder.
+// Owns a security descriptor, the security attributes that point to it, a SID and an access-control
+// list. The program itself uses only mode 0: the default security of the folder.
 class CFileAccessSecurity {
  public:
   enum Mode : int {
-    kDefault = 0,         // no attributes at all
+    kDefault = 0,         // no attributes
     kAdministrators = 1,  // S-1-5-32-544
     kLocalSystem = 2,     // S-1-5-18
     kUsers = 3,           // S-1-5-32-545
@@ -28,8 +28,8 @@ class CFileAccessSecurity {
   // Modes other than 0 need Windows.
   bool Build();
 
-  // SECURITY_ATTRIBUTES* for CreateFileW and the like; null in mode 0. Valid while the object
-  // lives.
+  // Returns SECURITY_ATTRIBUTES* for CreateFileW and the like; null in mode 0. Valid for the
+  // lifetime of the object.
   [[nodiscard]] void* Attributes() const noexcept;
 
  private:

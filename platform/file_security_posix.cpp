@@ -1,4 +1,4 @@
-// Without Windows there is only the folder's default security.
+// Linux supports only the folder's default security.
 #include <stdexcept>
 
 #include "platform/file_security.h"

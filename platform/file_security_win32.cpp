@@ -10,7 +10,7 @@
 namespace platform {
 namespace {
 
-// Room for the list's header and one entry besides the SID.
+// Space for the list's header and one entry besides the SID.
 constexpr DWORD kAclOverhead = 28;
 
 struct SidCloser {
@@ -54,7 +54,7 @@ UniqueSid SidOf(int mode) {
   }
 }
 
-// A list that allows the SID everything, on the object and on all that is made inside it.
+// A list that allows the SID everything, on the object and on everything created inside it.
 UniqueAcl AllowEverything(PSID sid) {
   const DWORD size = GetLengthSid(sid) + kAclOverhead;
   UniqueAcl acl(static_cast<PACL>(HeapAlloc(GetProcessHeap(), 0, size)));
@@ -70,7 +70,7 @@ UniqueAcl AllowEverything(PSID sid) {
 
 }  // namespace
 
-// The attributes point at the descriptor, which points at the list: none of them may move.
+// The attributes point to the descriptor, which points to the list, so none of them may move.
 struct CFileAccessSecurity::Descriptor {
   UniqueSid sid;
   UniqueAcl acl;

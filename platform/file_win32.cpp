@@ -3,7 +3,7 @@
 
 #include <share.h>
 #include <windows.h>
-// After windows.h, which they need.
+// Require windows.h.
 #include <shlobj.h>
 #include <shlwapi.h>
 
@@ -21,7 +21,7 @@
 namespace platform {
 namespace {
 
-// One call moves at most this much, a multiple of any sector size that fits a DWORD.
+// The maximum per call: a multiple of any sector size that fits a DWORD.
 constexpr std::size_t kLargestTransfer = std::size_t{1} << 30;
 
 // The C run-time converts its output in blocks of some hundred characters and loses a surrogate
@@ -39,7 +39,7 @@ bool IsPresent(const std::wstring& path) {
   return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
 }
 
-// Verifiably absent: a check that fails does not count.
+// Whether the file is verifiably absent: a failed check does not count.
 bool IsAbsent(const std::wstring& path) {
   return !IsPresent(path) && GetLastError() == ERROR_FILE_NOT_FOUND;
 }
@@ -57,8 +57,8 @@ UniqueFile OpenDiskFile(const std::wstring& path, DWORD access, DWORD share, voi
   return file;
 }
 
-// Continues after short reads until `size` bytes are read or the file ends. `place_after` gives the
-// place of the next read from the number of bytes read so far, or null for the file pointer's.
+// Continues after short reads until `size` bytes are read or the file ends. `place_after` returns
+// the offset of the next read for the number of bytes read so far, or null to use the file pointer.
 template <class PlaceAfter>
 std::optional<std::size_t> ReadUpTo(HANDLE file, void* buffer, std::size_t size,
                                     const PlaceAfter& place_after) {
@@ -68,7 +68,7 @@ std::optional<std::size_t> ReadUpTo(HANDLE file, void* buffer, std::size_t size,
     DWORD count = 0;
     OVERLAPPED* const place = place_after(total);
     if (!ReadFile(file, static_cast<char*>(buffer) + total, wanted, &count, place)) {
-      // At the end of the file a read with a place fails; one without returns 0 bytes.
+      // At the end of the file a read with an offset fails; one without returns 0 bytes.
       if (place != nullptr && GetLastError() == ERROR_HANDLE_EOF) {
         break;
       }
@@ -130,7 +130,7 @@ File File::CreateNew(const std::wstring& path, FileReaders /*readers*/) {
   UniqueFile file = OpenDiskFile(path, GENERIC_WRITE, /*share=*/0, /*security=*/nullptr, CREATE_NEW,
                                  FILE_ATTRIBUTE_NORMAL);
   if (!file && GetLastError() == ERROR_FILE_EXISTS) {
-    ::SetLastError(kErrorAlreadyExists);  // The same number as for a move.
+    ::SetLastError(kErrorAlreadyExists);  // the same number as for a move
   }
   return File(Handle::Holding(std::move(file)));
 }
@@ -178,7 +178,7 @@ bool File::SeekToEnd() {
     ::SetLastError(kErrorGeneralFailure);
     return false;
   }
-  // With the upper half of the distance: without it the call fails beyond 4 GiB.
+  // Passes the upper half of the distance: without it the call fails beyond 4 GiB.
   LONG upper = 0;
   ::SetLastError(ERROR_SUCCESS);
   return SetFilePointer(handle_->file.Get(), 0, &upper, FILE_END) != INVALID_SET_FILE_POINTER ||
@@ -245,7 +245,7 @@ void Utf8AppendFile::Write(const std::wstring& text) {
 }
 
 bool MoveWithoutReplacing(const std::wstring& source, const std::wstring& target) {
-  // Only under a name known to be free can the moved file be told from an older one.
+  // The moved file can be distinguished from an existing one only if the name was free before.
   const bool was_free = IsAbsent(target);
   if (MoveFileW(source.c_str(), target.c_str())) {
     return true;

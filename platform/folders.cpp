@@ -1,4 +1,4 @@
-// Folder rules that are the same on every platform.
+// Folder rules shared by both platforms.
 #include "platform/folders.h"
 
 namespace platform {

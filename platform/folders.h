@@ -7,16 +7,16 @@
 
 namespace platform {
 
-// The default base folder of the diagnostic log, ending in a separator: the root of the system
-// drive, such as "C:\" (GetSystemDirectoryW); "/var/log/" on Linux. std::nullopt if unknown.
+// Returns the default base folder of the diagnostic log, ending in a separator: the root of the
+// system drive, such as "C:\" (GetSystemDirectoryW); "/var/log/" on Linux. std::nullopt if unknown.
 [[nodiscard]] std::optional<std::wstring> DefaultLogBase();
 
-// The part of a system directory up to and including its first backslash. std::nullopt for a text
-// of fewer than 2 characters or without a backslash.
+// Returns the part of a system directory up to and including its first backslash. std::nullopt for
+// a text of fewer than 2 characters or without a backslash.
 [[nodiscard]] std::optional<std::wstring> DriveRootOf(std::wstring_view system_directory);
 
-// The Common Documents folder (SHGetSpecialFolderPathW, CSIDL_COMMON_DOCUMENTS, nothing created)
-// without a trailing separator; "/var/lib/keyward" on Linux. Empty if unavailable.
+// Returns the Common Documents folder (SHGetSpecialFolderPathW, CSIDL_COMMON_DOCUMENTS, nothing
+// created) without a trailing separator; "/var/lib/keyward" on Linux. Empty if unavailable.
 [[nodiscard]] std::wstring CommonDocumentsFolder();
 
 }  // namespace platform

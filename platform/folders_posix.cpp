@@ -1,4 +1,4 @@
-// The Linux equivalents of Windows' folders.
+// The Linux equivalents of Windows folders.
 #include "platform/folders.h"
 #include "platform/sysroot_posix.h"
 #include "platform/text.h"

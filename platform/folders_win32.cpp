@@ -2,7 +2,7 @@
 #include "platform/folders.h"
 
 #include <windows.h>
-// After windows.h, which it needs.
+// Requires windows.h.
 #include <shlobj.h>
 
 namespace platform {
@@ -11,7 +11,7 @@ std::optional<std::wstring> DefaultLogBase() {
   wchar_t directory[260] = {};
   const UINT length = GetSystemDirectoryW(directory, static_cast<UINT>(std::size(directory)));
   if (length >= std::size(directory)) {
-    return std::nullopt;  // The result is the size needed; nothing was copied.
+    return std::nullopt;  // The result is the required size; nothing was copied.
   }
   return DriveRootOf(std::wstring_view(directory, length));
 }

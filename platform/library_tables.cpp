@@ -13,14 +13,14 @@
 namespace platform {
 namespace {
 
-// Far more than any real library has.
-constexpr std::size_t kMostSections = 1024;  // segments, as well
+// Far above any real library.
+constexpr std::size_t kMostSections = 1024;  // also for segments
 constexpr std::size_t kMostImports = 1024;
 constexpr std::size_t kMostDynamicEntries = 4096;
 constexpr std::size_t kLongestChain = 4096;  // of symbols with the same hash
 constexpr std::size_t kLongestName = 1024;
 
-// The bytes of the file. After a failed read all further reads give zero.
+// The bytes of the file. After a failed read, all further reads return zero.
 class Bytes {
  public:
   explicit Bytes(const ReadFileBytes& read) : read_(read) {}
@@ -33,7 +33,7 @@ class Bytes {
   std::uint32_t U32(std::uint64_t offset) { return static_cast<std::uint32_t>(Number(offset, 4)); }
   std::uint64_t U64(std::uint64_t offset) { return Number(offset, 8); }
 
-  // A NUL-terminated text.
+  // Reads a NUL-terminated text.
   std::string Name(std::uint64_t offset) {
     std::string name;
     std::array<char, 64> piece;
@@ -78,7 +78,7 @@ class Bytes {
   bool is_good_ = true;
 };
 
-// A piece of the file and its address in the memory of a process.
+// A part of the file and its address in memory.
 struct Piece {
   std::uint64_t address = 0;
   std::uint64_t offset = 0;
@@ -89,13 +89,13 @@ class Image {
  public:
   explicit Image(Bytes& bytes) : bytes_(bytes) {}
 
-  // False when there are too many.
+  // Returns false if there are too many.
   void Add(const Piece& piece) {
     bytes_.Require(piece.offset, piece.size);
     pieces_.push_back(piece);
   }
 
-  // The file offset of an address. Fails if no piece contains it.
+  // Returns the file offset of an address. Fails if no part contains it.
   std::uint64_t OffsetOf(std::uint64_t address) {
     for (const Piece& piece : pieces_) {
       if (address >= piece.address && address - piece.address < piece.size) {
@@ -111,7 +111,7 @@ class Image {
   std::vector<Piece> pieces_;
 };
 
-// The format of Windows.
+// The Windows format.
 class PeReader {
  public:
   explicit PeReader(Bytes& bytes) : bytes_(bytes), image_(bytes), header_(bytes.U32(0x3C)) {}
@@ -168,7 +168,7 @@ class PeReader {
     }
   }
 
-  // The address of a table, 0 when there is none.
+  // Returns the address of a table, 0 if there is none.
   std::uint64_t Directory(std::uint32_t index) {
     const std::uint64_t optional = header_ + kOptionalHeader;
     return index < bytes_.U32(optional + 108) ? bytes_.U32(optional + 112 + 8 * index) : 0;
@@ -222,7 +222,7 @@ class PeReader {
   std::uint64_t header_;
 };
 
-// The format of Linux.
+// The Linux format.
 class ElfReader {
  public:
   explicit ElfReader(Bytes& bytes) : bytes_(bytes), image_(bytes) {}
@@ -324,7 +324,7 @@ class ElfReader {
     return hash_ != 0 && IsInHash(name);
   }
 
-  // A defined symbol of this name.
+  // Returns whether a symbol of this name is defined.
   bool IsDefined(std::uint64_t index, const std::string& name) {
     const std::uint64_t symbol = image_.OffsetOf(symbols_) + 24 * index;
     return bytes_.U16(symbol + 6) != 0 &&
@@ -393,11 +393,11 @@ class ElfReader {
   bool has_dynamic_ = false;
   Piece dynamic_;
   bool is_program_ = false;
-  std::uint64_t strings_ = 0;  // addresses; 0 when there is none
+  std::uint64_t strings_ = 0;  // addresses; 0 if missing
   std::uint64_t symbols_ = 0;
   std::uint64_t hash_ = 0;
   std::uint64_t gnu_hash_ = 0;
-  std::vector<std::uint64_t> needed_;  // places in the strings
+  std::vector<std::uint64_t> needed_;  // offsets in the string table
 };
 
 bool StartsWith(std::string_view text, std::string_view start) {

@@ -22,8 +22,8 @@ struct LibraryTables {
   bool is_library = false;  // false for a program or an object file
 
   // Both are empty unless the machine is kX64.
-  std::vector<std::string> imports;  // libraries that it needs, by name, in the file's order
-  std::vector<std::string> exports;  // of the names that were asked for, those that it exports
+  std::vector<std::string> imports;  // names of required libraries, in file order
+  std::vector<std::string> exports;  // those of the requested names that it exports
 };
 
 // The format of the libraries that this program can load.
@@ -33,8 +33,8 @@ inline constexpr LibraryTables::Format kLibraryFormat = LibraryTables::Format::k
 inline constexpr LibraryTables::Format kLibraryFormat = LibraryTables::Format::kElf;
 #endif
 
-// Reads the tables of a file and looks for the given exports, as the loader does. std::nullopt if
-// the file cannot be read; kErrorBadFormat if it is not a library, truncated or damaged. Delayed
+// Reads the tables of a file and looks up the given exports like the loader. std::nullopt if the
+// file cannot be read; kErrorBadFormat if it is not a library, truncated or damaged. Delayed
 // imports and exports without a name are ignored.
 [[nodiscard]] std::optional<LibraryTables> ReadLibraryTables(
     const std::wstring& path, const std::vector<std::string>& exports = {});
@@ -44,9 +44,8 @@ inline constexpr LibraryTables::Format kLibraryFormat = LibraryTables::Format::k
 using ReadFileBytes =
     std::function<std::size_t(std::uint64_t offset, void* buffer, std::size_t size)>;
 
-// The same for bytes from any source; std::nullopt if they are not a complete library. A file of
-// any size and content takes at most a few thousand calls for each name and no more memory than the
-// names.
+// The same for bytes from any source; std::nullopt if they are not a complete library. Any file
+// takes at most a few thousand calls per name, and memory only for the names.
 [[nodiscard]] std::optional<LibraryTables> ReadLibraryTables(
     const ReadFileBytes& read, const std::vector<std::string>& exports);
 
@@ -68,8 +67,8 @@ inline constexpr RunTime kProgramRunTime = RunTime::kUniversal;
 inline constexpr RunTime kProgramRunTime = RunTime::kMsvcrt;
 #endif
 
-// The imported run-time that shows that a module was built for another one than `wanted`; empty if
-// it imports that one, or none because it is linked statically.
+// Returns the imported run-time that shows that a module was built for another one than `wanted`;
+// empty if it imports that one, or none because it is linked statically.
 [[nodiscard]] std::string ForeignRunTime(const std::vector<std::string>& imports,
                                          RunTime wanted = kProgramRunTime);
 

@@ -1,4 +1,4 @@
-// Modules through the dynamic loader.
+// Modules of the dynamic loader.
 #include "platform/module.h"
 
 #include <dlfcn.h>
@@ -39,7 +39,7 @@ void ModuleCloser::Close(Value module) noexcept {
 }
 
 Library LoadLibraryFile(const std::wstring& path) {
-  // An empty name would mean the program itself.
+  // An empty name would select the program itself.
   return Loaded(path.empty() ? nullptr : dlopen(ToNativePath(path).c_str(), RTLD_NOW | RTLD_LOCAL));
 }
 

@@ -1,4 +1,4 @@
-// Modules through the Windows loader.
+// Modules of the Windows loader.
 #include "platform/module.h"
 
 #include <windows.h>
@@ -55,7 +55,7 @@ std::wstring ProgramPath() {
 
 Library ModuleOfAddress(const void* address) noexcept {
   HMODULE module = nullptr;
-  // A null address would mean the program itself.
+  // A null address would select the program itself.
   if (address == nullptr) {
     ::SetLastError(ERROR_MOD_NOT_FOUND);
     return Library();

@@ -1,4 +1,4 @@
-// Adds up the rounds of a PKCS #12 blob, and decrypts no part that needs too many.
+// Adds up the iterations of a PKCS #12 blob, and decrypts nothing that needs too many.
 #include "platform/pkcs12_work_posix.h"
 
 #include <openssl/objects.h>
@@ -29,14 +29,14 @@ Owned<Type> Unpack(const ASN1_ITEM* item, const X509_ALGOR* algorithm) {
   return Owned<Type>(static_cast<Type*>(ASN1_TYPE_unpack_sequence(item, algorithm->parameter)));
 }
 
-// A missing number counts as 1; one that is negative or does not fit a `long` counts as too many.
+// A missing number counts as 1; a negative one, or one that does not fit a `long`, as too many.
 long NumberOf(const ASN1_INTEGER* rounds) {
   const long number = rounds == nullptr ? 1 : ASN1_INTEGER_get(rounds);
   return number < 0 ? kMostRounds + 1 : number;
 }
 
-// The rounds that an algorithm of encryption by password names; 0 for parameters that cannot be
-// read, with which the import fails before it computes anything.
+// Returns the iterations of a password-based encryption algorithm; 0 for invalid parameters, with
+// which the import fails before any computation.
 long RoundsOf(const X509_ALGOR* algorithm) {
   if (OBJ_obj2nid(algorithm->algorithm) != NID_pbes2) {
     const auto parameters = Unpack<PBEPARAM>(ASN1_ITEM_rptr(PBEPARAM), algorithm);
@@ -44,7 +44,7 @@ long RoundsOf(const X509_ALGOR* algorithm) {
   }
   const auto parameters = Unpack<PBE2PARAM>(ASN1_ITEM_rptr(PBE2PARAM), algorithm);
   if (!parameters || OBJ_obj2nid(parameters->keyfunc->algorithm) != NID_id_pbkdf2) {
-    return 0;  // the library itself bounds the others
+    return 0;  // the library itself limits the others
   }
   const auto derivation = Unpack<PBKDF2PARAM>(ASN1_ITEM_rptr(PBKDF2PARAM), parameters->keyfunc);
   return derivation ? NumberOf(derivation->iter) : 0;

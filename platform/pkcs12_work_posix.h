@@ -1,20 +1,20 @@
-// Limits the computing time that a PKCS #12 blob can demand.
+// Limits the computing time that a PKCS #12 blob can cause.
 #pragma once
 
 #include <openssl/pkcs12.h>
 
 namespace platform {
 
-// The most rounds that a blob may name for all its key derivations together. Each derivation runs a
-// few times, so an import takes a few seconds at most. Common tools write 2048 to 600000 rounds,
-// for the key, the certificates and the MAC.
+// The maximum number of iterations for all key derivations of a blob together. Each derivation runs
+// several times, so an import takes a few seconds at most. Common tools write 2048 to 600000
+// iterations for the key, the certificates and the MAC.
 inline constexpr long kMostRounds = 2'000'000;
 
-// The attacker is a user who can write an account's credentials: one file must not block the run,
-// and with it the files of every other account.
+// Returns whether reading the blob without a password takes more than kMostRounds iterations.
 //
-// Whether reading the blob without a password takes more than kMostRounds. A blob names its numbers
-// of rounds itself (RFC 7292, RFC 8018), and 2^31 of them keep a run busy for many minutes.
+// The blob itself specifies these numbers (RFC 7292, RFC 8018), and 2^31 iterations would keep a
+// run busy for many minutes. A user who can write one account's credentials must not be able to
+// block the uploads of all other accounts.
 [[nodiscard]] bool NeedsTooManyRounds(PKCS12* pkcs12) noexcept;
 
 }  // namespace platform

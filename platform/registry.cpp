@@ -1,4 +1,4 @@
-// The meaning of registry data, the same on both platforms.
+// Interpretation of registry data on both platforms.
 #include "platform/registry.h"
 
 namespace platform {

@@ -1,4 +1,4 @@
-// Reading the machine-wide registry; on Linux a registry export text, /etc/keyward/registry.reg.
+// Reads the machine-wide registry; on Linux a registry export file, /etc/keyward/registry.reg.
 #pragma once
 
 #include <cstdint>
@@ -15,7 +15,7 @@ inline constexpr std::uint32_t kRegistryExpandedText = 2;  // REG_EXPAND_SZ
 inline constexpr std::uint32_t kRegistryBinary = 3;        // REG_BINARY
 inline constexpr std::uint32_t kRegistryDword = 4;         // REG_DWORD, little-endian
 
-// Access to a key (winnt.h): reading, and the 64-bit view for a 32-bit process.
+// Access rights for a key (winnt.h): reading, and the 64-bit view for a 32-bit process.
 inline constexpr std::uint32_t kRegistryRead = 0x20019;    // KEY_READ
 inline constexpr std::uint32_t kRegistryRead64 = 0x20119;  // KEY_READ | KEY_WOW64_64KEY
 
@@ -24,7 +24,7 @@ struct RegistryValue {
   std::vector<std::uint8_t> data;  // as stored: text is UTF-16LE, with or without a terminator
 };
 
-// The data as a little-endian number, whatever the type: what a read into 4 zeroed bytes leaves.
+// Returns the data as a little-endian number, whatever the type, as if read into 4 zeroed bytes.
 // std::nullopt for more than 4 bytes.
 [[nodiscard]] std::optional<std::uint32_t> NumberOf(const RegistryValue& value) noexcept;
 
@@ -40,8 +40,8 @@ class RegistryKey {
   RegistryKey& operator=(const RegistryKey&) = delete;
   ~RegistryKey();
 
-  // The value's type and whole data (RegQueryValueExW). std::nullopt if it is absent or unreadable.
-  // Names compare without regard to case.
+  // Returns the value's type and complete data (RegQueryValueExW). std::nullopt if it is absent or
+  // unreadable. Names are compared ignoring case.
   [[nodiscard]] std::optional<RegistryValue> Query(const std::wstring& name) const;
 
  private:

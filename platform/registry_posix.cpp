@@ -1,4 +1,4 @@
-// The machine-wide registry as a registry export text.
+// The machine-wide registry as an export file.
 #include "platform/registry.h"
 
 #include "platform/error.h"
@@ -9,10 +9,10 @@
 namespace platform {
 namespace {
 
-// A few settings never need this much; a longer file counts as unreadable.
+// Far more than a few settings need; a longer file counts as unreadable.
 constexpr std::size_t kMostBytes = std::size_t{16} << 20;
 
-// The whole text; std::nullopt, with LastError set, if it cannot be read.
+// Returns the whole text; std::nullopt, with LastError set, if it cannot be read.
 std::optional<std::string> ReadFileText(const std::string& path) {
   const UniqueFd file = OpenRegularFile(path, O_RDONLY);
   if (!file) {
@@ -40,7 +40,7 @@ std::optional<std::string> ReadFileText(const std::string& path) {
 }  // namespace
 
 struct RegistryKey::Handle {
-  RegistryValues values;  // as they were when the key was opened
+  RegistryValues values;  // as of the time when the key was opened
 };
 
 RegistryKey::RegistryKey(std::unique_ptr<Handle> handle) noexcept : handle_(std::move(handle)) {}

@@ -1,4 +1,4 @@
-// The registry export text.
+// Parses the registry export file.
 #include "platform/registry_text_posix.h"
 
 #include <utf8.h>
@@ -20,7 +20,7 @@ std::wstring_view Trimmed(std::wstring_view text) {
   return text.substr(0, text.find_last_not_of(kBlanks) + 1);
 }
 
-// What may follow a complete key or value.
+// Text that may follow a complete key or value.
 bool IsBlankOrComment(std::wstring_view text) {
   const std::wstring_view rest = Trimmed(text);
   return rest.empty() || rest.front() == L';';
@@ -150,7 +150,7 @@ class Reader {
   }
 
  private:
-  // True when `inner` is `outer` or lies below it.
+  // Returns whether `inner` is `outer` or lies below it.
   static bool IsAtOrBelow(std::wstring_view inner, std::wstring_view outer) {
     return EqualsIgnoringCase(inner.substr(0, outer.size()), outer) &&
            (inner.size() == outer.size() || inner[outer.size()] == L'\\');
@@ -158,7 +158,7 @@ class Reader {
 
   void TakeKey(std::wstring_view line) {
     in_key_ = false;
-    // A key's name may hold brackets: the last one closes it.
+    // The name of a key may contain brackets, so the last one closes it.
     const std::size_t end = line.rfind(L']');
     if (end == std::wstring_view::npos || !IsBlankOrComment(line.substr(end + 1))) {
       return;
@@ -214,7 +214,7 @@ class Reader {
     if (Skip(line, L"hex:") || Skip(line, L"hex(3):")) {
       return TakeBytes(line);
     }
-    // Other types only need to be recognised as such.
+    // Other types only need to be recognised.
     if (Skip(line, L"hex(")) {
       return RegistryValue{kRegistryBinary, {}};
     }

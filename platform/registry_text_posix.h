@@ -1,4 +1,4 @@
-// The registry export text: "Windows Registry Editor Version 5.00".
+// The registry export file: "Windows Registry Editor Version 5.00".
 //
 // UTF-8 with or without a byte-order mark, or UTF-16 little-endian with one; lines end in LF or
 // CR LF:

@@ -45,7 +45,7 @@ std::optional<RegistryValue> RegistryKey::Query(const std::wstring& name) const 
   }
   const HKEY key = handle_->key.Get();
   RegistryValue value;
-  // Most values fit; a longer one reports its size, and may have grown by the next call.
+  // Most values fit. A longer one reports its size, and may have grown by the next call.
   value.data.resize(64);
   for (;;) {
     DWORD type = 0;

@@ -1,4 +1,4 @@
-// Memory that held a secret.
+// Memory that contained a secret.
 #pragma once
 
 #include <cstddef>
@@ -8,13 +8,14 @@
 
 namespace platform {
 
-// Overwrites memory in a way that no optimizer removes (SecureZeroMemory, OPENSSL_cleanse).
+// Overwrites memory in a way that the optimizer does not remove (SecureZeroMemory,
+// OPENSSL_cleanse).
 void Wipe(void* memory, std::size_t bytes) noexcept;
 
-// Wipes the text's whole buffer, including the part beyond its end, and empties the text.
+// Wipes the text's whole buffer, including the part past its end, and clears the text.
 inline void Wipe(std::wstring& text) noexcept {
   text.clear();
-  // The buffer is as large as the capacity says, and one character for the terminator.
+  // The buffer has the size of the capacity plus the terminator.
   Wipe(text.data(), (text.capacity() + 1) * sizeof(wchar_t));
 }
 
@@ -30,12 +31,12 @@ class WipeAtEnd {
   std::wstring& text_;
 };
 
-// An allocator in RapidJSON's sense (its concept Allocator) that wipes what it frees.
+// A RapidJSON allocator (concept Allocator) that wipes the memory it frees.
 class WipingAllocator {
  public:
   static constexpr bool kNeedFree = true;
 
-  // Null for no bytes. Throws std::bad_alloc when there is no memory.
+  // Returns null for zero bytes. Throws std::bad_alloc if memory is exhausted.
   [[nodiscard]] void* Malloc(std::size_t bytes) {
     if (bytes == 0) {
       return nullptr;

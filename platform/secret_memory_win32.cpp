@@ -1,4 +1,4 @@
-// Wiping through the system's own function.
+// Wiping through the system's function.
 #include <windows.h>
 
 #include "platform/secret_memory.h"

@@ -8,8 +8,7 @@ namespace platform {
 
 // Windows: a named mutex "Global\" + name, created and held, never waited on (CreateMutexW). Linux:
 // /run/lock/<name>, held with a non-blocking exclusive flock; where that file system has no locks,
-// an abstract Unix socket that stands for the file. The name is released when the process ends,
-// however it ends.
+// an abstract Unix socket instead. The name is released when the process ends, however it ends.
 class SingleInstance {
  public:
   explicit SingleInstance(const std::wstring& name);
@@ -29,12 +28,12 @@ enum class InstanceOwner {
   kNone,
   kAnotherProcess,
   kUnknown,      // LastError
-  kUnavailable,  // no process could become the owner (LastError)
+  kUnavailable,  // no process can become the owner (LastError)
 };
 
-// Whether a process owns a name. The check never holds the name, so that a program that starts
-// meanwhile still becomes the owner. (OpenMutexW for a right that no mutex grants, so that no
-// handle keeps the mutex; /proc/locks.)
+// Returns whether a process owns a name. The check never holds the name, so a program that starts
+// at the same time can still become the owner. (OpenMutexW for a right that no mutex grants, so
+// that no handle keeps the mutex; /proc/locks.)
 [[nodiscard]] InstanceOwner OwnerOfInstance(const std::wstring& name);
 
 }  // namespace platform

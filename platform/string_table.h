@@ -15,8 +15,8 @@ struct StringResource {
   const wchar_t* text;
 };
 
-// The text of a string resource, cut at `capacity` - 1 characters; empty when there is none
-// (LoadStringW).
+// Returns the text of a string resource, truncated to `capacity` - 1 characters; empty if there is
+// none (LoadStringW).
 [[nodiscard]] std::wstring LoadText(InstanceHandle instance, unsigned id, std::size_t capacity);
 
 }  // namespace platform

@@ -9,7 +9,7 @@
 namespace platform {
 
 std::wstring LoadText(InstanceHandle instance, unsigned id, std::size_t capacity) {
-  // A capacity of 0 would make LoadStringW give the address of the resource instead of a text.
+  // With a capacity of 0, LoadStringW would return the address of the resource instead of a text.
   if (capacity == 0 || capacity > static_cast<std::size_t>(std::numeric_limits<int>::max())) {
     return {};
   }

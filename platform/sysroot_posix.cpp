@@ -7,7 +7,7 @@ namespace platform {
 
 std::string UnderSysroot(std::string_view absolute_path) {
   std::string path;
-  // Ignored by a program that runs with more rights than its user has.
+  // Ignored by a program that has more rights than its user.
   if (const char* const root = secure_getenv("KEYWARD_SYSROOT")) {
     path = root;
     while (!path.empty() && path.back() == '/') {

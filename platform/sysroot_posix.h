@@ -6,8 +6,8 @@
 
 namespace platform {
 
-// The native path of an absolute machine-wide path, below the folder that KEYWARD_SYSROOT names
-// when that is set and not empty.
+// Returns the native path of an absolute machine-wide path, inside the folder that KEYWARD_SYSROOT
+// names if it is set and not empty.
 [[nodiscard]] std::string UnderSysroot(std::string_view absolute_path);
 
 }  // namespace platform

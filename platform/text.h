@@ -20,14 +20,14 @@ using NativeString = std::wstring;
 using NativeString = std::string;
 #endif
 
-// The separator of folder names in a path.
+// The path separator.
 #ifdef _WIN32
 inline constexpr wchar_t kPathSeparator = L'\\';
 #else
 inline constexpr wchar_t kPathSeparator = L'/';
 #endif
 
-// The folder and the names, with a separator between them. Nothing is normalised. Allocates once:
+// Joins the folder and the names with separators. Nothing is normalised. Allocates once, because
 // there are paths for every account and every file.
 template <class... Names>
 [[nodiscard]] std::wstring JoinPath(std::wstring_view folder, const Names&... names) {
@@ -38,12 +38,12 @@ template <class... Names>
   return path;
 }
 
-// A path up to its last separator and with it; empty when it has none.
+// Returns a path up to and including its last separator; empty if it has none.
 [[nodiscard]] inline std::wstring FolderPrefixOf(const std::wstring& path) {
   return path.substr(0, path.rfind(kPathSeparator) + 1);  // npos + 1 is 0
 }
 
-// The folder of a full path; empty for an empty one.
+// Returns the folder of a full path; empty for an empty path.
 [[nodiscard]] inline std::wstring FolderOf(const std::wstring& path) {
   return path.substr(0, path.empty() ? 0 : path.rfind(kPathSeparator));
 }
@@ -57,28 +57,29 @@ template <class... Names>
   return unit >= 0xDC00 && unit <= 0xDFFF;
 }
 
-// Wide text of UTF-8. Every invalid byte sequence becomes U+FFFD (MultiByteToWideChar, code page
-// 65001, RFC 3629).
+// Converts UTF-8 to wide text. Every invalid byte sequence becomes U+FFFD (MultiByteToWideChar,
+// code page 65001, RFC 3629).
 [[nodiscard]] std::wstring FromUtf8(std::string_view utf8);
 
-// UTF-8 of wide text. An unpaired surrogate or a value above U+10FFFF becomes U+FFFD.
+// Converts wide text to UTF-8. An unpaired surrogate or a value above U+10FFFF becomes U+FFFD.
 [[nodiscard]] std::string ToUtf8(std::wstring_view text);
 
-// Wide text of UTF-16 little-endian bytes. A last odd byte is ignored; an unpaired surrogate is
-// kept.
+// Converts UTF-16 little-endian bytes to wide text. A trailing odd byte is ignored; an unpaired
+// surrogate is kept.
 [[nodiscard]] std::wstring FromUtf16Le(const std::uint8_t* bytes, std::size_t size);
 
-// UTF-16 little-endian bytes of wide text, without a mark. An unpaired surrogate is kept.
+// Converts wide text to UTF-16 little-endian bytes, without a byte-order mark. An unpaired
+// surrogate is kept.
 [[nodiscard]] std::vector<std::uint8_t> ToUtf16Le(std::wstring_view text);
 
-// Text as the platform's interfaces and the REST library take it: unchanged on Windows, ToUtf8 on
+// Converts text for the platform's interfaces and the REST library: unchanged on Windows, ToUtf8 on
 // Linux.
 [[nodiscard]] NativeString ToNative(std::wstring_view text);
 
 // The reverse of ToNative.
 [[nodiscard]] std::wstring FromNative(const NativeString& text);
 
-// A path as the platform takes it. Lossless on both platforms: on Linux a byte that is not part of
+// Converts a path for the platform. Lossless on both platforms: on Linux a byte that is not part of
 // valid UTF-8 is U+DC80..U+DCFF in the wide text, so that no file is skipped or renamed because of
 // its name.
 [[nodiscard]] NativeString ToNativePath(std::wstring_view path);
@@ -86,8 +87,8 @@ template <class... Names>
 // The reverse of ToNativePath.
 [[nodiscard]] std::wstring FromNativePath(const NativeString& path);
 
-// True when two names are the same without regard to case (ordinal, as the registry and the file
-// search compare names).
+// Whether two names are equal ignoring case (ordinal, as the registry and the file search compare
+// names).
 [[nodiscard]] bool EqualsIgnoringCase(std::wstring_view left, std::wstring_view right);
 
 [[nodiscard]] inline bool EndsWithIgnoringCase(std::wstring_view name, std::wstring_view ending) {
@@ -96,7 +97,8 @@ template <class... Names>
 }
 
 #ifndef _WIN32
-// The upper-case form of one character in any locale. Only ASCII letters fold to ASCII letters.
+// Returns the upper-case form of one character, independent of the locale. Only ASCII letters fold
+// to ASCII letters.
 [[nodiscard]] wchar_t FoldCase(wchar_t character) noexcept;
 #endif
 

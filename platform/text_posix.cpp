@@ -1,4 +1,4 @@
-// Text between code points, UTF-8 and UTF-16.
+// Conversion between code points, UTF-8 and UTF-16.
 #include "platform/text.h"
 
 #include <utf8.h>
@@ -15,7 +15,7 @@ namespace platform {
 namespace {
 
 constexpr wchar_t kReplacement = 0xFFFD;
-// A byte 0x80..0xFF of a file name that is not UTF-8 is this plus its value.
+// A byte 0x80..0xFF of a file name that is not UTF-8 becomes this plus its value.
 constexpr wchar_t kByteBase = 0xDC00;
 
 constexpr bool IsEscapedByte(wchar_t unit) {
@@ -26,7 +26,7 @@ constexpr wchar_t Combined(wchar_t high, wchar_t low) {
   return 0x10000 + ((high - 0xD800) << 10) + (low - 0xDC00);
 }
 
-// The next character: halves of a surrogate pair are joined, and anything that is not a character
+// Returns the next character: surrogate pairs are joined, and anything that is not a character
 // becomes U+FFFD.
 wchar_t TakeCharacter(std::wstring_view& text) {
   const wchar_t unit = text.front();
@@ -63,7 +63,8 @@ bool ConvertAsciiBlock(const From* source, To* target) {
 }
 
 // Converts the leading ASCII characters, which are the same in both encodings. Names and messages
-// rarely have others, and one by one they took a sixth of a run over 100,000 accounts.
+// rarely contain others, and converting them one by one took a sixth of a run over 100,000
+// accounts.
 template <class From, class To>
 void TakeAscii(std::basic_string_view<From>& from, std::basic_string<To>& to) {
   const std::size_t start = to.size();
@@ -122,7 +123,7 @@ std::wstring FromUtf16Le(const std::uint8_t* bytes, std::size_t size) {
   text.reserve(size / 2);
   for (std::size_t i = 0; i + 1 < size; i += 2) {
     const auto unit = static_cast<wchar_t>(bytes[i] | bytes[i + 1] << 8);
-    // A character that was already joined is above all surrogates, so it is never joined again.
+    // A character that was joined before is above all surrogates, so it is never joined again.
     if (IsLowSurrogate(unit) && !text.empty() && IsHighSurrogate(text.back())) {
       text.back() = Combined(text.back(), unit);
     } else {
@@ -179,7 +180,7 @@ std::wstring FromNativePath(const NativeString& path) {
     utf8::utf8to32(rest.begin(), invalid, std::back_inserter(text));
     rest.remove_prefix(static_cast<std::size_t>(invalid - rest.begin()));
     if (!rest.empty()) {
-      // Byte by byte: what follows may be the start of a character.
+      // Byte by byte: the next byte may start a character.
       text += static_cast<wchar_t>(kByteBase + static_cast<unsigned char>(rest.front()));
       rest.remove_prefix(1);
     }

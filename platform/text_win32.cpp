@@ -1,4 +1,4 @@
-// Text between UTF-16 and UTF-8, through Windows.
+// Conversion between UTF-16 and UTF-8, through Windows.
 #include "platform/text.h"
 
 #include <windows.h>
@@ -10,7 +10,7 @@
 namespace platform {
 namespace {
 
-// The conversions count in int, so a long text is converted in pieces.
+// The conversions count in int, so long text is converted in pieces.
 constexpr std::size_t kPieceSize = std::size_t{1} << 20;
 constexpr wchar_t kReplacement = 0xFFFD;
 
@@ -18,7 +18,7 @@ constexpr bool IsTrailByte(char byte) {
   return (static_cast<unsigned char>(byte) & 0xC0) == 0x80;
 }
 
-// Size of the next piece, which does not end within a character.
+// Returns the size of the next piece, which does not end within a character.
 std::size_t PieceOf(std::string_view utf8) {
   if (utf8.size() <= kPieceSize) {
     return utf8.size();
@@ -37,7 +37,7 @@ std::size_t PieceOf(std::wstring_view text) {
   return IsHighSurrogate(text[kPieceSize - 1]) ? kPieceSize - 1 : kPieceSize;
 }
 
-// Done here, because versions of Windows differ in how they convert an unpaired surrogate.
+// Done here because versions of Windows differ in how they convert an unpaired surrogate.
 void ReplaceUnpairedSurrogates(std::wstring& text) {
   for (std::size_t i = 0; i < text.size(); ++i) {
     if (IsHighSurrogate(text[i]) && i + 1 < text.size() && IsLowSurrogate(text[i + 1])) {

@@ -3,7 +3,7 @@
 
 #include <windows.h>
 
-// Puts a static object of this file before those of all others. GCC says so at the object, Visual
+// Initialises a static object of this file before all others. GCC expresses this per object, Visual
 // Studio for the whole file, with a warning that this is for libraries.
 #ifdef _MSC_VER
 #pragma warning(disable : 4073)
@@ -24,7 +24,7 @@ KYD_INITIALISED_FIRST const Unattended unattended;
 }  // namespace
 
 void RunUnattended() noexcept {
-  // What the parent process has switched off stays off.
+  // Flags that the parent process has set stay set.
   SetErrorMode(GetErrorMode() | SEM_FAILCRITICALERRORS | SEM_NOOPENFILEERRORBOX);
   SetDllDirectoryW(L"");
 }

@@ -29,10 +29,10 @@ class UniqueHandle {
   [[nodiscard]] bool IsValid() const noexcept { return value_ != Traits::kInvalid; }
   explicit operator bool() const noexcept { return IsValid(); }
 
-  // Gives the handle away without closing it.
+  // Releases ownership without closing the handle.
   [[nodiscard]] Value Release() noexcept { return std::exchange(value_, Traits::kInvalid); }
 
-  // Closes the handle held, if any, and takes another.
+  // Closes the current handle, if any, and takes ownership of another.
   void Reset(Value value = Traits::kInvalid) noexcept {
     const Value old = std::exchange(value_, value);
     if (old != Traits::kInvalid) {

@@ -7,8 +7,8 @@
 namespace platform {
 namespace {
 
-// Names that a process tries before it gives up: those that are taken were left by processes that
-// had the same number and were killed.
+// The number of names that a process tries. Names that are taken were left behind by killed
+// processes with the same id.
 constexpr int kMostAttempts = 100;
 
 using Publisher = bool (*)(const std::wstring& draft, const std::wstring& path);
@@ -33,7 +33,7 @@ bool Write(const std::wstring& path, const void* bytes, std::size_t size, FileRe
   }
   const bool written = WriteDraft(draft, bytes, size);
   unsigned error = written ? 0 : LastError();
-  draft.Close();  // An open file cannot be renamed or removed on Windows.
+  draft.Close();  // on Windows an open file cannot be renamed or removed
   if (written && publish(name, path)) {
     return true;
   }

@@ -1,4 +1,4 @@
-// Files that appear whole or not at all.
+// Atomic creation and replacement of files.
 #pragma once
 
 #include <cstddef>
@@ -8,13 +8,13 @@
 
 namespace platform {
 
-// Writes the bytes to a new file of a temporary name in the same folder, flushes it to the disk and
-// gives it its name. An existing file of that name is replaced in one step. False, with LastError
-// set, when that fails: then the old file is still there and the new one is removed again.
+// Writes the bytes to a new file with a temporary name in the same folder, flushes it to the disk
+// and renames it. An existing file is replaced in one step. On failure returns false, with
+// LastError set; the old file is unchanged and the new one is removed.
 [[nodiscard]] bool ReplaceWholeFile(const std::wstring& path, const void* bytes, std::size_t size,
                                     FileReaders readers);
 
-// The same for a file that must not exist yet: kErrorAlreadyExists when it does, even when two
+// The same for a file that must not exist yet: kErrorAlreadyExists if it does, even if two
 // processes try at the same time.
 [[nodiscard]] bool WriteWholeFile(const std::wstring& path, const void* bytes, std::size_t size,
                                   FileReaders readers);

@@ -118,7 +118,7 @@ CommandLine ReadCommandLine(const std::vector<std::string>& arguments, const Pat
           ->check(Between(0U, kMostErrors))
           ->type_name("N");
   try {
-    // the library expects the arguments in reverse order
+    // The library expects the arguments in reverse order.
     app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
     RefuseWhatDoesNotFitTogether(app, taken, options.per_account);
   } catch (const CLI::ParseError& error) {

@@ -24,7 +24,7 @@ bool NeedsReplacing(wchar_t character) {
   const bool controls = value < 0x20 || (value >= 0x7F && value < 0xA0);
   const bool directs = value == 0x061C || value == 0x200E || value == 0x200F ||
                        (value >= 0x2028 && value <= 0x202E) || (value >= 0x2066 && value <= 0x2069);
-  // noncharacters, which a page must not contain
+  // Noncharacters, which a page must not contain.
   const bool is_none = (value & 0xFFFEU) == 0xFFFEU;
   return controls || directs || is_none;
 }

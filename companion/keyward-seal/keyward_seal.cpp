@@ -103,7 +103,7 @@ std::optional<Options> ParseArguments(const std::vector<std::string>& arguments,
   }
   check->excludes(raw);
   try {
-    // the library expects the arguments in reverse order
+    // The library expects the arguments in reverse order.
     app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
     if (file.empty()) {
       throw CLI::ValidationError("file", "is empty");
