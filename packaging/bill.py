@@ -14,7 +14,7 @@ from linked import Component
 
 
 def _licences(expression: str) -> list[dict[str, Any]]:
-    """The format wants a single licence as its id, and anything else as an expression."""
+    """The format expects a single licence as an id, and anything else as an expression."""
     if " " in expression:
         return [{"expression": expression}]
     return [{"license": {"id": expression}}]
@@ -43,12 +43,12 @@ def _entry(component: Component) -> dict[str, Any]:
 
 
 def write(path: Path, product: str, components: Iterable[Component], purpose: str | None) -> None:
-    """The bill of one product. The same commit and components give the same bytes."""
+    """Writes the bill of a product. The same commit and components give the same bytes."""
     version, commit = project.version(), project.commit()
     root = f"{product}@{version}"
     entries = [_entry(component) for component in components]
     time = datetime.fromtimestamp(project.commit_time(), timezone.utc)
-    # Names the bill as the format wants it, and is the same for the same content.
+    # The format requires an identifier; this one depends only on the content.
     number = uuid.uuid5(uuid.NAMESPACE_URL, json.dumps([root, commit, entries], sort_keys=True))
     bill = {
         "bomFormat": "CycloneDX",

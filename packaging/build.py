@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""Makes all packages of a commit in dist/: ZIPs and MSI package for Windows, the Debian package, debug
+"""Creates all packages of a commit in dist/: ZIPs and MSI package for Windows, the Debian package, debug
 symbols, bills of materials and checksums."""
 
 from __future__ import annotations
@@ -21,7 +21,7 @@ from signing import Signing
 
 
 def write_sums(folder: Path) -> None:
-    """As sha256sum --check reads them."""
+    """Writes SHA256SUMS in the format of sha256sum."""
     lines = []
     for name in project.files_below(folder):
         digest = hashlib.sha256((folder / name).read_bytes()).hexdigest()
@@ -30,7 +30,7 @@ def write_sums(folder: Path) -> None:
 
 
 def build_programs(preset: str) -> None:
-    """In folders of their own: the developers' builds stay as they are."""
+    """Builds in separate folders; the developers' builds stay as they are."""
     print(f"Building {preset}", flush=True)
     if not (project.ROOT / "build" / preset / "build.ninja").exists():
         project.run("cmake", "--preset", preset)
@@ -64,7 +64,7 @@ def build(options: argparse.Namespace) -> None:
 
 
 def options_of_the_second_build(options: argparse.Namespace) -> list[str]:
-    """It runs in another folder. Of a commit, --allow-changes says that a stand-in for the SDK is good enough."""
+    """Returns options for another folder. With a clean tree, --allow-changes only permits a stand-in SDK."""
     again = ["--allow-changes"] if options.allow_changes else []
     if options.windows_programs:
         again += ["--windows-programs", os.fspath(options.windows_programs.resolve())]
@@ -75,13 +75,13 @@ def main() -> int:
     parser = argparse.ArgumentParser(prog="./dev package", description=__doc__)
     parser.add_argument(
         "--allow-changes", action="store_true",
-        help="to try something: also of a tree with changes that are not committed, and of Windows programs "
+        help="for experiments: also package a tree with uncommitted changes, or Windows programs "
         "that were built with a stand-in for the Windows SDK",
     )
     parser.add_argument(
         "--windows-programs", type=Path, metavar="DIR",
-        help="also make the packages for closed libraries that Visual Studio has built, of programs that were "
-        "built elsewhere: the folder has the programs, their .pdb files and vcpkg's folder 'share'",
+        help="also create the packages for closed libraries that Visual Studio has built, from programs that "
+        "were built elsewhere; the folder contains the programs, their .pdb files and vcpkg's folder 'share'",
     )
     parser.add_argument(
         "--sign", nargs=2, type=Path, metavar=("CERTIFICATE", "KEY"),
@@ -90,13 +90,13 @@ def main() -> int:
     parser.add_argument("--time-stamp", metavar="URL", help="time stamp authority for the signatures")
     parser.add_argument(
         "--check-reproducible", action="store_true",
-        help="build the commit once more, in another folder and with nothing from a cache, and compare",
+        help="build the commit again, in another folder and without caches, and compare",
     )
     options = parser.parse_args()
     if options.sign and options.check_reproducible:
-        parser.error("--check-reproducible is not for --sign: no signature is the same twice")
+        parser.error("--check-reproducible cannot be combined with --sign: signatures are never reproducible")
     if options.time_stamp and not options.sign:
-        parser.error("--time-stamp is for --sign")
+        parser.error("--time-stamp requires --sign")
     try:
         build(options)
         if options.check_reproducible:

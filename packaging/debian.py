@@ -1,4 +1,4 @@
-"""The Debian package of the native programs, by debhelper."""
+"""The Debian package of the native programs, built with debhelper."""
 
 from __future__ import annotations
 
@@ -14,7 +14,7 @@ from project import ROOT, WORK
 
 BUILD = ROOT / "build/release-linux"
 PACKAGE = "kydloguploader"
-# The libraries that it needs differ between the releases, and a newer release's package has to be the newer one.
+# Dependencies differ between releases, and a newer release's package must have a higher version.
 VERSION = f"{project.version()}-1+deb{platform.freedesktop_os_release()['VERSION_ID']}"
 MAINTAINER = f"{project.PUBLISHER} <kydloguploader@example.invalid>"
 PROGRAMS = ("KydLogUploader", "KydUploadStatus")
@@ -29,7 +29,7 @@ def _changelog(time: int) -> str:
 
 
 def build(dist: Path, time: int) -> dict[str, list[linked.Component]]:
-    """Writes package and debug symbols; returns what is in the package, by its name."""
+    """Creates the package and its debug symbols; returns the components in each package by name."""
     folder = project.fresh(WORK / "debian-package")
     source = folder / PACKAGE
     shutil.copytree(ROOT / "packaging/debian", source / "debian")
@@ -40,7 +40,7 @@ def build(dist: Path, time: int) -> dict[str, list[linked.Component]]:
     for name in PROGRAMS:
         project.copy(BUILD / "bin" / name, source / "bin" / name)
         (source / "bin" / name).chmod(0o755)
-    # To be looked at when the dependencies are computed; it is not packed.
+    # Needed to compute the dependencies; not packaged.
     project.copy(BUILD / "bin/libpelham.so", source / "closed/libpelham.so")
     for document in project.documents():
         project.copy(ROOT / document, source / "texts" / document)
@@ -60,12 +60,12 @@ def build(dist: Path, time: int) -> dict[str, list[linked.Component]]:
     project.run(
         "dpkg-buildpackage", "--build=binary", "--unsigned-changes", "--unsigned-buildinfo",
         "--no-check-builddeps", cwd=source,
-        # The caller's wishes may not show in the packages.
+        # The caller's environment must not affect the packages.
         DEB_BUILD_OPTIONS="nocheck", SOURCE_DATE_EPOCH=str(time),
     )
     for path in sorted(folder.glob("*.deb")):
         shutil.copyfile(path, dist / path.name)
     product = f"{PACKAGE}_{VERSION}_amd64"
     if not (dist / f"{product}.deb").exists():
-        raise project.Failure(f"dpkg-buildpackage made no {product}.deb: {os.listdir(folder)}")
+        raise project.Failure(f"dpkg-buildpackage did not create {product}.deb: {os.listdir(folder)}")
     return {product: components}

@@ -1,9 +1,9 @@
-"""Which other people's code is in a program.
+"""Determines the third-party code in a program.
 
-There is no list to maintain: the linker's map names the objects and archive members that went in, the line
-tables of the debug information tell the headers whose code did, and dpkg tells which package a file is
-from. Only the licences are written here: Debian's copyright files name them in too many ways to be read by
-a program.
+No list of components is needed: the linker's map names the linked objects and archive members, the line
+tables in the debug information name the headers that contributed code, and dpkg knows the package of each
+file. Only the licences are listed here, because Debian's copyright files name them in too many ways to be
+parsed.
 """
 
 from __future__ import annotations
@@ -20,7 +20,7 @@ from urllib.parse import quote
 from project import MESSAGES_ARE_READ, ROOT, Failure, run
 
 _GCC = "GPL-3.0-or-later WITH GCC-exception-3.1"
-# SPDX expressions. Public-domain parts need none.
+# SPDX expressions. Public-domain parts need no entry.
 LICENCES = {
     "cpprest": "MIT",
     "g++-mingw-w64-x86-64-posix": _GCC,
@@ -47,35 +47,35 @@ LICENCES = {
     "rapidjson-dev": "MIT",
 }
 REST_SOURCES = ROOT / "cmake/cpprestsdk"
-# The compiler's name for headers that the build links to; a compiler cache leaves out the "./".
+# The path of headers that the build links to; with a compiler cache the "./" is missing.
 _BUILD_HEADERS = re.compile(r"^(?:\./)?deps/include/")
 
 
 @dataclass(frozen=True)
 class Component:
-    """Something that is linked in: a Debian package, the REST library built from one, or a port of vcpkg."""
+    """A linked component: a Debian package, the REST library, or a port of vcpkg."""
 
     name: str
     version: str
     purl: str
-    linkage: str  # "static": its code is in the file; "dynamic": found when the program starts
+    linkage: str  # "static": linked into the file; "dynamic": loaded when the program starts
     copyright: Path
     homepage: str = ""
     patches: tuple[str, ...] = ()
-    spdx: str = ""  # the licence, of components that bring it
+    spdx: str = ""  # the licence, if the component itself provides it
 
     @property
     def licence(self) -> str:
         if self.spdx:
             return self.spdx
         if self.name not in LICENCES:
-            raise Failure(f"{self.name} is linked in: enter its licence in packaging/linked.py")
+            raise Failure(f"{self.name} is linked in: add its licence to packaging/linked.py")
         return LICENCES[self.name]
 
 
 def _linked_objects(map_file: Path) -> Iterator[str]:
-    """Objects, and archives of which a member went in. The build's own have no folder in front."""
-    # The archive's name is followed by the member's.
+    """Yields objects, and archives with a linked member. The build's own objects have relative paths."""
+    # The name of an archive is followed by that of the member.
     pattern = re.compile(r"(?:LOAD (/\S+\.o(?:bj)?)|(/\S+\.a)\(\S+\).*)$")
     for line in map_file.read_text("utf-8", "replace").splitlines():
         found = pattern.match(line)
@@ -84,7 +84,7 @@ def _linked_objects(map_file: Path) -> Iterator[str]:
 
 
 def _sources(program: Path, objdump: str) -> Iterator[str]:
-    """Files that gave a line of code, as the compiler knows them."""
+    """Yields the paths, as the compiler recorded them, of all files that contributed code."""
     directories: list[str] = []
     table = None
     entry = re.compile(r"  \d+\t(?:(\d+)\t)?(?:\(.*?\): )?(.+)$")
@@ -110,10 +110,10 @@ def _sources(program: Path, objdump: str) -> Iterator[str]:
 
 
 def _owners(paths: Iterable[str]) -> set[str]:
-    """The packages that files of the system are from."""
+    """Returns the Debian packages that own these files."""
     asked: dict[str, list[str]] = {}
     for path in {os.path.realpath(path) for path in paths}:
-        # Debian's older packages name what now lies below /usr without it.
+        # Some packages still list files below /usr by their path without /usr.
         asked[path] = [path, path.removeprefix("/usr")]
     if not asked:
         return set()
@@ -121,7 +121,7 @@ def _owners(paths: Iterable[str]) -> set[str]:
     answer = subprocess.run(
         ["dpkg-query", "--search", *names], stdout=subprocess.PIPE, stderr=subprocess.DEVNULL,
         text=True, env=MESSAGES_ARE_READ,
-        check=False,  # fails when one of the names is unknown
+        check=False,  # fails if any of the names is unknown
     ).stdout
     known = {}
     for line in answer.splitlines():
@@ -133,13 +133,13 @@ def _owners(paths: Iterable[str]) -> set[str]:
     for path, both in asked.items():
         owner = next((known[name] for name in both if name in known), None)
         if owner is None:
-            raise Failure(f"{path} is linked in, and no package has it")
+            raise Failure(f"{path} is linked in, but belongs to no package")
         found.add(owner)
     return found
 
 
 def _distribution() -> str:
-    """As package URLs name the system that this is built on."""
+    """Returns the name of the build system's release for package URLs."""
     release = platform.freedesktop_os_release()
     return f"{release['ID']}-{release['VERSION_ID']}"
 
@@ -161,11 +161,11 @@ def rest_patches() -> tuple[str, ...]:
 
 
 def rest_library(build: Path) -> Component:
-    """The patched library: the tarball of Debian's source package, the version as its own header has it."""
+    """The patched library: tarball of Debian's source package, version from the library's header."""
     cache = (build / "CMakeCache.txt").read_text("utf-8")
     flavour = re.search(r"^KYD_CPPREST_FLAVOUR:\w+=([\w-]+)$", cache, re.M)
     if flavour is None:
-        raise Failure("the build does not say where the REST library is from")
+        raise Failure("the build does not name the source of the REST library")
     prefix = Path(run(REST_SOURCES / "build", flavour[1]).splitlines()[-1])
     header = (prefix / "include/cpprest/version.h").read_text("utf-8")
     numbers = [
@@ -180,7 +180,7 @@ def rest_library(build: Path) -> Component:
 
 
 def _needed(program: Path) -> Iterator[str]:
-    """The shared libraries that the loader finds on this machine; not those of the product family."""
+    """Yields the shared libraries that the loader finds on this machine, except the product family's."""
     cache = dict(re.findall(r"^\s+(\S+) \(.*x86-64.*\) => (\S+)$", run("/sbin/ldconfig", "-p"), re.M))
     for name in re.findall(r"\(NEEDED\).*\[(.*)\]", run("readelf", "--wide", "--dynamic", program)):
         if name in cache:
@@ -190,7 +190,7 @@ def _needed(program: Path) -> Iterator[str]:
 
 
 def components(build: Path, targets: Iterable[str]) -> list[Component]:
-    """What is in the programs and libraries of a build, named by their targets, sorted by name."""
+    """Returns the components of a build's programs and libraries, given by target, sorted by name."""
     windows = (build / "bin/KydLogUploader.exe").exists()
     objdump = "x86_64-w64-mingw32-objdump" if windows else "objdump"
     used: set[str] = set()
@@ -200,12 +200,12 @@ def components(build: Path, targets: Iterable[str]) -> list[Component]:
         (program,) = (path for path in (build / "bin").iterdir() if path.stem.removeprefix("lib") == target)
         objects = set(_linked_objects(build / "maps" / f"{target}.map"))
         if not objects:
-            raise Failure(f"the linker's map of {target} names no object")
+            raise Failure(f"the linker's map of {target} lists no objects")
         rest = rest or any(path.endswith("/libcpprest.a") for path in objects)
         used |= {path for path in objects if not path.endswith("/libcpprest.a")}
         for source in _sources(program, objdump):
             source = _BUILD_HEADERS.sub("/usr/include/", source)
-            # Files that packages were built from do not exist here; their objects are known from the map.
+            # Sources of the packages themselves do not exist here; the map already lists their objects.
             if source.startswith("/") and os.path.exists(source):
                 used.add(source)
         if not windows:
@@ -218,8 +218,8 @@ def components(build: Path, targets: Iterable[str]) -> list[Component]:
 
 
 def write_licences(inside: Iterable[Component], folder: Path) -> list[Path]:
-    """The copyright file of each. Returns the common licences to which they refer, which are part of
-    every Debian."""
+    """Writes the copyright file of each component. Returns the common licences that they refer to, which are
+    part of every Debian system."""
     folder.mkdir(parents=True, exist_ok=True)
     common: set[Path] = set()
     for component in inside:

@@ -1,4 +1,4 @@
-"""What the packages' parts share: the project's facts, its folders, and how a tool is run."""
+"""Shared by the packaging scripts: facts about the project, its folders, running tools."""
 
 from __future__ import annotations
 
@@ -13,33 +13,33 @@ ROOT = Path(__file__).resolve().parent.parent
 WORK = ROOT / "build/package"
 DIST = ROOT / "dist"
 NAME = "KydLogUploader"
-# The environment of tools: their output is parsed here, so it must not be localised.
+# Tools must not localise their output, because it is parsed.
 MESSAGES_ARE_READ = {**os.environ, "LC_ALL": "C.UTF-8"}
 PUBLISHER = f"The {NAME} authors"
 
 
 class Failure(Exception):
-    """A problem that the person who makes the packages has to fix; the text says what."""
+    """A problem that the user must fix; the text describes it."""
 
 
 def version() -> str:
-    """As the build knows it, which is the one place where it is written."""
+    """Returns the version from its only definition, the build file."""
     text = (ROOT / "CMakeLists.txt").read_text("utf-8")
     found = re.search(rf"project\({NAME} VERSION (\d+\.\d+\.\d+)", text)
     if found is None:
-        raise Failure("CMakeLists.txt names no version")
+        raise Failure("CMakeLists.txt does not define the version")
     return found[1]
 
 
 def run(*command: str | os.PathLike[str], cwd: Path = ROOT, **environment: str) -> str:
-    """Runs a tool that has to succeed, and returns what it prints."""
+    """Runs a tool, which must succeed, and returns its output."""
     done = subprocess.run(
         [os.fspath(word) for word in command], cwd=cwd, check=False, text=True, errors="replace",
         stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
         env={**MESSAGES_ARE_READ, **environment},
     )
     if done.returncode != 0:
-        raise Failure(f"{command[0]} ended with {done.returncode}:\n{done.stdout}{done.stderr}")
+        raise Failure(f"{command[0]} exited with code {done.returncode}:\n{done.stdout}{done.stderr}")
     return done.stdout
 
 
@@ -48,12 +48,12 @@ def commit() -> str:
 
 
 def commit_time() -> int:
-    """The one time that any package shows, in seconds since 1970."""
+    """Returns the only time stamp that packages contain, in seconds since 1970."""
     return int(run("git", "log", "-1", "--format=%ct"))
 
 
 def changes() -> list[str]:
-    """What the working tree has beside the commit, and would go into the packages unnoticed."""
+    """Returns the uncommitted changes, which would otherwise be packaged unnoticed."""
     return run("git", "status", "--porcelain").splitlines()
 
 
@@ -69,19 +69,19 @@ def copy(source: Path, target: Path) -> None:
 
 
 def settle(folder: Path, time: int) -> None:
-    """Gives everything below a folder the one time that packages show."""
+    """Sets the time of everything below a folder to the packages' time stamp."""
     for path in folder.rglob("*"):
         os.utime(path, (time, time))
 
 
 def files_below(folder: Path) -> list[Path]:
-    """Relative paths of the files, in an order that depends on nothing but their names."""
+    """Returns the relative paths of all files, in a reproducible order."""
     found = (path.relative_to(folder) for path in folder.rglob("*") if path.is_file())
     return sorted(found, key=lambda path: path.as_posix())
 
 
 def documents() -> Sequence[Path]:
-    """What there is to read for those who use a package, relative to the project."""
+    """Returns the documents for users of a package, relative to the project."""
     names = [Path("README.md"), Path("CHANGELOG.md"), Path("deploy/README.md")]
     names += [path.relative_to(ROOT) for path in sorted((ROOT / "docs").glob("*.md"))]
     return [name for name in names if (ROOT / name).exists()]

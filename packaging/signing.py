@@ -15,13 +15,13 @@ class Signing:
     def __init__(self, certificate: Path, key: Path, time_stamp: str | None) -> None:
         for path in (certificate, key):
             if not path.is_file():
-                raise Failure(f"{path} is not there")
+                raise Failure(f"{path} does not exist")
         self._sign = [
             "osslsigncode", "sign", "-h", "sha256", "-certs", os.fspath(certificate.resolve()),
             "-key", os.fspath(key.resolve()), "-n", project.NAME,
         ]
         if time_stamp:
-            # Without it a signature ends with its certificate.
+            # Without a time stamp, a signature expires with its certificate.
             self._sign += ["-ts", time_stamp]
 
     def __call__(self, program: Path) -> None:

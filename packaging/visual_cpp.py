@@ -1,7 +1,7 @@
-"""Windows programs in Visual C++'s binary interface, which were built elsewhere.
+"""Windows programs with Visual C++'s binary interface, which were built elsewhere.
 
-Their folder holds the programs, their symbols (.pdb), and `share`, in which vcpkg keeps the version and the
-licence of each library: vcpkg_installed/<triplet>/share.
+Their folder contains the programs, their symbols (.pdb) and `share`, a copy of
+vcpkg_installed/<triplet>/share, where vcpkg keeps the version and the licence of each library.
 """
 
 from __future__ import annotations
@@ -16,16 +16,16 @@ import project
 from linked import Component, rest_patches
 from project import Failure
 
-# Ports that help to build, or to test, and leave nothing in a program.
+# Ports that are only used to build or test the programs.
 _NOT_LINKED = re.compile(r"vcpkg-.*|gtest|boost-(?:cmake|uninstall|headers)")
 _REST_LIBRARY = "cpprestsdk"
 _RUN_TIME = "vcruntime140.dll"
-# The C run-time when a stand-in for the SDK was used: the real SDK's libraries import api-ms-win-crt-*.dll.
+# The C run-time of a stand-in SDK: the real SDK's libraries import api-ms-win-crt-*.dll instead.
 _OF_A_STAND_IN = "ucrtbase.dll"
 
 
 def _imports(program: Path) -> set[str]:
-    """The names of the libraries that a program for x86-64 Windows needs, in small letters."""
+    """Returns the imported libraries of a program for x86-64 Windows, in lower case."""
     try:
         listed = project.run("x86_64-w64-mingw32-objdump", "--private-headers", program)
     except Failure:
@@ -36,14 +36,14 @@ def _imports(program: Path) -> set[str]:
 
 
 def _product_version(program: Path) -> str:
-    """The text of the version resource, or nothing."""
+    """Returns the text in the version resource; empty if there is none."""
     key = re.escape("ProductVersion\0".encode("utf-16-le"))
     found = re.search(key + rb"(?:\0\0)*((?:[ -~]\0)+)\0\0", program.read_bytes())
     return found[1].decode("utf-16-le") if found else ""
 
 
 def check(folder: Path, programs: Iterable[str], *, stand_in_allowed: bool) -> None:
-    """Fails when a package must not hold the programs of a folder; the message says which one, and why."""
+    """Fails if one of the programs must not be packaged; the message names the program and the reason."""
     for name in programs:
         program = folder / name
         for file in (program, program.with_suffix(".pdb")):
@@ -61,7 +61,7 @@ def check(folder: Path, programs: Iterable[str], *, stand_in_allowed: bool) -> N
 
 
 def components(folder: Path) -> list[Component]:
-    """The libraries that vcpkg has installed for the programs, sorted by name."""
+    """Returns the libraries that vcpkg installed for the programs, sorted by name."""
     found = []
     for bill in sorted((folder / "share").glob("*/vcpkg.spdx.json")):
         if not _NOT_LINKED.fullmatch(bill.parent.name):
