@@ -1,4 +1,4 @@
-// Finds the companion library beside the program and looks its exports up.
+// Finds the companion library in the program's folder and looks up its exports.
 #include "credentials/companion_library.h"
 
 #include "companion/pelham/pelham/comp_info_ctrl.h"
@@ -14,14 +14,14 @@ namespace {
 
 constexpr wchar_t kFallbackUserAgent[] = L"VeltraneKeyward/1.15.0";
 
-// Binds one export; false when the library has none of that name.
+// Binds one export; returns false if the library does not have it.
 template <class Entry>
 bool Bind(const platform::Library& library, const char* name, Entry& entry) noexcept {
   entry = reinterpret_cast<Entry>(platform::FindExport(library, name));
   return entry != nullptr;
 }
 
-// All three are needed, the last one too, although it is never called.
+// All three are required, including the last one, which is never called.
 bool BindEntries(UploadRun& run) noexcept {
   const bool decrypt = Bind(run.companionModule, kDecryptExport, run.decryptEntry);
   const bool base64 = Bind(run.companionModule, kBase64DecodeExport, run.base64DecodeEntry);
@@ -29,8 +29,8 @@ bool BindEntries(UploadRun& run) noexcept {
   return decrypt && base64 && event_log;
 }
 
-// Whether the file's imports show another run-time than the program's: strings and memory that
-// cross the boundary would be corrupted. If they show none, the library is accepted.
+// Whether the imports of the file show another run-time than the program's, so that strings and
+// memory that cross the boundary would be corrupted. A file without such imports is accepted.
 bool NeedsOtherRunTime(const std::wstring& path) {
   const auto tables = platform::ReadLibraryTables(path);
   return tables && !platform::ForeignRunTime(tables->imports).empty();
@@ -79,7 +79,7 @@ void SetWebAPIUserAgent(UploadRun& run) {
       run.userAgent = kFallbackUserAgent;
     }
   } catch (...) {
-    // The fallback is for an empty result only: here requests go out with an empty user agent.
+    // The fallback is only for an empty result: here requests are sent with an empty user agent.
     run.userAgent.clear();
     Log().WriteLogA("<SetWebAPIUserAgent> exception etc");
   }

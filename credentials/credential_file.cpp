@@ -35,7 +35,7 @@ class OpenedFile : public CredentialSource {
   platform::File file_;
 };
 
-// The size is taken from its low 32 bits; 0 and INVALID_FILE_SIZE are failures.
+// Uses the low 32 bits of the size; 0 and INVALID_FILE_SIZE are failures.
 std::optional<std::uint32_t> CredentialSize(const CredentialSource& source) {
   const std::optional<std::uint64_t> size = source.Size();
   const std::uint32_t low = size ? static_cast<std::uint32_t>(*size) : 0;
@@ -45,7 +45,7 @@ std::optional<std::uint32_t> CredentialSize(const CredentialSource& source) {
   return low;
 }
 
-// Copies a non-empty string, NULs included; false for anything else.
+// Copies a non-empty string, including NULs; returns false for anything else.
 bool CopyText(const wchar_t* path, const JsonDocument& document, std::wstring& field) {
   const JsonValue* value = FindJsonValueByPath(path, document);
   if (value == nullptr || !value->IsString() || value->GetStringLength() == 0) {
@@ -73,7 +73,7 @@ int ParseRecord(const std::wstring& plaintext, UploadAuthData& record) {
     Log().WriteLogA("<ParseUpldAuthJson> idp_session error");
     return kFailed;
   }
-  // The certificate is optional: a missing member is no error.
+  // The certificate is optional: a missing member is not an error.
   CopyText(L"cert.base64encoded", document, record.cert_base64encoded);
   CopyText(L"cert.hash", document, record.cert_hash);
   CopyText(L"cert.store", document, record.cert_store);
@@ -90,7 +90,7 @@ int ReadAndDecrypt(const UploadRun& run, CredentialSource& source, std::wstring&
     return kFailed;
   }
   std::vector<std::uint8_t> encrypted(*size);
-  // The number read is not compared with the size: a file that shrank does not decrypt.
+  // The number of bytes read is not compared with the size: a file that shrank does not decrypt.
   if (!source.Read(encrypted.data(), encrypted.size())) {
     const unsigned error = platform::LastError();
     Log().WriteLogA("<Read AuthFile> ReadFile error (%d)", error);

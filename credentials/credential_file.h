@@ -19,12 +19,12 @@ namespace kyd {
 [[nodiscard]] int ReadUploadAuthData(const UploadRun& run, const std::wstring& user,
                                      UploadAuthData& record);
 
-// Reads and decrypts a credential file; no one else may have it open meanwhile.
+// Reads and decrypts a credential file, which no other process may have open at the same time.
 [[nodiscard]] int ReadAuthFile(const UploadRun& run, const std::wstring& path,
                                std::wstring& plaintext);
 
-// The operations that reading needs of an open file; tests substitute their own. Failures leave
-// their number in platform::LastError. See platform::File.
+// The operations on an open file that reading needs; tests substitute their own. Failures set
+// platform::LastError. See platform::File.
 class CredentialSource {
  public:
   virtual ~CredentialSource() = default;
@@ -33,8 +33,8 @@ class CredentialSource {
   [[nodiscard]] virtual std::optional<std::size_t> Read(void* buffer, std::size_t size) = 0;
 };
 
-// Reads the whole source and decrypts it. 0, or 1 for a failure that has been logged. Throws what
-// the companion library throws, and std::bad_alloc.
+// Reads the whole source and decrypts it. Returns 0, or 1 for a failure that has been logged.
+// Throws what the companion library throws, and std::bad_alloc.
 [[nodiscard]] int ReadAndDecrypt(const UploadRun& run, CredentialSource& source,
                                  std::wstring& plaintext);
 

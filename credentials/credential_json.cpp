@@ -1,4 +1,4 @@
-// Walks a JSON document along a dotted path.
+// Looks up a dotted path in a JSON document.
 #include "credentials/credential_json.h"
 
 #include <cstddef>

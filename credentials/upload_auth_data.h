@@ -16,7 +16,7 @@ struct UploadAuthData {
   std::wstring cert_store;          // scope of the certificate store, "user" or "comp", or empty
 };
 
-// Empties the record and wipes its memory.
+// Clears the record and wipes its memory.
 inline void Wipe(UploadAuthData& record) noexcept {
   for (std::wstring* const field : {&record.apikey, &record.idp_session, &record.cert_base64encoded,
                                     &record.cert_hash, &record.cert_store}) {

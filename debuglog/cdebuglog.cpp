@@ -24,7 +24,7 @@ void CopyCut(std::wstring_view text, std::array<wchar_t, Capacity>& target) {
   target[size] = L'\0';
 }
 
-// "OutputLogDebug" is read as 4 bytes whatever its type; a value of more bytes does not fit.
+// "OutputLogDebug" is read as 4 bytes of any type; a longer value does not fit.
 bool ReadDebugFlag() {
   const std::optional<platform::RegistryKey> key =
       platform::RegistryKey::OpenLocalMachine(kLegacyKey, platform::kRegistryRead64);
@@ -35,7 +35,7 @@ bool ReadDebugFlag() {
   return value && platform::NumberOf(*value).value_or(0) != 0;
 }
 
-CDebugLog debug_log;  // NOLINT(cert-err58-cpp): out of memory only
+CDebugLog debug_log;  // fails only if memory is exhausted
 
 }  // namespace
 

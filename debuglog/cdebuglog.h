@@ -1,4 +1,4 @@
-// The object through which every part of the program logs.
+// The log object that every part of the program uses.
 #pragma once
 
 #include <array>
@@ -15,22 +15,22 @@
 
 namespace kyd {
 
-// The two entry points take printf-style formats, in which %s means text of the format's own kind,
-// and a message that is longer than its buffer is cut. With the log off nothing is expanded. They
-// can be called from any thread, always return 1, never fail and never throw. They read none of the
-// object's fields: those are legacy settings, read once at program start, kept, and used by no
+// The two entry points take printf-style formats, in which %s is text of the format's own kind;
+// longer messages are truncated to the buffer. Nothing is formatted while the log is disabled. They
+// are thread-safe, always return 1, never fail and never throw. They do not read the object's
+// fields, which are legacy settings: read once at program start and used by no writer.
 // writer.
 class CDebugLog {
  public:
-  static constexpr std::size_t kNameCapacity = 64;     // characters, the terminator included
-  static constexpr std::size_t kFolderCapacity = 260;  // characters, the terminator included
+  static constexpr std::size_t kNameCapacity = 64;     // characters, including the terminator
+  static constexpr std::size_t kFolderCapacity = 260;  // characters, including the terminator
 
   CDebugLog();
   virtual ~CDebugLog();
   CDebugLog(const CDebugLog&) = delete;
   CDebugLog& operator=(const CDebugLog&) = delete;
 
-  // Narrow: the expansion is UTF-8 of at most 259 bytes.
+  // Narrow: the formatted text is UTF-8 of at most 259 bytes.
   template <class... Arguments>
   int WriteLogA(const char* format, const Arguments&... arguments) noexcept {
     const auto expand = [&] {
@@ -45,7 +45,7 @@ class CDebugLog {
     return 1;
   }
 
-  // Wide: the expansion is at most 1023 characters.
+  // Wide: the formatted text is at most 1023 characters.
   template <class... Arguments>
   int WriteLogW(const wchar_t* format, const Arguments&... arguments) noexcept {
     const auto expand = [&] { return FormatBounded(kWideMessageCapacity, format, arguments...); };
@@ -57,7 +57,7 @@ class CDebugLog {
     return 1;
   }
 
-  // Copies the name, cut at 63 characters.
+  // Copies the name, truncated to 63 characters.
   void SetName(const wchar_t* name) noexcept;
 
   [[nodiscard]] const wchar_t* Name() const noexcept { return name_.data(); }
@@ -74,7 +74,7 @@ class CDebugLog {
   platform::LocalTime start_time_;
 };
 
-// The process's one object.
+// The only object of the process.
 [[nodiscard]] CDebugLog& Log() noexcept;
 
 }  // namespace kyd

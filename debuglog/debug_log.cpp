@@ -1,4 +1,4 @@
-// Builds, writes and keeps the lines of one diagnostic logger.
+// Formats, writes and keeps the lines of one diagnostic logger.
 #include "debuglog/debug_log.h"
 
 #include <algorithm>
@@ -19,7 +19,7 @@ namespace corvid {
 namespace {
 
 constexpr wchar_t kDefaultFileName[] = L"kyd.log";
-constexpr std::size_t kPrefixCapacity = 256;  // characters, more than ten numbers can need
+constexpr std::size_t kPrefixCapacity = 256;  // characters; more than ten numbers can need
 constexpr std::size_t kNumberCapacity = 11;   // characters of the longest number of 32 bits
 constexpr std::size_t kLineReserve = 1024;
 
@@ -30,13 +30,13 @@ std::uint32_t SystemRegistryAccess() {
   return access;
 }
 
-// As %d prints it.
+// Converts like %d.
 std::int32_t Number(std::uint32_t id) {
   return static_cast<std::int32_t>(id);
 }
 
-// Writes a number, zero-filled like %0*d, and what follows, and returns the end. By hand:
-// formatting, even with a compiled format, took a quarter of a line's instructions.
+// Writes a zero-padded number like %0*d and the character after it; returns the end. Not formatted
+// with printf, which took a quarter of a line's instructions even with a compiled format.
 wchar_t* PutNumber(wchar_t* to, std::int32_t value, std::ptrdiff_t width, wchar_t after) {
   std::array<char, kNumberCapacity> digits;
   const char* first = digits.data();
@@ -118,7 +118,7 @@ void DebugLog::WriteLine(const LineMaker& make) noexcept {
     const std::wstring text = make();
     WriteOrKeep(LogLine(surroundings_.clock->Local(), text.c_str()) + L'\n');
   } catch (...) {
-    // The line is lost: logging never disturbs what it reports on.
+    // The line is lost: logging never disturbs the code that logs.
   }
 }
 
@@ -156,7 +156,7 @@ void DebugLog::FlushPending() noexcept {
     }
     RotateIfNeeded(path.c_str());
   } catch (...) {
-    // What could not be written stays pending.
+    // Lines that could not be written stay pending.
   }
 }
 

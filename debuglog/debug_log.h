@@ -1,4 +1,4 @@
-// One diagnostic logger: time-stamped lines in a UTF-8 text file that is moved aside when it grows.
+// A diagnostic logger: time-stamped lines in a UTF-8 text file, which is rotated.
 #pragma once
 
 #include <cstddef>
@@ -16,7 +16,7 @@ namespace corvid {
 inline constexpr std::size_t kMaxPendingLines = 100;
 inline constexpr std::int64_t kRotationCheckSeconds = 10;
 
-// What a logger needs from outside; tests substitute their own.
+// The environment of a logger; tests substitute their own.
 struct LogSurroundings {
   const platform::Clock* clock;
   DefaultBase default_base;
@@ -26,48 +26,48 @@ struct LogSurroundings {
   [[nodiscard]] static LogSurroundings OfSystem() noexcept;
 };
 
-// Makes the text of a message, which ends at its first NUL.
+// Produces the text of a message, which ends at its first NUL.
 using LineMaker = std::function<std::wstring()>;
 
-// The text of one line without its line feed: prefix with local time, session, process and thread,
-// the message (may be null), and a comma. The trailing comma is intentional.
+// Returns one line without its line feed: prefix with local time, session, process and thread, the
+// message (may be null), and a comma. The trailing comma is intentional.
 [[nodiscard]] std::wstring LogLine(const platform::LocalTime& time, const wchar_t* text);
 
-// True when the size of the file must be looked at again; times in seconds since 1970.
+// Returns whether the size of the file must be checked again; times in seconds since 1970.
 [[nodiscard]] bool RotationCheckIsDue(std::int64_t now, std::int64_t last_check) noexcept;
 
-// Usable from any thread. Nothing here reports a failure or throws.
+// Thread-safe. No function reports a failure or throws.
 class DebugLog {
  public:
-  // An empty file name means "kyd.log". The mask selects the bits of "OutputLog" that switch this
-  // logger on. A new logger is disabled until its settings have been read.
+  // An empty file name means "kyd.log". The mask selects the bits of "OutputLog" that enable this
+  // logger. A new logger is disabled until its settings have been read.
   DebugLog(std::wstring file_name, std::uint32_t mask,
            const LogSurroundings& surroundings = LogSurroundings::OfSystem());
 
-  // Writes the pending lines, when the file can be opened by then.
+  // Writes the pending lines if the file can be opened.
   virtual ~DebugLog();
 
   DebugLog(const DebugLog&) = delete;
   DebugLog& operator=(const DebugLog&) = delete;
 
-  // Writes the message as a line, or keeps the line when the file cannot be opened: at most the 100
-  // newest. A disabled logger writes and keeps nothing.
+  // Writes the message as a line, or keeps it if the file cannot be opened: at most the 100 newest
+  // lines. A disabled logger writes and keeps nothing.
   void WriteLine(const wchar_t* text) noexcept;
 
-  // The same for a text that is made only when the logger is enabled.
+  // The same for a text that is produced only if the logger is enabled.
   void WriteLine(const LineMaker& make) noexcept;
 
-  // Writes the pending lines; they stay pending when the file cannot be opened.
+  // Writes the pending lines; they stay pending if the file cannot be opened.
   void FlushPending() noexcept;
 
-  // Moves the file to the same name plus ".bak" when it has reached the size limit. Looks at most
-  // once in 10 seconds. A null path is skipped.
+  // Renames the file to the same name plus ".bak" once it has reached the size limit. Checks at
+  // most every 10 seconds. A null path is skipped.
   void RotateIfNeeded(const wchar_t* path) noexcept;
 
-  // Brings the settings up to date: every 10 seconds while enabled, every 2 while disabled.
+  // Updates the settings: every 10 seconds while enabled, every 2 while disabled.
   void ReloadSettings() noexcept;
 
-  // What the last read of the settings said.
+  // Returns whether the settings enabled the logger when they were last read.
   [[nodiscard]] bool IsEnabled() const noexcept;
 
  private:

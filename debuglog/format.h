@@ -1,4 +1,4 @@
-// printf-style messages in buffers of fixed size: never overrun, cut when they are longer.
+// printf-style messages in buffers of fixed size; longer messages are truncated.
 #pragma once
 
 #include <fmt/printf.h>
@@ -8,7 +8,7 @@
 
 namespace kyd {
 
-// Buffer sizes in characters, the terminator included.
+// Buffer sizes in characters, including the terminator.
 inline constexpr std::size_t kNarrowMessageCapacity = 260;
 inline constexpr std::size_t kWideMessageCapacity = 1024;
 
@@ -18,7 +18,7 @@ template <class T>
 const T& Argument(const T& value) {
   return value;
 }
-// As %s takes it: text ends at its first NUL.
+// An argument for %s: text ends at its first NUL.
 template <class Char>
 const Char* Argument(const std::basic_string<Char>& text) {
   return text.c_str();
@@ -26,9 +26,9 @@ const Char* Argument(const std::basic_string<Char>& text) {
 
 }  // namespace format_detail
 
-// Expands a printf-style format (%d, %u, %s, %c, widths, zero fill) as wsprintf does: %s takes text
-// of the format's own kind, narrow or wide. The result is cut at `capacity` - 1 characters. Throws
-// std::exception for a format that does not fit its arguments.
+// Formats like wsprintf (%d, %u, %s, %c, widths, zero fill): %s takes text of the format's own
+// kind, narrow or wide. The result is truncated to `capacity` - 1 characters. Throws std::exception
+// for a format that does not match its arguments.
 template <class Char, class... Arguments>
 std::basic_string<Char> FormatBounded(std::size_t capacity, const Char* format,
                                       const Arguments&... arguments) {

@@ -1,4 +1,4 @@
-// Reads the diagnostic log's values from the registry and prepares its folder.
+// Reads the diagnostic log's settings from the registry and prepares its folder.
 #include "debuglog/log_settings.h"
 
 #include "platform/file.h"
@@ -19,8 +19,8 @@ std::optional<std::uint32_t> QueryDword(const platform::RegistryKey& key, const 
   return platform::NumberOf(*value);
 }
 
-// Text up to its first NUL; empty when the value is absent or of another type. REG_EXPAND_SZ is
-// another type: nothing is expanded here.
+// Returns text up to its first NUL; empty if the value is absent or of another type. REG_EXPAND_SZ
+// is another type: nothing is expanded here.
 std::wstring QueryText(const platform::RegistryKey& key, const wchar_t* name) {
   const std::optional<platform::RegistryValue> value = key.Query(name);
   if (!value || value->type != platform::kRegistryText) {
@@ -30,7 +30,7 @@ std::wstring QueryText(const platform::RegistryKey& key, const wchar_t* name) {
   return text.substr(0, text.find(L'\0'));
 }
 
-// The folder above "DebugSSO", ending in a separator.
+// Returns the folder above "DebugSSO", ending in a separator.
 std::optional<std::wstring> BaseFolder(const platform::RegistryKey& key, DefaultBase default_base) {
   std::wstring folder = QueryText(key, L"OutputLogDir");
   if (folder.empty()) {

@@ -1,4 +1,4 @@
-// The settings of a diagnostic logger, as the registry has them.
+// The registry settings of a diagnostic logger.
 #pragma once
 
 #include <cstdint>
@@ -15,23 +15,23 @@ inline constexpr wchar_t kProgramLogName[] = L"KydLogUploader.log";
 
 inline constexpr std::uint64_t kDefaultLogSizeLimit = 10485760;  // bytes, 10 MiB
 
-// The least number of seconds between two reads of the settings.
+// Minimum number of seconds between two reads of the settings.
 inline constexpr std::int64_t kReloadSecondsEnabled = 10;
 inline constexpr std::int64_t kReloadSecondsDisabled = 2;
 
 struct LogSettings {
   bool enabled = false;
-  std::wstring folder;  // ends in "DebugSSO" once set
+  std::wstring folder;  // ends in "DebugSSO" if set
   std::uint64_t size_limit = kDefaultLogSizeLimit;
 };
 
-// The default base folder of the log, ending in a separator.
+// Returns the default base folder of the log, ending in a separator.
 using DefaultBase = std::optional<std::wstring> (*)();
 
-// True when the settings must be read again; times in seconds since 1970.
+// Returns whether the settings must be read again; times in seconds since 1970.
 [[nodiscard]] bool SettingsAreDue(std::int64_t now, std::int64_t last_read, bool enabled) noexcept;
 
-// True when the value of "OutputLog" switches a logger with this mask on.
+// Returns whether the value of "OutputLog" enables a logger with this mask.
 [[nodiscard]] bool OutputLogEnables(std::uint32_t output_log, std::uint32_t mask) noexcept;
 
 // Reads the settings from kSettingsKey below HKEY_LOCAL_MACHINE into `settings`, which is reset

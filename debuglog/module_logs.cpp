@@ -1,4 +1,4 @@
-// The process's loggers and the functions that find the right one.
+// The loggers of the process and the lookup of a module's logger.
 #include "debuglog/module_logs.h"
 
 #include <utility>
@@ -12,17 +12,17 @@ namespace {
 
 constexpr std::uint32_t kDefaultLogMask = 1;
 
-// Made in this order at static initialisation, destroyed in the opposite order at process exit: the
-// program's logger goes with the registry, the default logger last.
+// Created in this order at static initialisation and destroyed in reverse order at process exit:
+// the program's logger together with the registry, the default logger last.
 // NOLINTNEXTLINE(cert-err58-cpp): out of memory only
 DebugLog default_log{std::wstring(), kDefaultLogMask};
 ModuleLogs module_logs{default_log};
 
-// Any address inside this module.
+// An address inside this module.
 void AnchorInThisModule() {}
 
-// Calls `use` with this module's handle, under the registry lock. The reference that the look-up
-// takes is dropped before the lock is released.
+// Calls `use` with this module's handle, under the registry lock. The reference taken by the lookup
+// is released before the lock.
 template <class Use>
 auto WithThisModule(const Use& use) {
   const std::lock_guard<std::recursive_mutex> guard(module_logs.Lock());

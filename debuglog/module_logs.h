@@ -11,7 +11,7 @@
 namespace corvid {
 
 // The loggers of a process by module handle, and the default logger for modules without one. The
-// lock of the registry is always taken before the lock of a logger. A module handle of null is an
+// lock of the registry is always taken before the lock of a logger. A null module handle is an
 // ordinary key.
 class ModuleLogs {
  public:
@@ -23,14 +23,14 @@ class ModuleLogs {
   ModuleLogs(const ModuleLogs&) = delete;
   ModuleLogs& operator=(const ModuleLogs&) = delete;
 
-  // Enters a logger for a module; a module that already has one keeps it.
+  // Registers a logger for a module; a module that already has one keeps it.
   void Register(platform::ModuleHandle module, std::unique_ptr<DebugLog> log);
 
   // Writes a line through the module's logger.
   void WriteLine(platform::ModuleHandle module, const wchar_t* text);
   void WriteLine(platform::ModuleHandle module, const LineMaker& make);
 
-  // Brings the settings of the module's logger up to date and says whether it is enabled.
+  // Updates the settings of the module's logger and returns whether it is enabled.
   [[nodiscard]] bool IsEnabled(platform::ModuleHandle module);
 
   // Held while a module handle is looked up and used.
@@ -44,8 +44,8 @@ class ModuleLogs {
   DebugLog& default_log_;
 };
 
-// Creates this program's logger, "KydLogUploader.log" with mask 16, and enters it under this
-// module's handle. The first call of the program.
+// Creates this program's logger, "KydLogUploader.log" with mask 16, and registers it for this
+// module's handle. Must be the first call of the program.
 void RegisterModuleLog();
 
 // Writes a line through the logger of the calling module. Never fails. This function and
@@ -55,10 +55,10 @@ void WriteModuleLog(const wchar_t* text) noexcept;
 // The same for UTF-8 text, which is not converted if the logger is disabled. Null does nothing.
 void WriteModuleLogA(const char* text) noexcept;
 
-// The same for a text that is made only if the logger is enabled, which is checked once.
+// The same for a text that is produced only if the logger is enabled, which is checked once.
 void WriteModuleLine(const LineMaker& make) noexcept;
 
-// Whether the logger of the calling module is enabled; false if unknown.
+// Returns whether the logger of the calling module is enabled; false if unknown.
 [[nodiscard]] bool IsModuleLogEnabled() noexcept;
 
 }  // namespace corvid

@@ -1,4 +1,4 @@
-// Joins the names, searches and moves.
+// Builds paths, searches folders and moves files.
 #include "logtree/log_tree.h"
 
 #include <algorithm>
@@ -18,8 +18,7 @@ using namespace std::string_view_literals;
 
 constexpr std::wstring_view kUpload = L"Upload";
 constexpr std::wstring_view kArchive = L"Archive";
-constexpr std::wstring_view kResultFolder =
-    L"UploadResult";  // and the beginning of its files' names
+constexpr std::wstring_view kResultFolder = L"UploadResult";  // also the start of its file names
 constexpr wchar_t kLogEnding[] = L".log";
 constexpr wchar_t kUnsentEnding[] = L".bak";
 constexpr wchar_t kUnsentLogEnding[] = L".log.bak";
@@ -79,7 +78,7 @@ std::wstring LogTree::LatestResult() const {
   platform::FileSearch search(platform::JoinPath(log_dir_, kResultFolder), kLogEnding);
   for (bool found = search.First(); found; found = search.Next()) {
     const std::wstring& name = search.Current().name;
-    // Names of the same form and length sort by their days.
+    // Names of the same form and length sort by date.
     if (!search.Current().is_folder && name.size() == kResultNameSize &&
         name.compare(0, kResultFolder.size(), kResultFolder) == 0) {
       latest = std::max(latest, name);

@@ -6,8 +6,8 @@
 //   LogWork\<account>\UserData.dat  the account's credentials
 //   UploadResult\UploadResultYYYYMMDD.log  the result file of a day
 //
-// Another component provides the folders; none is created here. Paths are joined and not
-// normalised.
+// Another component creates the folders; none is created here. Paths are joined without
+// normalisation.
 #pragma once
 
 #include <functional>
@@ -18,16 +18,15 @@
 
 namespace kyd {
 
-// The one owner of these names: all other code gets paths, searches and moves from it. It logs
-// nothing. Failures leave their number in platform::LastError, which freeing memory does not
-// change.
+// Owns these names: all other code gets paths, searches and moves from this class. It logs nothing.
+// Failures set platform::LastError, which freeing memory does not change.
 class LogTree {
  public:
   explicit LogTree(std::wstring log_dir);
 
   // Calls `visit` with the name of each account below Upload, in the order of the system's search,
   // until it returns false. Returns the search, still open: the caller decides when to close it,
-  // and its Failure() tells whether the folder was read to its end.
+  // and its Failure() tells whether the whole folder was read.
   [[nodiscard]] platform::FileSearch ForEachAccount(
       const std::function<bool(const std::wstring& account)>& visit) const;
 
@@ -42,18 +41,18 @@ class LogTree {
   // The same for a file that has not been sent: ".bak" is appended to its name.
   [[nodiscard]] bool ArchiveUnsent(const std::wstring& account, const std::wstring& file) const;
 
-  // Whether a name in the archive is that of a sent file, or of one that was not sent.
+  // Whether a name in the archive is that of a sent file; the others were moved without being sent.
   [[nodiscard]] static bool IsSent(const std::wstring& file);
   [[nodiscard]] static bool IsUnsent(const std::wstring& file);
 
-  // The path of the result file with the latest day in its name; empty without one.
+  // Returns the path of the result file with the latest date in its name; empty if there is none.
   [[nodiscard]] std::wstring LatestResult() const;
 
   [[nodiscard]] std::wstring UploadPath() const;
   [[nodiscard]] std::wstring UploadPath(const std::wstring& account) const;
   [[nodiscard]] std::wstring UploadPath(const std::wstring& account,
                                         const std::wstring& file) const;
-  // What WaitingFiles searches for, as a path for reports.
+  // The search pattern of WaitingFiles, as a path for reports.
   [[nodiscard]] std::wstring WaitingPattern(const std::wstring& account) const;
   [[nodiscard]] std::wstring ArchivePath(const std::wstring& account) const;
   [[nodiscard]] std::wstring ArchivePath(const std::wstring& account,

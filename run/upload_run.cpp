@@ -1,4 +1,4 @@
-// Remembers the accounts that had failed files.
+// Records the accounts with failed files.
 #include "run/upload_run.h"
 
 #include "debuglog/cdebuglog.h"

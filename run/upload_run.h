@@ -1,4 +1,4 @@
-// The one run object of the process, which every part of the run receives.
+// The run object of the process, which is passed to every part of the run.
 #pragma once
 
 #include <array>
@@ -13,10 +13,11 @@
 
 namespace kyd {
 
-// What the steps of a run return.
+// The results of the steps of a run.
 inline constexpr int kSucceeded = 0;
-inline constexpr int kFailed = 1;  // logged already, or nothing to do; the next account follows
-inline constexpr int kRunMustEnd = -1;  // logged already; no further account
+inline constexpr int kFailed =
+    1;  // already logged, or nothing to do; continue with the next account
+inline constexpr int kRunMustEnd = -1;  // already logged; process no further account
 
 // The companion library's three exports.
 using DecryptEntry = decltype(&Corvid_CmpCphr_Decrypt);
@@ -26,16 +27,16 @@ using EventLogEntry = decltype(&Corvid_Write_EventLog);
 // An account with failed files.
 struct UploadErrInfo {
   std::wstring folder;      // the account's folder name
-  std::uint32_t count = 0;  // its files that failed in this run
+  std::uint32_t count = 0;  // number of its files that failed in this run
 };
 
 // The data of the day's result file, written at the end of the run.
 struct UploadResultReport {
   platform::InstanceHandle instance = nullptr;  // holds the text resources
-  std::vector<UploadErrInfo> errors;            // in the order of their insertion
+  std::vector<UploadErrInfo> errors;            // in insertion order
 };
 
-// Appends a record to the report. A failure is logged and loses the record.
+// Appends a record to the report. If that fails, the failure is logged and the record is lost.
 void AddUploadErrInfo(UploadResultReport& report, const std::wstring& folder,
                       std::uint32_t count) noexcept;
 
@@ -43,20 +44,20 @@ struct UploadRun {
   std::wstring tenant;                // the server's host name
   std::wstring logDir;                // root of the log folder tree, as passed
   std::wstring userAgent;             // of every request
-  platform::Library companionModule;  // stays loaded as long as the run lives
+  platform::Library companionModule;  // stays loaded for the lifetime of the run
   DecryptEntry decryptEntry = nullptr;
   Base64DecodeEntry base64DecodeEntry = nullptr;
   EventLogEntry eventLogEntry = nullptr;
-  std::uint32_t accountCount = 0;    // account folders met, "Total"
+  std::uint32_t accountCount = 0;    // account folders found, "Total"
   std::uint32_t sendCount = 0;       // accounts uploaded, "Upload target"
   std::uint32_t noSendCount = 0;     // accounts not uploaded, "Not subject to upload"
   std::uint32_t fileOkCount = 0;     // log files sent, "Upload success"
   std::uint32_t fileErrorCount = 0;  // log files that failed, "Upload error"
   platform::InstanceHandle instance = nullptr;
-  std::array<wchar_t, 260> workBuffer{};  // belongs to the object's contract; nothing reads it
+  std::array<wchar_t, 260> workBuffer{};  // part of the object's contract; nothing reads it
   UploadResultReport report;
 
-  // What connections share in the accounts without a client certificate: a
+  // Shared by the connections of all accounts without a client certificate: a
   // CorvidSocket::ConnectionCache.
   std::shared_ptr<void> connections;
 };

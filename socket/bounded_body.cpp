@@ -1,4 +1,4 @@
-// A stream buffer that keeps the beginning of what is written and drops the rest.
+// A stream buffer that keeps the start of the data and drops the rest.
 #include "socket/bounded_body.h"
 
 #include <algorithm>
@@ -14,7 +14,7 @@ using Base = concurrency::streams::details::streambuf_state_manager<std::uint8_t
 using Traits = concurrency::streams::char_traits<std::uint8_t>;
 }  // namespace
 
-// Write-only: reading or seeking finds nothing.
+// Write-only: reading and seeking fail.
 class BoundedBody::Buffer : public Base {
  public:
   explicit Buffer(Now now) : Base(std::ios_base::out), now_(std::move(now)) {}
@@ -53,7 +53,7 @@ class BoundedBody::Buffer : public Base {
                                : pplx::task_from_exception<std::size_t>(BodyCutOff());
   }
 
-  // Offers no buffer to write into: the library then uses its own.
+  // Provides no buffer to write into, so the library uses its own.
   std::uint8_t* _alloc(std::size_t /*count*/) override { return nullptr; }
   void _commit(std::size_t /*count*/) override {}
 
@@ -74,7 +74,7 @@ class BoundedBody::Buffer : public Base {
  private:
   static pos_type Nowhere() { return static_cast<pos_type>(Traits::eof()); }
 
-  // False when the body has taken too long.
+  // Returns false if the body has taken too long.
   bool Write(const std::uint8_t* bytes, std::size_t count) {
     const std::lock_guard<std::mutex> guard(lock_);
     const auto now = now_();

@@ -1,4 +1,4 @@
-// The body of an answer, of which only the beginning is kept.
+// A response body of which only the start is kept.
 #pragma once
 
 #include <cpprest/streams.h>
@@ -12,21 +12,21 @@
 
 namespace CorvidSocket {
 
-// Bytes of a body that are kept: more than the longest line of the diagnostic log can show.
+// Number of body bytes that are kept: more than the longest line of the diagnostic log can show.
 inline constexpr std::size_t kKeptBodyBytes = 4096;
 
-// The longest time that a body may take. The library's time-out only covers silence, so that an
-// endless body would block the run forever.
+// The maximum duration of a body. The library's time-out covers only silence, so an endless body
+// would block the run forever.
 inline constexpr std::chrono::seconds kLongestBody{30};
 
-// Ends the reception of a body that takes longer than kLongestBody.
+// Stops receiving a body that takes longer than kLongestBody.
 class BodyCutOff : public std::exception {
  public:
   [[nodiscard]] const char* what() const noexcept override { return "response body cut off"; }
 };
 
-// Receives an answer's body from the library: keeps the first kKeptBodyBytes and drops the rest.
-// Memory use is the same for any length.
+// Receives a response body from the library: keeps the first kKeptBodyBytes and drops the rest.
+// Memory use does not depend on the length.
 class BoundedBody {
  public:
   using Now = std::function<std::chrono::steady_clock::time_point()>;
@@ -36,7 +36,7 @@ class BoundedBody {
   // For http_request::set_response_stream.
   [[nodiscard]] concurrency::streams::ostream Stream() const;
 
-  // The bytes kept. Complete only once the library has ended the body.
+  // Returns the bytes kept. Complete only after the library has ended the body.
   [[nodiscard]] std::string Kept() const;
 
  private:

@@ -15,7 +15,7 @@ namespace {
 
 using kyd::Log;
 
-// A character that is not hexadecimal counts as 0, without any error.
+// A character that is not hexadecimal counts as 0; this is not an error.
 std::uint8_t Nibble(wchar_t digit) noexcept {
   if (digit >= L'0' && digit <= L'9') {
     return static_cast<std::uint8_t>(digit - L'0');
@@ -29,7 +29,7 @@ std::uint8_t Nibble(wchar_t digit) noexcept {
   return 0;
 }
 
-// Logs one of the failures that carry the platform's error number.
+// Logs a failure together with the platform's error number.
 void LogFailure(const char* format) noexcept {
   const unsigned error = platform::LastError();
   Log().WriteLogA(format, error);
@@ -44,8 +44,8 @@ std::vector<std::uint8_t> DecodeBase64(const std::wstring& text, const kyd::Uplo
 }
 
 // Only checks that the text is an importable PFX with at least one certificate: the store and the
-// certificate are neither used nor released, and the requests go out without a client certificate.
-// This is intentional. False for a failure, which has been logged.
+// certificate are neither used nor released, and the requests are sent without a client
+// certificate. This is intentional. Returns false for a failure, which has been logged.
 bool ProvePfx(const kyd::UploadAuthData& credentials, const kyd::UploadRun& run) {
   const std::vector<std::uint8_t> bytes = DecodeBase64(credentials.cert_base64encoded, run);
   if (bytes.data() == nullptr) {
@@ -128,7 +128,7 @@ void ParseAuthParam(ClientCertificate& pair, const kyd::UploadAuthData& credenti
 void SelectStoreCert(ClientCertificate& pair, const kyd::UploadAuthData& credentials) noexcept {
   try {
     const std::vector<std::uint8_t> thumbprint = DecodeThumbprint(credentials.cert_hash);
-    // The whole text is compared, including case; any other scope selects nothing.
+    // The whole text is compared case-sensitively; any other scope selects nothing.
     if (credentials.cert_store == L"user") {
       SetUserCert(pair, thumbprint);
     } else if (credentials.cert_store == L"comp") {

@@ -1,4 +1,4 @@
-// Chooses the client certificate that an account's credentials name.
+// Selects the client certificate that an account's credentials name.
 #pragma once
 
 #include <cstdint>
@@ -11,22 +11,22 @@
 
 namespace CorvidSocket {
 
-// The bytes of a thumbprint in hexadecimal text, two characters a byte. A last odd character is
-// ignored; a character that is not hexadecimal counts as 0.
+// Returns the bytes of a thumbprint in hexadecimal text, two characters per byte. A trailing odd
+// character is ignored; a character that is not hexadecimal counts as 0.
 [[nodiscard]] std::vector<std::uint8_t> DecodeThumbprint(const std::wstring& text);
 
-// The store that holds the client certificate, and the certificate itself; both empty when there is
-// none. The context goes first, then the store.
+// The store that holds the client certificate, and the certificate itself; both empty if there is
+// none. The context is released first, then the store.
 struct ClientCertificate {
   platform::CertificateStore store;
   platform::CertificateContext context;
 };
 
-// From `cert_base64encoded`, a PKCS #12 text. Never throws; every failure is logged.
+// Selects from `cert_base64encoded`, a PKCS #12 text. Never throws; every failure is logged.
 void ParseAuthParam(ClientCertificate& pair, const kyd::UploadAuthData& credentials,
                     const kyd::UploadRun& run) noexcept;
 
-// From `cert_hash` and `cert_store`. Never throws; every failure is logged.
+// Selects by `cert_hash` and `cert_store`. Never throws; every failure is logged.
 void SelectStoreCert(ClientCertificate& pair, const kyd::UploadAuthData& credentials) noexcept;
 
 }  // namespace CorvidSocket

@@ -1,4 +1,4 @@
-// The one exception of the HTTP layer.
+// The exception of the HTTP layer.
 #pragma once
 
 #include <boost/exception/all.hpp>
@@ -14,20 +14,20 @@ struct tag_errno;
 using ErrorNumber = boost::error_info<tag_errno, unsigned int>;
 
 // Copyable; a copy keeps the error items (Boost.Exception) and shares nothing with its original.
-// Boost would let both own the same items and count the owners in a plain int, but the original may
-// belong to a task of the library, whose threads release it at any time.
+// Boost would let both share the items with a plain int as reference count, but the original may
+// belong to a task of the library, whose threads can release it at any time.
 class Exception : public boost::exception, public std::exception {
  public:
-  // what() gives the message.
+  // `message` is the result of what().
   explicit Exception(std::string message) : message_(std::move(message)) {}
 
-  // Copies another exception's error items and throw location; what() gives the standard library's
-  // default text.
+  // Copies another exception's error items and throw location; what() returns the standard
+  // library's default text.
   explicit Exception(const boost::exception& items) : message_(std::exception().what()) {
     CopyItems(items);
   }
 
-  // Not with Boost's copy constructor, which would share the items.
+  // Does not use Boost's copy constructor, which would share the items.
   // NOLINTNEXTLINE(bugprone-copy-constructor-init)
   Exception(const Exception& other)
       : boost::exception(),  // NOLINT(readability-redundant-member-init): the compiler requires it

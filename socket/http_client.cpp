@@ -18,7 +18,7 @@ using web::http::client::http_client_config;
 
 namespace {
 
-// Remembers a body's position, to send it from there again.
+// Remembers the position of a body, to send it again from there.
 class BodyStart {
  public:
   explicit BodyStart(const concurrency::streams::istream& body) : body_(body) {
@@ -27,13 +27,13 @@ class BodyStart {
     }
   }
 
-  // False if that is not possible. True without a body.
+  // Returns false if that is not possible; true without a body.
   [[nodiscard]] bool Rewind() const {
     try {
       return !body_.is_valid() ||
              (CanSeek() && start_ != Position(-1) && body_.seek(start_) == start_);
     } catch (const std::exception&) {
-      return false;  // A read of the failed attempt has ended in an error.
+      return false;  // A read of the failed attempt ended in an error.
     }
   }
 
@@ -49,7 +49,7 @@ class BodyStart {
 
 }  // namespace
 
-// The outcome of an attempt: the answer, unless there is a failure.
+// The outcome of an attempt: the response, unless there is a failure.
 struct HttpClient::Outcome {
   http_response answer;
   std::shared_ptr<const Exception> failure;
@@ -59,7 +59,7 @@ Transport LibraryTransport() {
   return
       [](const web::uri& address, const http_client_config& config, const http_request& request) {
         auto client = std::make_shared<http_client>(address, config);
-        // The continuation keeps the client alive until the answer is there.
+        // The continuation keeps the client alive until the response arrives.
         return client->request(request).then([client](http_response answer) { return answer; });
       };
 }
@@ -77,7 +77,7 @@ http_response HttpClient::SendRequest(const web::uri& base, HttpRequestBase& req
                                       const std::wstring& path, const std::wstring& query,
                                       int retryCount) {
   const BodyStart body(request.request.body());
-  std::shared_ptr<const Exception> failure;  // of the latest attempt
+  std::shared_ptr<const Exception> failure;  // of the last attempt
   for (std::int64_t attempt = 0; attempt <= retryCount; ++attempt) {
     if (attempt > 0 && !body.Rewind()) {
       break;
@@ -109,7 +109,7 @@ HttpClient::Outcome HttpClient::Attempt(const web::uri& base, HttpRequestBase& r
            return transport_(address.to_uri(), get_http_config(base), request.request);
          })
       .then([](const pplx::task<http_response>& answered) {
-        // A copy leaves the task: the library's threads may hold the exception for longer.
+        // Throws a copy: the library's threads may hold the original for longer.
         Outcome outcome;
         try {
           outcome.answer = answered.get();
@@ -118,7 +118,7 @@ HttpClient::Outcome HttpClient::Attempt(const web::uri& base, HttpRequestBase& r
         } catch (const boost::exception& failed) {
           outcome.failure = std::make_shared<const Exception>(failed);
         } catch (const web::http::http_exception& failed) {
-          // The library's error code is dropped, its text says what happened.
+          // The library's error code is dropped; its text describes the failure.
           outcome.failure = std::make_shared<const Exception>(std::string(failed.what()));
         }
         return outcome;
@@ -129,8 +129,8 @@ HttpClient::Outcome HttpClient::Attempt(const web::uri& base, HttpRequestBase& r
 http_client_config HttpClient::get_http_config(const web::uri& base) {
   http_client_config config;
   config.set_validate_certificates(has_certificate_);
-  // A redirect is an answer like any other: following it would turn the POST into a GET without a
-  // body and take the API key to another host.
+  // A redirect is treated like any other response: following it would turn the POST into a GET
+  // without a body and send the API key to another host.
   config.set_max_redirects(0);
   SetTlsOptions(config, certificate_, base, connections_, native_request_);
   return config;
@@ -140,11 +140,11 @@ std::wstring ReadAnswerText(http_response answer, const HttpRequestBase& request
   try {
     answer.content_ready().wait();
   } catch (const BodyCutOff&) {
-    // What was kept is already more than a log line can show. The library would throw again instead
+    // The kept part is already more than a log line can show. The library would throw again instead
     // of returning the text.
     return platform::FromUtf8(request.answer_body.Kept());
   }
-  // The library refuses text that is not valid UTF-8, and answers may hold anything.
+  // The library rejects text that is not valid UTF-8, and responses may contain anything.
   answer.set_body(platform::ToUtf8(platform::FromUtf8(request.answer_body.Kept())));
   return platform::FromNative(answer.extract_string(/*ignore_content_type=*/true).get());
 }
@@ -153,7 +153,7 @@ AnswerGuard::~AnswerGuard() {
   try {
     answer_.content_ready().wait();
   } catch (...) {
-    // The answer was judged by its status; its body no longer matters.
+    // The response was judged by its status; its body no longer matters.
   }
 }
 

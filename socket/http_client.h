@@ -1,4 +1,4 @@
-// Sends a request to one address and waits for the answer.
+// Sends a request to one address and waits for the response.
 #pragma once
 
 #include <cpprest/http_client.h>
@@ -13,7 +13,7 @@
 
 namespace CorvidSocket {
 
-// Sends one request once. The default uses the library's client; tests substitute their own.
+// Sends a request once. The default uses the library's client; tests substitute their own.
 using Transport = std::function<pplx::task<web::http::http_response>(
     const web::uri&, const web::http::client::http_client_config&, const web::http::http_request&)>;
 
@@ -24,10 +24,10 @@ class HttpClient {
   // PCCERT_CONTEXT on Windows; see platform/certificate_store.h.
   using CertificateContext = const void*;
 
-  // The context is borrowed for the client's life and may be null. The flag also switches the
+  // The context is borrowed for the client's lifetime and may be null. The flag also enables the
   // validation of the server's certificate: a client without a certificate of its own does not
-  // validate the server's. This coupling is intentional. The cache is for the clients with the same
-  // certificate. No I/O happens here.
+  // validate the server's. This coupling is intentional. The cache is shared by clients with the
+  // same certificate. No I/O happens here.
   HttpClient(CertificateContext certificate, bool has_certificate,
              Transport transport = LibraryTransport(), ConnectionCache connections = nullptr);
   virtual ~HttpClient();
@@ -35,11 +35,11 @@ class HttpClient {
   HttpClient& operator=(const HttpClient&) = delete;
 
   // Sends the request to `base` with `path` (not encoded again) and `query` appended, at most
-  // `retryCount` + 1 times without a pause, until it is answered. Returns the answer whatever its
-  // status. Throws CorvidSocket::Exception for every failure of the HTTP layer; a cancelled task
-  // (task_canceled) and any other exception pass through. Each attempt sends the body from its
-  // position at the call. A body that cannot be rewound is sent once: the failure of that attempt
-  // is thrown.
+  // `retryCount` + 1 times without a pause, until there is a response. Returns the response,
+  // whatever its status. Throws CorvidSocket::Exception for every failure of the HTTP layer; a
+  // cancelled task (task_canceled) and any other exception pass through. Each attempt sends the
+  // body from its position at the call. A body that cannot be rewound is sent once, and the failure
+  // of that attempt is thrown.
   [[nodiscard]] web::http::http_response SendRequest(const web::uri& base, HttpRequestBase& request,
                                                      const std::wstring& path,
                                                      const std::wstring& query, int retryCount);
@@ -51,20 +51,20 @@ class HttpClient {
   [[nodiscard]] Outcome Attempt(const web::uri& base, HttpRequestBase& request,
                                 const std::wstring& path, const std::wstring& query);
 
-  void* native_request_ = nullptr;  // HINTERNET of the latest attempt; nothing reads it
+  void* native_request_ = nullptr;  // HINTERNET of the last attempt; nothing reads it
   CertificateContext certificate_;  // borrowed
   bool has_certificate_;
   Transport transport_;
   ConnectionCache connections_;
 };
 
-// The body of an answer as text, whatever its content type; at most kKeptBodyBytes of it. Waits for
-// its end. Throws what the library throws for a body that cannot be read to its end.
+// Returns the body of a response as text, whatever its content type; at most kKeptBodyBytes of it.
+// Waits for its end. Throws what the library throws if the body cannot be read to its end.
 [[nodiscard]] std::wstring ReadAnswerText(web::http::http_response answer,
                                           const HttpRequestBase& request);
 
-// The destructor waits until the answer's body has ended, successfully or not, so that nothing of
-// the request keeps running.
+// The destructor waits until the response body has ended, successfully or not, so that nothing of
+// the request is still running.
 class AnswerGuard {
  public:
   explicit AnswerGuard(web::http::http_response answer) : answer_(std::move(answer)) {}

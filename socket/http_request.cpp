@@ -11,8 +11,8 @@ namespace CorvidSocket {
 
 namespace {
 
-// The library would send the value unchanged, and the server would read what follows a line end as
-// another header or the body. The value may be a secret, so the message does not quote it.
+// The library would send the value unchanged, and the server would interpret the text after a line
+// end as another header or the body. The value may be a secret, so the message does not quote it.
 void Validate(const std::wstring& name, const std::wstring& value) {
   if (value.find_first_of(std::wstring(L"\r\n\0", 3)) != std::wstring::npos) {
     throw Exception("The value of the request header " + platform::ToUtf8(name) + " is invalid.");

@@ -13,7 +13,7 @@ namespace CorvidSocket {
 // Header names and values; sent in the order of the names.
 using HeaderSet = std::map<std::wstring, std::wstring>;
 
-// A request made from a method and headers. The body is set on `request` (http_msg_base::set_body).
+// A request with a method and headers. The body is set on `request` (http_msg_base::set_body).
 class HttpRequestBase {
  public:
   // An existing header gets ", " and the new value appended (http_headers::add). Throws
@@ -25,7 +25,7 @@ class HttpRequestBase {
 
   web::http::http_request request;
 
-  // Receives the body of the answer to the latest attempt.
+  // Receives the response body of the last attempt.
   BoundedBody answer_body;
 };
 

@@ -1,4 +1,4 @@
-// The pool of the library's Asio back end.
+// The thread pool of the library's Asio back end.
 #include <pplx/threadpool.h>
 
 #include <cstddef>
@@ -10,7 +10,7 @@ namespace CorvidSocket {
 
 namespace {
 
-// The library would start 40 threads, which wake each other for every block of a file and each keep
+// The library would start 40 threads, which wake each other for every block of a file and each need
 // a stack and a part of the heap. A run uploads one file at a time. If a handler waits for another,
 // the library adds a thread.
 constexpr std::size_t kLibraryThreads = 1;
@@ -22,7 +22,7 @@ void LimitLibraryThreads() noexcept {
     static std::once_flag done;
     std::call_once(done, [] { crossplat::threadpool::initialize_with_threads(kLibraryThreads); });
   } catch (...) {
-    // There is a pool already, or its first use creates one and fails where failures are handled.
+    // The pool exists already, or its first use creates it and fails where failures are handled.
   }
 }
 

@@ -1,4 +1,5 @@
-// A BIO that writes to the socket, and passes what the socket does not accept to Asio's BIO pair.
+// A BIO that writes to the socket, and passes data that the socket does not accept to Asio's BIO
+// pair.
 #include "socket/socket_bio_asio.h"
 
 #include <openssl/bio.h>
@@ -48,10 +49,10 @@ class SocketBio {
 
  private:
   // Sends what the socket accepts without blocking. The library holds the connection's lock when it
-  // starts a write, but not when Asio continues one, so a time-out may close the socket meanwhile,
-  // in another thread of the pool. Then this fails, or the system does not accept the bytes. They
-  // cannot go elsewhere: the request does not end before this write has returned, and until then
-  // its caller waits and no file is opened that could get the descriptor's number.
+  // starts a write, but not when Asio continues one, so a time-out may close the socket in another
+  // thread of the pool. Then this call fails, or the system does not accept the bytes. They cannot
+  // reach another file: the request does not end before this write has returned, and until then its
+  // caller waits and opens no file that could reuse the descriptor.
   int Send(const char* data, int size) {
     boost::system::error_code error;
     if (!socket_.non_blocking()) {
@@ -107,7 +108,7 @@ void WriteToSocket(TlsStream& stream) noexcept {
   BIO_set_data(bio, owner.release());
   BIO_set_init(bio, 1);
   SSL_set0_wbio(ssl, bio);
-  // A write sends all records of its data, and the buffers are kept for the next one.
+  // A write sends all records of its data; the buffers are kept for the next one.
   SSL_clear_mode(ssl, SSL_MODE_ENABLE_PARTIAL_WRITE | SSL_MODE_RELEASE_BUFFERS);
 }
 

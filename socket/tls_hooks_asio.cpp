@@ -27,7 +27,7 @@ using SslContext = boost::asio::ssl::context;
   throw Exception(message) << ErrorNumber(platform::kErrorGeneralFailure);
 }
 
-// TLS 1.3 stays off on purpose, although the message names it.
+// TLS 1.3 stays disabled deliberately, although the message names it.
 void SetProtocols(SSL_CTX* context) {
   if (SSL_CTX_set_min_proto_version(context, TLS1_2_VERSION) != 1 ||
       SSL_CTX_set_max_proto_version(context, TLS1_2_VERSION) != 1) {
@@ -55,7 +55,7 @@ void SetContext(SSL_CTX* context, const void* certificate, void*& native_request
   }
 }
 
-// The authorities that this machine trusts; SSL_CERT_FILE and SSL_CERT_DIR count. Parsing them
+// The authorities that this machine trusts, including SSL_CERT_FILE and SSL_CERT_DIR. Parsing them
 // costs far more than a request, so it happens once, for the first server that is validated. Never
 // freed: connections may outlive every destructor that could free it.
 X509_STORE* TrustedAuthorities() {
@@ -69,7 +69,7 @@ X509_STORE* TrustedAuthorities() {
   return store;
 }
 
-// What connections share: one for those that validate the server, one for the others.
+// Shared by connections: one for those that validate the server, one for the others.
 struct Shared {
   std::shared_ptr<SslContext> context;
   std::shared_ptr<TlsSessions> sessions = std::make_shared<TlsSessions>();
@@ -86,8 +86,8 @@ std::shared_ptr<SslContext> MakeContext(bool validate, const void* certificate,
   return context;
 }
 
-// Sharing is this project's addition to the library. A library without it creates everything anew
-// for each connection, which is only slower.
+// Sharing is this project's addition to the library. A library without it creates everything for
+// each connection, which is only slower.
 template <class Config, class = void>
 class Connections {
  public:

@@ -1,7 +1,7 @@
 // TLS settings through WinHTTP's session and request options.
 
-// First: the REST library defines the macro C_ASSERT where it does not exist yet, and the headers
-// of MinGW-w64 12 do not compile after that.
+// Included first: the REST library defines the macro C_ASSERT if it does not exist yet, and the
+// headers of MinGW-w64 12 do not compile after that.
 #include <windows.h>
 
 #include "socket/tls_hooks.h"
@@ -22,7 +22,7 @@ constexpr DWORD kTls12Only = 0x800;             // WINHTTP_FLAG_SECURE_PROTOCOL_
 constexpr DWORD kClientCertificateOption = 47;  // WINHTTP_OPTION_CLIENT_CERT_CONTEXT
 static_assert(sizeof(CERT_CONTEXT) == 40, "the option takes one CERT_CONTEXT");
 
-// On the session: TLS 1.3 stays off on purpose, although the message names it.
+// Set on the session. TLS 1.3 stays disabled deliberately, although the message names it.
 void SetProtocols(HINTERNET session) {
   DWORD protocols = kTls12Only;
   if (!WinHttpSetOption(session, kSecureProtocolsOption, &protocols, sizeof protocols)) {
@@ -31,8 +31,8 @@ void SetProtocols(HINTERNET session) {
   }
 }
 
-// On the request. The message names the option for sending no certificate; operators search logs
-// for this text.
+// Set on the request. The message names the option for sending no certificate; operators search
+// logs for this text.
 void SetCertificate(HINTERNET request, const void* certificate) {
   if (!WinHttpSetOption(request, kClientCertificateOption, const_cast<void*>(certificate),
                         sizeof(CERT_CONTEXT))) {

@@ -1,4 +1,4 @@
-// Offers and keeps TLS 1.2 sessions, through OpenSSL's callback for new sessions.
+// Offers and stores TLS 1.2 sessions, through OpenSSL's callback for new sessions.
 #include "socket/tls_sessions_asio.h"
 
 #include <new>
@@ -25,7 +25,7 @@ struct TlsSessions::User {
 void TlsSessions::Use(const std::shared_ptr<TlsSessions>& sessions, SSL* ssl,
                       const std::string& server) {
   if (User::Of(ssl) != nullptr) {
-    return;  // It is connected already.
+    return;  // It is already connected.
   }
   auto user = std::make_unique<User>(User{sessions, server});
   if (SSL_set_ex_data(ssl, User::Index(), user.get()) != 1) {
@@ -45,8 +45,8 @@ void TlsSessions::Use(const std::shared_ptr<TlsSessions>& sessions, SSL* ssl,
   });
 }
 
-// A copy: OpenSSL marks the connection's own session as not resumable if the connection ends
-// without an alert, which RFC 5246, section 7.2.1, no longer requires.
+// Copied, because OpenSSL marks the connection's own session as not resumable if the connection
+// ends without an alert, which RFC 5246, section 7.2.1, no longer requires.
 void TlsSessions::Keep(const SSL* ssl, const std::string& server) noexcept {
   Session copy(SSL_SESSION_dup(SSL_get0_session(ssl)));
   const std::lock_guard<std::mutex> lock(mutex_);

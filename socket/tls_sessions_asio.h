@@ -1,4 +1,4 @@
-// The TLS sessions of the library's Asio back end, to be resumed by later connections.
+// The TLS sessions of the library's Asio back end, for resumption by later connections.
 #pragma once
 
 #include <openssl/ssl.h>
@@ -10,13 +10,13 @@
 
 namespace CorvidSocket {
 
-// Sessions by server. All connections that share them validate their servers alike and present the
-// same client certificate: a session stands for what its handshake has checked.
+// Sessions by server. All connections that share them validate their servers in the same way and
+// present the same client certificate, because resuming a session skips these checks.
 class TlsSessions {
  public:
-  // To be called before the handshake of each connection. Offers the server's session, and keeps
-  // the one that the handshake produces. Each session is offered once, so that none is left after a
-  // failed handshake or during another one.
+  // Call before the handshake of each connection. Offers the server's session, and stores the one
+  // that the handshake creates. Each session is offered once, so that none remains after a failed
+  // handshake or during another one.
   static void Use(const std::shared_ptr<TlsSessions>& sessions, SSL* ssl,
                   const std::string& server);
 

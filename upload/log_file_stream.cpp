@@ -14,7 +14,7 @@ LogFileStream::~LogFileStream() {
   try {
     Close();
   } catch (...) {
-    // Another failure is already being handled; nothing was written that could be lost.
+    // Another failure is already being handled, and nothing was written that could be lost.
   }
 }
 

@@ -7,11 +7,11 @@
 
 namespace kyd {
 
-// Holds the stream and closes it on every path: one that is left open keeps a task of the library
-// waiting when the process ends.
+// Owns the stream and closes it on every path: an open stream keeps a task of the library waiting
+// when the process ends.
 class LogFileStream {
  public:
-  // Opens the file for reading and waits for it. Throws a standard exception when that fails.
+  // Opens the file for reading and waits for it. Throws a standard exception on failure.
   explicit LogFileStream(const std::wstring& path);
   ~LogFileStream();
   LogFileStream(const LogFileStream&) = delete;

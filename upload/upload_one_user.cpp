@@ -1,4 +1,4 @@
-// How a log file is processed: found, opened, posted, judged, moved, counted.
+// Processes each log file: find, open, post, judge the response, move, count.
 #include "upload/upload_one_user.h"
 
 #include <cpprest/http_msg.h>
@@ -27,7 +27,7 @@ using web::http::status_codes;
 
 constexpr wchar_t kServicePath[] = L"/idp/api/keyward/v1/log/sso";
 
-// What stays the same for all files of the account.
+// The data that is the same for all files of the account.
 struct Account {
   UploadRun& run;
   const std::wstring& name;
@@ -66,7 +66,7 @@ CorvidSocket::ConnectionCache ConnectionsOf(UploadRun& run,
 
 HeaderSet MakeHeaders(const UploadRun& run, const UploadAuthData& credentials,
                       const wchar_t* connection) {
-  // The session ends at its first NUL. The key is not cut: a NUL in it is refused.
+  // The session ends at its first NUL. The key is not truncated: a NUL in it is refused.
   // NOLINTNEXTLINE(readability-redundant-string-cstr)
   const std::wstring session = credentials.idp_session.c_str();
   return {{L"Connection", connection},
@@ -87,8 +87,7 @@ Account PrepareAccount(UploadRun& run, const std::wstring& name, const UploadAut
   return account;
 }
 
-// Other 2xx codes are failures, on purpose: only these two mean that the service has stored the
-// file.
+// Deliberately only these two: other 2xx codes do not mean that the service has stored the file.
 bool IsAccepted(web::http::status_code status) {
   return status == status_codes::OK || status == status_codes::Accepted;
 }
@@ -143,7 +142,7 @@ void UploadFile(Account& account, const std::wstring& file, const HeaderSet& hea
   }
 }
 
-// Searches one entry ahead: the request for the last file closes the connection.
+// Searches one entry ahead, because the request for the last file closes the connection.
 void UploadFolder(Account& account, platform::FileSearch& search) {
   CorvidSocket::LimitLibraryThreads();
   bool more = true;

@@ -1,4 +1,4 @@
-// Uploads the log files that one account has waiting.
+// Uploads the waiting log files of one account.
 #pragma once
 
 #include <string>
@@ -9,11 +9,11 @@
 
 namespace kyd {
 
-// Sends every "*.log" file of LogDir\Upload\<account>, one POST per file, and moves each that was
-// answered 200 or 202 to LogDir\Archive\<account>. A 401 deletes the credential file. Returns when
-// every file has been handled or an exception ended the account; never throws. Counts in `run`.
-// kSucceeded whatever became of the files, kFailed when the HTTP layer failed, kRunMustEnd for any
-// other exception. The requests leave through `transport`.
+// Sends every "*.log" file of LogDir\Upload\<account>, one POST per file, and moves each one with
+// response 200 or 202 to LogDir\Archive\<account>. A 401 deletes the credential file. Returns when
+// every file has been handled or an exception ended the account; never throws. Updates the counters
+// of `run`. Returns kSucceeded whatever the results of the files, kFailed if the HTTP layer failed,
+// kRunMustEnd for any other exception. The requests are sent through `transport`.
 [[nodiscard]] int UploadOneUser(
     UploadRun& run, const std::wstring& account, const UploadAuthData& credentials,
     const CorvidSocket::Transport& transport = CorvidSocket::LibraryTransport());

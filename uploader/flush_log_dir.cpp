@@ -1,4 +1,4 @@
-// Walks the account folders: upload first, then, when asked, the force flush.
+// Iterates over the account folders: upload first, then, if requested, the force flush.
 #include "uploader/flush_log_dir.h"
 
 #include <exception>
@@ -16,7 +16,7 @@ namespace {
 
 constexpr char kRuler[] = "<< ------------------------------------------------------------ >>";
 
-// One account: its credentials, then its files. kRunMustEnd ends the loop, nothing else does.
+// Processes one account: its credentials, then its files. Only kRunMustEnd ends the loop.
 int HandleAccount(UploadRun& run, const std::wstring& account, UploadAuthData& credentials) {
   ++run.accountCount;
   const int result = ReadUploadAuthData(run, account, credentials);
@@ -53,7 +53,7 @@ void CleanupFile(const LogTree& tree, const std::wstring& account, const std::ws
 
 void FlushLogDir(UploadRun& run, bool force) {
   Log().WriteLogA(kRuler);
-  UploadAuthData credentials;  // refilled for every account
+  UploadAuthData credentials;  // reused for every account
   int result = kFailed;
   try {
     // A folder that cannot be searched has no accounts. The search is closed after the result file.

@@ -1,4 +1,4 @@
-// The name that lets only one copy run.
+// The name that ensures that only one copy runs.
 #pragma once
 
 namespace kyd {

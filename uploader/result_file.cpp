@@ -30,7 +30,7 @@ void AppendToFile(const std::wstring& path, const std::wstring& text) {
   platform::CFileAccessSecurity security(platform::CFileAccessSecurity::kDefault);
   security.Build();
   platform::File file = platform::File::OpenForWriting(path, security);
-  // Elsewhere than at the end the block would overwrite another one.
+  // At any other position the block would overwrite another one.
   if (!file.IsOpen() || !file.SeekToEnd()) {
     return;
   }
@@ -66,7 +66,7 @@ void OutputResult(const UploadResultReport& report, const std::wstring& logDir,
     if (fileOkCount == 0 && fileErrorCount == 0) {
       return;
     }
-    // Read once, so that text and file name have the same date.
+    // Read only once, so that text and file name have the same date.
     const platform::LocalTime now = clock.Local();
     AppendToFile(LogTree(logDir).ResultPath(now),
                  ResultText(report, logDir, now, accountCount, sendCount, noSendCount, fileOkCount,

@@ -12,14 +12,14 @@
 
 namespace kyd {
 
-// The block of one run, from the text resources 101 to 103.
+// Returns the block of one run, from the text resources 101 to 103.
 [[nodiscard]] std::wstring ResultText(const UploadResultReport& report, const std::wstring& logDir,
                                       const platform::LocalTime& time, std::uint32_t accountCount,
                                       std::uint32_t sendCount, std::uint32_t noSendCount,
                                       std::uint32_t fileOkCount, std::uint32_t fileErrorCount);
 
-// Appends the run's block to the day's file, unless no file was sent or failed. A failure to open
-// or write it is ignored.
+// Appends the run's block to the day's file, unless no file was sent or failed. Failures to open or
+// write it are ignored.
 void OutputResult(const UploadResultReport& report, const std::wstring& logDir,
                   std::uint32_t accountCount, std::uint32_t sendCount, std::uint32_t noSendCount,
                   std::uint32_t fileOkCount, std::uint32_t fileErrorCount,

@@ -1,4 +1,4 @@
-// Start-up, single instance, command line and tear-down.
+// Startup, single instance, command line and teardown.
 #include "uploader/run.h"
 
 #include "credentials/companion_library.h"

@@ -10,11 +10,11 @@
 
 namespace kyd {
 
-// Splits the command line into the program's path and its arguments; std::nullopt if that fails.
+// Splits the command line into the program's path and its arguments; std::nullopt on failure.
 using ArgumentSource = std::function<std::optional<std::vector<std::wstring>>()>;
 
-// Runs once: diagnostic log, one copy per machine, command line, upload run. Always 0; outcomes
-// show only in the files.
+// Runs once: diagnostic log, single instance, command line, upload run. Returns 0 always; results
+// are visible only in the files.
 int RunUploader(platform::InstanceHandle instance, const ArgumentSource& split_arguments);
 
 }  // namespace kyd
