@@ -1,13 +1,13 @@
 # Header-only libraries, from Debian's packages on both platforms (libboost-dev, rapidjson-dev,
 # libfmt-dev, libutfcpp-dev, libcli11-dev).
 #
-# The cross compiler must never see /usr/include itself, so the libraries are linked into a folder of
-# their own. With a toolchain that brings them itself (vcpkg), KYD_HEADERS_FROM_TOOLCHAIN is set.
+# The cross compiler must never see /usr/include itself, so the libraries are linked into a separate folder.
+# A toolchain that provides them itself (vcpkg) sets KYD_HEADERS_FROM_TOOLCHAIN.
 option(KYD_HEADERS_FROM_TOOLCHAIN "The toolchain provides Boost, RapidJSON, fmt, utfcpp, CLI11 and GoogleTest" OFF)
 
 add_library(kyd_headers INTERFACE)
 add_library(kyd::headers ALIAS kyd_headers)
-# Boost's headers would ask Visual C++'s linker for compiled libraries, of which none is used.
+# Prevents Boost's headers from requesting compiled libraries from Visual C++'s linker; none is used.
 target_compile_definitions(kyd_headers INTERFACE FMT_HEADER_ONLY=1 BOOST_ALL_NO_LIB)
 if(KYD_HEADERS_FROM_TOOLCHAIN)
   foreach(header CLI/CLI.hpp boost/exception/all.hpp rapidjson/document.h fmt/printf.h utf8.h)
@@ -27,8 +27,8 @@ else()
     endif()
   endforeach()
   if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
-    # RapidJSON 1.1.0 has an operator that assigns to constant members. Nothing calls it, but clang 19 rejects
-    # it; later versions of RapidJSON have deleted it.
+    # RapidJSON 1.1.0 has an operator that assigns to constant members. It is never called, but clang 19
+    # rejects it; later versions of RapidJSON have deleted it.
     file(COPY /usr/include/rapidjson DESTINATION ${kyd_header_folder} PATTERN document.h EXCLUDE)
     file(READ /usr/include/rapidjson/document.h document)
     string(REPLACE "operator=(const GenericStringRef& rhs) { s = rhs.s; length = rhs.length; }"

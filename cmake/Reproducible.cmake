@@ -1,27 +1,27 @@
-# What the packages' builds need: the same commit gives the same bytes in every folder, each program carries
-# a number that its debug symbols repeat, and a list says what has been linked in.
+# Requirements of the package builds: the same commit gives the same bytes in every folder, each program has
+# a build id that its debug symbols repeat, and a list names everything that is linked in.
 option(KYD_REPRODUCIBLE "Keep the build's folders out of the programs, and list what is linked in" OFF)
 if(NOT KYD_REPRODUCIBLE)
   return()
 endif()
 
 if(MSVC)
-  # Dates become hashes of the content; the name of the symbols' file stays without its folder.
+  # Replaces dates by hashes of the content, and removes the folder from the name of the symbol file.
   add_compile_options(/Brepro)
   add_link_options(/Brepro /PDBALTPATH:%_PDB%)
   if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
     add_compile_options(/clang:-ffile-prefix-map=${CMAKE_SOURCE_DIR}=. /clang:-ffile-prefix-map=${CMAKE_BINARY_DIR}=.)
   endif()
   if(VCPKG_INSTALLED_DIR)
-    # Beside the programs, so that the folder is all that the packages are made of.
+    # In the folder of the programs, so that the packages are made from that folder only.
     file(COPY ${VCPKG_INSTALLED_DIR}/${VCPKG_TARGET_TRIPLET}/share DESTINATION ${CMAKE_BINARY_DIR}/bin
          FILES_MATCHING PATTERN vcpkg.spdx.json PATTERN copyright)
   endif()
   return()
 endif()
 
-# The last one that fits counts: the build folder usually lies within the source folder. Relative names let a
-# debugger that is started in the source folder find the sources.
+# The last match counts: the build folder usually is inside the source folder. With relative names, a
+# debugger that is started in the source folder finds the sources.
 add_compile_options(
   -ffile-prefix-map=${kyd_cpprest_prefix}/include=cpprestsdk
   -ffile-prefix-map=${CMAKE_SOURCE_DIR}=.

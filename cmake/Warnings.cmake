@@ -1,4 +1,4 @@
-# The warnings that our own code is free of. Third-party code does not link this target.
+# Warnings for our own code. Third-party code does not link this target.
 option(KYD_WARNINGS_AS_ERRORS "Let a warning in our own code end the build" ON)
 
 add_library(kyd_warnings INTERFACE)

@@ -1,11 +1,11 @@
 # Version resource and manifest of the Windows programs.
 
-# What each binary interface is for. Program and closed libraries have to be of the same.
+# The purpose of each binary interface. Program and closed libraries must use the same one.
 set(kyd_purpose_mingw "Built with MinGW-w64, for the stand-in libraries; not for libraries that Visual Studio has built")
 set(kyd_purpose_msvc "In Visual C++'s binary interface, for closed libraries that Visual Studio has built")
 
-# kyd_windows_identity(<target> DESCRIPTION <text>): gives an executable both. The version is the
-# project's. Does nothing on other platforms.
+# kyd_windows_identity(<target> DESCRIPTION <text>): adds both to an executable. The version is that of the
+# project. Does nothing on other platforms.
 function(kyd_windows_identity target)
   cmake_parse_arguments(arg "" "DESCRIPTION" "" ${ARGN})
   if(NOT WIN32)
@@ -26,7 +26,7 @@ function(kyd_windows_identity target)
   set_source_files_properties(${resources} PROPERTIES OBJECT_DEPENDS ${KYD_MANIFEST})
   target_sources(${target} PRIVATE ${resources})
   if(MSVC)
-    # The linker would add a manifest of its own.
+    # Otherwise the linker adds its own manifest.
     target_link_options(${target} PRIVATE /MANIFEST:NO)
   endif()
 endfunction()
