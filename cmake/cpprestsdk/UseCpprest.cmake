@@ -1,8 +1,8 @@
 # Defines cpprestsdk::cpprest, the REST library.
 #
-# The patched library comes from ./build, which keeps it in a cache outside the build folders.
-# KYD_SYSTEM_CPPREST takes an installed one instead: the same library from vcpkg (portfile.cmake), or
-# an unpatched one; README.md says what is then missing.
+# ./build builds the patched library and caches it outside the build folders. With KYD_SYSTEM_CPPREST, an
+# installed library is used instead: the same one from vcpkg (portfile.cmake), or an unpatched one; README.md
+# describes what is missing then.
 
 option(KYD_SYSTEM_CPPREST "Use an installed cpprestsdk instead of building the patched one" OFF)
 

@@ -1,5 +1,5 @@
-# Builds the patched library for vcpkg, in place of vcpkg's own port. That one takes the tasks of Visual Studio's
-# run-time instead of the library's own and has none of the patches.
+# Builds the patched library for vcpkg, instead of vcpkg's own port, which lacks the patches and uses the tasks of
+# Visual Studio's run-time rather than the library's own.
 vcpkg_download_distfile(archive
     URLS https://deb.debian.org/debian/pool/main/c/cpprest/cpprest_${VERSION}.orig.tar.gz
          https://github.com/microsoft/cpprestsdk/archive/refs/tags/v${VERSION}.tar.gz
