@@ -8,7 +8,7 @@ from .markdown import ROOT
 
 DOCUMENTS = ("README.md", "docs/maintainer-guide.md")
 _LINE = re.compile(r"Dependencies point one way:\s+`([^`]+)`")
-_STATUS_LINE = re.compile(r"`status` stands beside: it links ([^.]*?), and takes")
+_STATUS_LINE = re.compile(r"`status` is separate: it links ([^.]*?), and takes")
 
 
 def layers_of(line):
