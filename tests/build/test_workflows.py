@@ -61,7 +61,11 @@ def test_both_releases_run_every_test():
     (releases,) = re.findall(r"^ +release: \[(.*)\]$", ci.read_text("utf-8"), re.M)
     (known,) = re.findall(r'^readonly known="(.*)"$', (ROOT / "tests/other_debian").read_text("utf-8"), re.M)
     assert releases.split(", ") == known.split()
-    assert ["./dev", "test"] in commands(ci)
+    lines = commands(ci)
+    # Without a browser and Prometheus, tests would be skipped.
+    setup = ["./dev", "setup", "--browser", "--monitoring"]
+    assert lines.index(setup) < lines.index(["./dev", "test"])
+    assert shlex.join(setup) in (ROOT / ".ci/run").read_text("utf-8")
 
 
 def test_windows_builds_with_the_pinned_vcpkg():
@@ -75,7 +79,7 @@ def test_release_packages_what_windows_has_built():
     (uploaded, folder), = re.findall(r"upload-artifact@\S+\n +with:\n +name: (\S+)\n +path: (\S+)", ci)
     (place,) = re.findall(rf"name: {uploaded}\n +path: (\S+)", release)
     assert folder == "build/release-msvc/bin"
-    assert f"./dev package --windows-programs {place}\n" in release
+    assert f"./dev package --test --windows-programs {place}\n" in release
     # The folder must be ignored by git, because a tree with changes is not packaged.
     subprocess.run(["git", "check-ignore", "--quiet", f"{place}/KydLogUploader.exe"], cwd=ROOT, check=True)
 
