@@ -16,7 +16,7 @@ def test_no_answer_of_the_corpus_does_harm(machine, service, answers):
     Trial(machine, service, len(answers)).run(answers)
 
 
-def test_refusal_that_breaks_off_does_no_harm(machine, service):
+def test_truncated_refusal_does_no_harm(machine, service):
     Trial(machine, service, 3).run([corpus()[ENDS_THE_RUN]] * 3)
 
 

@@ -261,7 +261,7 @@ def test_nothing_can_open_a_box_before_the_error_mode_is_set(platform, machine, 
     assert all(mode & FAIL_CRITICAL_ERRORS and mode & NO_OPEN_FILE_ERROR_BOX for mode in modes)
 
 
-def test_windows_program_is_loaded_anywhere_and_never_executes_data(portable):
+def test_windows_program_uses_aslr_and_dep(portable):
     wanted = HIGH_ENTROPY_VA | DYNAMIC_BASE | NX_COMPATIBLE
     assert portable.characteristics & wanted == wanted
     assert ".reloc" in portable.sections
@@ -269,7 +269,7 @@ def test_windows_program_is_loaded_anywhere_and_never_executes_data(portable):
     assert not [name for name, flags in portable.sections.items() if flags & both == both]
 
 
-def test_windows_program_says_what_it_is_of_which_version_and_what_for(platform, windows_program):
+def test_windows_program_has_version_information(platform, windows_program):
     name, portable = windows_program
     abi, purpose = WHAT_FOR[platform.run_time]
     ((place, content),) = portable.resources(RT_VERSION).items()

@@ -98,7 +98,7 @@ def test_certificate_of_the_scopes_store_is_presented_for_every_file(machine, tr
         assert shown(service) == [mine.der, mine.der]
 
 
-def test_thumbprint_counts_without_regard_to_case_and_without_a_last_odd_character(alice, trusted):
+def test_thumbprint_ignores_case_and_an_odd_last_character(alice, trusted):
     hash_text = trusted.client.thumbprint.lower() + "7"
     alice.seal("alice", cert={"hash": hash_text, "store": "user"})
     with serve_asking(alice, trusted, require_client_certificate=True) as service:
@@ -130,14 +130,14 @@ def test_unknown_thumbprint_is_logged_and_the_files_are_sent_without_certificate
 
 
 @pytest.mark.parametrize("store", ["User", "user ", "machine", "COMP"])
-def test_any_other_scope_selects_nothing_and_says_nothing(alice, trusted, store):
+def test_any_other_scope_selects_and_logs_nothing(alice, trusted, store):
     alice.seal("alice", cert={"hash": trusted.client.thumbprint, "store": store})
     with serve_asking(alice, trusted) as service:
         expect_sent_without_certificate(alice, service)
 
 
 @pytest.mark.parametrize("missing", ["hash", "store"])
-def test_half_a_reference_selects_nothing_and_says_nothing(alice, trusted, missing):
+def test_incomplete_reference_selects_and_logs_nothing(alice, trusted, missing):
     reference = {"hash": trusted.client.thumbprint, "store": "user"}
     reference[missing] = ""
     alice.seal("alice", cert=reference)
@@ -225,7 +225,7 @@ def test_untrusted_server_is_refused(alice, trusted, identity):
         assert not service.requests
 
 
-def test_server_untrusted_from_the_second_file_on_is_refused_then(alice, trusted):
+def test_server_is_refused_once_it_is_untrusted(alice, trusted):
     first, second = alice.search_order("alice")
     with serve(alice, trusted.server) as service:
         service.on_request = lambda request: service.present(trusted.self_signed_server)
@@ -343,7 +343,7 @@ def test_real_web_server_that_requires_a_certificate_is_an_ordinary_failure(
 
 
 @needs_nginx
-def test_sessions_are_resumed_only_where_the_same_certificate_counts(machine, trusted, tmp_path):
+def test_sessions_are_resumed_only_with_the_same_certificate(machine, trusted, tmp_path):
     """A TLS session of one account's certificate must not be resumed for another account."""
     if machine.platform.name == "windows":
         pytest.skip("WinHTTP decides on its own when to resume")

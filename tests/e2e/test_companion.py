@@ -117,7 +117,7 @@ def test_library_of_another_compiler_means_no_run(loaded, service, request):
 @pytest.mark.parametrize(
     "content", [b"", b"this is no library", b"MZ" + bytes(200), b"\x7fELF" + bytes(200)]
 )
-def test_file_that_is_no_library_means_no_run(loaded, service, content):
+def test_file_that_is_not_a_library_means_no_run(loaded, service, content):
     companion(loaded).unlink()
     companion(loaded).write_bytes(content)
     expect_no_run(loaded, service)
@@ -174,7 +174,7 @@ def set_user_agent(machine, text):
     (machine.program_folder / "pelham.useragent").write_text(text, encoding="utf-8")
 
 
-def test_user_agent_is_the_configuration_librarys(loaded, service):
+def test_user_agent_comes_from_the_configuration_library(loaded, service):
     set_user_agent(loaded, "Keyward/9.8 (Windows; test)\n")
     loaded.run()
     assert service.requests[0].header("User-Agent") == ["Keyward/9.8 (Windows; test)"]
@@ -205,7 +205,7 @@ def test_user_agent_stays_empty_when_the_configuration_library_throws(loaded, se
     )
 
 
-def test_program_is_found_by_its_folder_and_not_by_the_working_folder(loaded, service):
+def test_program_uses_its_own_folder_and_not_the_working_folder(loaded, service):
     target = loaded.folder / "a folder with blanks and ä"
     loaded.program_folder.rename(target)
     loaded.program_folder = target

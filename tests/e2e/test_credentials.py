@@ -152,7 +152,7 @@ def sealed(machine, tmp_path):
     return path.read_bytes()
 
 
-def test_file_that_is_cut_off_anywhere_is_refused(machine, service, sealed):
+def test_truncated_file_is_refused(machine, service, sealed):
     expect_not_decrypted(machine, service, [sealed[:at] for at in range(1, len(sealed))])
 
 
@@ -319,7 +319,7 @@ def test_control_characters_in_credentials_never_reach_the_wire(alice, service, 
     )
 
 
-def test_unusable_credentials_do_not_keep_the_other_accounts_from_being_sent(machine, service):
+def test_unusable_credentials_do_not_affect_other_accounts(machine, service):
     machine.switch_log_on()
     broken = {
         "bob": b"garbage",
@@ -338,7 +338,7 @@ def test_unusable_credentials_do_not_keep_the_other_accounts_from_being_sent(mac
     assert machine.messages()[-3:] == say.summary(accounts=5, send=2, no_send=3, ok=2)
 
 
-def test_credentials_are_not_carried_over_from_the_account_before(machine, service):
+def test_credentials_are_not_carried_over_from_the_previous_account(machine, service):
     """The previous account's record must not fill in a member that is missing in the next one's text."""
     machine.switch_log_on()
     for name in ("alice", "bob", "carol"):

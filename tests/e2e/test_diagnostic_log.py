@@ -154,7 +154,7 @@ def default_base(machine):
         "expandable",
     ],
 )
-def test_default_base_is_used_when_the_folder_is_no_text(loaded, value):
+def test_default_base_is_used_when_the_folder_is_not_text(loaded, value):
     if value == "expandable":
         units = (base(loaded) + "\0").encode("utf-16-le")
         value = ("hex(2):" + ",".join(f"{byte:02x}" for byte in units)).encode()
@@ -188,7 +188,7 @@ def test_log_that_cannot_be_opened_does_not_disturb_the_run(loaded):
     assert loaded.diagnostic_log.is_dir()
 
 
-def test_lines_that_had_to_wait_are_written_in_order_once_the_log_opens(loaded, service):
+def test_postponed_lines_are_written_in_order_once_the_log_opens(loaded, service):
     loaded.switch_log_on()
     loaded.diagnostic_log.mkdir(parents=True)
     hold = Hold()
@@ -201,7 +201,7 @@ def test_lines_that_had_to_wait_are_written_in_order_once_the_log_opens(loaded, 
     expect_messages(loaded.messages(), whole_run(loaded))
 
 
-def test_of_the_lines_that_had_to_wait_the_newest_hundred_are_kept(machine, service):
+def test_newest_hundred_postponed_lines_are_kept(machine, service):
     machine.switch_log_on()
     machine.diagnostic_log.mkdir(parents=True)
     machine.account("alice")
@@ -259,7 +259,7 @@ def test_log_is_moved_aside_exactly_at_its_limit(loaded, missing_bytes):
 
 
 @pytest.mark.parametrize("value", [None, 0, "1000", 10485760])
-def test_limit_is_ten_mebibytes_unless_a_number_says_otherwise(loaded, value):
+def test_limit_is_ten_mebibytes_unless_set_to_a_number(loaded, value):
     loaded.switch_log_on(**({} if value is None else {"OutputLogSize": value}))
     aside = loaded.diagnostic_log.with_name("KydLogUploader.log.bak")
     loaded.diagnostic_log.parent.mkdir()

@@ -70,7 +70,7 @@ def test_any_other_third_argument_is_ignored(loaded, service, argument):
 
 
 @pytest.mark.parametrize("arguments", [["", ""], ["localhost", ""], ["", "."]])
-def test_empty_arguments_are_a_run_that_finds_nothing(machine, arguments):
+def test_run_with_empty_arguments_finds_nothing(machine, arguments):
     machine.switch_log_on()
     machine.run(arguments)
     expect_messages(

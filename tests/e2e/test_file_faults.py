@@ -195,7 +195,7 @@ def test_archive_folder_that_is_a_file(plan, service):
     expect_nothing_of_alice_moved(plan, service, 3)
 
 
-def test_archive_folder_that_must_not_be_written(plan, service):
+def test_archive_folder_without_write_permission(plan, service):
     if os.geteuid() == 0:
         pytest.skip("root can write anywhere")
     plan.machine.archive("alice").chmod(0o500)

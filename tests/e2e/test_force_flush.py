@@ -133,7 +133,7 @@ def test_run_that_ended_early_is_still_flushed(machine, service):
     )
 
 
-def test_nothing_to_flush_says_so(machine, service):
+def test_empty_flush_is_logged(machine, service):
     machine.switch_log_on()
     machine.account("alice")
     machine.run_forced()

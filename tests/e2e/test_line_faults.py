@@ -79,14 +79,14 @@ def test_connection_that_breaks_in_the_answers_head(plan, service, stage, after,
 
 @pytest.mark.parametrize("after", [0, 1, 999])
 @pytest.mark.parametrize("status", [200, 202])
-def test_acceptance_whose_body_breaks_off(plan, service, status, after):
+def test_acceptance_with_a_truncated_body(plan, service, status, after):
     # No reset, which could overtake the bytes sent before it.
     answer = Answer(status, b"x" * 1000, drop=Stage.ANSWER_BODY, drop_after=after)
     run_with(plan, service, answer, Accepted(status))
 
 
 @pytest.mark.parametrize("after", [0, 1, 999])
-def test_refusal_whose_body_breaks_off(plan, service, after):
+def test_refusal_with_a_truncated_body(plan, service, after):
     answer = Answer(500, b"x" * 1000, (TEXT,), drop=Stage.ANSWER_BODY, drop_after=after)
     if plan.machine.platform.name == "windows":
         # This version of Wine takes a truncated body as complete.

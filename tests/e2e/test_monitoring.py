@@ -60,7 +60,7 @@ def test_alerts_are_raised_when_they_should_be():
     assert raised == set(re.findall(r"alert: (\w+)", RULES.read_text("utf-8")))
 
 
-def test_dashboard_is_in_order():
+def test_dashboard_is_consistent():
     panels = DASHBOARD["panels"]
     assert len({panel["id"] for panel in panels}) == len(panels)
     taken = set()
@@ -285,7 +285,7 @@ def trees(machine):
     return {"first.prom": machine.log_dir, "second.prom": other}
 
 
-def test_prometheus_takes_the_metrics_and_the_dashboard_finds_them(machine):
+def test_prometheus_reads_the_metrics_and_the_dashboard_finds_them(machine):
     tool("prometheus")
     folder = machine.folder / "textfile"
     folder.mkdir()
@@ -338,7 +338,7 @@ def ask_as_the_dashboard_does(server):
         assert server.get(f"label/{label}/values", **{"match[]": selector})
 
 
-def test_names_in_rules_and_dashboard_are_those_that_are_written(machine):
+def test_names_in_rules_and_dashboard_exist_in_the_metrics(machine):
     path = machine.folder / "x.prom"
     assert status(machine, "--openmetrics", machine.platform.native_path(path), "--per-account").code == OK
     written = metrics_text.read(path.read_bytes()).said.keys()

@@ -104,7 +104,7 @@ def test_log_directory_of_any_name_is_used(machine, service, name):
 
 
 @pytest.mark.parametrize("name", [b"bad\xff\xfe", b"\x80", b"cut-\xe6\x97", b"low-\xed\xb3\xbf"])
-def test_names_that_are_no_utf8_are_handled_like_all_others(machine, service, name):
+def test_names_that_are_invalid_utf8_are_handled_like_others(machine, service, name):
     if machine.platform.name == "windows":
         pytest.skip("Windows file names are not bytes")
     machine.switch_log_on()
@@ -120,7 +120,7 @@ def test_names_that_are_no_utf8_are_handled_like_all_others(machine, service, na
     assert say.summary(accounts=1, send=1, ok=1, error=1) == machine.messages()[-3:]
 
 
-def test_log_directory_that_is_no_utf8_is_used(machine, service):
+def test_log_directory_that_is_invalid_utf8_is_used(machine, service):
     if machine.platform.name == "windows":
         pytest.skip("Windows file names are not bytes")
     machine.log_dir = machine.log_dir.rename(machine.folder / os.fsdecode(b"caf\xe9"))

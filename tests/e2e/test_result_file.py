@@ -118,7 +118,7 @@ def test_run_without_files_leaves_no_result_file(machine, service, arguments):
     assert not machine.result_files()
 
 
-def test_run_whose_only_file_met_a_broken_connection_leaves_no_result_file(machine, service):
+def test_run_with_only_a_broken_connection_leaves_no_result_file(machine, service):
     machine.account("alice")
     machine.log("alice", "a.log")
     service.answer_with(Answer(drop=Stage.BEFORE_ANSWER))
@@ -149,7 +149,7 @@ def test_folder_in_place_of_the_result_file_is_ignored(machine, service):
     assert not [text for text in machine.messages() if "OutputResult" in text]
 
 
-def test_long_account_name_is_cut_in_its_line_and_nothing_overruns(machine, service):
+def test_long_account_name_is_truncated_without_overrun(machine, service):
     name = "n" * 250
     machine.account(name)
     machine.log(name, "a.log")

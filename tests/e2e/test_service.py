@@ -145,7 +145,7 @@ def test_bad_server_certificate_is_refused_by_a_validating_client(certificates, 
             _post(certificates, service)
 
 
-def test_offered_versions_are_the_ones_asked_for(certificates):
+def test_only_the_requested_versions_are_offered(certificates):
     only = ssl.TLSVersion.TLSv1_2
     with LogService(certificates.server, minimum=only, maximum=only, accounts=[ALICE]) as service:
         assert _post(certificates, service)[0] == 200
@@ -174,7 +174,7 @@ def test_client_certificate_is_recorded(certificates):
         assert service.requests[0].connection.client_certificate == certificates.client.der
 
 
-def test_revoked_certificate_is_on_the_list_that_certificates_name(tmp_path):
+def test_revoked_certificate_is_on_the_published_list(tmp_path):
     with RevocationService() as revocation:
         factory = CertificateFactory(tmp_path, revocation.url)
         revocation.source = factory.authority.revocation_list

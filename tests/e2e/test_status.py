@@ -234,7 +234,7 @@ def test_names_cannot_control_the_terminal(machine):
 # As an ordinary user: permissions do not restrict root.
 
 
-def test_credential_file_without_any_rights_is_seen(ordinary):
+def test_credential_file_without_permissions_is_found(ordinary):
     ordinary.write("logs/LogWork/alice/UserData.dat", b"sealed").chmod(0)
     finished = ordinary("--json")
     assert finished.code == OK
@@ -242,7 +242,7 @@ def test_credential_file_without_any_rights_is_seen(ordinary):
     assert of_account(finished.json(), "bob")["credentials"] is False
 
 
-def test_folders_that_may_not_be_read(ordinary):
+def test_unreadable_folders(ordinary):
     ordinary.write("logs/Upload/bob/b.log", b"12345")
     for path in ("Upload/alice", "Archive/alice", "LogWork/alice"):
         (ordinary.tree / path).chmod(0)
@@ -258,7 +258,7 @@ def test_folders_that_may_not_be_read(ordinary):
     ]
 
 
-def test_archive_that_may_not_be_read_is_not_missing(ordinary):
+def test_unreadable_archive_is_not_missing(ordinary):
     (ordinary.tree / "Archive").chmod(0)
     finished = ordinary("--json")
     assert finished.code == UNKNOWN
@@ -270,7 +270,7 @@ def test_archive_that_may_not_be_read_is_not_missing(ordinary):
 # The command line.
 
 
-def test_limits_make_a_check_of_it(machine):
+def test_limits_turn_the_report_into_a_check(machine):
     machine.account("alice")
     machine.logs("alice", "new.log", "old.log")
     make_older(machine, "alice", "old.log", 30 * HOUR)
@@ -300,7 +300,7 @@ def test_limits_make_a_check_of_it(machine):
     )
 
 
-def test_tree_that_is_not_there(machine):
+def test_missing_tree(machine):
     finished = status(machine, log_dir=machine.folder / "nowhere")
     assert finished.code == UNKNOWN
     assert finished.output.startswith("UNKNOWN: 1 folder or file could not be read")
@@ -348,7 +348,7 @@ def test_report_that_cannot_be_written(machine):
 
 # Large trees.
 
-def test_many_files_take_little_time_and_no_memory(machine, many_files):
+def test_many_files_take_little_time_and_memory(machine, many_files):
     if machine.platform.name == "windows":
         pytest.skip("this would measure Wine's folder search")
     if machine.platform.is_built_with("asan", "tsan"):
@@ -358,7 +358,7 @@ def test_many_files_take_little_time_and_no_memory(machine, many_files):
     assert (waiting["files"], waiting["bytes"]) == (MANY, MANY * 4096)
 
 
-def test_progress_is_shown_on_a_terminal_and_taken_away(machine, many_files):
+def test_progress_is_shown_on_a_terminal_and_erased(machine, many_files):
     if machine.platform.name == "windows":
         pytest.skip("Wine has no terminals")
     import pty  # not available on Windows

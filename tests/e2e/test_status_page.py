@@ -88,7 +88,7 @@ def test_page_needs_nothing_but_itself(machine):
     assert "prefers-color-scheme: dark" in style
 
 
-def test_tables_say_what_they_are(machine):
+def test_tables_have_captions_and_header_scopes(machine):
     machine.account("alice")
     _, path = page_of(machine)
     page = xml.etree.ElementTree.fromstring(path.read_text("utf-8"))
@@ -214,7 +214,7 @@ def test_accounts_are_filtered(machine, browser):
     assert len(filter_by(browser, "")) == 5
 
 
-def test_page_is_used_with_the_keyboard_alone(machine, browser):
+def test_page_can_be_used_with_the_keyboard_alone(machine, browser):
     _, path = page_of_five(machine)
     browser.open(path)
     seen = []
@@ -241,7 +241,7 @@ def test_page_is_used_with_the_keyboard_alone(machine, browser):
     assert browser.run("getComputedStyle(document.activeElement).outlineStyle") == "solid"
 
 
-def test_page_is_whole_without_its_script(machine, browser):
+def test_page_is_complete_without_its_script(machine, browser):
     other, path = page_of_five(machine)
     browser.open(path, script=False)
     assert set(shown_accounts(browser)) == {"alice", "Bob", "account 10", "account 9", other}

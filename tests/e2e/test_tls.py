@@ -32,7 +32,7 @@ def test_version_is_1_2_although_the_server_offers_1_3(loaded, certificates):
     ids=lambda version: version.name,
 )
 @pytest.mark.filterwarnings("ignore:ssl.TLSVersion:DeprecationWarning")
-def test_server_that_offers_another_version_only_is_a_transport_failure(
+def test_server_that_only_offers_another_version_is_a_transport_failure(
     loaded, certificates, version
 ):
     with serve(loaded, certificates.server, minimum=version, maximum=version) as service:
@@ -100,7 +100,7 @@ def test_unknown_tenant_name_is_a_transport_failure(loaded):
     expect_nothing_sent(loaded)
 
 
-def test_certificate_text_that_is_no_certificate_does_not_keep_files_from_being_sent(
+def test_invalid_certificate_text_does_not_prevent_sending(
     machine, certificates
 ):
     machine.switch_log_on()
@@ -115,7 +115,7 @@ needs_nginx = pytest.mark.skipif(find_nginx() is None, reason="nginx is not inst
 
 @needs_nginx
 @pytest.mark.parametrize("size", [0, 100, 3_000_000])
-def test_real_web_server_takes_the_files(loaded, certificates, tmp_path, size):
+def test_real_web_server_accepts_the_files(loaded, certificates, tmp_path, size):
     loaded.log("alice", "a.log", bytes(range(250)) * (size // 250))
     order = loaded.search_order("alice")
     with Nginx(tmp_path / "nginx", certificates.server) as nginx:
@@ -141,7 +141,7 @@ def test_real_web_servers_refusal_keeps_the_files(loaded, certificates, tmp_path
 
 
 @needs_nginx
-def test_refusal_that_comes_before_the_body_was_sent_is_judged(machine, certificates, tmp_path):
+def test_refusal_before_the_end_of_the_body_is_handled(machine, certificates, tmp_path):
     machine.switch_log_on()
     machine.account("alice")
     machine.log("alice", "large.log", bytes(8_000_000))

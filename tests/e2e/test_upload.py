@@ -109,7 +109,7 @@ def test_only_file_of_an_account_closes_the_connection(machine, service):
     assert [one.header("Connection") for one in service.requests] == [["close"], ["close"]]
 
 
-def test_every_file_has_a_connection_of_its_own(machine, service):
+def test_every_file_has_its_own_connection(machine, service):
     machine.account("alice")
     machine.logs("alice", "a.log", "b.log", "c.log")
     machine.run()
@@ -178,7 +178,7 @@ def test_log_directory_is_used_as_passed(machine, service):
     assert f"<UploadOneUser> UploadFile [{path}]" in machine.messages()
 
 
-def test_relative_log_directory_counts_from_the_working_folder(machine, service):
+def test_relative_log_directory_is_relative_to_the_working_folder(machine, service):
     machine.account("alice")
     machine.log("alice", "a.log")
     machine.run([machine.tenant, machine.platform.separator.join(["..", "KydLog"])])
@@ -186,7 +186,7 @@ def test_relative_log_directory_counts_from_the_working_folder(machine, service)
 
 
 @pytest.mark.parametrize("status", STATUSES)
-def test_answer_of_each_status_is_judged(machine, service, status):
+def test_each_status_is_handled(machine, service, status):
     machine.switch_log_on()
     machine.account("alice")
     machine.logs("alice", "a.log", "b.log")
@@ -311,7 +311,7 @@ def broken_off(status):
 
 
 @pytest.mark.parametrize("status", [401, 500])
-def test_refusal_whose_body_breaks_off_keeps_the_file(machine, service, status):
+def test_refusal_with_a_truncated_body_keeps_the_file(machine, service, status):
     machine.account("alice")
     machine.log("alice", "a.log")
     service.answer_with(broken_off(status))
@@ -321,7 +321,7 @@ def test_refusal_whose_body_breaks_off_keeps_the_file(machine, service, status):
 
 
 @pytest.mark.parametrize("status", [401, 500])
-def test_refusal_whose_body_breaks_off_ends_the_run(machine, service, status):
+def test_refusal_with_a_truncated_body_ends_the_run(machine, service, status):
     if machine.platform.name == "windows":
         pytest.skip("Wine takes a truncated body as complete")
     machine.switch_log_on()
@@ -454,7 +454,7 @@ def test_body_of_a_refusal_is_logged_as_text_whatever_its_type(machine, service)
     expect_messages(machine.messages(), expected)
 
 
-def test_body_that_is_no_utf8_does_not_end_the_run(machine, service):
+def test_body_that_is_invalid_utf8_does_not_end_the_run(machine, service):
     machine.switch_log_on()
     machine.account("alice")
     machine.logs("alice", "a.log", "b.log")
@@ -465,7 +465,7 @@ def test_body_that_is_no_utf8_does_not_end_the_run(machine, service):
     assert "<< Result >> files send ok:[1] send error:[1]" in machine.messages()
 
 
-def test_long_body_is_cut_to_one_message(machine, service):
+def test_long_body_is_truncated_to_one_message(machine, service):
     machine.switch_log_on()
     machine.account("alice")
     lengths = (900, 993, 994, 995, 1023, 1024, 5000, 3_000_000)
