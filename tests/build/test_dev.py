@@ -69,6 +69,19 @@ def test_demo_needs_no_test_framework(a_machine):
     assert not packages & {"googletest", "python3-pytest", "nginx-light", "clang-format-14", "wine64"}
 
 
+def test_setup_installs_what_all_its_options_need(a_machine):
+    a_machine.tool("id", "echo 0")
+    a_machine.tool("dpkg-query", QUERY.format(missing="chromium | prometheus"))
+    a_machine.tool("apt-get", 'case " $* " in *" install "*) exit 100 ;; esac')
+    for options, packages in {
+        ("--browser",): "chromium", ("--monitoring",): "prometheus", ("--browser", "--monitoring"): "chromium prometheus",
+    }.items():
+        done = a_machine.run(ROOT / "dev", "setup", *options)
+        assert (done.returncode, done.stdout) == (100, f"Installing: {packages}\n")
+    done = a_machine.run(ROOT / "dev", "setup", "--browser", "--chromium")
+    assert (done.returncode, done.stdout) == (64, "")
+
+
 def test_unavailable_rest_library_is_reported_in_one_line(a_machine, tmp_path):
     listed = subprocess.run(["git", "ls-files", "-z", "*CMake*", "*.cmake", "cmake", "dev"], cwd=ROOT,
                             capture_output=True, text=True, check=True).stdout
