@@ -218,7 +218,7 @@ TEST_F(CertificateSources, MissingCertificateIsLoggedAndClosesTheStore) {
     Select(scope);
     ExpectEmptyPair();
     ASSERT_EQ(script_.calls.size(), 3U);
-    EXPECT_EQ(script_.calls[2], "close store");
+    EXPECT_EQ(script_.calls.back(), "close store");
     ExpectNothingOpen();
   }
   const std::string line = "<SearchContext> CertFindCertificateInStore error [-2146885628]";
@@ -247,7 +247,7 @@ TEST_F(CertificateSources, NoExceptionEscapesFromTheStoreAndTheStoreIsClosed) {
     Select(scope);
     ExpectEmptyPair();
     ASSERT_EQ(script_.calls.size(), 3U);
-    EXPECT_EQ(script_.calls[2], "close store");
+    EXPECT_EQ(script_.calls.back(), "close store");
     ExpectNothingOpen();
   }
   EXPECT_EQ(log_.Messages(), Texts{});

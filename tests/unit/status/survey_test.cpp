@@ -113,10 +113,12 @@ TEST_F(SurveyTest, DistinguishesSentFromFlushedFiles) {
   MakeFolder(platform::JoinPath(archive, L"folder.log"));
   const Survey survey = Look();
   ASSERT_EQ(survey.accounts.size(), 2U);
-  EXPECT_TRUE(survey.accounts[0].archived.has_folder);
-  EXPECT_EQ(survey.accounts[0].archived.files, 3U);
-  EXPECT_EQ(survey.accounts[0].archived.not_sent, 1U);
-  EXPECT_FALSE(survey.accounts[1].archived.has_folder);
+  const auto& alice = survey.accounts[0];
+  EXPECT_TRUE(alice.archived.has_folder);
+  EXPECT_EQ(alice.archived.files, 3U);
+  EXPECT_EQ(alice.archived.not_sent, 1U);
+  const auto& bob = survey.accounts[1];
+  EXPECT_FALSE(bob.archived.has_folder);
   EXPECT_TRUE(survey.unreadable.empty());
 }
 
@@ -128,9 +130,12 @@ TEST_F(SurveyTest, DetectsCredentialFiles) {
   MakeFolder(tree_.CredentialPath(L"carol"));
   const Survey survey = Look();
   ASSERT_EQ(survey.accounts.size(), 3U);
-  EXPECT_EQ(survey.accounts[0].has_credentials, true);
-  EXPECT_EQ(survey.accounts[1].has_credentials, false);
-  EXPECT_EQ(survey.accounts[2].has_credentials, false);  // a folder does not count
+  const auto& alice = survey.accounts[0];
+  const auto& bob = survey.accounts[1];
+  const auto& carol = survey.accounts[2];
+  EXPECT_EQ(alice.has_credentials, true);
+  EXPECT_EQ(bob.has_credentials, false);
+  EXPECT_EQ(carol.has_credentials, false);  // a folder does not count
 }
 
 TEST_F(SurveyTest, AddsTheFiguresOfTheResultFiles) {
