@@ -1,4 +1,4 @@
-// Rights through faccessat, which checks the effective user and takes read-only file systems and
+// Checks rights with faccessat, which uses the effective user and takes read-only file systems and
 // access-control lists into account.
 #include "platform/access.h"
 
@@ -60,7 +60,7 @@ bool MayRemove(const std::wstring& path) {
   if (Stat(folder.c_str(), of_folder) != 0 || lstat(native.c_str(), &of_file) != 0) {
     return Failed(errno, native);
   }
-  // In a sticky folder only the owners of file and folder may remove the file.
+  // In a sticky folder only the owner of the folder or of the file may remove the file.
   const bool is_sticky = (of_folder.st_mode & S_ISVTX) != 0;
   const uid_t user = geteuid();
   const bool owns = user == of_file.st_uid || user == of_folder.st_uid || user == 0;

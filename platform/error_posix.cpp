@@ -15,11 +15,11 @@ namespace {
 
 thread_local unsigned last_error = 0;
 
-// True when the folder that would hold the path's last part is missing.
+// Returns whether the folder of the path's last component is missing.
 bool FolderIsMissing(const std::string& path) {
   const std::size_t end = path.find_last_not_of('/');
   if (end == std::string::npos) {
-    return true;  // For an empty path Windows reports a missing folder as well.
+    return true;  // For an empty path Windows also reports a missing folder.
   }
   const std::size_t separator = path.rfind('/', end);
   if (separator == std::string::npos || separator == 0) {
@@ -27,9 +27,10 @@ bool FolderIsMissing(const std::string& path) {
   }
   std::array<char, PATH_MAX> folder;
   if (separator + 1 >= folder.size()) {
-    return true;  // longer than any path can be
+    return true;  // longer than any path
   }
-  // With its separator, so that a link is followed and a file in place of the folder is refused.
+  // Includes the separator, so that a link is followed and a file in place of the folder is
+  // refused.
   *std::copy_n(path.begin(), separator + 1, folder.begin()) = '\0';
   struct stat status;
   return Stat(folder.data(), status) != 0;

@@ -10,7 +10,7 @@ namespace platform {
 namespace {
 
 // Opens a file whose lease or delegation another holder must release first; the kernel limits the
-// wait. The file is pinned meanwhile: opening a FIFO that took its name would block forever.
+// wait. The file is pinned in the meantime: opening a FIFO that replaced it would block forever.
 int OpenBehindLease(const std::string& path, int flags) {
   const UniqueFd pinned(
       Uninterrupted([&] { return open(path.c_str(), O_PATH | O_CLOEXEC | (flags & O_NOFOLLOW)); }));
@@ -86,7 +86,7 @@ bool WriteAll(int fd, const char* bytes, std::size_t size) noexcept {
       return false;
     }
     if (count == 0) {
-      errno = ENOSPC;  // No regular file does this, but the loop would never end.
+      errno = ENOSPC;  // no regular file does this, but the loop would never end
       return false;
     }
     bytes += count;

@@ -1,5 +1,5 @@
 // Owned file descriptors, the calls on them that a signal may interrupt, and the mapping of errno
-// to the program's numbers.
+// to Windows error numbers.
 #pragma once
 
 #include <fcntl.h>
@@ -18,7 +18,7 @@ namespace platform {
 struct FdCloser {
   using Value = int;
   static constexpr Value kInvalid = -1;
-  // Leaves errno as it is. Linux frees the descriptor even when close is interrupted.
+  // Preserves errno. Linux frees the descriptor even if close is interrupted.
   static void Close(Value fd) noexcept {
     const int error_number = errno;
     close(fd);
@@ -27,11 +27,12 @@ struct FdCloser {
 };
 using UniqueFd = UniqueHandle<FdCloser>;
 
-// The Windows error number of an errno value. ENOENT is a missing file here; see RecordErrno.
+// Returns the Windows error number of an errno value. ENOENT means a missing file here; see
+// RecordErrno.
 [[nodiscard]] unsigned NumberOfErrno(int error_number) noexcept;
 
 // Sets LastError from the errno value of a call that failed for a path, and distinguishes a missing
-// file from a missing folder on the way to it.
+// file from a missing parent folder.
 void RecordErrno(int error_number, const std::string& path);
 
 // Repeats a call that a signal interrupted and returns its last result. The number of attempts is
@@ -50,7 +51,7 @@ auto Uninterrupted(const Call& call) noexcept(noexcept(call())) {
 [[nodiscard]] int Stat(const char* path, struct stat& status) noexcept;
 [[nodiscard]] int Fstat(int fd, struct stat& status) noexcept;
 
-// Whether an errno value means that the file system does not support the call, or not for this kind
+// Whether an errno value means that the file system does not support the call, or not for this type
 // of file.
 [[nodiscard]] constexpr bool IsUnsupported(int error_number) noexcept {
   return error_number == EINVAL || error_number == ENOSYS || error_number == EOPNOTSUPP ||
@@ -58,15 +59,14 @@ auto Uninterrupted(const Call& call) noexcept(noexcept(call())) {
 }
 
 // Opens a regular file or a link to one. Waits only for another holder's lease (open(2) with
-// O_CLOEXEC, O_NOCTTY and O_NONBLOCK besides `flags`). Invalid, with LastError set, when it cannot
-// be opened; anything that is not a regular file is kErrorAccessDenied. `status` receives the
-// result of fstat.
+// O_CLOEXEC, O_NOCTTY and O_NONBLOCK in addition to `flags`). Invalid on failure (LastError);
+// kErrorAccessDenied for anything but a regular file. `status` receives the result of fstat.
 [[nodiscard]] UniqueFd OpenRegularFile(const std::string& path, int flags, mode_t mode,
                                        struct stat& status);
 [[nodiscard]] UniqueFd OpenRegularFile(const std::string& path, int flags, mode_t mode = 0);
 
-// flock(2) without waiting, repeated when interrupted. False with errno set: EWOULDBLOCK if another
-// process holds the lock, IsMissingLock if the file system has no locks.
+// flock(2) without waiting, repeated when interrupted. Returns false with errno set: EWOULDBLOCK if
+// another process holds the lock, IsMissingLock if the file system has no locks.
 [[nodiscard]] bool TryLock(int fd, int operation) noexcept;
 
 // Whether an errno value of flock means that the file system has no locks.
@@ -83,7 +83,7 @@ auto Uninterrupted(const Call& call) noexcept(noexcept(call())) {
 // write(2), repeated when interrupted.
 [[nodiscard]] ssize_t WriteOnce(int fd, const void* bytes, std::size_t size) noexcept;
 
-// Writes all of it. False, with errno set, when that is not possible.
+// Writes all bytes. Returns false, with errno set, on failure.
 [[nodiscard]] bool WriteAll(int fd, const char* bytes, std::size_t size) noexcept;
 
 }  // namespace platform

@@ -20,12 +20,12 @@ namespace {
 constexpr char kByteOrderMark[] = "\xEF\xBB\xBF";
 constexpr mode_t kNewFileMode = 0666;
 constexpr mode_t kNewFolderMode = 0755;
-// One call moves at most this much; Linux itself stops a little below 2 GiB.
+// The maximum per call; Linux itself stops slightly below 2 GiB.
 constexpr std::size_t kLargestTransfer = std::size_t{1} << 30;
 
-// Opens a regular file and locks it (flock). The lock stands for the share mode: exclusive if no
-// one else may open or write to the file, shared for readers. Where the file system has no locks,
-// the file is opened without one.
+// Opens a regular file and locks it (flock) in place of a share mode: exclusively if no other
+// process may open or write to the file, shared for readers. If the file system has no locks, the
+// file is opened without one.
 UniqueFd OpenLocked(const std::wstring& path, int flags, int lock) {
   const std::string native = ToNativePath(path);
   UniqueFd fd = OpenRegularFile(native, flags, kNewFileMode);
@@ -45,8 +45,8 @@ UniqueFd OpenLocked(const std::wstring& path, int flags, int lock) {
   return fd;
 }
 
-// Continues after short reads until `size` bytes are read or the file ends. `read_some` receives
-// the destination, the bytes read so far and the bytes wanted.
+// Continues after short reads until `size` bytes are read or the file ends. `read_some` gets the
+// destination, the number of bytes read so far and the number wanted.
 template <class ReadSome>
 std::optional<std::size_t> ReadUpTo(void* buffer, std::size_t size, const ReadSome& read_some) {
   std::size_t total = 0;
@@ -129,7 +129,7 @@ File File::CreateNew(const std::wstring& path, FileReaders readers) {
     return {};
   }
   if (!fd) {
-    // Made by a call that reported failure.
+    // Created by a call that reported failure.
     fd = OpenRegularFile(native, O_WRONLY | O_NOFOLLOW);
     if (!fd) {
       static_cast<void>(Uninterrupted([&] { return unlink(native.c_str()); }));
@@ -235,8 +235,8 @@ void Utf8AppendFile::Write(const std::wstring& text) {
        end = bytes.find('\n', end + 2)) {
     bytes.insert(end, 1, '\r');
   }
-  // In one call, so that the lines of several processes do not mix. A line that cannot be written
-  // is lost: a logger cannot report its own failure.
+  // Written in one call, so that the lines of several processes do not mix. A line that cannot be
+  // written is lost: a logger cannot report its own failure.
   (void)WriteAll(handle_->fd.Get(), bytes.data(), bytes.size());
 }
 
@@ -272,7 +272,7 @@ bool RemoveFile(const std::wstring& path) {
     return true;
   }
   const int error_number = errno;
-  // A file that is gone counts as removed, whatever unlink reported; ENOENT says that there was
+  // A file that is gone counts as removed, whatever unlink reported; ENOENT means that there was
   // none.
   return (error_number != ENOENT && HasLost(LookAt(native), file)) || Failed(error_number, native);
 }

@@ -49,15 +49,15 @@ std::string LockPath(const std::wstring& name) {
   return UnderSysroot("/run/lock/" + ToNativePath(name));
 }
 
-// The socket name that stands for a lock file.
+// Returns the socket name that represents a lock file.
 std::string PlaceName(const struct stat& lock_file) {
   return "kyd-instance-" + std::to_string(lock_file.st_dev) + "-" +
          std::to_string(lock_file.st_ino);
 }
 
 // Replaces the lock where files cannot be locked: an abstract Unix socket (unix(7)), which the
-// kernel releases as well when the process ends. Its name is made from the lock file's device and
-// inode, so that only runs that share the file exclude each other.
+// kernel also releases when the process ends. Its name contains the lock file's device and inode,
+// so that only runs that share the file exclude each other.
 UniqueFd BindInPlaceOfLock(const UniqueFd& lock_file) {
   struct stat status;
   UniqueFd place(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
@@ -87,7 +87,7 @@ bool MayMakeLockFile() {
   return true;
 }
 
-// A kernel table; std::nullopt, with LastError set, if it cannot be read.
+// Returns a kernel table; std::nullopt, with LastError set, if it cannot be read.
 std::optional<std::string> ReadTable(const char* path) {
   const UniqueFd file(open(path, O_RDONLY | O_CLOEXEC));
   std::string text;
@@ -129,8 +129,8 @@ bool HoldsExclusiveFlock(std::string_view locks, unsigned major_number, unsigned
 }
 
 InstanceOwner OwnerOfInstance(const std::wstring& name) {
-  // Opened as the owner would, but never locked: even a short lock would end a program that starts
-  // meanwhile.
+  // Opened like the owner would, but never locked: even a short lock would end a program that
+  // starts at the same time.
   struct stat status;
   const UniqueFd file = OpenRegularFile(LockPath(name), O_RDONLY | O_NOFOLLOW, 0, status);
   if (!file) {

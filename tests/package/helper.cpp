@@ -1,15 +1,15 @@
-// What tests do on a Windows machine beside starting programs:
+// Operations for tests on a Windows machine, besides starting programs:
 //
 //   helper name NAME   holds the mutex of that name
 //   helper file PATH   holds the file as a running program is held
 //   helper run LINE    runs a command line and prints the whole exit code, of which a POSIX parent
 //                      would see eight bits
 //
-// Under the name schtasks it writes down its command lines in C:\schtasks, and keeps
-// definitions where the Task Scheduler does. If there is a file C:\schtasks\fails, it removes that
-// and fails, having done its work; with C:\schtasks\always-fails it always does.
+// Started as schtasks, it records its command lines in C:\schtasks and stores definitions where the
+// Task Scheduler does. If the file C:\schtasks\fails exists, it does its work, removes the file and
+// fails; with C:\schtasks\always-fails it always fails.
 //
-// What is held is held until its own input ends; "ready" is printed when it is.
+// Prints "ready" once it holds the object, and holds it until end of input.
 #include <windows.h>
 
 #include <cstdio>

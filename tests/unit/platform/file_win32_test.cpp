@@ -1,4 +1,4 @@
-// Functions of Windows that do half of their work, or do it and report failure.
+// Windows functions that do part of their work, or do it and report failure.
 #include <gtest/gtest.h>
 #include <windows.h>
 
@@ -21,7 +21,7 @@ using kyd_test::ReplacedImport;
 using kyd_test::WriteFileBytes;
 using platform::File;
 
-// The replacements call the originals by address, past the patched import.
+// The replacements call the originals by address, bypassing the patched import.
 template <class Function>
 Function* Real(const char* name) {
   const HMODULE library = GetModuleHandleW(L"kernel32.dll");
@@ -55,7 +55,7 @@ BOOL WINAPI ReadOneByte(HANDLE file, void* buffer, DWORD size, DWORD* count, OVE
   return Real<ReadFunction>("ReadFile")(file, buffer, std::min(size, DWORD{1}), count, place);
 }
 
-TEST_F(FileWin32Test, ReadsOnAfterAShortRead) {
+TEST_F(FileWin32Test, ContinuesAfterAShortRead) {
   WriteFileBytes(path_, "content");
   File file = File::OpenExclusive(path_);
   char bytes[10] = {};
@@ -71,7 +71,7 @@ BOOL WINAPI ReadOneByteThenFail(HANDLE file, void* buffer, DWORD size, DWORD* co
   return ++reads > 1 ? Fail(ERROR_CRC) : ReadOneByte(file, buffer, size, count, place);
 }
 
-TEST_F(FileWin32Test, AFailureAfterAShortReadIsAFailure) {
+TEST_F(FileWin32Test, FailureAfterAShortReadIsAFailure) {
   WriteFileBytes(path_, "content");
   File file = File::OpenExclusive(path_);
   char bytes[10] = {};
@@ -86,7 +86,7 @@ BOOL WINAPI ReadAndFail(HANDLE file, void* buffer, DWORD size, DWORD* count, OVE
   return Fail(ERROR_UNEXP_NET_ERR);
 }
 
-TEST_F(FileWin32Test, AReadThatReportsFailureIsAFailureWhateverItRead) {
+TEST_F(FileWin32Test, FailedReadIsAFailureWhateverItRead) {
   WriteFileBytes(path_, "content");
   File file = File::OpenExclusive(path_);
   char bytes[10] = {};
@@ -106,7 +106,7 @@ BOOL WINAPI WriteToFullDisk(HANDLE /*file*/, const void* /*bytes*/, DWORD /*size
   return Fail(ERROR_DISK_FULL);
 }
 
-TEST_F(FileWin32Test, SaysHowMuchAShortWriteWrote) {
+TEST_F(FileWin32Test, ReportsTheLengthOfAShortWrite) {
   const platform::CFileAccessSecurity security(0);
   File file = File::OpenForWriting(path_, security);
   {
@@ -124,7 +124,7 @@ BOOL WINAPI WriteAndFail(HANDLE file, const void* bytes, DWORD size, DWORD* coun
   return Fail(ERROR_UNEXP_NET_ERR);
 }
 
-TEST_F(FileWin32Test, AWriteThatReportsFailureIsNotRepeated) {
+TEST_F(FileWin32Test, FailedWriteIsNotRepeated) {
   const platform::CFileAccessSecurity security(0);
   File file = File::OpenForWriting(path_, security);
   {
@@ -136,7 +136,7 @@ TEST_F(FileWin32Test, AWriteThatReportsFailureIsNotRepeated) {
   EXPECT_EQ(ReadFileBytes(path_), "content");
 }
 
-TEST_F(FileWin32Test, AWholeFileIsGivenUpWhenAWriteReportsFailure) {
+TEST_F(FileWin32Test, FailedWriteAbandonsTheWholeFile) {
   WriteFileBytes(path_, "old");
   const ReplacedImport write("WriteFile", &WriteAndFail);
   EXPECT_FALSE(platform::ReplaceWholeFile(path_, "new", 3, platform::FileReaders::kEveryone));
@@ -151,10 +151,10 @@ DWORD seek_error = 0;
 
 DWORD WINAPI SeekToLargestPlace(HANDLE /*file*/, LONG /*low*/, LONG* /*high*/, DWORD /*method*/) {
   SetLastError(seek_error);
-  return INVALID_SET_FILE_POINTER;  // also the lower half of a place
+  return INVALID_SET_FILE_POINTER;  // also the lower half of an offset
 }
 
-TEST_F(FileWin32Test, TellsAFailedSeekFromAPlaceThatLooksLikeOne) {
+TEST_F(FileWin32Test, DistinguishesAFailedSeekFromAnOffsetThatLooksLikeOne) {
   const platform::CFileAccessSecurity security(0);
   File file = File::OpenForWriting(path_, security);
   const ReplacedImport seek("SetFilePointer", &SeekToLargestPlace);
@@ -181,7 +181,7 @@ BOOL WINAPI LoseSource(const wchar_t* source, const wchar_t* /*target*/) {
   return Fail(ERROR_ALREADY_EXISTS);
 }
 
-TEST_F(FileWin32Test, AMoveThatWasDoneCountsAsDone) {
+TEST_F(FileWin32Test, MoveReportedAsFailedCountsAsDone) {
   WriteFileBytes(path_, "content");
   const ReplacedImport move("MoveFileW", &MoveAndFail);
   EXPECT_TRUE(platform::MoveWithoutReplacing(path_, target_));
@@ -189,7 +189,7 @@ TEST_F(FileWin32Test, AMoveThatWasDoneCountsAsDone) {
   EXPECT_FALSE(PathExists(path_));
 }
 
-TEST_F(FileWin32Test, AMoveThatWasNotDoneKeepsItsNumber) {
+TEST_F(FileWin32Test, FailedMoveKeepsItsErrorNumber) {
   WriteFileBytes(path_, "content");
   const ReplacedImport move("MoveFileW", &FailToMove);
   EXPECT_FALSE(platform::MoveWithoutReplacing(path_, target_));
@@ -198,7 +198,7 @@ TEST_F(FileWin32Test, AMoveThatWasNotDoneKeepsItsNumber) {
   EXPECT_FALSE(PathExists(target_));
 }
 
-TEST_F(FileWin32Test, AFileThatWasThereBeforeIsNotTakenForTheMovedOne) {
+TEST_F(FileWin32Test, ExistingTargetIsNotMistakenForTheMovedFile) {
   WriteFileBytes(path_, "new");
   WriteFileBytes(target_, "old");
   const ReplacedImport move("MoveFileW", &LoseSource);
@@ -212,7 +212,7 @@ DWORD WINAPI KnowNothing(const wchar_t* /*path*/) {
   return INVALID_FILE_ATTRIBUTES;
 }
 
-TEST_F(FileWin32Test, AMoveOfUnknownOutcomeFailsAndRemovesNothing) {
+TEST_F(FileWin32Test, MoveOfUnknownOutcomeFailsAndRemovesNothing) {
   WriteFileBytes(path_, "content");
   {
     const ReplacedImport move("MoveFileW", &MoveAndFail);
@@ -228,7 +228,7 @@ BOOL WINAPI ReplaceAndFail(const wchar_t* source, const wchar_t* target, DWORD f
   return Fail(ERROR_UNEXP_NET_ERR);
 }
 
-TEST_F(FileWin32Test, AReplacementThatWasDoneLeavesTheNewFileAlone) {
+TEST_F(FileWin32Test, ReplacementReportedAsFailedKeepsTheNewFile) {
   WriteFileBytes(path_, "old");
   const ReplacedImport move("MoveFileExW", &ReplaceAndFail);
   EXPECT_FALSE(platform::ReplaceWholeFile(path_, "new", 3, platform::FileReaders::kEveryone));
@@ -242,7 +242,7 @@ BOOL WINAPI RemoveAndFail(const wchar_t* path) {
   return Fail(ERROR_UNEXP_NET_ERR);
 }
 
-TEST_F(FileWin32Test, AFileThatIsGoneCountsAsRemovedWhateverTheSystemReports) {
+TEST_F(FileWin32Test, FileThatIsGoneCountsAsRemoved) {
   WriteFileBytes(path_, "content");
   const ReplacedImport remove("DeleteFileW", &RemoveAndFail);
   EXPECT_TRUE(platform::RemoveFile(path_));

@@ -25,7 +25,7 @@ std::string LockFile(const kyd_test::TestSysroot& sysroot) {
   return platform::ToNativePath(sysroot.Folder() / L"run/lock/") + platform::ToUtf8(kName);
 }
 
-TEST(SingleInstanceFile, StaysAndCanBeLockedByOthersWhateverTheUmask) {
+TEST(SingleInstanceFile, StaysAndCanBeLockedByOthersWithAnyUmask) {
   const kyd_test::TestSysroot sysroot;
   const mode_t earlier = umask(0077);
   {
@@ -38,7 +38,7 @@ TEST(SingleInstanceFile, StaysAndCanBeLockedByOthersWhateverTheUmask) {
   EXPECT_EQ(status.st_mode & 0777, 0644U);
 }
 
-TEST(SingleInstanceFile, CanBeLockedByOthersThoughItsCreationWasInterrupted) {
+TEST(SingleInstanceFile, CanBeLockedByOthersAfterInterruptedCreation) {
   const kyd_test::TestSysroot sysroot;
   const mode_t earlier = umask(0077);
   int creations = 0;
@@ -59,7 +59,7 @@ TEST(SingleInstanceFile, CanBeLockedByOthersThoughItsCreationWasInterrupted) {
   EXPECT_EQ(status.st_mode & 0777, 0644U);
 }
 
-TEST(SingleInstanceFile, IsFreeAgainWhenItsOwnerWasKilled) {
+TEST(SingleInstanceFile, IsFreeAfterItsOwnerWasKilled) {
   const kyd_test::TestSysroot sysroot;
   int ready[2];
   ASSERT_EQ(pipe(ready), 0);
@@ -95,7 +95,8 @@ TEST(SingleInstanceFile, HasNoOwnerIfItCannotBeCreated) {
   const kyd_test::TestSysroot sysroot;
   constexpr int kMaking =
       O_RDONLY | O_NOFOLLOW | O_CREAT | O_EXCL | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
-  // With the second answer it seems to come and go with every check, which must not loop forever.
+  // With the second result the file seems to appear and disappear with every check, which must not
+  // loop forever.
   for (const int error_number : {EROFS, EEXIST}) {
     EXPECT_TRUE(
         kyd_test::RunWithout({{SYS_openat, error_number, kyd_test::CallArgument{2, kMaking}}}, [=] {
@@ -116,7 +117,7 @@ class WithoutLocks : public testing::TestWithParam<int> {
   }
 };
 
-TEST_P(WithoutLocks, ThereIsStillOneOwnerAtATime) {
+TEST_P(WithoutLocks, HasOneOwnerAtATime) {
   const kyd_test::TestSysroot sysroot;
   EXPECT_TRUE(Run([] {
     const platform::SingleInstance first(kName);
@@ -154,7 +155,7 @@ TEST(SingleInstanceFile, HasNoOwnerIfLockingFails) {
   }));
 }
 
-TEST(SingleInstanceFile, IsLockedAlsoWhenInterrupted) {
+TEST(SingleInstanceFile, IsLockedDespiteInterruption) {
   const kyd_test::TestSysroot sysroot;
   EXPECT_TRUE(kyd_test::RunWithInstead({SYS_flock}, kyd_test::Failing(EINTR),
                                        [] { return platform::SingleInstance(kName).IsOwner(); }));
@@ -192,7 +193,7 @@ TEST(OwnerOfInstance, CreatesNoFileAndReportsAnUnavailableName) {
   EXPECT_EQ(platform::OwnerOfInstance(kName), InstanceOwner::kUnavailable);
 }
 
-TEST(HoldsExclusiveFlock, KnowsTheFileAndTheKindOfLock) {
+TEST(HoldsExclusiveFlock, MatchesTheFileAndTheTypeOfLock) {
   const char* const locks =
       "1: FLOCK  ADVISORY  WRITE 4711 fd:01:1234 0 EOF\n"
       "2: -> FLOCK  ADVISORY  WRITE 4712 fd:01:55 0 EOF\n"
