@@ -3,7 +3,7 @@
 // UTF-8 with or without a byte-order mark, or UTF-16 little-endian with one; lines end in LF or
 // CR LF:
 //
-//   [HKEY_LOCAL_MACHINE\SOFTWARE\Maker]   makes a key, with its parents, and starts its values
+//   [HKEY_LOCAL_MACHINE\SOFTWARE\Maker]   creates a key and its parents; its values follow
 //   [-HKEY_LOCAL_MACHINE\SOFTWARE\Maker]  removes a key with everything below it
 //   "name"="text"                         REG_SZ; \\ and \" stand for \ and "
 //   "name"=dword:0000000a                 REG_DWORD, up to 8 hexadecimal digits

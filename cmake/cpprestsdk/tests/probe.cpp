@@ -1,19 +1,19 @@
-// Drives the REST library for test_library.py and prints what happened, one fact a line.
+// Drives the REST library for test_library.py and prints the results, one per line.
 //
 //   probe post URL FILE [validate] [timeout=MS] [count=N] [clients] [share]
-//              [handles] [NAME:VALUE ...]   posts a file; with a client for each post, which may
-//                                    share SSL context and addresses; counts the native handles
+//              [handles] [NAME:VALUE ...]   posts a file; one client per post, which may share
+//                                    SSL context and addresses; counts the native handles
 //   probe blocks FILE SIZE ...       reads in blocks of these sizes, in turn, into FILE.blocks
 //   probe open FILE                  opens a file stream and reads from it
 //   probe rewind FILE                reads to the end, twice, in blocks of 64 KiB
-//   probe descriptors URL FILE       lists descriptors that a started program would inherit
-//   probe throw URL [late]           reads an answer into a stream that throws, or whose tasks do
+//   probe descriptors URL FILE       lists descriptors that a child process would inherit
+//   probe throw URL [late]           reads a response into a stream that throws, or whose tasks do
 //   probe leave URL FILE [open] [abandon] [static]   returns from main right after a request
-//   probe queue COUNT                returns from main while tasks are queued that wait for others
-//   probe tasks COUNT                waits for so many tasks, and counts the handles that they take
+//   probe queue COUNT                returns from main while queued tasks wait for others
+//   probe tasks COUNT                waits for this many tasks, and counts the handles they use
 //
-// The environment's SHORT_READS lets ReadFile give so many bytes at most (Windows).
-// With threads=N the library's pool has so many threads (POSIX).
+// The environment variable SHORT_READS limits the bytes that ReadFile returns (Windows).
+// threads=N sets the number of threads in the library's pool (POSIX).
 //
 // Backslash escapes \r, \n and \0 in VALUE become those characters.
 
@@ -109,7 +109,7 @@ http_client_config Configuration(const Arguments& arguments) {
   return result;
 }
 
-// Runs an action and prints the exception that ends it, by the first type that a caller would
+// Runs an action and prints the exception that ends it, as the first type that a caller would
 // catch.
 template <typename Action>
 void Report(Action action) {
@@ -220,13 +220,13 @@ void ReadBlocks(const std::string& name, const Arguments& sizes) {
   stream.close().wait();
 }
 
-// Descriptors without close-on-exec that this process did not have from its parent.
+// Returns descriptors without close-on-exec that were not inherited from the parent.
 void ListDescriptors(const std::string& url, const std::string& file) {
 #ifndef _WIN32
   const auto inherited = [] {
     std::vector<int> result;
     const std::unique_ptr<DIR, int (*)(DIR*)> folder(opendir("/proc/self/fd"), closedir);
-    // Nobody else reads this stream.
+    // No other thread reads this stream.
     while (const auto* entry = readdir(folder.get())) {  // NOLINT(concurrency-mt-unsafe)
       const int number = static_cast<int>(std::strtol(entry->d_name, nullptr, 10));
       const int flags = fcntl(number, F_GETFD);
@@ -249,8 +249,8 @@ void ListDescriptors(const std::string& url, const std::string& file) {
 #endif
 }
 
-// A sink that fails: late, with a failed task, or at once where a well-behaved one would return
-// that.
+// A sink that fails: late, with a failed task, or immediately, by throwing instead of returning a
+// failed task.
 class ThrowingSink : public concurrency::streams::details::streambuf_state_manager<uint8_t> {
  public:
   explicit ThrowingSink(bool late)
@@ -314,7 +314,7 @@ void Leave(const std::string& url, const std::string& file, const Arguments& arg
   if (Has(arguments, "abandon")) {
     const auto now = std::chrono::steady_clock::now().time_since_epoch().count();
     std::this_thread::sleep_for(std::chrono::microseconds(now / 1000 % 8000));
-    // An exception that nobody fetches would end the process.
+    // An unobserved exception would terminate the process.
     // NOLINTNEXTLINE(performance-unnecessary-value-param): the type makes it see exceptions
     answer.then([](pplx::task<http_response> late) {
       try {
@@ -333,7 +333,8 @@ void Leave(const std::string& url, const std::string& file, const Arguments& arg
   }
 }
 
-// Handles are numbered in fours, and the next one takes the first free place (Wine does not count).
+// Handle values are multiples of four, and a new handle gets the lowest free one (Wine has no
+// count).
 std::uintptr_t Handles() {
 #ifdef _WIN32
   const HANDLE next = CreateEventW(nullptr, TRUE, FALSE, nullptr);
@@ -373,7 +374,7 @@ void WaitForTasks(int count) {
   std::cout << "reset=" << (event.wait(0) == 0) << "\n";
 }
 
-// The tasks come when the pool has begun to end: each waits for one that is queued behind it.
+// The tasks run after the pool has begun to shut down: each waits for one that is queued after it.
 void LeaveQueued(int count) {
   pplx::create_task([count] {
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
@@ -384,7 +385,7 @@ void LeaveQueued(int count) {
 }
 
 #ifdef _WIN32
-// Instead of the system's, for everything that is linked into this program.
+// Replaces the system's function for everything that is linked into this program.
 BOOL WINAPI ReadShort(HANDLE file, void* buffer, DWORD size, DWORD* read, OVERLAPPED* overlapped) {
   static const auto real = reinterpret_cast<decltype(&ReadShort)>(
       reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"kernel32.dll"), "ReadFile")));

@@ -1,17 +1,18 @@
-// Stands in front of calls of the system when it is preloaded; see test_library.py. The environment
-// says what happens:
+// Replaces system calls when it is preloaded; see test_library.py. Controlled by the environment:
 //
-//   RESOLVER_SECONDS   getaddrinfo takes so long
-//   RESOLVER_FILE      getaddrinfo gives the addresses in this file, and adds a line to the file
+//   RESOLVER_SECONDS   duration of getaddrinfo
+//   RESOLVER_FILE      getaddrinfo returns the addresses in this file, and appends a line to the
+//   file
 //                      <this file>.asked
 //   FAILING_READ       number of the pread that fails with EIO
-//   INTERRUPTED_READS  every so many preads one fails with EINTR
-//   SHORT_READS        a pread gives so many bytes at most
-//   SHORT_READ         ... only the one with this number
+//   INTERRUPTED_READS  one in this many preads fails with EINTR
+//   SHORT_READS        maximum number of bytes that a pread returns
+//   SHORT_READ         ... only for the pread with this number
 //   BUSY_FILE          an open of this file fails with EAGAIN, unless it may block
-//   INTERRUPTED_OPENS  so many opens of regular files fail with EINTR first
-//   SLOW_CONNECTS      so many connects take MILLISECONDS (another setting) and are refused
-//   NOT_WATCHED        epoll_ctl has no memory to add files of this kind, as "eventfd"
+//   INTERRUPTED_OPENS  the first opens of regular files, this many, fail with EINTR
+//   SLOW_CONNECTS      the first connects, this many, take MILLISECONDS (another setting) and are
+//   refused NOT_WATCHED        epoll_ctl fails with ENOMEM for files of this kind, such as
+//   "eventfd"
 #undef _FORTIFY_SOURCE  // its pread would be inline
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -40,7 +41,7 @@ Call Next(Call /*type*/, const char* name) {
   return reinterpret_cast<Call>(dlsym(RTLD_NEXT, name));
 }
 
-// What the test asks of this library; the probe leaves its environment alone.
+// Reads a setting of this library. The probe does not change its environment.
 const char* Setting(const char* name) {
   return std::getenv(name);  // NOLINT(concurrency-mt-unsafe)
 }
@@ -49,7 +50,7 @@ long Number(const char* text) {
   return std::strtol(text, nullptr, 10);
 }
 
-// 0 if the test does not say.
+// 0 if not set.
 long NumberOf(const char* name) {
   const char* const text = Setting(name);
   return text == nullptr ? 0 : Number(text);
@@ -131,7 +132,7 @@ extern "C" int getaddrinfo(const char* name, const char* service, const addrinfo
   }
   std::ofstream(std::string(file) + ".asked", std::ios::app) << name << "\n";
   std::ifstream addresses(file);
-  addrinfo** end = result;  // the answers are a list, whose items are freed one by one
+  addrinfo** end = result;  // a linked list, whose items are freed one by one
   int failure = 0;
   for (std::string address; failure == 0 && addresses >> address;) {
     failure = next(address.c_str(), service, hints, end);

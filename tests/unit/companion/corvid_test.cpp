@@ -76,7 +76,7 @@ TEST_F(Corvid, KeepsCharactersOutsideTheBasicPlane) {
   EXPECT_EQ(text_, L"\"\u00E4 \u65E5 \U0001F600\"");
 }
 
-TEST_F(Corvid, KeepsUnpairedSurrogatesAsTheyAre) {
+TEST_F(Corvid, KeepsUnpairedSurrogates) {
   // Low before high, high before a letter, and high at the end.
   const std::string utf16("\x00\xDE\x3D\xD8\x41\x00\x3D\xD8", 8);
   EXPECT_EQ(Decrypt(Seal({"--raw", "--utf16"}, utf16)), 0);

@@ -24,7 +24,7 @@ using testing::HasSubstr;
 
 // ---- The library
 
-class CorvidWithout : public testing::Test {
+class CorvidFailures : public testing::Test {
  protected:
   void SetUp() override {
     ASSERT_TRUE(library_.IsLoaded());
@@ -39,7 +39,7 @@ class CorvidWithout : public testing::Test {
   decltype(&Corvid_Base64_Decode) decode_ = nullptr;
 };
 
-TEST_F(CorvidWithout, AReadableKeyOpensNothing) {
+TEST_F(CorvidFailures, OpensNothingWithoutAReadableKey) {
   const Bytes sealed(100);
   std::wstring text = L"old";
   EXPECT_TRUE(RunWithout({{SYS_read, EIO, std::nullopt}}, [&] {
@@ -48,7 +48,7 @@ TEST_F(CorvidWithout, AReadableKeyOpensNothing) {
   EXPECT_EQ(text, L"");
 }
 
-TEST_F(CorvidWithout, MemoryLetsNoExceptionOut) {
+TEST_F(CorvidFailures, ThrowsNothingWithoutMemory) {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
   GTEST_SKIP() << "a sanitizer's allocator ends the process instead";
 #endif
@@ -95,7 +95,7 @@ std::vector<FailingCall> NoRandom() {
   return {{SYS_getrandom, EIO, std::nullopt}, {SYS_openat, EACCES, CallArgument{2, O_RDONLY}}};
 }
 
-TEST(KeywardSealWithout, RandomNumbersMakesNoKey) {
+TEST(KeywardSealFailures, MakesNoKeyWithoutRandomNumbers) {
   const ModuleFolder folder;
   const ToolResult result = RunSealWithout(NoRandom(), folder);
   EXPECT_EQ(result.exit_code, 78);
@@ -103,7 +103,7 @@ TEST(KeywardSealWithout, RandomNumbersMakesNoKey) {
   EXPECT_FALSE(fs::exists(folder / "Corvid.key"));
 }
 
-TEST(KeywardSealWithout, RandomNumbersSealsNothing) {
+TEST(KeywardSealFailures, SealsNothingWithoutRandomNumbers) {
   const ModuleFolder folder;
   WriteFile(folder / "Corvid.key", std::string(64, '0'));
   const ToolResult result = RunSealWithout(NoRandom(), folder);
@@ -111,7 +111,7 @@ TEST(KeywardSealWithout, RandomNumbersSealsNothing) {
   EXPECT_THAT(result.errors, HasSubstr("the cryptographic library failed"));
 }
 
-TEST(KeywardSealWithout, APlaceForTheKeySaysSo) {
+TEST(KeywardSealFailures, ReportsThatTheKeyCannotBeStored) {
   const ModuleFolder folder;
   const ToolResult result = RunSealWithout({{SYS_fsync, EIO, std::nullopt}}, folder);
   EXPECT_EQ(result.exit_code, 78);
@@ -119,7 +119,7 @@ TEST(KeywardSealWithout, APlaceForTheKeySaysSo) {
   EXPECT_THAT(folder.Names(), testing::UnorderedElementsAre(kCorvidName, kPelhamName, kSealName));
 }
 
-TEST(KeywardSealWithout, ItsOwnPathSaysWhatFailed) {
+TEST(KeywardSealFailures, ReportsThatItsOwnPathIsUnknown) {
   const ModuleFolder folder;
   const ToolResult result = RunSealWithout({{SYS_readlink, EACCES, std::nullopt}}, folder);
   EXPECT_EQ(result.exit_code, 70);
@@ -127,7 +127,7 @@ TEST(KeywardSealWithout, ItsOwnPathSaysWhatFailed) {
   EXPECT_THAT(result.errors, HasSubstr("the folder of this program is unknown (error 5)"));
 }
 
-TEST(KeywardSealWithout, AReadableInputSaysSo) {
+TEST(KeywardSealFailures, ReportsUnreadableInput) {
   const ModuleFolder folder;
   const fs::path errors = folder / "errors";
   EXPECT_EQ(RunProgram(folder / kSealName, {folder / "UserData.dat"}, folder / ".",

@@ -73,7 +73,7 @@ TEST_F(KeywardSeal, WritesForTheOwnerOnly) {
   EXPECT_EQ(fs::status(file_).permissions(), owner);
 }
 
-TEST_F(KeywardSeal, KeepsTheKeyThatIsThere) {
+TEST_F(KeywardSeal, KeepsAnExistingKey) {
   ASSERT_EQ(Run({file_}).exit_code, 0);
   const Bytes key = ReadFile(folder_ / "Corvid.key");
   ASSERT_EQ(Run({folder_ / "other.dat"}).exit_code, 0);
@@ -82,7 +82,7 @@ TEST_F(KeywardSeal, KeepsTheKeyThatIsThere) {
   EXPECT_NE(Opened(folder_ / "other.dat"), L"<refused>");
 }
 
-TEST_F(KeywardSeal, MakesANewKeyPerFolder) {
+TEST_F(KeywardSeal, CreatesANewKeyPerFolder) {
   const ModuleFolder other;
   ASSERT_EQ(Run({file_}).exit_code, 0);
   ASSERT_EQ(RunSeal(other, {other / "UserData.dat"}, kJson).exit_code, 0);
@@ -179,7 +179,7 @@ TEST_F(KeywardSeal, SealsUtf16ByteForByte) {
   EXPECT_EQ(Opened(file_), expected);
 }
 
-TEST_F(KeywardSeal, ChecksUtf16UnlessToldOtherwise) {
+TEST_F(KeywardSeal, ChecksUtf16ByDefault) {
   EXPECT_EQ(Run({"--utf16", file_}, std::string("{\0", 2)).exit_code, 65);
   const ToolResult odd = Run({"--utf16", file_}, std::string("{\0}", 3));
   EXPECT_EQ(odd.exit_code, 65);

@@ -23,7 +23,7 @@ class Pelham : public testing::Test {
   std::wstring (*user_agent_)() = nullptr;
 };
 
-TEST_F(Pelham, CallsItselfAStandInWithoutAFile) {
+TEST_F(Pelham, ReturnsTheStandInTextWithoutAFile) {
   EXPECT_EQ(user_agent_(), L"VeltraneKeyward/1.15.0 (KydLogUploader stand-in)");
 }
 

@@ -121,7 +121,7 @@ TEST(RotationCheckIsDue, EveryTenSeconds) {
   EXPECT_TRUE(corvid::RotationCheckIsDue(1010, 1000));
 }
 
-TEST_F(DebugLogTest, WritesMarkAndLinesInOrder) {
+TEST_F(DebugLogTest, WritesByteOrderMarkAndLinesInOrder) {
   log_->WriteLine(L"one");
   log_->WriteLine(L"zw\u00F6lf");
   EXPECT_EQ(Text(), Line(L"one") + Line(L"zw\u00F6lf"));
@@ -306,7 +306,7 @@ TEST_F(DebugLogTest, ThrowsNothingIfTheClockThrows) {
   }
 }
 
-TEST_F(DebugLogTest, WritesALongLineWhole) {
+TEST_F(DebugLogTest, DoesNotTruncateALongLine) {
   const std::wstring message(5000, L'm');
   log_->WriteLine(message.c_str());
   EXPECT_EQ(Text(), Line(message.c_str()));

@@ -68,7 +68,7 @@ TEST(OutputLogEnables, AnyValueForMaskOneOtherwiseItsBit) {
   EXPECT_TRUE(corvid::OutputLogEnables(0xFFFFFFFF, 16));
 }
 
-TEST(LogSurroundings, OfSystemReadPlainlyInA64BitProcess) {
+TEST(LogSurroundings, UseThePlainRegistryViewInA64BitProcess) {
   const corvid::LogSurroundings system = corvid::LogSurroundings::OfSystem();
   EXPECT_EQ(system.registry_access(), 0x20019U);
   EXPECT_EQ(system.clock, &platform::SystemClock());
@@ -111,7 +111,7 @@ TEST_F(LogSettingsTest, EveryLoggerIsEnabledByAllBits) {
   EXPECT_TRUE(Read(/*mask=*/0x80000000).enabled);
 }
 
-TEST_F(LogSettingsTest, ForgetsWhatAnEarlierReadFound) {
+TEST_F(LogSettingsTest, DiscardsValuesOfAnEarlierRead) {
   registry_.SetDword(kKey, L"OutputLog", 16);
   registry_.SetDword(kKey, L"OutputLogSize", 5);
   EXPECT_EQ(Read().size_limit, 5U);

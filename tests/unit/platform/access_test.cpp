@@ -34,7 +34,7 @@ TEST(MayAccess, ReportsWhatIsMissing) {
   EXPECT_FALSE(platform::MayRemove(platform::JoinPath(folder / L"missing", L"a")));
 }
 
-TEST(MayAccess, KnowsAFolderFromAFile) {
+TEST(MayAccess, DistinguishesFoldersFromFiles) {
   const kyd_test::TempFolder folder;
   kyd_test::WriteFileBytes(folder / L"a.log", "a");
   EXPECT_FALSE(MayAccess(folder / L"a.log", Access::kListFolder));
@@ -43,7 +43,7 @@ TEST(MayAccess, KnowsAFolderFromAFile) {
   EXPECT_EQ(platform::LastError(), platform::kErrorAccessDenied);
 }
 
-TEST(FreeBytes, AreSomeWhereThereIsRoom) {
+TEST(FreeBytes, IsPositiveWhereThereIsSpace) {
   const kyd_test::TempFolder folder;
   const std::optional<std::uint64_t> bytes = platform::FreeBytes(folder.Path());
   ASSERT_TRUE(bytes);

@@ -118,7 +118,7 @@ TEST(CertificateStore, SeparatesUserAndMachine) {
   EXPECT_FALSE(store && platform::FindByThumbprint(store, certificate.Thumbprint()));
 }
 
-TEST(CertificateStore, ACertificateOutlivesItsStore) {
+TEST(CertificateStore, CertificateOutlivesItsStore) {
   const kyd_test::TestCertificate certificate;
   CertificateStore store = platform::OpenPersonalStore(CertificateScope::kCurrentUser);
   ASSERT_TRUE(store.IsValid());

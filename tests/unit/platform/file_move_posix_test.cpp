@@ -124,7 +124,7 @@ TEST(MoveByReservation, MovesAFolderWithItsContent) {
   EXPECT_FALSE(PathExists(folder / L"source"));
 }
 
-TEST(MoveOnSameFileSystem, AFolderCannotMoveIntoItself) {
+TEST(MoveOnSameFileSystem, DoesNotMoveAFolderIntoItself) {
   const kyd_test::TempFolder folder;
   const std::wstring source = folder.MakeFolder(L"source");
   EXPECT_EQ(platform::MoveOnSameFileSystem(Native(source), Native(source) + "/inside"), EINVAL);

@@ -88,7 +88,7 @@ TEST_F(FileSearchTest, FindsNothingInAFile) {
   EXPECT_FALSE(search.First());
 }
 
-TEST_F(FileSearchTest, TheLastEntryStaysCurrentAtTheEnd) {
+TEST_F(FileSearchTest, LastEntryStaysCurrentAtTheEnd) {
   MakeFile(L"only.log");
   FileSearch search(folder_.Path(), L".log");
   ASSERT_TRUE(search.First());

@@ -32,7 +32,7 @@ TEST(Wipe, ClearsATextAndItsBuffer) {
   }
 }
 
-TEST(Wipe, HappensAtTheEndOfTheBlock) {
+TEST(Wipe, HappensAtTheEndOfTheScope) {
   std::wstring text = L"secret";
   {
     const platform::WipeAtEnd wiped(text);

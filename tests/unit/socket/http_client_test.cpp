@@ -188,7 +188,7 @@ TEST(SendRequest, PassesCancellationAndOtherExceptionsThrough) {
   EXPECT_EQ(other.attempts, 1);
 }
 
-TEST(SendRequest, KeepsWhereOtherBoostExceptionsWereThrown) {
+TEST(SendRequest, KeepsTheThrowLocationOfOtherBoostExceptions) {
   Sender sender([](int) -> http_response { BOOST_THROW_EXCEPTION(OtherBoostException()); });
   try {
     static_cast<void>(sender.Send(0));

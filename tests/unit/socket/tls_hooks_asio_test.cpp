@@ -84,18 +84,18 @@ TEST_F(TlsHooksTest, SetTheCertificateWithItsKeyAndKeepTheHandle) {
   EXPECT_EQ(native_request_, context_.native_handle());
 }
 
-TEST_F(TlsHooksTest, RaiseWhenTheProtocolIsRefused) {
+TEST_F(TlsHooksTest, ThrowIfTheProtocolIsRefused) {
   const SslContext taken(std::move(context_));  // leaves a context without an object
   ExpectRefusal(nullptr, context_, kProtocolRefusal);
 }
 
-TEST_F(TlsHooksTest, RaiseWhenTheCertificateIsRefused) {
+TEST_F(TlsHooksTest, ThrowIfTheCertificateIsRefused) {
   const kyd_test::UserWithCertificate user = WithWeakKey();
   ASSERT_NE(user.Context(), nullptr);
   ExpectRefusal(user.Context(), context_, kCertificateRefusal);
 }
 
-TEST_F(TlsHooksTest, RefusalComesOutOfTheSendingAndIsTriedAgain) {
+TEST_F(TlsHooksTest, RefusalFailsTheRequestAndIsRetried) {
   const kyd_test::UserWithCertificate user = WithWeakKey();
   ASSERT_NE(user.Context(), nullptr);
   int attempts = 0;

@@ -84,12 +84,12 @@ TEST_F(TlsHooksTest, SetTheCertificateAndKeepTheHandle) {
   EXPECT_EQ(native_request_, request.Get());
 }
 
-TEST_F(TlsHooksTest, RaiseWhenTheProtocolIsRefused) {
+TEST_F(TlsHooksTest, ThrowIfTheProtocolIsRefused) {
   ExpectRefusal([&] { Config(nullptr)._invoke_nativesessionhandle_options(nullptr); },
                 kProtocolRefusal, ERROR_INVALID_HANDLE);
 }
 
-TEST_F(TlsHooksTest, RaiseWhenTheCertificateIsRefused) {
+TEST_F(TlsHooksTest, ThrowIfTheCertificateIsRefused) {
   ASSERT_TRUE(certificate_.IsValid());
   ExpectRefusal([&] { Config(certificate_.Get()).invoke_nativehandle_options(nullptr); },
                 kCertificateRefusal, ERROR_INVALID_HANDLE);
@@ -99,7 +99,7 @@ TEST_F(TlsHooksTest, RaiseWhenTheCertificateIsRefused) {
                 kCertificateRefusal, ERROR_WINHTTP_INCORRECT_HANDLE_STATE);
 }
 
-TEST_F(TlsHooksTest, RefusalComesOutOfTheSendingAndIsTriedAgain) {
+TEST_F(TlsHooksTest, RefusalFailsTheRequestAndIsRetried) {
   ASSERT_TRUE(certificate_.IsValid());
   int attempts = 0;
   const CorvidSocket::Transport library = CorvidSocket::LibraryTransport();

@@ -24,7 +24,7 @@ std::vector<kyd::DayStatus> Days(std::size_t count, std::uint64_t sent, std::uin
   return days;
 }
 
-TEST(AxisEnd, IsRoundAndNotBelow) {
+TEST(AxisEnd, RoundsUp) {
   const std::vector<std::pair<std::uint64_t, std::uint64_t>> cases = {
       {0, 4},   {1, 4},    {4, 4},     {5, 8},         {9, 10},           {11, 20},
       {21, 40}, {81, 100}, {101, 200}, {1'234, 2'000}, {99'999, 100'000},

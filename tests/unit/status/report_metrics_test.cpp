@@ -44,7 +44,7 @@ std::string Total(const std::string& name, const std::string& value) {
   return "\nkydloguploader_" + name + "{log_dir=\"C:\\\\Kyd\\\"Log\\\"\"} " + value + "\n";
 }
 
-TEST(MetricsReport, HoldsTheTotals) {
+TEST(MetricsReport, ContainsTheTotals) {
   const std::string text = kyd::MetricsReport(Example(), false);
   const std::pair<const char*, const char*> totals[] = {
       {"survey_timestamp_seconds", "1709647629"},

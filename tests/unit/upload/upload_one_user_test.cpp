@@ -111,7 +111,7 @@ TEST_F(UploadOneUser, CountsAnAccountWithoutAFolderAsNotSubjectToUpload) {
   EXPECT_EQ(run_.noSendCount, 1U);
 }
 
-TEST_F(UploadOneUser, SendsThePostRequestOfTheInterface) {
+TEST_F(UploadOneUser, SendsTheRequiredPostRequest) {
   MakeLog(L"a.log");
   EXPECT_EQ(UploadAnswering(200), 0);
   ASSERT_EQ(requests_.size(), 1U);
@@ -174,7 +174,7 @@ TEST_F(UploadOneUser, LogsTheStepsOfAnAcceptedFile) {
              "<MOVE> ArchiveFile [" + to + "]", "<MOVE> Move OK", "<UploadOneUser> out  [alice]"}));
 }
 
-TEST_F(UploadOneUser, DeletesTheCredentialsAtEach401AndGoesOn) {
+TEST_F(UploadOneUser, DeletesTheCredentialsOnEach401AndContinues) {
   MakeLog(L"a.log");
   MakeLog(L"b.log");
   kyd_test::WriteFileBytes(Path(L"LogWork", L"UserData.dat"), "sealed");
@@ -210,7 +210,7 @@ TEST_F(UploadOneUser, LeavesAFileThatIsAlreadyInTheArchive) {
   EXPECT_EQ(run_.fileErrorCount, 0U);
 }
 
-TEST_F(UploadOneUser, EndsTheAccountAtATransportFailure) {
+TEST_F(UploadOneUser, EndsTheAccountOnATransportFailure) {
   for (const wchar_t* const name : {L"a.log", L"b.log", L"c.log"}) {
     MakeLog(name);
   }
@@ -232,7 +232,7 @@ TEST_F(UploadOneUser, EndsTheAccountAtATransportFailure) {
                           AllOf(StartsWith("exception message ["), HasSubstr("connection reset"))));
 }
 
-TEST_F(UploadOneUser, EndsTheRunAtAnyOtherException) {
+TEST_F(UploadOneUser, EndsTheRunOnAnyOtherException) {
   MakeLog(L"a.log");
   EXPECT_EQ(Upload([](int) -> http_response { throw pplx::task_canceled("cancelled"); }), -1);
   EXPECT_EQ(log_.Messages().back(), "<UploadOneUser> exception [alice]");

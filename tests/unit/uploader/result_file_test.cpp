@@ -176,7 +176,7 @@ TEST_F(OutputResultTest, UsesOneTimeForTextAndName) {
   EXPECT_EQ(kyd_test::ReadFileBytes(Path()), Expected(1, 0));
 }
 
-TEST_F(OutputResultTest, WritesForFailedFilesAloneAndForSentFilesAlone) {
+TEST_F(OutputResultTest, WritesIfFilesWereOnlySentOrOnlyRefused) {
   folder_.MakeFolder(L"UploadResult");
   Output(0, 1);
   EXPECT_EQ(kyd_test::ReadFileBytes(Path()), Expected(0, 1));
