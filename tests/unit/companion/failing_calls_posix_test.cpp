@@ -50,7 +50,7 @@ TEST_F(CorvidFailures, OpensNothingWithoutAReadableKey) {
 
 TEST_F(CorvidFailures, ThrowsNothingWithoutMemory) {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-  GTEST_SKIP() << "a sanitizer's allocator ends the process instead";
+  GTEST_SKIP() << "a sanitizer's allocator terminates the process instead";
 #endif
   // Blocks of this size are always requested from the system. A failing brk returns a lower break.
   constexpr std::size_t kLarge = std::size_t{80} << 20U;

@@ -50,7 +50,7 @@ TEST(LoadCompanionLibrary, FailsAndLogsWithoutTheLibrary) {
 
 TEST(LoadCompanionLibrary, UsesTheBareNameIfThePathCannotBeBuilt) {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-  GTEST_SKIP() << "the sanitizer calls dlopen in the program's place, without its run path";
+  GTEST_SKIP() << "the sanitizer intercepts dlopen, which then ignores the run path";
 #endif
   const kyd_test::LogCapture log;
   kyd::UploadRun run;

@@ -483,7 +483,7 @@ TEST(MoveByReservation, LeavesNothingWhenTheRenameFails) {
   }
 }
 
-TEST(MoveByReservation, AFolderReplacesNothing) {
+TEST(MoveByReservation, FolderReplacesNothing) {
   const kyd_test::TempFolder folder;
   const std::wstring source = folder.MakeFolder(L"source");
   WriteFileBytes(folder / L"target", "old");

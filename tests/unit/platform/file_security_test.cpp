@@ -15,7 +15,7 @@ TEST(FileSecurity, DefaultModeHasNoAttributes) {
   EXPECT_EQ(security.Attributes(), nullptr);
 }
 
-TEST(FileSecurity, AModeWithoutASidThrows) {
+TEST(FileSecurity, ModeWithoutASidThrows) {
   for (const int mode : {5, -1, 1000}) {
     CFileAccessSecurity security(mode);
     EXPECT_THROW(security.Build(), std::runtime_error) << mode;

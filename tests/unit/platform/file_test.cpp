@@ -38,7 +38,7 @@ TEST_F(FileTest, ReadsTheContent) {
   EXPECT_EQ(file.Read(buffer.data(), 0), 0U);
 }
 
-TEST_F(FileTest, AnEmptyFileHasNoBytes) {
+TEST_F(FileTest, EmptyFileHasNoBytes) {
   WriteFileBytes(path_, "");
   File file = File::OpenShared(path_);
   ASSERT_TRUE(file.IsOpen());

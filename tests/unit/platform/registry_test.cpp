@@ -152,7 +152,7 @@ TEST(Registry, IsNotModified) {
       RegistryKey::OpenLocalMachine(L"SOFTWARE\\KydPlatformTests", platform::kRegistryRead));
 }
 
-TEST(Registry, AKeyCanBeMoved) {
+TEST(Registry, KeyCanBeMoved) {
   kyd_test::TestRegistry registry;
   registry.SetDword(kKey, L"Number", 1);
   std::optional<RegistryKey> first = RegistryKey::OpenLocalMachine(kKey, platform::kRegistryRead);

@@ -183,7 +183,7 @@ TEST(RegistryText, FindsAKeyByItsPath) {
   }
 }
 
-TEST(RegistryText, AKeyNameMayHoldBrackets) {
+TEST(RegistryText, KeyNameMayContainBrackets) {
   EXPECT_TRUE(ReadRegistryText("[HKEY_LOCAL_MACHINE\\a]b[c]", L"a]b[c"));
 }
 
@@ -204,7 +204,7 @@ TEST(RegistryText, ValuesBelowAnInvalidKeyAreIgnored) {
   }
 }
 
-TEST(RegistryText, LaterLinesWin) {
+TEST(RegistryText, LaterLinesOverrideEarlierOnes) {
   EXPECT_EQ(ValueOf(Head() + "\"v\"=dword:8\n\"V\"=dword:7\n"), Seven());
   EXPECT_EQ(ValueOf(Head() + "\"v\"=\"a\"\n" + Head() + "\"v\"=dword:7\n"), Seven());
   EXPECT_EQ(ValueOf(Head() + "\"v\"=dword:7\n\"v\"=-\n"), std::nullopt);
@@ -238,7 +238,7 @@ TEST(RegistryText, RemovesAKeyWithEverythingBelowIt) {
   EXPECT_EQ(ValueOf(value + "[-HKEY_LOCAL_MACHINE\\SOFTWARE]\n" + Head()), std::nullopt);
 }
 
-TEST(RegistryText, TheUnnamedValueHasAnEmptyName) {
+TEST(RegistryText, UnnamedValueHasAnEmptyName) {
   const std::optional<RegistryValues> values = ReadRegistryText(Head() + "@=\"a\"\n", kKey);
   ASSERT_TRUE(values);
   EXPECT_EQ(values->count(L""), 1U);

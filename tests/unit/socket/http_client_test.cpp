@@ -124,7 +124,7 @@ TEST(SendRequest, ThrowsTheTextOfATransportFailureWithoutANumber) {
   Sender sender([](int attempt) -> http_response { throw TransportFailure(attempt); });
   try {
     static_cast<void>(sender.Send(0));
-    FAIL() << "nothing was raised";
+    FAIL() << "no exception was thrown";
   } catch (const Exception& failure) {
     EXPECT_EQ(std::string(failure.what()), "failure 1");
     EXPECT_EQ(boost::get_error_info<ErrorNumber>(failure), nullptr);
@@ -159,7 +159,7 @@ TEST(SendRequest, KeepsMessageAndNumberOfItsOwnExceptions) {
   Sender sender([](int) -> http_response { throw Exception("refused") << ErrorNumber(12175); });
   try {
     static_cast<void>(sender.Send(0));
-    FAIL() << "nothing was raised";
+    FAIL() << "no exception was thrown";
   } catch (const Exception& failure) {
     EXPECT_EQ(std::string(failure.what()), "refused");
     ASSERT_NE(boost::get_error_info<ErrorNumber>(failure), nullptr);
@@ -171,7 +171,7 @@ TEST(SendRequest, KeepsTheItemsOfOtherBoostExceptionsWithoutTheirText) {
   Sender sender([](int) -> http_response { throw OtherBoostException() << ErrorNumber(5); });
   try {
     static_cast<void>(sender.Send(0));
-    FAIL() << "nothing was raised";
+    FAIL() << "no exception was thrown";
   } catch (const Exception& failure) {
     EXPECT_EQ(std::string(failure.what()), std::string(std::exception().what()));
     ASSERT_NE(boost::get_error_info<ErrorNumber>(failure), nullptr);
@@ -192,7 +192,7 @@ TEST(SendRequest, KeepsTheThrowLocationOfOtherBoostExceptions) {
   Sender sender([](int) -> http_response { BOOST_THROW_EXCEPTION(OtherBoostException()); });
   try {
     static_cast<void>(sender.Send(0));
-    FAIL() << "nothing was raised";
+    FAIL() << "no exception was thrown";
   } catch (const Exception& failure) {
     const char* const* const file = boost::get_error_info<boost::throw_file>(failure);
     ASSERT_NE(file, nullptr);
@@ -215,7 +215,7 @@ TEST(SendRequest, ThrowsTheLastOfDifferentFailures) {
   });
   try {
     static_cast<void>(sender.Send(1));
-    FAIL() << "nothing was raised";
+    FAIL() << "no exception was thrown";
   } catch (const Exception& failure) {
     EXPECT_EQ(std::string(failure.what()), "failure 2");
     EXPECT_EQ(boost::get_error_info<ErrorNumber>(failure), nullptr);
@@ -228,7 +228,7 @@ TEST(SendRequest, ThrowsTheLastOfDifferentFailures) {
   });
   try {
     static_cast<void>(reversed.Send(1));
-    FAIL() << "nothing was raised";
+    FAIL() << "no exception was thrown";
   } catch (const Exception& failure) {
     EXPECT_EQ(std::string(failure.what()), std::string(std::exception().what()));
     ASSERT_NE(boost::get_error_info<ErrorNumber>(failure), nullptr);
@@ -248,7 +248,7 @@ TEST(SendRequest, HandlesFailuresOfTheTaskAsWell) {
   };
   try {
     send(pplx::task_from_exception<http_response>(Exception("in a hook") << ErrorNumber(6)));
-    FAIL() << "nothing was raised";
+    FAIL() << "no exception was thrown";
   } catch (const Exception& failure) {
     EXPECT_EQ(std::string(failure.what()), "in a hook");
     ASSERT_NE(boost::get_error_info<ErrorNumber>(failure), nullptr);
@@ -499,7 +499,7 @@ TEST(HttpRequestBase, RefusesLineEndsAndNulInAValue) {
   }
   try {
     const HttpPostRequest post({{L"A", L"1"}, {L"X", std::wstring(L"secret\0more", 11)}});
-    FAIL() << "nothing was raised";
+    FAIL() << "no exception was thrown";
   } catch (const Exception& failure) {
     EXPECT_STREQ(failure.what(), "The value of the request header X is invalid.");
   }

@@ -46,7 +46,7 @@ class TlsHooksTest : public testing::Test {
   void ExpectRefusal(const void* certificate, SslContext& context, const char* message) {
     try {
       Call(certificate, context);
-      FAIL() << "nothing was raised";
+      FAIL() << "no exception was thrown";
     } catch (const Exception& failure) {
       EXPECT_EQ(std::string(failure.what()), message);
       ASSERT_NE(boost::get_error_info<ErrorNumber>(failure), nullptr);
@@ -111,7 +111,7 @@ TEST_F(TlsHooksTest, RefusalFailsTheRequestAndIsRetried) {
   try {
     // Nothing listens there: the failure precedes the connection.
     static_cast<void>(client.SendRequest(web::uri("https://localhost:1/"), request, L"", L"", 1));
-    FAIL() << "nothing was raised";
+    FAIL() << "no exception was thrown";
   } catch (const Exception& failure) {
     EXPECT_EQ(std::string(failure.what()), kCertificateRefusal);
     ASSERT_NE(boost::get_error_info<ErrorNumber>(failure), nullptr);

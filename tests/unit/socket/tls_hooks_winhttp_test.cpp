@@ -48,7 +48,7 @@ class TlsHooksTest : public testing::Test {
   void ExpectRefusal(const Call& call, const char* message, unsigned error) {
     try {
       call();
-      FAIL() << "nothing was raised";
+      FAIL() << "no exception was thrown";
     } catch (const Exception& failure) {
       EXPECT_EQ(std::string(failure.what()), message);
       ASSERT_NE(boost::get_error_info<ErrorNumber>(failure), nullptr);

@@ -50,7 +50,7 @@ bool RunBehind(Filter filter, const std::function<bool()>& function) {
     result = installed && function();
   });
   thread.join();
-  EXPECT_TRUE(installed) << "system calls cannot be filtered here";
+  EXPECT_TRUE(installed) << "cannot install a system call filter";
   return result;
 }
 

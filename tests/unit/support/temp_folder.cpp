@@ -28,7 +28,7 @@ std::wstring MakeUniqueFolder(const fs::path& parent) {
       return platform::FromNativePath(folder.native());
     }
   }
-  throw std::runtime_error("no temporary folder could be made");
+  throw std::runtime_error("cannot create a temporary folder");
 }
 
 }  // namespace
