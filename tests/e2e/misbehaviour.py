@@ -1,8 +1,8 @@
-"""The ways in which kernels and file systems answer a call other than by plainly doing it.
+"""The ways in which a system call can fail or return less than requested.
 
-What is listed here does happen: it stands in the manual pages, or a file system in use does it. What
-cannot happen is left out, such as a short send on a socket that stays writable, on which waiting for
-edges rightly relies, or an interrupted call on a socket that never blocks.
+All of them occur in practice: they are in the manual pages, or a file system in use behaves like that. What
+cannot happen is omitted, such as a short send on a socket that stays writable, which edge-triggered
+polling relies on, or an interrupted call on a non-blocking socket.
 """
 
 import errno
@@ -10,18 +10,18 @@ import fnmatch
 import socket
 from dataclasses import dataclass
 
-# The kinds of misbehaviour; the figures are told by them.
-FAILS = "fails without doing"
-DONE = "does its work and reports failure"
+# The kinds of misbehaviour, by which cases are counted.
+FAILS = "fails"
+DONE = "succeeds, but reports failure"
 SHORT = "short result"
 INTERRUPTED = "interrupted"
-AGAIN = "has to be asked again"
+AGAIN = "must be repeated"
 UNSUPPORTED = "not supported"
 
 
 @dataclass(frozen=True)
 class Call:
-    """One call of a recorded run; `number` counts those of its function on its object from 1."""
+    """A call of a recorded run; `number` counts the calls of its function on its object from 1."""
 
     function: str
     object: str
@@ -30,10 +30,10 @@ class Call:
 
     @property
     def place(self):
-        """A pattern of the objects that share their file system, or their line, with this one."""
+        """A pattern for the objects on the same file system or connection."""
         top, *below = self.object.split(" > ")[0].split("/")
         if top == "KydLog" and len(below) > 1:
-            # Only of folders can a file system say that they need not be written to the disk.
+            # Only for folders can fsync be unsupported.
             return f"{top}/{below[0]}/*" + ("/" if self.function == "fsync" and not below[-1] else "")
         return self.object if top in ("", "KydLog") or not below else f"{top}/*"
 
@@ -44,10 +44,10 @@ class Call:
 
 @dataclass(frozen=True)
 class Way:
-    """One way to misbehave, in the words of the preloaded library.
+    """A way to misbehave, in the terms of the preloaded library.
 
-    A harmless one must leave no trace in the run's outcome. One that lasts goes on for all later
-    calls of the kind. `then_fails` is the errno of the call that follows.
+    A harmless one must not affect the outcome of the run. One that lasts applies to all later calls of the
+    kind as well. `then_fails` is the errno of the next call.
     """
 
     kind: str
@@ -85,9 +85,9 @@ def _unsupported(*names, harmless=True):
 
 
 _INTERRUPTED = _ways(INTERRUPTED, "fail", [errno.EINTR], harmless=True, lasting=False)
-# Calls that go to a server: the answer is no longer waited for.
+# Calls to a server, whose answer is no longer awaited.
 _INTERRUPTED_LATE = _ways(INTERRUPTED, "done", [errno.EINTR], harmless=True, lasting=False)
-# Somebody holds a lease on the file, and is being asked to give it up.
+# Another process holds a lease on the file and has been asked to release it.
 _LEASED = _ways(AGAIN, "fail", [errno.EAGAIN], harmless=True, lasting=False)
 
 
@@ -98,11 +98,11 @@ def _short(*actions, then):
     ]
 
 
-# Also within what looks like one file system: bind mounts, layers, quotas of a folder.
+# Possible even within one apparent file system: bind mounts, layers, project quotas.
 _ELSEWHERE = _ways(UNSUPPORTED, "fail", [errno.EXDEV], harmless=True, lasting=False)
 
 
-# The line is broken from then on, in both directions.
+# The connection is broken from then on, in both directions.
 def _breaks(*names):
     return _ways(FAILS, "break", [getattr(errno, name) for name in names], lasting=False)
 
@@ -160,7 +160,7 @@ WAYS = {
     ],
     "readlink": _fails("EACCES", "EIO", "ENOENT"),
     "dlopen": _fails("EIO"),
-    # Sockets, and what the library waits with.
+    # Sockets, and the calls with which the library waits.
     "socket": _fails("EACCES", "EAFNOSUPPORT", "EMFILE", "ENFILE", "ENOBUFS"),
     "connect": _fails("EACCES", "EADDRNOTAVAIL", "ECONNREFUSED", "EHOSTUNREACH", "ENETUNREACH", "ETIMEDOUT"),
     "getaddrinfo": _ways(
@@ -179,7 +179,7 @@ WAYS = {
     "epoll_create1": _fails("EMFILE", "ENFILE", "ENOMEM"),
     "epoll_wait": _INTERRUPTED,
     ("epoll_ctl", "add"): _fails("ENOMEM", "ENOSPC"),
-    # Neither allocates anything, and neither waits.
+    # These neither allocate nor block.
     ("epoll_ctl", "modify"): [],
     ("epoll_ctl", "remove"): [],
     "eventfd": _fails("EMFILE", "ENFILE", "ENODEV"),
@@ -187,17 +187,17 @@ WAYS = {
 }  # fmt: skip
 for _same, _as in (("pread", "read"), ("fstatat", "stat"), ("rmdir", "unlink")):
     WAYS[_same] = WAYS[_as]
-# Filters of system calls that are older than this one refuse it.
+# System call filters that predate statx refuse it.
 WAYS["statx"] = [*WAYS["stat"], *_unsupported("EINVAL", "ENOSYS", "EPERM")]
 
 
 def ways(call):
-    """The ways in which this call can misbehave."""
+    """Returns the ways in which this call can misbehave."""
     if call.function in ("close", "write") and "/" not in call.object:
-        return []  # What is no file has nothing left to do then, and room for what wakes a thread.
+        return []  # Not files: close has nothing to flush, and a write that wakes a thread cannot fail.
     detail, *more = call.detail.split() or [""]
     found = list(WAYS[call.function] if call.function in WAYS else WAYS[call.function, detail])
-    # The lock file is not there yet.
+    # The lock file does not exist yet, so it has no lease.
     if call.function == "open" and detail in ("read", "create") and more and "/lock/" not in call.object:
         found += _LEASED
     if call.function == "renameat2" and call.object.startswith("KydLog/Upload/"):
@@ -208,7 +208,7 @@ def ways(call):
 
 
 def rules(call, way, calls):
-    """What the preloaded library has to be told; `calls` is the recorded run."""
+    """Returns the rules for the preloaded library; `calls` is the recorded run."""
     if way.lasts:
         earlier = calls[: calls.index(call) + 1]
         first = sum(
@@ -228,7 +228,7 @@ def _rule(function, pattern, first, last, action, number):
 
 
 def read_calls(path):
-    """The calls that the preloaded library has recorded."""
+    """Returns the calls that the preloaded library has recorded."""
     counts, calls = {}, []
     for line in path.read_text(encoding="utf-8").splitlines():
         function, target, detail = line.split("\t")

@@ -1,7 +1,7 @@
-"""Many runs: killed, raced, failing and ordinary ones. Each is checked as if it were the only one.
+"""Many runs: killed, racing, failing and ordinary ones, each checked individually.
 
-`--endurance long` makes as many as trust needs; the usual run makes a sample of them. The moments
-are random, and the number that a failing test prints brings them back.
+`--endurance long` runs enough of them to be trusted; the default is a sample. Times are random; the seed that
+a failing test prints reproduces them.
 """
 
 import collections
@@ -25,7 +25,7 @@ from .platforms import wait_until
 
 ACCOUNTS = ("alice", "bob", "carol")
 SIZES = (0, 200, 20_000, 700_000)
-# The number of runs of a kind: (sample, long), by platform.
+# The number of runs by kind and platform: (sample, long).
 ROUNDS = {
     "kills": {"linux": (40, 1000), "windows": (5, 100)},
     "service kills": {"linux": (10, 200), "windows": (2, 20)},
@@ -52,7 +52,7 @@ def chance():
 
 
 class Tree:
-    """Accounts with log files that are put back into Upload before every round."""
+    """Accounts whose log files are moved back to Upload before every round."""
 
     def __init__(self, machine, chance):
         self.machine = machine
@@ -77,7 +77,7 @@ class Tree:
         return file
 
     def accepted(self, requests):
-        """How often each file was accepted completely."""
+        """Counts how often each file was completely accepted."""
         return collections.Counter(
             self.file_of(one.body) for one in list(requests) if one.status in (200, 202)
         )
@@ -101,8 +101,8 @@ def test_killed_at_any_moment_nothing_is_lost(machine, service, tree, rounds, ch
     for at in range(rounds("kills")):
         tree.reset()
         service.forget_requests()
-        # A program that starts slowly works for only a small part of its time. Every other kill
-        # therefore follows soon after a file arrives, with a slow service.
+        # A program that starts slowly spends little of its time working. Every other kill therefore follows
+        # shortly after a file arrives at a slow service.
         at_work = at % 2 == 0
         service.decide = (lambda _: Answer(200, delay=UNHURRIED)) if at_work else None
         with machine.start() as running:
@@ -117,7 +117,7 @@ def test_killed_at_any_moment_nothing_is_lost(machine, service, tree, rounds, ch
         waiting = tree.waiting()
         assert set(tree.files) - waiting <= set(accepted), "archived without having been accepted"
         doubtful = waiting & set(accepted)
-        assert len(doubtful) <= 1, "only one file can be under way"
+        assert len(doubtful) <= 1, "only one file can be in transit"
         cut_off += 0 < len(waiting) < len(tree.files)
 
         service.decide = None
@@ -126,14 +126,14 @@ def test_killed_at_any_moment_nothing_is_lost(machine, service, tree, rounds, ch
         accepted = tree.accepted(service.requests)
         assert set(accepted) == set(tree.files)
         twice = {file for file, count in accepted.items() if count > 1}
-        # An answer that was on its way when the program was killed may have been counted since.
+        # An answer in transit when the program was killed may have been counted since.
         assert twice <= waiting and len(twice) <= 1 and doubtful <= twice
         assert max(accepted.values()) <= 2
-    assert cut_off, "no kill met a run in its middle"
+    assert cut_off, "no kill interrupted a run"
 
 
 class ServiceProcess:
-    """The log service as a process of its own, which can be killed."""
+    """The log service as a separate process, which can be killed."""
 
     def __init__(self, machine, folder):
         self.machine = machine
@@ -256,7 +256,7 @@ def test_failing_runs_end_well(machine, service, tree, rounds, chance):
         service.forget_requests()
         for account in ACCOUNTS:
             machine.seal(account)
-        # Port 1 of the loopback is unused: every tenth run is refused.
+        # Nothing listens on port 1 of the loopback: every tenth run is refused.
         machine.tenant = "localhost:1" if at % 10 == 9 else usual_tenant
         service.answer_with(*(random_failure(chance) for _ in range(3)))
         machine.run(seconds=60)
@@ -264,22 +264,22 @@ def test_failing_runs_end_well(machine, service, tree, rounds, chance):
 
 
 def sizes_of(pid):
-    """Resident bytes, open descriptors and threads of a process.
+    """Returns resident bytes, open descriptors and threads of a process.
 
-    A sanitizer keeps what the program has freed; with one the bytes say nothing and count as 0.
+    Sanitizers keep freed memory, so the bytes count as 0 with them.
     """
     with open(f"/proc/{pid}/status", encoding="ascii") as status:
         text = status.read()
     resident = int(re.search(r"VmRSS:\s+(\d+) kB", text)[1]) * 1024
     with open(f"/proc/{pid}/maps", encoding="utf-8", errors="replace") as maps:
         if re.search("/lib[at]san", maps.read()):
-            print("memory is not judged: the program runs with a sanitizer")
+            print("memory is not checked: the program runs with a sanitizer")
             resident = 0
     threads = int(re.search(r"Threads:\s+(\d+)", text)[1])
     return resident, len(os.listdir(f"/proc/{pid}/fd")), threads
 
 
-def test_long_run_takes_no_more_at_its_end_than_at_its_beginning(machine, service, rounds):
+def test_long_run_does_not_leak(machine, service, rounds):
     machine.switch_log_on()
     count = rounds("files")
     for account in ACCOUNTS:
@@ -298,8 +298,8 @@ def test_long_run_takes_no_more_at_its_end_than_at_its_beginning(machine, servic
         running.wait(seconds=1800)
     print(samples)
     assert machine.messages()[-3:] == say.summary(accounts=3, send=3, ok=count)
-    # The first samples are warm-up. The platform's pools may still grow by some threads
-    # afterwards, each with a few descriptors; a leak with every file would exceed all that.
+    # The first samples are warm-up. Afterwards, the platform's pools may still grow by some threads with a
+    # few descriptors each; a leak per file would exceed that.
     early, late = samples[2:6], samples[-4:]
     for what, slack in enumerate((2_000_000, 20, 5)):
         most = max(sample[what] for sample in early)
@@ -307,7 +307,7 @@ def test_long_run_takes_no_more_at_its_end_than_at_its_beginning(machine, servic
 
 
 def dripping(piece=b"x" * 10_000, pause=0.01):
-    """A body without end, a megabyte a second."""
+    """An endless body at one megabyte per second."""
     while True:
         yield piece
         time.sleep(pause)
@@ -315,18 +315,18 @@ def dripping(piece=b"x" * 10_000, pause=0.01):
 
 def skip_unless_long(request):
     if request.config.getoption("--endurance") != "long":
-        pytest.skip("one wait of 30 s is enough for every day")
+        pytest.skip("only in the long form: waits 30 s")
 
 
 @pytest.fixture
 def hurried(request, machine):
-    """How many times as fast time passes for the program: as fast as ever at length."""
+    """The factor by which time is accelerated for the program; 1 in the long form."""
     if request.config.getoption("--endurance") == "long":
         return 1
     if machine.platform.name == "windows":
-        pytest.skip("only the native program can be hurried")
+        pytest.skip("time can be accelerated only for the native program")
     if machine.platform.is_built_with("asan", "tsan"):
-        pytest.skip("behind this library runs with a sanitizer end early or not at all")
+        pytest.skip("sanitizers do not work with this preloaded library")
     stand_in = machine.platform.bin_folder.parent / "tests/misbehaving-calls.so"
     machine.more_environment.update(LD_PRELOAD=os.fspath(stand_in), KYD_HURRY="30")
     return 30
@@ -348,7 +348,7 @@ def test_body_without_end_is_cut_off_and_takes_no_memory(request, machine, servi
             peaks.append(sizes_of(running.pid)[0])
             time.sleep(0.5)
         running.wait()
-    # Half a minute of body has passed by.
+    # The body has lasted for half a minute.
     assert max(peaks[4:]) < max(peaks[:4]) + 4_000_000, peaks
     assert machine.is_archived("alice", second)
     if status == 200:
@@ -386,7 +386,7 @@ def test_silence_in_the_text_of_a_refusal_ends_the_run(machine, service, hurried
 
 
 def let_one_wait(machine, service, hurried):
-    """A run in which the service does not answer the first request."""
+    """Runs the program while the service does not answer the first request."""
     machine.switch_log_on()
     for account in ACCOUNTS:
         machine.account(account)
@@ -410,12 +410,12 @@ def test_silence_of_the_service_ends_the_account_and_not_the_run(machine, servic
     let_one_wait(machine, service, hurried)
 
 
-def test_time_out_comes_although_nothing_can_wake_the_library(machine, service, hurried):
+def test_time_out_works_although_nothing_can_wake_the_library(machine, service, hurried):
     if machine.platform.name == "windows":
         pytest.skip("Windows times the requests itself")
     if hurried == 1:
-        pytest.skip("the usual run makes it")
-    # What epoll has no memory to watch: the file that wakes a thread, and that of a timer, without which
+        pytest.skip("part of the default run")
+    # Adding an anonymous inode to epoll fails: the eventfd that wakes a thread, and a timerfd, without which
     # Asio is built.
     rules = [f"epoll_ctl\t{file}\t1\t0\tfail\t{errno.ENOMEM}" for file in ("eventfd", "timer")]
     machine.more_environment.update(KYD_MISBEHAVIOUR="\n".join(rules))

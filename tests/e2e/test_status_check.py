@@ -1,4 +1,4 @@
-"""KydUploadStatus --check: reports what would keep the next run from working, without a run."""
+"""KydUploadStatus --check: reports what would prevent the next run from working, without a run."""
 
 import datetime
 import os
@@ -25,7 +25,7 @@ def check(machine, *arguments, **more):
 
 
 def findings(machine, code):
-    """A check's findings, as (state, name of the path, problem); its exit code must match."""
+    """Runs a check, which must exit with this code; returns (state, file name, problem) for each finding."""
     finished = check(machine, "--json")
     assert finished.code == code, finished.output
     assert finished.errors == ""
@@ -39,14 +39,14 @@ def findings(machine, code):
 
 @pytest.fixture
 def good(machine):
-    """A machine with nothing to find, whose program folder may be changed."""
+    """A machine without findings and with its own copy of the program folder."""
     machine.use_own_program_folder()
     machine.account("alice")
     machine.log("alice", "a.log")
     return machine
 
 
-def test_says_that_nothing_was_found(good):
+def test_reports_no_findings(good):
     finished = check(good)
     assert finished.code == OK
     assert finished.output.splitlines() == [
@@ -90,7 +90,7 @@ def test_library_of_the_wrong_kind(good, which, content, problem):
     name = libraries(good)[which]
     path = good.program_folder / name
     if content == "cut":
-        content = path.read_bytes()[:8192]  # headers and tables, but not all that is loaded
+        content = path.read_bytes()[:8192]  # headers and tables, but not all of the content
     elif content == "other system":
         corpus = Path(__file__).parents[1] / "fuzz/corpus/library_tables"
         other = "elf-gnu" if good.platform.name == "windows" else "pe-mingw"
@@ -104,7 +104,7 @@ def test_library_of_the_wrong_kind(good, which, content, problem):
 
 
 def test_libraries_are_not_loaded(good, service):
-    """The loader itself lists what it loads."""
+    """The loader itself lists the libraries that it loads."""
     tell, loaded = {"LD_DEBUG": "files"}, r"calling init: .*/(\S+)"
     if good.platform.name == "windows":
         tell, loaded = {"WINEDEBUG": "+loaddll"}, r"Loaded L?\".*\\\\(\S+)\""
@@ -122,7 +122,7 @@ def test_libraries_are_not_loaded(good, service):
         assert finished.returncode == OK
         seen[program] = set(re.findall(loaded, finished.stderr.decode("utf-8", "replace")))
     names = set(libraries(good))
-    assert names <= seen[good.platform.program_name]  # or nothing would be seen in the other either
+    assert names <= seen[good.platform.program_name]  # shows that loading is detected at all
     assert seen[good.platform.status_name] and not names & seen[good.platform.status_name]
 
 
@@ -166,8 +166,8 @@ def test_library_without_the_user_agent(good):
 
 def test_library_of_another_run_time(good):
     if good.platform.name == "linux":
-        pytest.skip("on Linux there is one C run-time")
-    # Names in the import table, replaced by names that are not longer.
+        pytest.skip("Linux has only one C run-time")
+    # Overwrite names in the import table with names that are not longer.
     own, other = {
         "MinGW-w64": (rb"msvcrt\.dll", b"MSVCR7.dll"),
         "Visual C++": (rb"(?:VCRUNTIME140(?:_1)?|MSVCP140|ucrtbase|api-ms-win-crt-[a-z0-9-]+)\.dll", b"msvcrt.dll"),
@@ -183,7 +183,7 @@ def test_library_of_another_run_time(good):
     ]
 
 
-def test_tool_without_the_uploader_beside_it(good):
+def test_tool_without_the_uploader_next_to_it(good):
     for name in (good.platform.program_name, *libraries(good)):
         (good.program_folder / name).unlink()
     assert findings(good, UNKNOWN) == [
@@ -192,7 +192,7 @@ def test_tool_without_the_uploader_beside_it(good):
     ]
 
 
-# Another copy.
+# Another instance.
 
 
 def test_reports_a_run_without_disturbing_it(good, service):
@@ -211,8 +211,8 @@ def test_reports_a_run_without_disturbing_it(good, service):
     assert findings(good, OK) == []
 
 
-def test_a_run_starts_while_checks_are_made(good, service):
-    """A check that held the instance name, however briefly, would end some of these."""
+def test_run_starts_during_checks(good, service):
+    """If a check held the instance name even briefly, some of these runs would exit."""
     codes = good.folder / "codes"
     checking = subprocess.Popen(
         ["sh", "-c", 'while [ -e "$0" ]; do "$@" >/dev/null; echo $? >>"$CODES"; done',
@@ -230,7 +230,7 @@ def test_a_run_starts_while_checks_are_made(good, service):
     finally:
         checking.kill()
         checking.wait()
-    # A copy that was running is worth a warning.
+    # A check that finds a running instance warns.
     assert set(codes.read_text("ascii").split()) <= {str(OK), str(WARNING)}
 
 
@@ -257,7 +257,7 @@ def test_missing_result_folder(good):
     ]
 
 
-def test_disk_without_room_for_results(good, tmp_path):
+def test_disk_too_full_for_results(good, tmp_path):
     results = good.log_dir / "UploadResult"
     results.rmdir()
     with mounted("mount -t tmpfs -o size=512k none $1", tmp_path) as root:
@@ -329,12 +329,12 @@ def test_never_opens_a_credential_file(good, service):
         assert watch.was_opened()
 
 
-# As an ordinary user: rights do not bind the superuser.
+# As an ordinary user: permissions do not restrict root.
 
 
 @pytest.fixture
 def ordinary_check(ordinary):
-    """Runs a check as an ordinary user, of a tree with one waiting file."""
+    """Runs a check as an ordinary user on a tree with one waiting file."""
     ordinary.write("logs/Upload/alice/a.log", b"a")
     ordinary.write("logs/LogWork/alice/UserData.dat", b"sealed")
 
@@ -394,7 +394,7 @@ def test_settings_that_cannot_be_read(ordinary, ordinary_check):
 
 def test_result_file_of_the_day_that_cannot_be_written(ordinary, ordinary_check):
     today = datetime.date.today()
-    for day in (today, today + datetime.timedelta(days=1)):  # around midnight
+    for day in (today, today + datetime.timedelta(days=1)):  # in case the test crosses midnight
         ordinary.write(f"logs/UploadResult/UploadResult{day:%Y%m%d}.log").chmod(0o444)
     code, [(_, path, problem)] = ordinary_check()
     assert code == WARNING and path.startswith("logs/UploadResult/UploadResult")
@@ -453,7 +453,7 @@ def test_log_folder_that_will_be_made(good):
 # The clock.
 
 
-def test_result_file_of_a_day_to_come(good):
+def test_result_file_from_the_future(good):
     for days in (0, 1):
         day = datetime.date.today() + datetime.timedelta(days=days)
         (good.log_dir / f"UploadResult/UploadResult{day:%Y%m%d}.log").write_bytes(b"")
@@ -482,16 +482,16 @@ def test_program_from_the_future(good):
 
 
 @pytest.mark.parametrize("more", [["--days", "1"], ["--html", "x.html"], ["--max-age", "1"]])
-def test_takes_no_options_of_the_report(machine, more):
+def test_rejects_options_of_the_report(machine, more):
     finished = check(machine, *more)
     assert finished.code == USAGE and more[0] in finished.errors
 
 
 def test_many_waiting_files(machine):
     if machine.platform.name == "windows":
-        pytest.skip("Wine's own folder search would be measured")
+        pytest.skip("this would measure Wine's folder search")
     if machine.platform.is_built_with("asan", "tsan"):
-        pytest.skip("this build needs memory of its own")
+        pytest.skip("this build needs additional memory")
     machine.account("alice")
     for number in range(MANY):
         os.close(os.open(machine.upload("alice", f"{number}.log"), os.O_WRONLY | os.O_CREAT))

@@ -1,4 +1,4 @@
-"""The metrics of KydUploadStatus: their values, their text, and that the file is always complete."""
+"""The metrics of KydUploadStatus: values, text, and a file that is complete at any time."""
 
 import datetime
 import os
@@ -49,7 +49,7 @@ def drafts_of(path):
     return list(path.parent.glob(f"{path.name}.*"))
 
 
-# Their values.
+# Values.
 
 
 def test_metrics_show_what_a_run_has_done(machine, service):
@@ -64,7 +64,7 @@ def test_metrics_show_what_a_run_has_done(machine, service):
     machine.run()
     metrics = metrics_of(machine, "--per-account")
     if datetime.date.today() != today:
-        pytest.skip("midnight has passed: the run was yesterday's")
+        pytest.skip("the test crossed midnight")
     after = int(time.time())
     assert before <= metrics.value("survey_timestamp_seconds") <= after
     assert before <= metrics.value("last_run_timestamp_seconds") <= after
@@ -96,7 +96,7 @@ def test_accounts_have_samples_only_when_asked_for(machine):
     assert not any("account" in dict(labels) for _, labels in metrics.samples)
 
 
-def test_flushed_files_are_not_sent_ones(machine, service):
+def test_flushed_files_do_not_count_as_sent(machine, service):
     machine.account("alice")
     machine.log("alice", "a.log")
     service.decide = lambda request: Answer(503)
@@ -115,12 +115,12 @@ def test_metrics_of_an_empty_tree(machine):
         assert metrics.value(name) is None
 
 
-def test_metrics_of_a_tree_that_cannot_be_read_say_so(machine):
+def test_metrics_report_an_unreadable_tree(machine):
     metrics = metrics_of(machine, code=UNKNOWN, log_dir=machine.folder / "nowhere")
     assert metrics.value("unreadable_paths") == 1
 
 
-def test_last_run_is_that_of_the_latest_day_with_one(machine):
+def test_last_run_is_the_latest_one_in_the_result_files(machine):
     day = day_before(2)
     write_result(machine, day_before(4), result(day_before(4), 9, 9))
     write_result(machine, day, result(day, 5, 0), result(day, 7, 3))
@@ -131,7 +131,7 @@ def test_last_run_is_that_of_the_latest_day_with_one(machine):
     assert metrics.value("last_run_failed_files") == 3
     assert metrics.value("last_run_success") == 0
     assert metrics.value("today_sent_files") == 0
-    # Out of sight.
+    # Older than the days of the report.
     assert metrics_of(machine, "--days", "2").value("last_run_timestamp_seconds") == 0
 
 
@@ -152,7 +152,7 @@ def test_metrics_of_half_written_result_files(machine):
         assert metrics.value("last_run_success") == (0 if read else 1)
 
 
-# Their text.
+# Text.
 
 
 def test_names_of_all_kinds_in_labels(machine):
@@ -192,7 +192,7 @@ def test_log_directories_of_all_kinds_in_labels(machine):
 def test_promtool_accepts_the_metrics(machine):
     promtool = shutil.which("promtool")
     if promtool is None:
-        pytest.skip("no promtool is installed: ./dev setup --monitoring")
+        pytest.skip("promtool is not installed: ./dev setup --monitoring")
     machine.account('a"b' if machine.platform.name == "linux" else "a'b")
     machine.log(next(iter(machine.accounts)), "a.log")
     today = datetime.date.today()
@@ -218,7 +218,7 @@ def test_metrics_replace_older_ones_in_one_step(machine):
 
 
 def test_readers_never_see_half_a_file(machine):
-    """Several runs at once, as of a task and an administrator, and a reader all the time."""
+    """Several runs at the same time, as by a task and an administrator, and a continuous reader."""
     for number in range(30):
         machine.account(f"account {number}", seal=False)
     path = metrics_path(machine)
@@ -249,13 +249,13 @@ def test_readers_never_see_half_a_file(machine):
                 for _ in range(4)
             ]
             codes = [run.wait(SECONDS) for run in runs]
-            # On Windows one of two moves to the same place at the same time may be refused.
+            # On Windows, one of two simultaneous moves to the same path may be refused.
             assert OK in codes
     finally:
         at_work.set()
         reader.join(SECONDS)
     assert not [one for one in seen if isinstance(one, BaseException)]
-    # A file system may give a new file the number of one that was replaced.
+    # A file system may reuse the inode number of a replaced file.
     assert sum(one != following for one, following in zip(seen, seen[1:])) > 2
     assert not drafts_of(path)
 
@@ -281,7 +281,7 @@ def test_metrics_do_not_take_the_place_of_a_folder(machine):
 
 def test_metrics_do_not_take_the_place_of_a_pipe(machine):
     if machine.platform.name == "windows":
-        pytest.skip("Windows has no pipes among its files")
+        pytest.skip("Windows has no named pipes in the file system")
     path = metrics_path(machine)
     os.mkfifo(path)
     finished = status(machine, "--openmetrics", path)
@@ -292,8 +292,8 @@ def test_metrics_do_not_take_the_place_of_a_pipe(machine):
 
 def test_full_disk_keeps_the_old_metrics(machine):
     if machine.platform.name == "windows":
-        pytest.skip("a limit for the size of files does not bind a program under Wine alone")
-    import resource  # Windows has none
+        pytest.skip("the file size limit would apply to Wine itself")
+    import resource  # not available on Windows
 
     metrics_of(machine)
     path = metrics_path(machine)
@@ -301,7 +301,7 @@ def test_full_disk_keeps_the_old_metrics(machine):
     finished = subprocess.run(
         command(machine, machine.native(), "--openmetrics", path), env=machine.environment,
         stdin=subprocess.DEVNULL, capture_output=True, timeout=SECONDS, check=False,
-        # Beyond the limit a write fails, as the signal is ignored; the draft has begun by then.
+        # The signal stays ignored, so writes beyond the limit fail, with the temporary file already created.
         restore_signals=False,
         preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (1000, 1000)),
     )
@@ -332,11 +332,11 @@ def test_wrong_usage_of_metrics(machine, arguments):
 # Large trees.
 
 
-def test_metrics_of_many_files_take_little(machine, many_files):
+def test_metrics_of_many_files_take_little_time_and_memory(machine, many_files):
     if machine.platform.name == "windows":
-        pytest.skip("Wine's own folder search would be measured")
+        pytest.skip("this would measure Wine's folder search")
     if machine.platform.is_built_with("asan", "tsan"):
-        pytest.skip("this build needs memory of its own")
+        pytest.skip("this build needs additional memory")
     path = metrics_path(machine)
     run_at_little_cost(machine, many_files, "--openmetrics", path, "--per-account")
     metrics = metrics_text.read(path.read_bytes())
@@ -346,7 +346,7 @@ def test_metrics_of_many_files_take_little(machine, many_files):
 
 def test_metrics_of_many_accounts(machine):
     if machine.platform.name == "windows":
-        pytest.skip("making their folders takes too long under Wine")
+        pytest.skip("creating the folders takes too long under Wine")
     folder = machine.folder / "many"
     for number in range(2000):
         (folder / "Upload" / f"account {number}").mkdir(parents=True)
