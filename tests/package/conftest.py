@@ -1,4 +1,4 @@
-"""The packages in dist/, as those who get them see them."""
+"""The packages in dist/, as their users see them."""
 
 import platform
 import re
@@ -17,7 +17,7 @@ import wine  # noqa: E402  of tests/
 from .windows_machine import WindowsMachine  # noqa: E402
 
 RELEASE = platform.freedesktop_os_release()["VERSION_ID"]
-# What the release of Debian decides: names of packages, and where debhelper puts units.
+# Differences between Debian releases: package names, and where debhelper installs units.
 BOOST, GCC, SSL, UNITS = {
     "12": ("libboost1.74-dev", "12", "libssl3", "lib/systemd/system"),
     "13": ("libboost1.83-dev", "14", "libssl3t64", "usr/lib/systemd/system"),
@@ -26,7 +26,7 @@ WINDOWS_BUILD = ROOT / "build/release-windows"
 
 
 def tool(*command, **options):
-    """Runs a tool that has to succeed; what it prints."""
+    """Runs a tool, which must succeed; returns its output."""
     options = {"check": True, "capture_output": True, "text": True, "timeout": 120, **options}
     return subprocess.run([str(word) for word in command], **options).stdout
 
@@ -39,13 +39,13 @@ def pytest_addoption(parser):
 def dist(request):
     folder = request.config.getoption("--dist").resolve()
     if not (folder / "SHA256SUMS").exists():
-        pytest.exit(f"no packages are in {folder}: run './dev package'", 2)
+        pytest.exit(f"no packages in {folder}: run './dev package'", 2)
     return folder
 
 
 @pytest.fixture(scope="session")
 def version():
-    """As the build knows it, which is the one place where it is written."""
+    """The version from its only definition, the build file."""
     text = (ROOT / "CMakeLists.txt").read_text("utf-8")
     return re.search(r"project\(KydLogUploader VERSION (\d+\.\d+\.\d+)", text)[1]
 
@@ -85,7 +85,7 @@ def archives(dist, version, tmp_path_factory):
 
 
 def debian_version(version):
-    """The Debian package's: made for this machine's release."""
+    """The version of the Debian package for this machine's release."""
     return f"{version}-1+deb{RELEASE}"
 
 
@@ -96,7 +96,7 @@ def debian_package(dist, version):
 
 @pytest.fixture(scope="session")
 def debian_files(debian_package, tmp_path_factory):
-    """What the Debian package holds, in a folder."""
+    """A folder with the content of the Debian package."""
     folder = tmp_path_factory.mktemp("debian-package")
     tool("dpkg-deb", "--extract", debian_package, folder)
     return folder

@@ -1,4 +1,4 @@
-"""Debian machines on which packages are installed: bare roots with a systemd of their own."""
+"""Debian machines for installing packages: minimal roots with their own systemd."""
 
 import os
 import shutil
@@ -7,21 +7,21 @@ import time
 from pathlib import Path
 
 RELEASES = ("bookworm", "trixie")
-# What the package depends on, so that dpkg can install it without a network, and systemd. The library's
-# name changed with the size of time_t.
+# systemd and the package's dependencies, so that dpkg can install it without a network. The library's name
+# changed with the size of time_t.
 PACKAGES = {
     "bookworm": "systemd,libssl3,libstdc++6,ca-certificates",
     "trixie": "systemd,libssl3t64,libstdc++6,ca-certificates",
 }
 MIRROR = "http://deb.debian.org/debian"
 BOOT = Path(__file__).with_name("debian_boot")
-# Units that want a console or change what the machine shares with its host.
+# Units that need a console or change what the machine shares with its host.
 MASKED = ("console-getty.service", "getty@.service", "apt-daily.timer", "apt-daily-upgrade.timer",
           "systemd-sysctl.service", "systemd-timesyncd.service", "systemd-hwdb-update.service")
 
 
 def bare_root(release):
-    """A root made by debootstrap, kept for the next time."""
+    """Returns a root made by debootstrap, which is cached."""
     cache = os.environ.get("KYD_CACHE") or Path(
         os.environ.get("XDG_CACHE_HOME") or Path.home() / ".cache", "kydloguploader"
     )
@@ -43,7 +43,7 @@ def bare_root(release):
 
 
 class DebianMachine:
-    """A context manager; the machine runs inside of it."""
+    """A context manager; the machine runs within the block."""
 
     def __init__(self, root, changes):
         self.changes = changes
@@ -63,7 +63,7 @@ class DebianMachine:
         return self
 
     def __exit__(self, *_):
-        # Killed, because process 1 of a namespace ignores everything else.
+        # SIGKILL, because process 1 of a namespace ignores all other signals.
         self._process.kill()
         self._process.wait()
         group = Path((self.changes / "cgroup").read_text("ascii").strip())
@@ -77,7 +77,7 @@ class DebianMachine:
 
     @property
     def _init(self):
-        """The host's number of the machine's process 1."""
+        """Returns the host's pid of the machine's process 1."""
         children = Path(f"/proc/{self._process.pid}/task/{self._process.pid}/children")
         return children.read_text("ascii").strip()
 
@@ -88,7 +88,7 @@ class DebianMachine:
             return False
 
     def path(self, name):
-        """Where the host sees a file of the machine."""
+        """Returns the host's path of a file on the machine."""
         return Path(f"/proc/{self._init}/root") / name.lstrip("/")
 
     def run(self, *command):
@@ -101,7 +101,7 @@ class DebianMachine:
         )
 
     def do(self, *command):
-        """Runs a command that has to succeed; what it prints."""
+        """Runs a command, which must succeed; returns its output."""
         done = self.run(*command)
         if done.returncode != 0:
             journal = self.run("journalctl", "--no-pager", "--output=cat", "--lines=20").stdout
@@ -111,13 +111,13 @@ class DebianMachine:
     def install(self, package):
         shutil.copyfile(package, self.path("/root/new.deb"))
         try:
-            # An administrator's edited settings are kept without a question.
+            # Keep settings that an administrator has edited, without asking.
             return self.do("dpkg", "--force-confold", "--install", "/root/new.deb")
         finally:
             self.path("/root/new.deb").unlink()
 
     def unit(self, name):
-        """The properties of a unit."""
+        """Returns the properties of a unit."""
         return dict(line.split("=", 1) for line in self.do("systemctl", "show", name).splitlines())
 
     def journal(self, unit):
@@ -125,7 +125,7 @@ class DebianMachine:
         return self.do("journalctl", "--no-pager", "--output=cat", f"--unit={unit}")
 
     def files(self):
-        """All files but those in which the system itself records what happens."""
+        """Returns all files except those in which the system itself records events."""
         system = ("proc/", "sys/", "dev/", "run/", "tmp/", "var/lib/dpkg/", "var/log/journal/", "var/log/dpkg.log",
                   "var/lib/systemd/", "var/cache/", "var/tmp/", "root/")
         listed = self.do("find", "/", "-xdev", "!", "-type", "d", "-printf", "%P\\n").splitlines()

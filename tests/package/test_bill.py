@@ -1,4 +1,4 @@
-"""Bills of materials: the members that CycloneDX 1.5 asks for, and what they say."""
+"""Bills of materials: the members that CycloneDX 1.5 requires, and their values."""
 
 import json
 import re
@@ -24,7 +24,7 @@ PRODUCTS = {
         "libutfcpp-dev", "rapidjson-dev",
     },
 }
-# The ids of the SPDX list that occur here.
+# The SPDX ids that occur here.
 LICENCES = {
     "Apache-2.0", "BSD-3-Clause", "BSL-1.0", "GCC-exception-3.1", "GPL-3.0-or-later",
     "LGPL-2.1-or-later", "MIT", "ZPL-2.1",
@@ -38,7 +38,7 @@ def bill(request, dist, version):
     return product, content, PRODUCTS[request.param]
 
 
-def test_bill_says_what_it_is(bill, version):
+def test_bill_identifies_itself(bill, version):
     product, content, _ = bill
     assert (content["bomFormat"], content["specVersion"], content["version"]) == ("CycloneDX", "1.5", 1)
     assert content["serialNumber"] == uuid.UUID(content["serialNumber"].removeprefix("urn:uuid:")).urn
@@ -79,17 +79,17 @@ def test_rest_library_is_named_with_its_patches(bill):
         assert patches == set(tool("git", "ls-files", "cmake/cpprestsdk/*.patch", cwd=ROOT).split())
 
 
-def test_licences_are_of_the_spdx_list(bill):
+def test_licences_are_spdx_ids(bill):
     _, content, _ = bill
     for component in [content["metadata"]["component"], *content["components"]]:
         (entry,) = component["licenses"]
         text = entry["expression"] if "expression" in entry else entry["license"]["id"]
         assert set(re.split(r" (?:AND|OR|WITH) ", text)) <= LICENCES
-        # An expression where an id would do is not what the format wants.
+        # The format requires an id where an expression is not needed.
         assert ("expression" in entry) == (" " in text)
 
 
-def test_references_are_unique_and_lead_somewhere(bill):
+def test_references_are_unique_and_resolve(bill):
     _, content, _ = bill
     components = [content["metadata"]["component"], *content["components"]]
     references = [component["bom-ref"] for component in components]

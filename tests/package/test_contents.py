@@ -1,4 +1,4 @@
-"""What is in the packages, and what never is."""
+"""What the packages contain, and what they must not contain."""
 
 import os
 import re
@@ -29,7 +29,7 @@ def licences(names):
     return found - COMMON_LICENCES
 
 
-def test_there_is_each_package_and_nothing_else(dist, version):
+def test_all_packages_exist_and_nothing_else(dist, version):
     windows = f"KydLogUploader-{version}-windows-x64"
     debian = f"kydloguploader_{debian_version(version)}_amd64"
     companion = f"KydLogUploader-{version}-companion-development-windows-x64-mingw"
@@ -83,7 +83,7 @@ def test_companion_has_the_stand_ins_and_their_licences(archives):
     assert licences(names) >= {"rapidjson-dev", "libutfcpp-dev", "g++-mingw-w64-x86-64-posix"}
 
 
-def test_no_stand_in_is_where_the_closed_libraries_belong(archives, debian_files, dist, version):
+def test_no_package_contains_a_stand_in_for_the_closed_libraries(archives, debian_files, dist, version):
     symbols = files_below(archives.symbols)
     debian_symbols = tool(
         "dpkg-deb", "--contents", dist / f"kydloguploader-dbgsym_{debian_version(version)}_amd64.deb"
@@ -96,7 +96,7 @@ def test_debian_package_has_programs_documents_and_examples(debian_files):
     documentation = "usr/share/doc/kydloguploader/"
     names = {name.removesuffix(".gz") for name in files_below(debian_files)}
     own = {name for name in names if not name.startswith(f"{documentation}licenses/")}
-    # Debian has a name of its own for the list of changes.
+    # Debian has its own name for the change log.
     assert own == {f"{documentation}{name}" for name in documents() - {"CHANGELOG.md"}} | {
         f"{documentation}changelog",
         "usr/lib/kydloguploader/KydLogUploader", "usr/sbin/KydLogUploader",
@@ -111,7 +111,7 @@ def test_debian_package_has_programs_documents_and_examples(debian_files):
         f"{documentation}examples/kydloguploader.rules.yml",
         f"{documentation}examples/kydloguploader.dashboard.json",
     }
-    # The common ones are on every such machine.
+    # The common licences are on every Debian machine.
     prefix = f"{documentation}licenses/"
     assert {name.removeprefix(prefix).removesuffix(".txt") for name in names - own} == {
         "cpprest", BOOST, "rapidjson-dev", "libfmt-dev", "libcli11-dev", "libutfcpp-dev",
@@ -128,11 +128,11 @@ def test_archives_show_one_time_and_are_sorted(archives):
         assert {entry.date_time for entry in entries} == {tuple(map(int, moment))}
         names = [entry.filename for entry in entries]
         assert names == sorted(names)
-        # Unpacking gives one folder.
+        # The archive has a single top-level folder.
         assert {name.split("/")[0] for name in names} == {archives.path(kind).stem}
 
 
-def test_texts_can_be_read_with_what_windows_has(archives):
+def test_texts_have_windows_line_ends(archives):
     for name in files_below(archives.product):
         if name.endswith((".md", ".txt", ".reg")):
             content = (archives.product / name).read_bytes()
@@ -152,19 +152,19 @@ def test_windows_programs_and_symbols_belong_together(archives, name, tmp_path):
     for number, file in enumerate((program, symbols)):
         section = tmp_path / f"{number}"
         tool(f"{MINGW}objcopy", "--dump-section", f".buildid={section}", file, tmp_path / "copy")
-        # What is before the mark tells where in the file this lies.
+        # The file offset precedes the mark.
         build_ids.append(section.read_bytes().partition(b"RSDS")[2])
     assert build_ids[0] == build_ids[1] and any(build_ids[0][:16])
 
     sections = tool(f"{MINGW}objdump", "--section-headers", program)
     assert ".debug_info" not in sections
     assert ".debug_info" in tool(f"{MINGW}objdump", "--section-headers", symbols)
-    # The program names the file, with its checksum.
+    # The program contains the name and the checksum of the file.
     tool(f"{MINGW}objcopy", "--dump-section", f".gnu_debuglink={tmp_path / 'link'}", program, tmp_path / "copy")
     assert (tmp_path / "link").read_bytes().split(b"\0")[0].decode() == symbols.name
 
 
-def test_addresses_lead_to_lines_of_the_sources(archives):
+def test_addresses_resolve_to_source_lines(archives):
     symbols = archives.symbols / "KydLogUploader.exe.debug"
     listed = tool(f"{MINGW}nm", symbols)
     address = re.search(r"^([0-9a-f]+) T \S*RunUploader\S*$", listed, re.M)[1]
@@ -185,7 +185,7 @@ def test_linux_programs_and_symbols_belong_together(debian_files, dist, version,
 
 
 def test_no_folder_of_the_build_is_in_a_program():
-    """What the packages are cut from: programs with all their debug information."""
+    """Checks the programs before the packages are created, with all debug information."""
     folders = [os.fspath(ROOT), os.fspath(Path.home()), ".cache/"]
     programs = [
         path for platform in ("linux", "windows")
@@ -202,4 +202,4 @@ def test_tree_without_its_changes_is_what_is_packed():
     done = subprocess.run(
         ["git", "check-ignore", "--quiet", "dist/SHA256SUMS"], cwd=ROOT, check=False
     )
-    assert done.returncode == 0  # or the packages themselves would be such a change
+    assert done.returncode == 0  # otherwise the packages themselves would count as changes

@@ -1,4 +1,4 @@
-"""The Debian package: judged by lintian, installed into a system of its own, started, removed."""
+"""The Debian package: checked by lintian, installed into a separate root, run, removed."""
 
 import os
 import re
@@ -14,7 +14,7 @@ PROGRAM = "usr/sbin/KydLogUploader"
 
 
 def as_root():
-    """What to put in front of a command that needs root; None when there is no way."""
+    """Returns the prefix for commands that need root; None if root is not available."""
     if os.geteuid() == 0:
         return []
     sudo = ["sudo", "--non-interactive"]
@@ -24,7 +24,7 @@ def as_root():
 
 
 class System:
-    """A folder in which dpkg works, with this machine's list of installed packages."""
+    """A root folder for dpkg, with this machine's list of installed packages."""
 
     def __init__(self, folder):
         self.folder = folder
@@ -36,7 +36,7 @@ class System:
     def dpkg(self, *arguments):
         return tool(
             *as_root(), "dpkg", f"--root={self.folder}", "--log=/dev/null",
-            # A machine of the test may be set up to leave out documents.
+            # The test machine may be configured to exclude documents.
             "--path-include=*", "--force-script-chrootless", *arguments,
         )
 
@@ -53,7 +53,7 @@ class System:
 @pytest.fixture
 def system(tmp_path):
     if as_root() is None:
-        pytest.skip("dpkg needs root, and there is neither root nor sudo")
+        pytest.skip("dpkg needs root, and sudo is not available")
     return System(tmp_path / "system")
 
 
@@ -82,7 +82,7 @@ def test_lintian_finds_nothing(dist, version, debian_package):
     assert (done.returncode, found) == (0, [])
 
 
-def test_package_says_what_it_is(debian_package, version):
+def test_package_describes_itself(debian_package, version):
     fields = dict(
         line.split(": ", 1)
         for line in tool("dpkg-deb", "--field", debian_package, "Package", "Version", "Architecture",
@@ -98,7 +98,7 @@ def test_package_says_what_it_is(debian_package, version):
     }
 
 
-def test_installs_what_the_package_has(installed, debian_files):
+def test_installs_the_content_of_the_package(installed, debian_files):
     assert files_below(debian_files) <= installed.files()
     status = installed.dpkg("--status", "kydloguploader")
     assert "Status: install ok installed" in status
@@ -116,7 +116,7 @@ def test_installed_programs_run(installed, version, tmp_path):
     assert (done.returncode, done.stdout, done.stderr) == (0, "", "")
     log = (installed.folder / "sysroot/var/log/DebugSSO/KydLogUploader.log").read_text("utf-8-sig")
     assert f"*** EXECUTE LOGUPLOAD *** Tenant [tenant.example.com] LogDir [{tmp_path}]" in log
-    # The library was found beside the program, not beside the link to it.
+    # The library is searched next to the program, not next to the link to it.
     assert "DLL Load Error" not in log
 
     status = installed.run("usr/bin/KydUploadStatus", "--version")
@@ -129,7 +129,7 @@ def test_program_does_not_start_without_the_closed_libraries(installed, tmp_path
     assert "libpelham.so" in done.stderr
 
 
-def test_units_start_what_is_installed(debian_files):
+def test_units_start_the_installed_programs(debian_files):
     unit = (debian_files / UNITS / "kydloguploader.service").read_text("utf-8")
     lines = [line for line in unit.splitlines() if line.startswith("Exec")]
     programs = [line.partition("=/")[2].split(" ")[0] for line in lines]
@@ -138,13 +138,13 @@ def test_units_start_what_is_installed(debian_files):
 
 
 @pytest.mark.parametrize("page", ["man8/KydLogUploader.8", "man1/KydUploadStatus.1"])
-def test_manual_pages_name_what_there_is(debian_files, page):
+def test_manual_pages_name_existing_files(debian_files, page):
     path = debian_files / f"usr/share/man/{page}.gz"
     source = subprocess.run(["zcat", path], check=True, capture_output=True, text=True).stdout
     for line in source.splitlines():
         if "/usr/" in line:
             name = line.split("/usr/", 1)[1].split(" ")[0]
-            # The two closed libraries are put there later.
+            # The administrator adds the two closed libraries later.
             assert (debian_files / "usr" / name).exists() or name.endswith((".so")), line
 
 

@@ -1,5 +1,5 @@
-"""The Debian package on bare machines of Debian 12 and 13, each with its own systemd: installed, set up, run by its
-units, upgraded, removed and purged."""
+"""The Debian package on minimal machines of Debian 12 and 13, each with its own systemd: installed,
+configured, run by its units, upgraded, removed and purged."""
 
 import json
 import os
@@ -19,8 +19,8 @@ PROGRAM_FOLDER = "/usr/lib/kydloguploader"
 SETTINGS = "/etc/default/kydloguploader"
 SERVICE, TIMER = "kydloguploader.service", "kydloguploader.timer"
 LOG = "/var/log/DebugSSO/KydLogUploader.log"
-# Exposure as systemd-analyze counts it, from 0 to 10 times ten. Root, the network, other users' files and a log
-# directory that can be anywhere cost the rest.
+# Ten times the exposure level (0 to 10) of systemd-analyze. The rest is due to root, the network, other
+# users' files and a log directory that can be anywhere.
 HIGHEST_EXPOSURE = {SERVICE: 25, "with a user": 17}
 
 pytestmark = [
@@ -29,7 +29,7 @@ pytestmark = [
 ]
 
 
-# A package of Debian 13 needs libraries that Debian 12 does not have.
+# A package built on Debian 13 needs libraries that Debian 12 does not have.
 @pytest.fixture(scope="session", params=RELEASES if RELEASE == "12" else RELEASES[1:])
 def root(request):
     return bare_root(request.param)
@@ -65,11 +65,11 @@ def add_closed_libraries(machine):
 
 
 def add_log(machine, log_dir, tmp_path):
-    """A file of an account that waits, and the account's credentials."""
+    """Adds a waiting file of an account, and the account's credentials."""
     for name in ("Upload/alice", "Archive/alice", "LogWork/alice", "UploadResult"):
         machine.path(f"{log_dir}/{name}").mkdir(parents=True)
     machine.path(f"{log_dir}/Upload/alice/a.log").write_text("something happened\r\n", "ascii")
-    # Not root's own file: the service has to be able to move those of others.
+    # The file is not root's: the service must be able to move other users' files.
     os.chown(machine.path(f"{log_dir}/Upload/alice/a.log"), 4711, 4711)
     os.chown(machine.path(f"{log_dir}/Upload/alice"), 4711, 4711)
     os.chmod(machine.path(f"{log_dir}/Upload/alice"), 0o700)
@@ -100,7 +100,7 @@ def test_nothing_starts_before_it_is_enabled(installed):
     assert installed.run("systemctl", "is-enabled", TIMER).stdout == "disabled\n"
 
 
-def test_one_command_starts_it_every_hour(installed):
+def test_one_command_enables_hourly_runs(installed):
     installed.path("/srv/kydlog").mkdir()
     set_up(installed, "tenant.example.com", "/srv/kydlog")
     installed.do("systemctl", "enable", "--now", TIMER)
@@ -125,7 +125,7 @@ def test_run_of_the_service_uploads(installed, service, tmp_path):
 
 
 def test_run_of_a_system_user_uploads(installed, service, tmp_path):
-    """The steps that deploy/README.md gives."""
+    """The steps in deploy/README.md."""
     add_closed_libraries(installed)
     add_log(installed, "/srv/kydlog", tmp_path)
     switch_log_on(installed)
@@ -140,7 +140,7 @@ def test_run_of_a_system_user_uploads(installed, service, tmp_path):
     installed.do("chown", "-R", "kydloguploader:", "/srv/kydlog", f"{PROGRAM_FOLDER}/Corvid.key")
     installed.do("install", "-d", "-o", "kydloguploader", "-m", "750", "/var/log/DebugSSO")
 
-    # As docs/operator-guide.md has the check run.
+    # The command in docs/operator-guide.md.
     for as_user in ([], ["runuser", "-u", "kydloguploader", "--"]):
         assert installed.do(*as_user, "KydUploadStatus", "/srv/kydlog", "--check").startswith("OK: nothing found")
 
@@ -176,7 +176,7 @@ def test_wrong_settings_are_reported_in_the_journal(installed_once, settings, me
     installed_once.path(SETTINGS).write_text(settings, "utf-8")
     installed_once.do("journalctl", "--rotate")
     installed_once.do("journalctl", "--vacuum-time=1s", f"--unit={SERVICE}")
-    installed_once.do("systemctl", "reset-failed")  # or systemd would refuse so many starts
+    installed_once.do("systemctl", "reset-failed")  # avoids systemd's limit on starts
     assert installed_once.run("systemctl", "start", SERVICE).returncode != 0
     assert message in installed_once.journal(SERVICE).splitlines()
     state = installed_once.unit(SERVICE)
@@ -196,7 +196,7 @@ def test_missing_library_is_reported_in_the_journal(installed_once):
     set_up(installed_once, "tenant.example.com", "/srv")
     installed_once.do("systemctl", "reset-failed")
     assert installed_once.run("systemctl", "start", SERVICE).returncode != 0
-    # As docs/operator-guide.md looks for it.
+    # The command in docs/operator-guide.md.
     assert SERVICE in installed_once.do("systemctl", "--failed")
     assert "libpelham.so: cannot open shared object file" in installed_once.do("journalctl", "-u", "kydloguploader")
     assert installed_once.unit(SERVICE)["ExecMainStatus"] == "127"
@@ -204,7 +204,7 @@ def test_missing_library_is_reported_in_the_journal(installed_once):
 
 @pytest.fixture(scope="module")
 def installed_once(root, debian_package, tmp_path_factory):
-    """For tests that change nothing but the settings."""
+    """For tests that change only the settings."""
     with DebianMachine(root, tmp_path_factory.mktemp("machine")) as started:
         started.install(debian_package)
         yield started
@@ -248,7 +248,7 @@ def test_purge_leaves_libraries_logs_and_settings(installed, tmp_path):
 
 
 def repacked(package, folder, version, change):
-    """The package under another version, after `change` has been at its files."""
+    """Repacks the package with another version, after `change` has modified its files."""
     tool("dpkg-deb", "--raw-extract", package, folder)
     control = folder / "DEBIAN/control"
     text = control.read_text("utf-8")
@@ -261,7 +261,7 @@ def repacked(package, folder, version, change):
 
 
 def without_units(folder):
-    """As the package was when its units were examples that the administrator copied and edited."""
+    """The earlier package, whose units were examples for the administrator to copy and edit."""
     for name in ("postinst", "postrm", "prerm", "conffiles", "md5sums"):
         (folder / "DEBIAN" / name).unlink()
     examples = folder / "usr/share/doc/kydloguploader/examples"
@@ -299,11 +299,11 @@ def test_upgrade_keeps_units_that_were_copied(machine, debian_package, tmp_path)
     assert all(machine.path(f"{PROGRAM_FOLDER}/{name}").exists() for name in LIBRARIES)
 
 
-def test_update_keeps_settings_and_timer_and_interrupts_nothing(installed, debian_package, tmp_path):
+def test_update_keeps_settings_and_timer_and_does_not_interrupt_a_run(installed, debian_package, tmp_path):
     def running_for_long(folder):
         check = folder / "usr/lib/kydloguploader/check-settings"
         check.write_text("#!/bin/sh\nexec sleep 300\n", "ascii")
-        # Another text for administrators, as a later version may have it.
+        # A text for administrators that a later version may have changed.
         with (folder / "etc/default/kydloguploader").open("a", encoding="ascii") as settings:
             settings.write("# more\n")
 

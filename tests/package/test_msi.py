@@ -1,4 +1,4 @@
-"""The Windows Installer package: its tables, and what it does on a Windows machine under Wine."""
+"""The Windows Installer package: its tables, and its effect on a Windows machine under Wine."""
 
 import re
 import shutil
@@ -13,12 +13,12 @@ from .conftest import ROOT, files_below, tool
 from .windows_machine import INSTALLED, SETTINGS_KEY, changed, that_replaces_under_wine
 
 MUTEX = r"Global\VeltraneKydLogUploaderMutexString"
-# The entry of the setup program that there was before the package.
+# The entry of the setup program that preceded the package.
 SETUP_ENTRY = r"HKLM\Software\Microsoft\Windows\CurrentVersion\Uninstall\KydLogUploader"
 DONE, FAILED = 0, 1603
-# What packages that are installed somewhere have, so it can never be another one.
+# Installed packages have this code, so it must never change.
 UPGRADE_CODE = "{B5C34B57-4C3E-4D6E-9F0C-0E9C3D5A7F21}"
-# Bits of the tables' columns.
+# Bits in the tables' columns.
 COMPONENT_64_BIT = 256
 DLL, IGNORED, ON_ROLLBACK, DEFERRED, AS_SYSTEM = 1, 64, 256, 1024, 2048
 TASK_SPACE = {"t": "http://schemas.microsoft.com/windows/2004/02/mit/task"}
@@ -30,7 +30,7 @@ def package(dist, version):
 
 
 class Tables:
-    """The tables of a package: rows as dictionaries."""
+    """The tables of a package, with rows as dictionaries."""
 
     def __init__(self, package):
         self._package = package
@@ -54,7 +54,7 @@ def tables(package):
 
 
 def repackaged(tmp_path, *, version=None, abi="mingw", change=None):
-    """A package that the same script makes of the same programs, as another version or in the other interface."""
+    """Makes a package from the same programs with the same script, as another version or ABI."""
     import msi
     import project
     import windows
@@ -129,7 +129,7 @@ def test_component_of_a_path_is_the_same_in_every_version(tables, tmp_path):
     assert theirs == ours
 
 
-def test_names_and_versions_are_as_the_tables_want_them(tables, version, archives):
+def test_names_and_versions_have_the_required_format(tables, version, archives):
     rows = tables["File"]
     for row in rows:
         short, _, name = row["FileName"].partition("|")
@@ -139,7 +139,7 @@ def test_names_and_versions_are_as_the_tables_want_them(tables, version, archive
     assert [int(row["Sequence"]) for row in rows] == list(range(1, len(rows) + 1))
     versions = {row["FileName"].split("|")[1]: row["Version"] for row in rows if row["Version"]}
     assert versions == {"KydLogUploader.exe": f"{version}.0", "KydUploadStatus.exe": f"{version}.0"}
-    # The others are compared by content.
+    # Files without a version are compared by content.
     hashed = {row["File_"] for row in tables["MsiFileHash"]}
     assert hashed == {row["File"] for row in rows if not row["Version"]}
     sizes = {row["FileName"].split("|")[1]: int(row["FileSize"]) for row in rows if row["Version"]}
@@ -151,22 +151,22 @@ def test_package_is_for_the_machine_and_never_restarts_it(tables):
     assert (properties["ALLUSERS"], properties["REBOOT"]) == ("1", "ReallySuppress")
     assert properties["MSIRESTARTMANAGERCONTROL"] == "Disable"
     assert {"TENANT", "LOGDIR", "OLDER", "NEWER"} == set(properties["SecureCustomProperties"].split(";"))
-    # No property of a directory can be set by those who install.
+    # The installing user cannot set any directory property.
     directories = {row["Directory"] for row in tables["Directory"]} - {"TARGETDIR"}
     assert "InstallFolder" in directories and not [name for name in directories if name.isupper()]
     actions = {row["Action"] for row in tables["InstallExecuteSequence"]}
     assert not actions & {"ScheduleReboot", "ForceReboot"}
 
 
-def test_actions_are_where_they_belong(tables):
+def test_actions_run_at_the_right_time(tables):
     at = tables.sequence()
     assert len(set(at.values())) == len(at)
     assert at["FindRelatedProducts"] < at["LaunchConditions"] < at["CostFinalize"] < at["CheckSetup"]
-    # Before anything is changed.
+    # Before anything is modified.
     assert at["CheckSetup"] < at["InstallValidate"] < at["InstallInitialize"]
-    # Within what is rolled back, and before the new files.
+    # Within the transaction, and before the new files.
     assert at["InstallInitialize"] < at["RemoveExistingProducts"] < at["InstallFiles"]
-    # After all that can fail.
+    # After all actions that can fail.
     last = ["RemoveTask", "RestoreTask", "RegisterTask", "ForgetOldTask", "InstallFinalize"]
     assert sorted(at, key=at.get)[-len(last):] == last
     conditions = {row["Action"]: row["Condition"] for row in tables["InstallExecuteSequence"]}
@@ -196,19 +196,19 @@ def test_older_and_equal_versions_are_replaced_and_newer_ones_stay(tables, versi
     assert condition["Description"].startswith("A newer version of KydLogUploader is installed")
 
 
-def test_actions_call_what_the_library_has(package, tmp_path):
+def test_actions_call_exported_functions(package, tmp_path):
     library = tmp_path / "actions.dll"
     library.write_bytes(subprocess.run(
         ["msiinfo", "extract", package, "Binary.Actions"], check=True, capture_output=True).stdout)
     listed = tool("x86_64-w64-mingw32-objdump", "--private-headers", library)
     exports = set(re.findall(r"\] (\w+)$", listed[listed.index("[Ordinal/Name Pointer] Table"):], re.M))
     assert {"CheckSetup", "RegisterTask", "RestoreTask", "ForgetOldTask", "RemoveTask"} <= exports
-    # Nothing beside it could be loaded in its place.
+    # No DLL next to the library can be loaded instead of a system DLL.
     assert set(re.findall(r"DLL Name: (.*)", listed)) <= {
         "ADVAPI32.dll", "KERNEL32.dll", "USER32.dll", "msi.dll", "msvcrt.dll"}
 
 
-def test_name_that_is_held_is_the_programs():
+def test_checked_mutex_name_is_the_programs():
     source = (ROOT / "uploader/instance_name.h").read_text("utf-8")
     name = re.search(r'kInstanceName\[\] = L"(\w+)"', source)[1]
     assert MUTEX == f"Global\\{name}"
@@ -242,24 +242,24 @@ def everything(machine):
 
 @pytest.fixture
 def scheduler(machine):
-    """Wine's Task Scheduler forgets the arguments of a task; this one keeps definitions as they are given."""
+    """Replaces Wine's Task Scheduler, which drops the arguments of tasks, by one that keeps them."""
     with machine.own_schtasks() as folder:
         yield folder
 
 
 def lines_of(scheduler):
-    """The command lines that the scheduler was called with."""
+    """Returns the command lines of the calls of the scheduler."""
     return (scheduler / "lines.txt").read_bytes().decode("utf-16-le").splitlines()
 
 
 def arguments_of(task):
-    """The arguments with which a task starts the program."""
+    """Returns the arguments with which a task starts the program."""
     assert task.startswith(b"\xff\xfe")
     root = xml.etree.ElementTree.fromstring(task.decode("utf-16"))
     return root.findtext("t:Actions/t:Exec/t:Arguments", namespaces=TASK_SPACE)
 
 
-def test_installs_what_the_archive_has(installed, archives, version):
+def test_installs_the_content_of_the_archive(installed, archives, version):
     assert everything(installed) == {
         name: (archives.product / name).read_bytes() for name in files_below(archives.product)
     }
@@ -289,7 +289,7 @@ def test_installed_programs_run(installed, archives, version):
 
 
 def test_check_runs_as_the_guide_says(installed, scheduler, archives):
-    """The commands that have it run as local system, and what they have the Task Scheduler start."""
+    """The guide's commands that run the check as local system, and the command that the scheduler starts."""
     guide = (ROOT / "docs/operator-guide.md").read_text("utf-8")
     create, *_ = block = re.search(r"```bat\n(schtasks /Create .*?)```", guide, re.DOTALL)[1].splitlines()
     batch = installed.drive / "check.bat"
@@ -321,7 +321,7 @@ def test_program_does_not_start_without_the_closed_libraries(installed):
 @pytest.mark.parametrize("log_dir, passed", [
     (r"C:\KydLog", r"C:\KydLog"),
     ('"C:\\Kyd Log\\"', r"C:\Kyd Log"),
-    ('"C:\\\\"', "C:\\\\"),  # the root: its backslash is doubled in front of the quotation mark
+    ('"C:\\\\"', "C:\\\\"),  # the root: a backslash before a quotation mark is doubled
     ('"C:\\Größe & \'more\' %TEMP% [x]"', "C:\\Größe & 'more' %TEMP% [x]"),
     (r"\\server\share\logs", r"\\server\share\logs"),
 ])
@@ -330,7 +330,7 @@ def test_properties_register_the_task(machine, scheduler, package, log_dir, pass
     assert arguments_of(machine.task) == f'"tenant.example.com:8443" "{passed}"'
     (line,) = lines_of(scheduler)
     assert f'/Create /F /TN Veltrane\\KydLogUploader /XML "{INSTALLED}\\' in line
-    # The temporary definitions are gone.
+    # The temporary definitions have been deleted.
     assert not [name for name in files_below(machine.folder) if name.startswith("KydLogUploader.task.")]
     assert machine.uninstall(package) == DONE
     assert "/Delete /F /TN Veltrane\\KydLogUploader" in lines_of(scheduler)[-1]
@@ -347,10 +347,10 @@ def test_failed_installation_leaves_the_task_as_it_was(machine, scheduler, packa
     if before:
         machine.task = before
     if failure == "schtasks":
-        (scheduler / "fails").touch()  # after it has registered the task
+        (scheduler / "fails").touch()  # after registering the task
         message = "The scheduled task was not registered: schtasks failed with 1"
     else:
-        # An action that fails because nothing tells it what to do.
+        # An action that fails because it has no settings.
         package = changed(
             package, tmp_path,
             f"INSERT INTO `CustomAction` (`Action`, `Type`, `Source`, `Target`) VALUES"
@@ -361,7 +361,7 @@ def test_failed_installation_leaves_the_task_as_it_was(machine, scheduler, packa
         message = "The scheduled task was not registered: its settings are missing"
     code, log = machine.msiexec("/i", package, *PROPERTIES)
     assert (code, message in log) == (FAILED, True)
-    # It had been registered.
+    # The task had been registered.
     registered, undone = lines_of(scheduler)
     assert "/Create" in registered and ("/Create" if before else "/Delete") in undone
     assert machine.task == before
@@ -447,7 +447,7 @@ def test_installation_of_the_setup_program_has_to_be_removed_first(machine, pack
         assert not machine.folder.exists() and machine.entries() == []
         machine.run("reg", "delete", SETUP_ENTRY, "/f")
         assert machine.install(package) == DONE
-        # It is no reason to stay.
+        # This does not prevent the removal.
         set_up()
         assert machine.uninstall(package) == DONE
     finally:
@@ -492,7 +492,7 @@ def test_removing_leaves_libraries_settings_and_logs(installed, package, archive
 @pytest.mark.parametrize("other", [{"version": "0.9.0"}, {"abi": "msvc"}], ids=["older", "other-interface"])
 def test_update_replaces_what_is_installed(machine, package, archives, tmp_path, version, other):
     def with_more(folder):
-        (folder / "docs/gone.md").write_text("only the other has it", "ascii")
+        (folder / "docs/gone.md").write_text("only in the other version", "ascii")
         (folder / "README.md").write_text("of the other", "ascii")
 
     replaced = repackaged(tmp_path, change=with_more, **other)
@@ -510,7 +510,7 @@ def test_update_replaces_what_is_installed(machine, package, archives, tmp_path,
     assert files == {name: (archives.product / name).read_bytes() for name in files_below(archives.product)}
     (entry,) = machine.entries()
     assert entry["DisplayVersion"] == version
-    assert machine.task == task  # with its settings
+    assert machine.task == task  # including its settings
 
 
 def test_newer_version_is_not_replaced(machine, package, tmp_path):

@@ -1,4 +1,4 @@
-"""Signatures: programs before they are packed, the MSI package last."""
+"""Signatures: of the programs before they are packaged, and of the MSI package itself."""
 
 import datetime
 import http.server
@@ -18,7 +18,7 @@ pytestmark = pytest.mark.skipif(shutil.which("osslsigncode") is None, reason="os
 
 @pytest.fixture(scope="session")
 def identity(tmp_path_factory):
-    """A certificate for code and its key, in PEM files."""
+    """A code signing certificate and its key, in PEM files."""
     folder = tmp_path_factory.mktemp("identity")
     key = rsa.generate_private_key(public_exponent=65537, key_size=2048)
     name = x509.Name([x509.NameAttribute(NameOID.COMMON_NAME, "KydLogUploader test")])
@@ -42,7 +42,7 @@ def identity(tmp_path_factory):
 
 @pytest.fixture(scope="session")
 def signed(identity, tmp_path_factory):
-    """The packages for Windows, signed."""
+    """The signed packages for Windows."""
     import project
     import signing
     import windows
@@ -65,7 +65,7 @@ digests = sha256, sha384, sha512
 
 @pytest.fixture
 def time_stamps(tmp_path, monkeypatch):
-    """An authority that says when it has seen something (RFC 3161); its address and its certificate."""
+    """A time stamp authority (RFC 3161); its address and its certificate."""
 
     def openssl(*words):
         subprocess.run(["openssl", *words], cwd=tmp_path, check=True, capture_output=True)
@@ -142,7 +142,7 @@ def test_what_is_installed_is_signed(signed, identity, version, windows):
         windows.clean()
 
 
-def test_change_after_signing_is_seen(signed, identity, version, tmp_path):
+def test_change_after_signing_is_detected(signed, identity, version, tmp_path):
     changed = tmp_path / "changed.msi"
     content = bytearray((signed / f"KydLogUploader-{version}-windows-x64-mingw.msi").read_bytes())
     content[len(content) // 2] ^= 1

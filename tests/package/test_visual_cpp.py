@@ -1,4 +1,4 @@
-"""Packages of programs in Visual C++'s binary interface, which were built elsewhere."""
+"""Packages of programs with Visual C++'s ABI, which were built elsewhere."""
 
 import json
 import shutil
@@ -14,7 +14,7 @@ from .test_msi import DONE, UPGRADE_CODE, Tables
 from .windows_machine import that_replaces_under_wine
 
 PROGRAMS = ("KydLogUploader.exe", "KydUploadStatus.exe")
-# clang-cl's, against the real SDK or a stand-in.
+# Built by clang-cl with the real SDK or a stand-in.
 BUILDS = [ROOT / "build" / name / "bin" for name in ("release-windows-msvc", "windows-msvc")]
 MINGW_BUILD = ROOT / "build/release-windows/bin"
 PURPOSE = "In Visual C++'s binary interface, for closed libraries that Visual Studio has built"
@@ -30,7 +30,7 @@ def rest_patches():
 
 
 def write_port(share, name, version, licence, files=()):
-    """What vcpkg leaves of a library."""
+    """Creates the files that vcpkg keeps for a library."""
     folder = share / name
     folder.mkdir(parents=True)
     (folder / "copyright").write_text(f"The licence of {name}\n", "ascii")
@@ -47,10 +47,10 @@ def write_port(share, name, version, licence, files=()):
 
 @pytest.fixture(scope="session")
 def artifact(tmp_path_factory):
-    """What a build with Visual Studio and vcpkg hands over."""
+    """The result of a build with Visual Studio and vcpkg."""
     build = next((folder for folder in BUILDS if all((folder / name).exists() for name in PROGRAMS)), None)
     if build is None:
-        pytest.skip("no program is in this interface: run './dev build windows-msvc'")
+        pytest.skip("no programs with this ABI: run './dev build windows-msvc'")
     folder = tmp_path_factory.mktemp("artifact")
     for name in PROGRAMS:
         for file in (build / name, (build / name).with_suffix(".pdb")):
@@ -65,7 +65,7 @@ def artifact(tmp_path_factory):
 
 @pytest.fixture(scope="session")
 def packages(artifact, tmp_path_factory):
-    """The packages, in a folder."""
+    """A folder with the packages."""
     import bill
     import project
     import visual_cpp
@@ -97,11 +97,11 @@ def unpacked(packages, name, tmp_path_factory):
     return folder
 
 
-# What a folder has to hold.
+# The required content of a folder.
 
 
 def refusal(folder, *options):
-    """The one line with which the command refuses a folder, before it builds anything."""
+    """Returns the line with which the command refuses a folder, before it builds anything."""
     done = subprocess.run(
         [sys.executable, ROOT / "packaging/build.py", "--windows-programs", folder, "--allow-changes", *options],
         capture_output=True, text=True, timeout=60, check=False,
@@ -122,7 +122,7 @@ def test_missing_file_is_named(copied, file):
     assert refusal(copied) == f"{copied / file} is missing"
 
 
-def test_folder_that_is_not_there_is_refused(tmp_path):
+def test_missing_folder_is_refused(tmp_path):
     assert refusal(tmp_path / "no") == f"{tmp_path / 'no/KydLogUploader.exe'} is missing"
 
 
@@ -134,7 +134,7 @@ def test_program_in_the_other_interface_is_refused(copied):
 
 
 @pytest.mark.parametrize("content", [b"", b"MZ", b"no program at all", "linux"])
-def test_file_that_is_no_windows_program_is_refused(copied, content):
+def test_file_that_is_not_a_windows_program_is_refused(copied, content):
     program = copied / "KydLogUploader.exe"
     if content == "linux":
         content = Path("/usr/bin/env").read_bytes()
@@ -151,7 +151,7 @@ def test_program_of_another_version_is_refused(copied, version):
     assert refusal(copied) == f"{program} is of version 0.9.9 (msvc), and not {version} (msvc)"
 
 
-def test_program_that_a_stand_in_for_the_sdk_has_built_is_for_tries_only(copied):
+def test_program_built_with_a_stand_in_sdk_is_for_tests_only(copied):
     import project
     import visual_cpp
 
@@ -164,7 +164,7 @@ def test_program_that_a_stand_in_for_the_sdk_has_built_is_for_tries_only(copied)
         visual_cpp.check(copied, PROGRAMS, stand_in_allowed=False)
 
 
-def test_folder_that_does_not_say_what_is_linked_in_is_refused(copied):
+def test_folder_without_a_list_of_libraries_is_refused(copied):
     shutil.rmtree(copied / "share")
     assert refusal(copied) == f"{copied / 'share'} has no */vcpkg.spdx.json, so nothing says what is linked in"
 
@@ -175,7 +175,7 @@ def test_library_without_its_licence_is_refused(copied):
     assert refusal(copied) == f"{text} is missing"
 
 
-def test_library_that_names_no_licence_is_refused(copied):
+def test_library_without_a_licence_name_is_refused(copied):
     write_port(copied / "share", "unknown", "1", "NOASSERTION")
     assert refusal(copied) == f"{copied / 'share/unknown/vcpkg.spdx.json'} names no licence"
 
@@ -194,21 +194,21 @@ def test_rest_library_without_our_patches_is_refused(copied, kept):
     assert refusal(copied).endswith("the REST library was not built with the patches of cmake/cpprestsdk")
 
 
-# What the packages hold.
+# The content of the packages.
 
 
-def test_there_is_each_package(packages, name):
+def test_all_packages_exist(packages, name):
     assert files_below(packages) == {f"{name}.zip", f"{name}-symbols.zip", f"{name}.msi", f"{name}.cdx.json"}
 
 
-def test_archive_has_the_programs_that_were_handed_over(unpacked, name, artifact, archives):
+def test_archive_has_the_given_programs(unpacked, name, artifact, archives):
     names = files_below(unpacked / name)
     assert without_licences(names) == without_licences(files_below(archives.product))
     for program in PROGRAMS:
         assert (unpacked / name / program).read_bytes() == (artifact / program).read_bytes()
     own = licences(names)
     assert own >= set(LIBRARIES) and not own & set(HELPERS)
-    # The installer's actions are within the package.
+    # The installer's actions are inside the package.
     assert "gcc-mingw-w64-x86-64-posix" in own
 
 
@@ -219,7 +219,7 @@ def test_symbols_are_those_of_the_programs(unpacked, name, artifact):
         assert (symbols / database).read_bytes() == (artifact / database).read_bytes()
 
 
-def test_bill_says_what_is_linked_in_and_what_it_is_for(packages, name):
+def test_bill_lists_the_libraries_and_the_purpose(packages, name):
     bill = json.loads((packages / f"{name}.cdx.json").read_text("utf-8"))
     root = bill["metadata"]["component"]
     assert (root["name"], root["description"]) == (name, PURPOSE)
@@ -242,7 +242,7 @@ def test_same_commit_and_programs_give_the_same_bytes(packages, artifact, tmp_pa
         assert (tmp_path / name).read_bytes() == (packages / name).read_bytes(), name
 
 
-def test_tables_say_what_the_package_is_for(package, dist, version):
+def test_tables_name_the_purpose_of_the_package(package, dist, version):
     ours = Tables(package)
     others = Tables(dist / f"KydLogUploader-{version}-windows-x64-mingw.msi")
     assert ours.properties["ARPCOMMENTS"] == PURPOSE
@@ -250,18 +250,18 @@ def test_tables_say_what_the_package_is_for(package, dist, version):
     assert f"Comments: {PURPOSE}" in tool("msiinfo", "suminfo", package)
 
 
-def test_tables_let_a_machine_have_one_of_both(package, dist, version):
+def test_tables_allow_only_one_of_both_packages(package, dist, version):
     ours = Tables(package)
     others = Tables(dist / f"KydLogUploader-{version}-windows-x64-mingw.msi")
     for tables in (ours, others):
         assert tables.properties["UpgradeCode"] == UPGRADE_CODE
         (row,) = (row for row in tables["Upgrade"] if row["ActionProperty"] == "OLDER")
-        # 256 and 512: the lowest and the highest version belong to the range.
+        # 256 and 512: the range includes the lowest and the highest version.
         assert (row["UpgradeCode"], row["VersionMax"], row["Attributes"]) == (UPGRADE_CODE, version, "768")
         sequence = tables.sequence()
         assert sequence["FindRelatedProducts"] < sequence["RemoveExistingProducts"] < sequence["InstallFiles"]
     assert ours.properties["ProductCode"] != others.properties["ProductCode"]
-    # The same path is the same component, whichever package has put it there.
+    # The same path is the same component in all packages.
     components = [{row["Component"]: row["ComponentId"] for row in tables["Component"]} for tables in (ours, others)]
     common = components[0].keys() & components[1].keys()
     assert {f"c_{program}" for program in PROGRAMS} <= common
@@ -291,7 +291,7 @@ def test_installed_programs_run(machine, shipped, name, version):
 
 
 @pytest.mark.parametrize("first", ["mingw", "msvc"])
-def test_machine_has_one_of_both(machine, shipped, dist, version, name, archives, first, tmp_path):
+def test_only_one_of_both_packages_is_installed(machine, shipped, dist, version, name, archives, first, tmp_path):
     shutil.unpack_archive(shipped / f"{name}.zip", tmp_path)
     both = {
         "mingw": (dist / f"KydLogUploader-{version}-windows-x64-mingw.msi", archives.product),

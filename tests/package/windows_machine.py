@@ -1,4 +1,4 @@
-"""A Windows machine on which packages are installed: a prefix of Wine."""
+"""A Windows machine for installing packages: a Wine prefix."""
 
 import contextlib
 import re
@@ -14,12 +14,12 @@ INSTALLED = r"C:\Program Files\Veltrane\KydLogUploader"
 
 
 def _decoded(log):
-    """Windows Installer writes UTF-16, Wine's a code page."""
+    """Windows Installer logs in UTF-16, Wine in a code page."""
     return log.decode("utf-16" if log.startswith(b"\xff\xfe") else "cp1252", "replace")
 
 
 def changed(package, tmp_path, *statements):
-    """A copy of the package with other rows in its tables."""
+    """Returns a copy of the package with modified tables."""
     copy = tmp_path / f"changed-{package.name}"
     shutil.copyfile(package, copy)
     for statement in statements:
@@ -28,8 +28,8 @@ def changed(package, tmp_path, *statements):
 
 
 def that_replaces_under_wine(package, tmp_path):
-    """Wine does not tell the version that it removes by whom it is replaced. It puts what the package says is to be
-    removed on a command line, so that one can tell."""
+    """Returns a copy of the package that tells the replaced version about the replacement. Wine does not do so
+    itself, but passes the list of features to remove on a command line."""
     return changed(package, tmp_path, "UPDATE `Upgrade` SET `Remove` = 'ALL UPGRADINGPRODUCTCODE=[ProductCode]'"
                    " WHERE `ActionProperty` = 'OLDER'")
 
@@ -40,13 +40,13 @@ class WindowsMachine:
         self._environment = wine.environment(prefix)
         self.drive = prefix / "drive_c"
         self.folder = self.drive / "Program Files/Veltrane/KydLogUploader"
-        self.elsewhere = self.drive / "anywhere"  # where nothing should be
+        self.elsewhere = self.drive / "anywhere"  # where nothing may be installed
         self._task = self.drive / "windows/system32/tasks/Veltrane/KydLogUploader"
         self.log = self.drive / "DebugSSO/KydLogUploader.log"
 
     def run(self, program, *arguments):
-        """Starts a program and waits for it; the low bits of the exit code, and what it printed."""
-        # Not through a pipe, whose end would be that of the last process which has been left behind.
+        """Runs a program; returns the low bits of its exit code, and its output."""
+        # Not through a pipe, which stays open until the last leftover process ends.
         with tempfile.TemporaryFile() as output:
             code = subprocess.run(
                 wine.command(program, *arguments), env=self._environment, stdin=subprocess.DEVNULL,
@@ -56,14 +56,14 @@ class WindowsMachine:
             return code, output.read().decode("utf-8", "replace")
 
     def code_of(self, line):
-        """Runs a command line as it stands; the whole exit code."""
+        """Runs an unmodified command line; returns the whole exit code."""
         code, text = self.run(self._helper, "run", line)
         assert code == 0, line
         return int(text)
 
     @contextlib.contextmanager
     def held(self, kind, what):
-        """Holds a "name" or a "file", like a program that runs."""
+        """Holds a "name" or a "file", like a running program."""
         process = subprocess.Popen(
             wine.command(self._helper, kind, what), env=self._environment, stdin=subprocess.PIPE,
             stdout=subprocess.PIPE, stderr=subprocess.DEVNULL,
@@ -75,7 +75,7 @@ class WindowsMachine:
             process.communicate(timeout=60)
 
     def msiexec(self, how, package, *properties):
-        """Without a window; the exit code and what the installer logged."""
+        """Runs msiexec without a window; returns its exit code and log."""
         log = self.drive / "msi.log"
         log.unlink(missing_ok=True)
         line = f'msiexec {how} "Z:{package}" /qn /l*v C:\\msi.log {" ".join(properties)}'
@@ -90,7 +90,7 @@ class WindowsMachine:
         return self.msiexec("/x", package)[0]
 
     def entries(self):
-        """What Add/Remove Programs shows of the product: names to values, one for each installed package."""
+        """Returns the product's entries in Add/Remove Programs: names to values, one per package."""
         _, text = self.run("reg", "query", UNINSTALL_KEY, "/s")
         found = []
         for section in re.split(r"\r?\n(?=HKEY)", text):
@@ -101,7 +101,7 @@ class WindowsMachine:
 
     @property
     def task(self):
-        """The scheduled task's definition, or None."""
+        """Returns the scheduled task's definition, or None."""
         return self._task.read_bytes() if self._task.exists() else None
 
     @task.setter
@@ -111,8 +111,8 @@ class WindowsMachine:
 
     @contextlib.contextmanager
     def own_schtasks(self):
-        """Puts a program in place of schtasks that writes down its command lines, keeps definitions as they are
-        given, and can be told to fail."""
+        """Replaces schtasks by a program that records its command lines, keeps definitions unchanged, and
+        can be made to fail."""
         system = self.drive / "windows/system32/schtasks.exe"
         kept = system.with_suffix(".kept")
         folder = self.drive / "schtasks"
@@ -129,7 +129,7 @@ class WindowsMachine:
             shutil.rmtree(folder)
 
     def clean(self):
-        """As if nothing of the product had ever been here."""
+        """Removes all traces of the product."""
         for entry in self.entries():
             self.code_of(f'{entry["UninstallString"]} /qn')
         shutil.rmtree(self.drive / "Program Files/Veltrane", ignore_errors=True)
