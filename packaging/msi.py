@@ -1,4 +1,4 @@
-"""The Windows Installer package, by wixl."""
+"""The Windows Installer package, built with wixl."""
 
 from __future__ import annotations
 
@@ -13,13 +13,13 @@ from xml.sax.saxutils import quoteattr
 import project
 from project import NAME, PUBLISHER, ROOT, WORK, Failure
 
-# Never change: by it an installed version is found, whichever binary interface it has.
+# Must never change: identifies installed versions of both ABIs.
 UPGRADE_CODE = "B5C34B57-4C3E-4D6E-9F0C-0E9C3D5A7F21"
-# What all other identities are derived from.
+# All other GUIDs are derived from this one.
 _NAMESPACE = uuid.UUID("5d6d1f0b-8a0e-4c3c-9d51-6a5a3f1c2e74")
 SOURCE = ROOT / "packaging/windows/package.wxs"
 SECURE_PROPERTIES = ("TENANT", "LOGDIR")
-# Attributes of the table Upgrade: the version itself belongs to the range.
+# Attributes of the table Upgrade: the range includes the version itself.
 _FROM_MINIMUM, _TO_MAXIMUM = 256, 512
 _ON_REMOVAL = 2  # of the table RemoveFile
 _ON_ROLLBACK = 256 + 1024  # of the table CustomAction
@@ -34,23 +34,23 @@ def identity(*words: str) -> str:
 
 
 def _name(prefix: str, path: Path) -> str:
-    """The name of a row of the tables, which has fewer characters than a path."""
+    """Returns the name of a table row for a path; names allow fewer characters."""
     return prefix + re.sub(r"[^A-Za-z0-9.]", "_", path.as_posix())
 
 
 def _short(number: int, name: str) -> str:
-    """The table wants a name of eight and three characters in front of each longer one."""
+    """Puts an 8.3 name before the long name, as the table requires."""
     suffix = Path(name).suffix[1:4].upper()
     return f"KYD{number:05X}{'.' if suffix else ''}{suffix}|{name}"
 
 
 def _source(path: Path) -> str:
-    """wixl takes relative paths only; it is run in the root folder."""
+    """Returns a path relative to the root folder, where wixl runs: it accepts only relative paths."""
     return os.fspath(path.relative_to("/"))
 
 
 def _contents(folder: Path) -> tuple[str, str]:
-    """The directories with a component for each file, and the references to these components."""
+    """Returns the directories with a component for each file, and the references to the components."""
     files = project.files_below(folder)
     if len({_name("", file).lower() for file in files}) != len(files):
         raise Failure("two files of the Windows package get the same name in its tables")
@@ -83,14 +83,14 @@ def _contents(folder: Path) -> tuple[str, str]:
 
 
 def _settle_summary(path: Path, code: str, time: int) -> None:
-    """Gives the package its code and time, where wixl writes a random one and the present one."""
+    """Sets the package's code and times, where wixl writes a random code and the current time."""
     content = bytearray(path.read_bytes())
     found = content.find(_SUMMARY_FORMAT)
     if found < 0 or content.find(_SUMMARY_FORMAT, found + 1) >= 0:
-        raise Failure(f"{path} has not one summary")
-    # The stream's head is 28 bytes up to the format's name, then comes the section's offset in the stream.
+        raise Failure(f"{path} does not have exactly one summary")
+    # The format id starts at offset 28 of the stream and is followed by the section's offset in the stream.
     section = found - 28 + struct.unpack_from("<I", content, found + 16)[0]
-    # Hundreds of nanoseconds since 1601.
+    # Units of 100 nanoseconds since 1601.
     file_time = (time + 11_644_473_600) * 10_000_000
     wanted = {
         _PACKAGE_CODE: (_TEXT, struct.pack("<I", 39) + f"{{{code}}}\0".encode("ascii")),
@@ -103,7 +103,7 @@ def _settle_summary(path: Path, code: str, time: int) -> None:
             kind, value = wanted.pop(number)
             place = section + offset
             if struct.unpack_from("<I", content, place)[0] != kind:
-                raise Failure(f"{path}: property {number} of the summary is of another type")
+                raise Failure(f"{path}: property {number} of the summary has another type")
             content[place + 4:place + 4 + len(value)] = value
     if wanted:
         raise Failure(f"{path}: the summary has no property {sorted(wanted)}")
@@ -114,7 +114,7 @@ Row = dict[str, str]
 
 
 def _edit(path: Path, table: str, change: Callable[[Row], Row | None], *more: Row) -> None:
-    """Replaces, removes and adds rows of a table, for what wixl has no words."""
+    """Replaces, removes and adds table rows that wixl cannot express."""
     text = project.run("msiinfo", "export", path, table)
     head, rows = text.splitlines()[:3], text.splitlines()[3:]
     columns = head[0].split("\t")
@@ -126,12 +126,12 @@ def _edit(path: Path, table: str, change: Callable[[Row], Row | None], *more: Ro
 
 
 def _complete(path: Path, version: str, programs: Sequence[str]) -> None:
-    """Corrects and completes what wixl writes."""
+    """Corrects and completes wixl's output."""
 
     component = programs[0].replace("f_", "c_", 1)
 
     def with_properties(row: Row) -> Row:
-        # Which public properties the privileged part of an installation gets to see.
+        # The public properties that are passed to the privileged part of an installation.
         if row["Property"] == "SecureCustomProperties":
             row["Value"] = ";".join((*SECURE_PROPERTIES, row["Value"]))
         return row
@@ -147,27 +147,27 @@ def _complete(path: Path, version: str, programs: Sequence[str]) -> None:
         return row
 
     def with_rollback(row: Row) -> Row:
-        # wixl takes Execute="rollback" for "immediate".
+        # wixl treats Execute="rollback" like "immediate".
         if row["Action"] == "RestoreTask":
             row["Type"] = str(int(row["Type"]) | _ON_ROLLBACK)
         return row
 
-    # The product's folder goes too, if nothing else of the product is there.
+    # Also remove the product's folder if it is empty.
     _edit(path, "RemoveFile", lambda row: row, {
         "FileKey": "RemoveProductFolder", "Component_": component, "FileName": "",
         "DirProperty": "ProductFolder", "InstallMode": str(_ON_REMOVAL),
     })
     _edit(path, "Property", with_properties)
     _edit(path, "File", with_versions)
-    # A file has a version or a checksum.
+    # A file has either a version or a hash.
     _edit(path, "MsiFileHash", lambda row: None if row["File_"] in programs else row)
     _edit(path, "Upgrade", with_this_version)
     _edit(path, "CustomAction", with_rollback)
 
 
 def write(folder: Path, actions: Path, target: Path, abi: str, purpose: str, time: int) -> None:
-    """The package that installs everything below a folder. `abi` tells builds of one version apart, and
-    `purpose` says so to an administrator."""
+    """Creates a package that installs everything below a folder. `abi` distinguishes builds of the same
+    version; `purpose` explains it to the administrator."""
     version = project.version()
     directories, references = _contents(folder)
     text = SOURCE.read_text("utf-8")
@@ -181,8 +181,8 @@ def write(folder: Path, actions: Path, target: Path, abi: str, purpose: str, tim
     source = WORK / f"{target.stem}.wxs"
     source.write_text(text, "utf-8")
     programs = [_name("f_", file) for file in project.files_below(folder) if file.suffix == ".exe"]
-    # Times of files are local in a cabinet.
+    # Cabinets store local time.
     project.run("wixl", "--arch", "x64", "--output", target, source, cwd=Path("/"), TZ="UTC0")
     _complete(target, version, programs)
-    # The same commit gives the same code, another one another.
+    # The code depends only on the commit, version and ABI.
     _settle_summary(target, identity("package", version, abi, project.commit()), time)

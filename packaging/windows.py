@@ -16,14 +16,13 @@ from project import NAME, ROOT, WORK, Failure
 
 BUILD = ROOT / "build/release-windows"
 TOOLS = "x86_64-w64-mingw32-"
-# The binary interfaces, by which packages of one version are told apart. Program and closed libraries have to
-# be of the same.
+# The ABIs, which distinguish packages of the same version. Program and closed libraries must have the same.
 MINGW, MSVC = "mingw", "msvc"
-# The stand-ins never go where the closed libraries belong; those who develop get them separately.
+# The stand-ins must never be installed instead of the closed libraries, so developers get them separately.
 COMPANION = f"{NAME}-{project.version()}-companion-development-windows-x64-{MINGW}"
 PROGRAMS = {"KydLogUploader": "KydLogUploader.exe", "KydUploadStatus": "KydUploadStatus.exe"}
-# What the Windows Installer package runs while it is installed or removed. It uses nothing but Windows and its
-# own code, so that MinGW-w64 builds it for all packages.
+# The library that the Windows Installer package calls during installation and removal. It needs only Windows
+# itself, so the build by MinGW-w64 serves all packages.
 SETUP_ACTIONS = "KydSetupActions"
 STAND_INS = {"Corvid": "Corvid.dll", "pelham": "pelham.dll", "keyward-seal": "keyward-seal.exe"}
 
@@ -31,13 +30,13 @@ Signer = Callable[[Path], None]
 
 
 def _split_symbols(name: str, program: Path, symbols: Path, time: int) -> None:
-    """Takes the debug information out of a program; a build id in both tells that they belong together."""
+    """Moves a program's debug information to a separate file; both contain the same build id."""
     project.copy(BUILD / "bin" / name, program)
     symbols.parent.mkdir(parents=True, exist_ok=True)
-    # The tool writes a time into what it writes: this one, or else its own.
+    # The tool writes this time stamp instead of the current time.
     epoch = str(time)
     project.run(f"{TOOLS}objcopy", "--only-keep-debug", program, symbols, SOURCE_DATE_EPOCH=epoch)
-    # Debuggers look for the name beside the program.
+    # Debuggers look for a file of this name next to the program.
     project.run(
         f"{TOOLS}objcopy", "--strip-all", f"--add-gnu-debuglink={symbols.name}", program,
         cwd=symbols.parent, SOURCE_DATE_EPOCH=epoch,
@@ -45,13 +44,13 @@ def _split_symbols(name: str, program: Path, symbols: Path, time: int) -> None:
 
 
 def _text(source: Path, target: Path) -> None:
-    """A text that is read with what a Windows machine has."""
+    """Copies a text file with Windows line ends."""
     target.parent.mkdir(parents=True, exist_ok=True)
     target.write_text(source.read_text("utf-8"), "utf-8", newline="\r\n")
 
 
 def write_zip(folder: Path, target: Path, time: int) -> None:
-    """Everything below a folder, under the archive's own name. Times are UTC: the format knows no zone."""
+    """Packs a folder below a top-level folder named after the archive. Times are UTC, without a zone."""
     moment = datetime.fromtimestamp(time, timezone.utc).timetuple()[:6]
     with zipfile.ZipFile(target, "w", zipfile.ZIP_DEFLATED, compresslevel=9) as archive:
         for name in project.files_below(folder):
@@ -64,7 +63,7 @@ def write_zip(folder: Path, target: Path, time: int) -> None:
 
 
 def _licences(inside: Iterable[linked.Component], folder: Path) -> None:
-    """A licence text for whatever is inside, and those to which the texts refer."""
+    """Writes the licence text of each component, and the licences that the texts refer to."""
     for licence in linked.write_licences(inside, folder):
         project.copy(licence, folder / f"{licence.name}.txt")
     for name in project.files_below(folder):
@@ -76,16 +75,16 @@ def product_name(abi: str) -> str:
 
 
 def purpose(abi: str) -> str:
-    """What packages of an interface are for, as the programs' version resource says it."""
+    """Returns the purpose of an ABI's packages, as in the programs' version resource."""
     text = (ROOT / "cmake/WindowsIdentity.cmake").read_text("utf-8")
     found = re.search(rf'set\(kyd_purpose_{abi} "(.*)"\)', text)
     if found is None:
-        raise Failure(f"cmake/WindowsIdentity.cmake does not say what {abi} is for")
+        raise Failure(f"cmake/WindowsIdentity.cmake does not define the purpose of {abi}")
     return found[1]
 
 
 def purposes() -> dict[str, str]:
-    """What each product is for, by its name."""
+    """Returns the purpose of each product, by name."""
     return {product_name(abi): purpose(abi) for abi in (MINGW, MSVC)} | {COMPANION: purpose(MINGW)}
 
 
@@ -100,10 +99,10 @@ def _add_texts(product: Path, inside: Iterable[linked.Component]) -> None:
 
 
 def _write(product: Path, symbols: Path, dist: Path, abi: str, time: int, sign: Signer | None) -> None:
-    """The archives and the Windows Installer package of one interface."""
+    """Creates the archives and the Windows Installer package of an ABI."""
     actions = WORK / f"{SETUP_ACTIONS}.dll"
     _split_symbols(actions.name, actions, symbols / f"{actions.name}.debug", time)
-    # Before anything is packed: both packages hold the same signed programs.
+    # Sign first, so that both packages contain the same signed programs.
     if sign:
         for program in [*(product / name for name in PROGRAMS.values()), actions]:
             sign(program)
@@ -122,7 +121,7 @@ def _folders(abi: str) -> tuple[Path, Path]:
 
 
 def build(dist: Path, time: int, sign: Signer | None) -> dict[str, list[linked.Component]]:
-    """Writes everything that MinGW-w64 has built; returns what is in each product, by the product's name."""
+    """Packages everything that MinGW-w64 has built; returns the components of each product by name."""
     of_product = linked.components(BUILD, [*PROGRAMS, SETUP_ACTIONS])
     product, symbols = _folders(MINGW)
     for name in PROGRAMS.values():
@@ -146,7 +145,7 @@ def build(dist: Path, time: int, sign: Signer | None) -> dict[str, list[linked.C
 def build_visual_cpp(
     programs: Path, dist: Path, time: int, sign: Signer | None
 ) -> dict[str, list[linked.Component]]:
-    """The same for programs in Visual C++'s interface, which were built elsewhere."""
+    """Does the same for programs with Visual C++'s ABI, which were built elsewhere."""
     inside = [*visual_cpp.components(programs), *linked.components(BUILD, [SETUP_ACTIONS])]
     product, symbols = _folders(MSVC)
     for name in PROGRAMS.values():

@@ -1,11 +1,11 @@
-"""The commands that the documents show, and how each is tried.
+"""The commands in the documents, and how each is checked.
 
-A block of code holds commands when it is indented or fenced as sh, bat or powershell; a fence has to say
-what it holds. Each program has a judge here, which runs the command, or checks that its options and names
-are real ones. What can be neither run nor checked here stands in RUN_ELSEWHERE with the test that runs it, or
-in SHOWN_ONLY with a reason. A command that nobody knows is a failure.
+A code block contains commands if it is indented or fenced as sh, bat or powershell; every fence must name
+its language. Each program has a judge, which runs the command or checks that its options and names exist.
+Commands that can be neither run nor checked here are in RUN_ELSEWHERE, with the test that runs them, or in
+SHOWN_ONLY, with a reason. An unknown command is a failure.
 
-Within sentences, code of several words whose first one could be a program is taken for a command.
+Inline code with several words is taken for a command if its first word could be a program.
 """
 
 import functools
@@ -25,8 +25,8 @@ from .markdown import ROOT, documents, tracked_files
 COMMAND_LANGUAGES = ("indented", "sh", "bat", "powershell")
 OTHER_LANGUAGES = ("text", "json", "cpp", "cmake", "mermaid", "ini", "markdown", "xml")
 
-# Commands that change the machine, or that this one does not have, and where a test runs each: a file, and a piece
-# of it that shows the call.
+# Commands that change the machine, or that it does not have, with the test that runs each: a file, and the
+# text of the call in it.
 RUN_ELSEWHERE = {
     "reg import on.reg": ("tests/package/test_msi.py", '"reg", "import", installed.folder / "deploy/diagnostic-log/on.reg"'),
     "reg import off.reg": ("tests/e2e/test_deploy.py", '"off.reg"'),
@@ -70,21 +70,21 @@ RUN_ELSEWHERE = {
     "curl --data-binary": ("bench/run.py", "--data-binary"),
 }
 
-# What no test runs, each with its reason.
+# Commands that no test runs, each with the reason.
 SHOWN_ONLY = {
     r'"C:\Program Files\Veltrane\KydLogUploader\Uninstall.exe" /S _?=C:\Program Files\Veltrane\KydLogUploader':
-        "of the setup program, which is not built any more",
+        "of the setup program, which is no longer built",
     r'schtasks /Create /TN "Veltrane\KydLogUploader" /XML KydLogUploader.task.xml':
         "Wine's Task Scheduler does not keep the arguments of a task; tests/e2e/test_deploy.py reads the file",
     r"type C:\Windows\KydLogUploaderCheck.txt": "shows a file",
     r"del C:\Windows\KydLogUploaderCheck.txt": "removes a file",
-    "dir /x": "shows names of files",
+    "dir /x": "lists file names",
     "apt-get install": "fetches Debian's packages; the machines of the tests have no network",
     "net helpmsg": "Wine's net does not have it",
     "xwin splat": "fetches Microsoft's SDK, whose licence its user has to accept",
 }
 
-# First words of code in sentences that is no command: declarations, targets, lists of packages, messages, settings.
+# First words of inline code that is not a command: declarations, targets, package lists, messages, settings.
 NO_COMMANDS = {"build", "const", "exception", "g++", "http", "ssl_session_cache", "static", "uploader"}
 
 MOST_SECONDS = 60
@@ -92,7 +92,7 @@ MOST_SECONDS = 60
 
 @dataclass(frozen=True)
 class Shown:
-    """One command of a document: a line, its continuations included."""
+    """A command in a document: a line with its continuation lines."""
 
     document: str
     line: int
@@ -119,7 +119,7 @@ def _commands_of(document, block):
         elif not text.endswith("|"):
             yield Shown(document.name, start, text)
             text = ""
-    assert not text, f"{document.name}:{start}: this command has no end"
+    assert not text, f"{document.name}:{start}: this command is not complete"
 
 
 def shown_commands() -> list[Shown]:
@@ -128,7 +128,7 @@ def shown_commands() -> list[Shown]:
 
 
 def mentioned_commands() -> list[Shown]:
-    """Commands within sentences."""
+    """Returns the commands in inline code."""
     return [Shown(document.name, line, text) for document in documents().values()
             for line, text in document.code_spans()
             if (first := re.match(r"((?:\./|/usr/)?[a-z][\w./+-]*|Kyd\w+) ", text)) and first[1] not in NO_COMMANDS]
@@ -147,13 +147,13 @@ def _run(command, **options):
 # The development script.
 
 
-# Commands whose options go to a script, which knows them.
+# Commands that pass their options to a script.
 SCRIPTS = {"test": "tests/run.py", "soak": "tests/run.py", "package": "packaging/build.py"}
 
 
 @functools.cache
 def dev_usage() -> dict[str, tuple[str, str]]:
-    """What `./dev` says of each command: its arguments, and all of its text."""
+    """Returns the help of `./dev` for each command: its arguments and the complete text."""
     finished = _run([ROOT / "dev"])
     assert finished.returncode == 0, finished.stderr
     found = {match[1]: (match[2], match[0]) for match in re.finditer(
@@ -164,7 +164,7 @@ def dev_usage() -> dict[str, tuple[str, str]]:
 
 @functools.cache
 def _words_of(script: str) -> set[str]:
-    """What the script says of its arguments; argparse breaks lines behind the hyphens of names."""
+    """Returns the words of the script's help; argparse breaks lines after hyphens in names."""
     finished = _run([sys.executable, ROOT / script, "--help"])
     assert finished.returncode == 0, finished.stderr
     return set(re.findall(r"[\w-]+", re.sub(r"-\n +", "-", finished.stdout)))
@@ -260,7 +260,7 @@ def judge_cmake(arguments, _):
         at += 1
 
 
-# Our programs.
+# Programs of this project.
 
 
 def _tree(folder: Path) -> Path:
@@ -272,7 +272,7 @@ def _tree(folder: Path) -> Path:
 def judge_status(arguments, place):
     program = place.programs / "KydUploadStatus"
     if arguments and arguments[0].startswith("<"):
-        # A synopsis: all options of the help and no other.
+        # A synopsis lists exactly the options of the help.
         shown = set(re.findall(r"--[\w-]+(?: [A-Z]+)?", " ".join(arguments)))
         helped = set(re.findall(r"--[\w-]+(?: [A-Z]+\b)?", _run([program, "--help"]).stdout.split("Exit")[0]))
         _need(shown == helped - {"--help", "--version"}, f"the help has {sorted(helped)}")
@@ -291,7 +291,7 @@ def judge_status(arguments, place):
 
 
 def _run_uploader(place, arguments):
-    """Runs the program with the settings below the place's folder; gives the diagnostic log."""
+    """Runs the program with the settings below the place's folder; returns the diagnostic log."""
     (place.folder / "run/lock").mkdir(parents=True, exist_ok=True)
     (place.folder / "var/log").mkdir(parents=True, exist_ok=True)
     environment = {**os.environ, "KEYWARD_SYSROOT": os.fspath(place.folder)}
@@ -312,7 +312,7 @@ def judge_uploader(arguments, place):
 
 
 def judge_seal(arguments, place):
-    """Stands behind a pipe; the text is the printf's before it."""
+    """Reads from a pipe the output of the printf before it."""
     own = place.folder / "bin"
     own.mkdir()
     shutil.copy2(place.programs / "keyward-seal", own)
@@ -329,11 +329,11 @@ def judge_printf(arguments, place):
     place.piped = finished.stdout
 
 
-# What else is shown.
+# Other commands.
 
 
 def judge_python(arguments, _):
-    _need(arguments[:2] == ["-m", "pytest"], "only pytest is shown")
+    _need(arguments[:2] == ["-m", "pytest"], "only pytest is supported")
     folder = arguments[2]
     conftest = (ROOT / folder / "conftest.py").read_text("utf-8")
     known = set(re.findall(r'addoption\(\s*"(--[\w-]+)"', conftest))
@@ -343,15 +343,15 @@ def judge_python(arguments, _):
 
 
 def judge_install(arguments, place):
-    """Installs below the place's folder; a run there then writes its diagnostic log."""
+    """Installs below the place's folder; a run there must then write a diagnostic log."""
     *options, source, target = arguments
-    _need(options == ["-D", "-m", "644"] and target.startswith("/"), "another way of installing")
+    _need(options == ["-D", "-m", "644"] and target.startswith("/"), "unsupported options of install")
     (found,) = (name for name in tracked_files()
                 if name.startswith("deploy/") and name.endswith(f"/{source}"))
     finished = _run(["install", *options, ROOT / found, f"{place.folder}{target}"])
     _need(finished.returncode == 0, finished.stderr)
     _need("EXECUTE LOGUPLOAD" in _run_uploader(place, ["localhost:1", _tree(place.folder)]),
-          "this does not switch the log on")
+          "this does not turn on the log")
 
 
 def judge_other_debian(arguments, place):
@@ -376,7 +376,7 @@ JUDGES = {
 
 @dataclass
 class Place:
-    """Where a command is tried: the programs, a folder of its own, what came through the pipe."""
+    """Where a command is run: the programs, a separate folder, and the input from a pipe."""
 
     programs: Path
     folder: Path
@@ -384,7 +384,7 @@ class Place:
 
 
 def judge(text: str, place: Place) -> None:
-    """Tries a command; raises AssertionError when it is unknown or not right."""
+    """Runs or checks a command; raises AssertionError if it is unknown or wrong."""
     if text in RUN_ELSEWHERE or text in SHOWN_ONLY:
         return
     lexer = shlex.shlex(text.replace("<", "\\<").replace(">", "\\>"), posix=True, punctuation_chars="|&;")
