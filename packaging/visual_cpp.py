@@ -31,7 +31,7 @@ def _imports(program: Path) -> set[str]:
     except Failure:
         listed = ""
     if "file format pei-x86-64" not in listed:
-        raise Failure(f"{program} is no program for x86-64 Windows")
+        raise Failure(f"{program} is not a program for x86-64 Windows")
     return {name.lower() for name in re.findall(r"DLL Name: (\S+)", listed)}
 
 

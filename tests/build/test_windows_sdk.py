@@ -55,7 +55,7 @@ def test_without_sdk_and_kit_the_variable_is_named(tmp_path):
     script = tmp_path / "tree/cmake/windows-sdk"
     script.parent.mkdir(parents=True)
     shutil.copy2(ROOT / "cmake/windows-sdk", script)
-    expect_one_line(run(script), "Windows SDK: KYD_WINDOWS_SDK has to name a folder that 'xwin splat' has written")
+    expect_one_line(run(script), "Windows SDK: KYD_WINDOWS_SDK must name a folder that 'xwin splat' has written")
 
 
 def test_folder_of_the_right_layout_is_used(sdk):

@@ -76,8 +76,8 @@ def test_lintian_finds_nothing(dist, version, debian_package):
     )
     found = done.stdout.splitlines()
     if RELEASE == "13":
-        # Of the status tool only: the same flags give the uploader checked calls, and the compiler finds no call in
-        # the tool that it could check and has to.
+        # Only for the status tool: the same flags give the uploader checked calls, but the tool has no call that the
+        # compiler can and needs to check.
         found.remove("I: kydloguploader: hardening-no-fortify-functions [usr/lib/kydloguploader/KydUploadStatus]")
     assert (done.returncode, found) == (0, [])
 

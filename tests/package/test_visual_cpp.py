@@ -139,7 +139,7 @@ def test_file_that_is_not_a_windows_program_is_refused(copied, content):
     if content == "linux":
         content = Path("/usr/bin/env").read_bytes()
     program.write_bytes(content)
-    assert refusal(copied) == f"{program} is no program for x86-64 Windows"
+    assert refusal(copied) == f"{program} is not a program for x86-64 Windows"
 
 
 def test_program_of_another_version_is_refused(copied, version):
