@@ -1,0 +1,35 @@
+// Comes before everything else in each source that uses Asio; see CMakeLists.txt.
+#ifndef CPPREST_ASIO_PRELUDE_H
+#define CPPREST_ASIO_PRELUDE_H
+
+#include <boost/asio/detail/config.hpp>
+#include <boost/version.hpp>
+
+// Asio ignores it when epoll cannot watch its timer file (ENOMEM, ENOSPC): then no time-out ever
+// comes. Without that file, the timers bound how long epoll waits. The library's threads look every
+// tenth of a second, even when what wakes them cannot be watched (0007).
+#undef BOOST_ASIO_HAS_TIMERFD
+
+// Names that Asio has dropped and the library uses, for what has taken their place.
+#if BOOST_VERSION >= 108700
+namespace boost {
+namespace asio {
+
+class io_context;
+using io_service = io_context;
+
+template <class Pointer, class Buffer>
+Pointer buffer_cast(const Buffer& buffer) {
+  return static_cast<Pointer>(buffer.data());
+}
+
+namespace ssl {
+class host_name_verification;
+using rfc2818_verification = host_name_verification;
+}  // namespace ssl
+
+}  // namespace asio
+}  // namespace boost
+#endif
+
+#endif
