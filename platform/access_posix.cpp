@@ -57,7 +57,8 @@ bool MayRemove(const std::wstring& path) {
   }
   struct stat of_folder;
   struct stat of_file;
-  if (Stat(folder.c_str(), of_folder) != 0 || lstat(native.c_str(), &of_file) != 0) {
+  if (Stat(folder.c_str(), of_folder) != 0 ||
+      Uninterrupted([&] { return lstat(native.c_str(), &of_file); }) != 0) {
     return Failed(errno, native);
   }
   // In a sticky folder only the owner of the folder or of the file may remove the file.

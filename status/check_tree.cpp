@@ -1,6 +1,5 @@
 // Checks the folders of the product and the rights that the uploader needs in them. A problem
 // shared by many accounts is one finding.
-// accounts share is one finding.
 #include <array>
 #include <cstddef>
 #include <cstdint>

@@ -6,6 +6,7 @@
 #include <msiquery.h>
 
 #include <optional>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -17,18 +18,16 @@ using kyd::setup::AsArgument;
 
 // The name by which the program makes sure that it runs once.
 constexpr wchar_t kInstanceName[] = L"Global\\VeltraneKydLogUploaderMutexString";
-// Where the setup program of earlier versions, of which Windows Installer knows nothing, has its
-// entry.
+// The entry of the setup program of earlier versions, which did not use Windows Installer.
 constexpr wchar_t kSetupEntry[] =
     L"Software\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\KydLogUploader";
 constexpr wchar_t kTaskName[] = L"Veltrane\\KydLogUploader";
 constexpr wchar_t kDefinition[] = L"deploy\\windows\\KydLogUploader.task.xml";
 // Below the system folder: the Task Scheduler has a file for each task.
 constexpr wchar_t kRegistered[] = L"\\Tasks\\";
-// Beside the program, where only administrators can write: the new definition, and the one that it
-// replaces.
+// Beside the program, where only administrators can write.
 constexpr wchar_t kOwnDefinition[] = L"KydLogUploader.task.tmp";
-constexpr wchar_t kOldDefinition[] = L"KydLogUploader.task.old";
+constexpr DWORD kLongestSchTasks = 5 * 60 * 1000;  // milliseconds
 // Separates the values that are passed to the deferred action; no value can contain it.
 constexpr wchar_t kSeparator = L'|';
 
@@ -71,12 +70,24 @@ bool Hold(const wchar_t* name) {
   return true;
 }
 
-bool IsInstalledBySetupProgram() {
-  return RegGetValueW(HKEY_LOCAL_MACHINE, kSetupEntry, L"UninstallString", RRF_RT_REG_SZ, nullptr,
-                      nullptr, nullptr) == ERROR_SUCCESS;
+// The uninstaller of an installation by the setup program of earlier versions, or an empty path. An
+// entry without its uninstaller is left over from one whose folder was deleted.
+std::wstring SetupUninstaller() {
+  wchar_t text[MAX_PATH + 2] = {};
+  DWORD size = sizeof text;
+  if (RegGetValueW(HKEY_LOCAL_MACHINE, kSetupEntry, L"UninstallString", RRF_RT_REG_SZ, nullptr,
+                   text, &size) != ERROR_SUCCESS) {
+    return {};
+  }
+  std::wstring path = text;
+  if (path.size() >= 2 && path.front() == L'"' && path.back() == L'"') {
+    path = path.substr(1, path.size() - 2);
+  }
+  return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES ? path : std::wstring();
 }
 
-// A running program cannot be opened for writing.
+// A running program cannot be opened for writing. Without the right to write, which an attended
+// installation does not have at this point, a running program is not noticed.
 bool IsInUse(const std::wstring& path) {
   const HANDLE file =
       CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
@@ -93,7 +104,8 @@ std::wstring SystemFolder() {
   return GetSystemDirectoryW(folder, MAX_PATH) != 0 ? folder : std::wstring();
 }
 
-// Calls schtasks for the program's task. Its exit code, or std::nullopt if it could not be started.
+// Calls schtasks for the program's task. Its exit code, or std::nullopt if it could not be started
+// or did not end. Its input is empty, so that it cannot ask for a password.
 std::optional<DWORD> RunSchTasks(const std::wstring& command, const std::wstring& arguments = {}) {
   const std::wstring folder = SystemFolder();
   if (folder.empty()) {
@@ -102,19 +114,33 @@ std::optional<DWORD> RunSchTasks(const std::wstring& command, const std::wstring
   const std::wstring program = folder + L"\\schtasks.exe";
   std::wstring line =
       AsArgument(program) + L' ' + command + L" /F /TN " + kTaskName + L' ' + arguments;
+  SECURITY_ATTRIBUTES inherited = {sizeof inherited, nullptr, TRUE};
+  const HANDLE nothing =
+      CreateFileW(L"NUL", GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                  &inherited, OPEN_EXISTING, 0, nullptr);
   STARTUPINFOW startup = {};
   startup.cb = sizeof startup;
+  startup.dwFlags = STARTF_USESTDHANDLES;
+  startup.hStdInput = startup.hStdOutput = startup.hStdError = nothing;
   PROCESS_INFORMATION process = {};
-  if (CreateProcessW(program.c_str(), line.data(), nullptr, nullptr, FALSE, CREATE_NO_WINDOW,
-                     nullptr, folder.c_str(), &startup, &process) == 0) {
+  const BOOL started =
+      CreateProcessW(program.c_str(), line.data(), nullptr, nullptr, TRUE, CREATE_NO_WINDOW,
+                     nullptr, folder.c_str(), &startup, &process);
+  if (nothing != INVALID_HANDLE_VALUE) {
+    CloseHandle(nothing);
+  }
+  if (started == 0) {
     return std::nullopt;
   }
-  WaitForSingleObject(process.hProcess, INFINITE);
   DWORD code = 0;
-  const BOOL known = GetExitCodeProcess(process.hProcess, &code);
+  const bool ended = WaitForSingleObject(process.hProcess, kLongestSchTasks) == WAIT_OBJECT_0 &&
+                     GetExitCodeProcess(process.hProcess, &code) != 0;
+  if (!ended) {
+    TerminateProcess(process.hProcess, ERROR_TIMEOUT);
+  }
   CloseHandle(process.hThread);
   CloseHandle(process.hProcess);
-  return known != 0 ? std::optional(code) : std::nullopt;
+  return ended ? std::optional(code) : std::nullopt;
 }
 
 std::optional<DWORD> CreateTask(const std::wstring& definition) {
@@ -158,9 +184,8 @@ bool WriteDefinition(const std::wstring& path, const std::wstring& text) {
   return WriteText(path, L'\xFEFF' + text);
 }
 
-// Copies the definition of the registered task as it is. If there is no task, the copy is empty.
+// Copies the definition of the registered task. If there is no task, the copy is empty.
 bool SaveRegisteredTask(const std::wstring& path) {
-  DeleteFileW(path.c_str());
   const std::wstring registered = SystemFolder() + kRegistered + kTaskName;
   if (CopyFileW(registered.c_str(), path.c_str(), TRUE) != 0) {
     return true;
@@ -175,11 +200,12 @@ bool SaveRegisteredTask(const std::wstring& path) {
 // Not called when a newer version removes this one: the newer one's action holds the name already.
 extern "C" UINT __stdcall CheckSetup(MSIHANDLE install) {
   const std::wstring folder = Property(install, L"InstallFolder");
-  if (Property(install, L"REMOVE") != L"ALL" && IsInstalledBySetupProgram()) {
+  const std::wstring uninstaller = SetupUninstaller();
+  if (Property(install, L"REMOVE") != L"ALL" && !uninstaller.empty()) {
     return Refuse(
         install,
         L"KydLogUploader was installed by its earlier setup program. Remove it first with " +
-            AsArgument(folder + L"Uninstall.exe") + L", and try again.");
+            AsArgument(uninstaller) + L", and try again.");
   }
   // Fails while a program runs; one that is started from now on ends at once.
   if (!Hold(kInstanceName)) {
@@ -207,33 +233,40 @@ extern "C" UINT __stdcall CheckSetup(MSIHANDLE install) {
   if (!kyd::setup::IsLogDir(log_dir)) {
     return Refuse(install, L"LOGDIR has to be an absolute path: " + log_dir);
   }
+  // The definition that is replaced gets a name of its own: one that another installation could not
+  // restore is kept.
+  const std::wstring old =
+      folder + L"KydLogUploader.task." + std::to_wstring(GetTickCount64()) + L".old";
   // A deferred action gets the property of its own name, and no other.
   for (const wchar_t* action : {L"RestoreTask", L"ForgetOldTask"}) {
-    MsiSetPropertyW(install, action, folder.c_str());
+    MsiSetPropertyW(install, action, old.c_str());
   }
-  const std::wstring data =
-      folder + kSeparator + tenant + kSeparator + kyd::setup::WithoutTrailingSeparators(log_dir);
+  const std::wstring data = folder + kSeparator + old + kSeparator + tenant + kSeparator +
+                            kyd::setup::WithoutTrailingSeparators(log_dir);
   return MsiSetPropertyW(install, L"RegisterTask", data.c_str());
 }
 
 // Deferred: registers the hourly task, or replaces it.
 extern "C" UINT __stdcall RegisterTask(MSIHANDLE install) {
-  const std::wstring data = Property(install, L"CustomActionData");
-  const std::size_t first = data.find(kSeparator);
-  const std::size_t second = data.find(kSeparator, first + 1);
-  if (first == std::wstring::npos || second == std::wstring::npos) {
+  std::wistringstream data(Property(install, L"CustomActionData"));
+  std::wstring folder;
+  std::wstring old;
+  std::wstring tenant;
+  std::wstring log_dir;
+  for (std::wstring* value : {&folder, &old, &tenant, &log_dir}) {
+    std::getline(data, *value, kSeparator);
+  }
+  if (log_dir.empty()) {
     return Refuse(install, L"The scheduled task was not registered: its settings are missing.");
   }
-  const std::wstring folder = data.substr(0, first);
-  const std::wstring definition = kyd::setup::WithArguments(
-      ReadDefinition(folder + kDefinition), data.substr(first + 1, second - first - 1),
-      data.substr(second + 1));
+  const std::wstring definition =
+      kyd::setup::WithArguments(ReadDefinition(folder + kDefinition), tenant, log_dir);
   const std::wstring own = folder + kOwnDefinition;
   if (definition.empty() || !WriteDefinition(own, definition)) {
     return Refuse(install,
                   L"The scheduled task was not registered: its definition cannot be written.");
   }
-  if (!SaveRegisteredTask(folder + kOldDefinition)) {
+  if (!SaveRegisteredTask(old)) {
     DeleteFileW(own.c_str());
     return Refuse(install,
                   L"The scheduled task was not registered: the present one cannot be saved.");
@@ -247,9 +280,10 @@ extern "C" UINT __stdcall RegisterTask(MSIHANDLE install) {
   return ERROR_SUCCESS;
 }
 
-// Rollback of RegisterTask, even if it was interrupted: the task is what it was before.
+// Rollback of RegisterTask, even if it was interrupted: restores the task that it has replaced, or
+// deletes the new one.
 extern "C" UINT __stdcall RestoreTask(MSIHANDLE install) {
-  const std::wstring old = Property(install, L"CustomActionData") + kOldDefinition;
+  const std::wstring old = Property(install, L"CustomActionData");
   WIN32_FILE_ATTRIBUTE_DATA file = {};
   if (GetFileAttributesExW(old.c_str(), GetFileExInfoStandard, &file) == 0) {
     return ERROR_SUCCESS;  // nothing was changed
@@ -263,15 +297,15 @@ extern "C" UINT __stdcall RestoreTask(MSIHANDLE install) {
   return ERROR_SUCCESS;
 }
 
-// Deferred, after all that can fail: what RegisterTask has replaced is not needed any more. Not a
-// commit action, which would not run when a policy disables rollback.
+// Deferred, after everything that can fail: deletes the definition that RegisterTask has replaced.
+// Not a commit action, which would not run when a policy disables rollback.
 extern "C" UINT __stdcall ForgetOldTask(MSIHANDLE install) {
-  DeleteFileW((Property(install, L"CustomActionData") + kOldDefinition).c_str());
+  DeleteFileW(Property(install, L"CustomActionData").c_str());
   return ERROR_SUCCESS;
 }
 
-// Deferred, after all that can fail, so that it needs no rollback. There may be no task, so nothing
-// that goes wrong here matters.
+// Deferred, after everything that can fail, so that it needs no rollback. There may be no task, so
+// failures are ignored.
 extern "C" UINT __stdcall RemoveTask(MSIHANDLE) {
   (void)DeleteTask();
   return ERROR_SUCCESS;

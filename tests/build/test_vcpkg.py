@@ -118,3 +118,33 @@ def test_program_uses_this_port():
 def test_version_is_the_projects():
     (version,) = re.findall(r"^project\(\w+ VERSION (\S+)", (ROOT / "CMakeLists.txt").read_text("utf-8"), re.M)
     assert manifest(ROOT)["version"] == version
+
+
+def conditions(path):
+    """Yields each line of a CMake list with the conditions under which it is read."""
+    open_blocks = []
+    for line in path.read_text("utf-8").splitlines():
+        words = line.partition("#")[0].strip()
+        if found := re.match(r"(?:else)?if *\((.*)\)$", words):
+            if words.startswith("else"):
+                open_blocks.pop()
+            open_blocks.append(found[1])
+        elif words == "else()":
+            open_blocks.append(f"NOT ({open_blocks.pop()})")
+        elif words == "endif()":
+            open_blocks.pop()
+        yield words, list(open_blocks)
+
+
+@pytest.mark.parametrize("path", ["CMakeLists.txt", "cmake/cpprestsdk/CMakeLists.txt"])
+def test_visual_cpp_gets_no_options_of_clang(path):
+    """Clang-cl takes them as well, so only a look at the list finds one."""
+    clang = 'CMAKE_CXX_COMPILER_ID STREQUAL "Clang"'
+    lines = [(words, blocks) for words, blocks in conditions(ROOT / path) if "MSVC" in blocks]
+    assert any("/bigobj" in words for words, _ in lines)
+    assert [words for words, blocks in lines if clang not in blocks and re.search(r"(?<![\w/:])-[Wfgm]", words)] == []
+
+
+def test_no_header_includes_itself_where_case_does_not_matter():
+    written = [blocks for words, blocks in conditions(PORT / "CMakeLists.txt") if "/headers/" in words]
+    assert written and all("NOT CMAKE_HOST_WIN32" in blocks for blocks in written)

@@ -12,7 +12,7 @@ from .conftest import ROOT
 
 WORKFLOWS = sorted((ROOT / ".github/workflows").glob("*.yml"))
 # Programs of the runners' operating systems.
-SYSTEM = {"apt-get", "cmake", "gh", "git", "python"}
+SYSTEM = {"apt-get", "cmake", "gh", "git", "mv", "python", "rm", "sha256sum"}
 VCPKG = "vcpkg/"  # where a workflow checks out vcpkg
 
 
@@ -82,6 +82,19 @@ def test_release_packages_what_windows_has_built():
     assert f"./dev package --test --windows-programs {place}\n" in release
     # The folder must be ignored by git, because a tree with changes is not packaged.
     subprocess.run(["git", "check-ignore", "--quiet", f"{place}/KydLogUploader.exe"], cwd=ROOT, check=True)
+
+
+def test_checksums_of_a_release_cover_the_packages_of_both(tmp_path):
+    release = (ROOT / ".github/workflows/release.yml").read_text("utf-8")
+    (line,) = re.findall(r"run: (.*sha256sum.*)\n +working-directory: dist\n", release)
+    dist = tmp_path / "dist"
+    dist.mkdir()
+    for name in ("a_1.0+deb12.deb", "a_1.0+deb13.deb", "a.msi"):
+        (dist / name).write_text(name, "utf-8")
+    (dist / "SHA256SUMS").write_text("of one release", "utf-8")
+    subprocess.run(line, shell=True, cwd=dist, check=True)
+    checked = subprocess.run(["sha256sum", "--check", "SHA256SUMS"], cwd=dist, capture_output=True, text=True, check=True)
+    assert checked.stdout == "a.msi: OK\na_1.0+deb12.deb: OK\na_1.0+deb13.deb: OK\n"
 
 
 @pytest.mark.parametrize("line", ["./dve test", "./dev tset", "./dev", "./tests/no_such_script", "make test",

@@ -2,7 +2,7 @@
 
 All of them occur in practice: they are in the manual pages, or a file system in use behaves like that. What
 cannot happen is omitted, such as a short send on a socket that stays writable, which edge-triggered
-polling relies on, or an interrupted call on a non-blocking socket.
+polling relies on.
 """
 
 import errno

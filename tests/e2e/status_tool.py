@@ -5,6 +5,7 @@ import json
 import os
 import subprocess
 import tempfile
+import threading
 import time
 
 from .result_text import block
@@ -115,7 +116,10 @@ def run_at_little_cost(machine, *arguments):
                 ["prlimit", f"--as={MOST_BYTES}", "--data=2000000", *command(machine, *arguments)],
                 env=machine.environment, stdin=subprocess.DEVNULL, stdout=output,
             )
+            timer = threading.Timer(SECONDS, process.kill)
+            timer.start()
             _, status_bits, used = os.wait4(process.pid, 0)
+            timer.cancel()
             process.returncode = os.waitstatus_to_exitcode(status_bits)
             assert process.returncode == OK
             best = min(best, used.ru_utime + used.ru_stime)

@@ -104,7 +104,7 @@ def test_dashboard_has_the_types_of_grafana(tmp_path):
         return finished.stdout + finished.stderr
 
     installed = json.loads((modules / "@grafana/schema/package.json").read_text("utf-8"))["version"]
-    documented = re.search(r"made for Grafana (\d+),", (ROOT / "deploy/README.md").read_text("utf-8"))[1]
+    documented = re.search(r"is for Grafana (\d+),", (ROOT / "deploy/README.md").read_text("utf-8"))[1]
     assert installed.partition(".")[0] == documented
     assert complaints(DASHBOARD) == ""
     assert "DashboardCursorSync" in complaints({**DASHBOARD, "graphTooltip": "shared"})

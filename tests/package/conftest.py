@@ -18,9 +18,9 @@ from .windows_machine import WindowsMachine  # noqa: E402
 
 RELEASE = platform.freedesktop_os_release()["VERSION_ID"]
 # Differences between Debian releases: package names, and where debhelper installs units.
-BOOST, GCC, SSL, UNITS = {
-    "12": ("libboost1.74-dev", "12", "libssl3", "lib/systemd/system"),
-    "13": ("libboost1.83-dev", "14", "libssl3t64", "usr/lib/systemd/system"),
+GCC, SSL, UNITS = {
+    "12": ("12", "libssl3", "lib/systemd/system"),
+    "13": ("14", "libssl3t64", "usr/lib/systemd/system"),
 }[RELEASE]
 WINDOWS_BUILD = ROOT / "build/release-windows"
 
@@ -29,6 +29,10 @@ def tool(*command, **options):
     """Runs a tool, which must succeed; returns its output."""
     options = {"check": True, "capture_output": True, "text": True, "timeout": 120, **options}
     return subprocess.run([str(word) for word in command], **options).stdout
+
+
+# A release can have several, of which one is installed.
+BOOST = tool("dpkg", "--search", "/usr/include/boost/version.hpp").partition(":")[0]
 
 
 def pytest_addoption(parser):

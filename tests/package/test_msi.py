@@ -372,10 +372,16 @@ def test_task_that_cannot_be_restored_is_kept_in_a_file(machine, scheduler, pack
     machine.task = OTHER_TASK
     (scheduler / "always-fails").touch()
     code, log = machine.msiexec("/i", package, *PROPERTIES)
-    old = machine.folder / "KydLogUploader.task.old"
+    (old,) = machine.folder.glob("KydLogUploader.task.*.old")
     assert code == FAILED
     assert f"The scheduled task could not be restored. Its definition is {INSTALLED}\\{old.name}" in log
+    # The next attempt neither deletes it nor takes it for its own.
+    (scheduler / "always-fails").unlink()
+    assert machine.install(package, *PROPERTIES) == DONE
     assert old.read_bytes() == OTHER_TASK
+    assert [one.name for one in machine.folder.glob("KydLogUploader.task.*")] == [old.name]
+    assert machine.uninstall(package) == DONE
+    old.unlink()
 
 
 def test_failed_removal_leaves_the_task(machine, scheduler, package):
@@ -434,6 +440,8 @@ def test_name_that_any_user_can_take_does_not_switch_the_check_off(machine, pack
 
 
 def test_installation_of_the_setup_program_has_to_be_removed_first(machine, package):
+    uninstaller = machine.folder / "Uninstall.exe"
+
     def set_up():
         code, _ = machine.run("reg", "add", SETUP_ENTRY, "/v", "UninstallString", "/d",
                               rf'\"{INSTALLED}\Uninstall.exe\"', "/f")
@@ -441,10 +449,16 @@ def test_installation_of_the_setup_program_has_to_be_removed_first(machine, pack
 
     try:
         set_up()
+        machine.folder.mkdir(parents=True)
+        uninstaller.touch()
         code, log = machine.msiexec("/i", package)
         assert code == FAILED
         assert f'was installed by its earlier setup program. Remove it first with "{INSTALLED}\\Uninstall.exe"' in log
-        assert not machine.folder.exists() and machine.entries() == []
+        assert files_below(machine.folder) == {"Uninstall.exe"} and machine.entries() == []
+        # The entry of an installation whose folder was deleted.
+        shutil.rmtree(machine.folder)
+        assert machine.install(package) == DONE
+        assert machine.uninstall(package) == DONE
         machine.run("reg", "delete", SETUP_ENTRY, "/f")
         assert machine.install(package) == DONE
         # This does not prevent the removal.
