@@ -444,7 +444,7 @@ def test_installation_of_the_setup_program_has_to_be_removed_first(machine, pack
 
     def set_up():
         code, _ = machine.run("reg", "add", SETUP_ENTRY, "/v", "UninstallString", "/d",
-                              rf'\"{INSTALLED}\Uninstall.exe\"', "/f")
+                              rf'"{INSTALLED}\Uninstall.exe"', "/f")
         assert code == 0
 
     try:
