@@ -1,7 +1,7 @@
 """Many runs: killed, racing, failing and ordinary ones, each checked individually.
 
-`--endurance long` runs enough of them to be trusted; the default is a sample. Times are random; the seed that
-a failing test prints reproduces them.
+`--endurance long` runs enough of them to be trusted; the default is a sample. Times are random; the number
+that a failing test prints reproduces them.
 """
 
 import collections

@@ -44,6 +44,14 @@ std::ptrdiff_t EntriesOf(const kyd_test::TempFolder& folder) {
 
 class FileWin32Test : public testing::Test {
  protected:
+  // Replaces the file by "new", which has to fail and leave nothing but the file with this content.
+  void ExpectFailedReplacement(const char* content) {
+    EXPECT_FALSE(platform::ReplaceWholeFile(path_, "new", 3, platform::FileReaders::kEveryone));
+    EXPECT_EQ(platform::LastError(), DWORD{ERROR_UNEXP_NET_ERR});
+    EXPECT_EQ(ReadFileBytes(path_), content);
+    EXPECT_EQ(EntriesOf(folder_), 1);
+  }
+
   kyd_test::TempFolder folder_;
   std::wstring path_ = folder_ / L"entry";
   std::wstring target_ = folder_ / L"target";
@@ -139,10 +147,7 @@ TEST_F(FileWin32Test, FailedWriteIsNotRepeated) {
 TEST_F(FileWin32Test, FailedWriteAbandonsTheWholeFile) {
   WriteFileBytes(path_, "old");
   const ReplacedImport write("WriteFile", &WriteAndFail);
-  EXPECT_FALSE(platform::ReplaceWholeFile(path_, "new", 3, platform::FileReaders::kEveryone));
-  EXPECT_EQ(platform::LastError(), DWORD{ERROR_UNEXP_NET_ERR});
-  EXPECT_EQ(ReadFileBytes(path_), "old");
-  EXPECT_EQ(EntriesOf(folder_), 1);
+  ExpectFailedReplacement("old");
 }
 
 // ---- The end of the file
@@ -231,10 +236,7 @@ BOOL WINAPI ReplaceAndFail(const wchar_t* source, const wchar_t* target, DWORD f
 TEST_F(FileWin32Test, ReplacementReportedAsFailedKeepsTheNewFile) {
   WriteFileBytes(path_, "old");
   const ReplacedImport move("MoveFileExW", &ReplaceAndFail);
-  EXPECT_FALSE(platform::ReplaceWholeFile(path_, "new", 3, platform::FileReaders::kEveryone));
-  EXPECT_EQ(platform::LastError(), DWORD{ERROR_UNEXP_NET_ERR});
-  EXPECT_EQ(ReadFileBytes(path_), "new");
-  EXPECT_EQ(EntriesOf(folder_), 1);
+  ExpectFailedReplacement("new");
 }
 
 BOOL WINAPI RemoveAndFail(const wchar_t* path) {
