@@ -231,10 +231,12 @@ class Prometheus:
             for one in self.get("query", query=expression)["result"]
         }
 
-    def targets_are_up(self):
+    def targets_are_scraped(self):
         targets = self.get("targets")["activeTargets"]
         assert not [one["lastError"] for one in targets if one["lastError"]], targets
-        return len(targets) == 2 and all(one["health"] == "up" for one in targets)
+        # A target is up a moment before the samples of its scrape can be queried.
+        return (len(targets) == 2 and all(one["health"] == "up" for one in targets)
+                and list(self.values("sum(up)").values()) == [2])
 
 
 @contextlib.contextmanager
@@ -265,7 +267,7 @@ def scraped(folder, directly):
             folder=folder,
         ))
         server = Prometheus(ports[1])
-        assert wait_until(server.targets_are_up, SECONDS)
+        assert wait_until(server.targets_are_scraped, SECONDS)
         yield server
 
 
