@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "platform/text.h"
+#include "socket/library_threads.h"
 
 namespace CorvidSocket {
 
@@ -96,34 +97,34 @@ http_response HttpClient::SendRequest(const web::uri& base, HttpRequestBase& req
 
 HttpClient::Outcome HttpClient::Attempt(const web::uri& base, HttpRequestBase& request,
                                         const std::wstring& path, const std::wstring& query) {
-  return pplx::create_task([&]() {
-           web::uri_builder address(base);
-           if (!path.empty()) {
-             address.append_path(platform::ToNative(path), /*is_encode=*/false);
-           }
-           if (!query.empty()) {
-             address.append(web::uri(platform::ToNative(query)));
-           }
-           request.answer_body = BoundedBody();
-           request.request.set_response_stream(request.answer_body.Stream());
-           return transport_(address.to_uri(), get_http_config(base), request.request);
-         })
-      .then([](const pplx::task<http_response>& answered) {
-        // Throws a copy: the library's threads may hold the original for longer.
-        Outcome outcome;
-        try {
-          outcome.answer = answered.get();
-        } catch (const Exception& failed) {
-          outcome.failure = std::make_shared<const Exception>(failed);
-        } catch (const boost::exception& failed) {
-          outcome.failure = std::make_shared<const Exception>(failed);
-        } catch (const web::http::http_exception& failed) {
-          // The library's error code is dropped; its text describes the failure.
-          outcome.failure = std::make_shared<const Exception>(std::string(failed.what()));
-        }
-        return outcome;
-      })
-      .get();
+  const auto send = [&]() {
+    web::uri_builder address(base);
+    if (!path.empty()) {
+      address.append_path(platform::ToNative(path), /*is_encode=*/false);
+    }
+    if (!query.empty()) {
+      address.append(web::uri(platform::ToNative(query)));
+    }
+    request.answer_body = BoundedBody();
+    request.request.set_response_stream(request.answer_body.Stream());
+    return transport_(address.to_uri(), get_http_config(base), request.request);
+  };
+  const auto keep = [](const pplx::task<http_response>& answered) {
+    // Keeps a copy: the library's threads may hold the original for longer.
+    Outcome outcome;
+    try {
+      outcome.answer = answered.get();
+    } catch (const Exception& failed) {
+      outcome.failure = std::make_shared<const Exception>(failed);
+    } catch (const boost::exception& failed) {
+      outcome.failure = std::make_shared<const Exception>(failed);
+    } catch (const web::http::http_exception& failed) {
+      // The library's error code is dropped; its text describes the failure.
+      outcome.failure = std::make_shared<const Exception>(std::string(failed.what()));
+    }
+    return outcome;
+  };
+  return pplx::create_task(send, OnLibraryThread()).then(keep).get();
 }
 
 http_client_config HttpClient::get_http_config(const web::uri& base) {

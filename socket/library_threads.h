@@ -1,11 +1,18 @@
 // The REST library's threads.
 #pragma once
 
+#include <pplx/pplxtasks.h>
+
 namespace CorvidSocket {
 
-// Limits the library's pool to the threads that one upload at a time needs, unless the pool exists
-// already. Call it right before the library is first used for a file: a run without files then
-// needs neither a thread nor OpenSSL. Windows has its own pool.
-void LimitLibraryThreads() noexcept;
+// Gives the library one thread, enough for one upload at a time, unless it has its threads already,
+// and runs its tasks on the thread that creates or continues them (pplx::scheduler_interface). Call
+// it right before the library is first used for a file: a run without files then needs neither a
+// thread nor OpenSSL. Windows has its own pool.
+void PrepareLibraryThreads() noexcept;
+
+// Options for tasks that use connections: they run on the library's thread, the only one that
+// does. On Windows these are the default options.
+[[nodiscard]] pplx::task_options OnLibraryThread();
 
 }  // namespace CorvidSocket

@@ -1,7 +1,8 @@
-// The thread pool of the library's Asio back end.
+// The threads of the library's Asio back end.
 #include <pplx/threadpool.h>
 
 #include <cstddef>
+#include <memory>
 #include <mutex>
 
 #include "socket/library_threads.h"
@@ -15,15 +16,30 @@ namespace {
 // the library adds a thread.
 constexpr std::size_t kLibraryThreads = 1;
 
+// Runs a task at once. Otherwise opening a file and finishing an answer would each wake the pool's
+// thread, while the main thread waits for it.
+class InlineScheduler final : public pplx::scheduler_interface {
+ public:
+  void schedule(pplx::TaskProc_t run, void* argument) override { run(argument); }
+};
+
 }  // namespace
 
-void LimitLibraryThreads() noexcept {
+void PrepareLibraryThreads() noexcept {
   try {
     static std::once_flag done;
-    std::call_once(done, [] { crossplat::threadpool::initialize_with_threads(kLibraryThreads); });
+    std::call_once(done, [] {
+      crossplat::threadpool::initialize_with_threads(kLibraryThreads);
+      pplx::set_ambient_scheduler(std::make_shared<InlineScheduler>());
+    });
   } catch (...) {
-    // The pool exists already, or its first use creates it and fails where failures are handled.
+    // A pool or scheduler exists already, or its first use creates it and fails where failures are
+    // handled.
   }
+}
+
+pplx::task_options OnLibraryThread() {
+  return {std::make_shared<pplx::details::linux_scheduler>()};
 }
 
 }  // namespace CorvidSocket

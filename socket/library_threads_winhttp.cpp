@@ -3,6 +3,10 @@
 
 namespace CorvidSocket {
 
-void LimitLibraryThreads() noexcept {}
+void PrepareLibraryThreads() noexcept {}
+
+pplx::task_options OnLibraryThread() {
+  return {};
+}
 
 }  // namespace CorvidSocket
