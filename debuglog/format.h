@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <string>
+#include <type_traits>
 
 namespace kyd {
 
@@ -24,6 +25,21 @@ const Char* Argument(const std::basic_string<Char>& text) {
   return text.c_str();
 }
 
+template <class Char>
+using Context =
+    std::conditional_t<std::is_same_v<Char, char>, fmt::printf_context, fmt::wprintf_context>;
+
+// Not templates: each file that formats would otherwise compile fmt's own formatting again, which
+// takes longer than the rest of most files.
+std::string Expand(std::size_t capacity, const char* format, fmt::printf_args arguments);
+std::wstring Expand(std::size_t capacity, const wchar_t* format, fmt::wprintf_args arguments);
+
+template <class Char, class... Values>
+std::basic_string<Char> ExpandValues(std::size_t capacity, const Char* format,
+                                     const Values&... values) {
+  return Expand(capacity, format, fmt::make_format_args<Context<Char>>(values...));
+}
+
 }  // namespace format_detail
 
 // Formats like wsprintf (%d, %u, %s, %c, widths, zero fill): %s takes text of the format's own
@@ -32,12 +48,7 @@ const Char* Argument(const std::basic_string<Char>& text) {
 template <class Char, class... Arguments>
 std::basic_string<Char> FormatBounded(std::size_t capacity, const Char* format,
                                       const Arguments&... arguments) {
-  std::basic_string<Char> text =
-      fmt::sprintf(fmt::basic_string_view<Char>(format), format_detail::Argument(arguments)...);
-  if (text.size() >= capacity) {
-    text.resize(capacity - 1);
-  }
-  return text;
+  return format_detail::ExpandValues(capacity, format, format_detail::Argument(arguments)...);
 }
 
 }  // namespace kyd
