@@ -124,6 +124,7 @@ HttpClient::Outcome HttpClient::Attempt(const web::uri& base, HttpRequestBase& r
     }
     return outcome;
   };
+  // `keep` runs there as well, after the handler that received the headers has returned.
   return pplx::create_task(send, OnLibraryThread()).then(keep).get();
 }
 

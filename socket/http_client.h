@@ -63,8 +63,8 @@ class HttpClient {
 [[nodiscard]] std::wstring ReadAnswerText(web::http::http_response answer,
                                           const HttpRequestBase& request);
 
-// The destructor waits until the response body has ended, successfully or not, so that nothing of
-// the request is still running.
+// The destructor waits until the response body has ended, successfully or not: nothing uses the
+// bodies of request and response any more.
 class AnswerGuard {
  public:
   explicit AnswerGuard(web::http::http_response answer) : answer_(std::move(answer)) {}

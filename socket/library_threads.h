@@ -6,13 +6,13 @@
 namespace CorvidSocket {
 
 // Gives the library one thread, enough for one upload at a time, unless it has its threads already,
-// and runs its tasks on the thread that creates or continues them (pplx::scheduler_interface). Call
-// it right before the library is first used for a file: a run without files then needs neither a
-// thread nor OpenSSL. Windows has its own pool.
+// and runs tasks on the thread that creates them, and a continuation on the thread that completes
+// the task before (pplx::scheduler_interface). Call it right before the library is first used for a
+// file: a run without files then needs neither a thread nor OpenSSL. Windows has its own pool.
 void PrepareLibraryThreads() noexcept;
 
-// Options for tasks that use connections: they run on the library's thread, the only one that
-// does. On Windows these are the default options.
+// Options for tasks that use connections: they run on the library's thread; no other thread uses
+// connections. On Windows, the default options.
 [[nodiscard]] pplx::task_options OnLibraryThread();
 
 }  // namespace CorvidSocket

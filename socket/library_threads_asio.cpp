@@ -16,8 +16,8 @@ namespace {
 // the library adds a thread.
 constexpr std::size_t kLibraryThreads = 1;
 
-// Runs a task at once. Otherwise opening a file and finishing an answer would each wake the pool's
-// thread, while the main thread waits for it.
+// Runs a task at once, on the calling thread. Otherwise opening a file and finishing an answer
+// would each wake the pool's thread, while the main thread waits for it.
 class InlineScheduler final : public pplx::scheduler_interface {
  public:
   void schedule(pplx::TaskProc_t run, void* argument) override { run(argument); }
@@ -29,17 +29,17 @@ void PrepareLibraryThreads() noexcept {
   try {
     static std::once_flag done;
     std::call_once(done, [] {
-      crossplat::threadpool::initialize_with_threads(kLibraryThreads);
       pplx::set_ambient_scheduler(std::make_shared<InlineScheduler>());
+      crossplat::threadpool::initialize_with_threads(kLibraryThreads);
     });
   } catch (...) {
-    // A pool or scheduler exists already, or its first use creates it and fails where failures are
-    // handled.
+    // A scheduler or the pool exists already, or the pool's first use creates it and fails where
+    // failures are handled.
   }
 }
 
 pplx::task_options OnLibraryThread() {
-  return {std::make_shared<pplx::details::linux_scheduler>()};
+  return {std::make_shared<pplx::default_scheduler_t>()};
 }
 
 }  // namespace CorvidSocket

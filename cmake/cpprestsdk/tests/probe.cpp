@@ -13,7 +13,8 @@
 //   probe tasks COUNT                waits for this many tasks, and counts the handles they use
 //
 // The environment variable SHORT_READS limits the bytes that ReadFile returns (Windows).
-// threads=N sets the number of threads in the library's pool (POSIX).
+// threads=N sets the number of threads in the library's pool; `inline` sets one, and runs tasks
+// that use no connection where they are created, as the uploader does (POSIX).
 //
 // Backslash escapes \r, \n and \0 in VALUE become those characters.
 
@@ -145,6 +146,15 @@ http_request Post(const concurrency::streams::istream& body, const Arguments& ar
   return result;
 }
 
+pplx::task<http_response> Send(const http_client& client, const http_request& request) {
+#ifdef _WIN32
+  return http_client(client).request(request);
+#else
+  return pplx::create_task([client, request] { return http_client(client).request(request); },
+                           pplx::task_options(std::make_shared<pplx::default_scheduler_t>()));
+#endif
+}
+
 void PostFile(const std::string& url, const std::string& file, const Arguments& arguments) {
   auto configuration = Configuration(arguments);
 #ifndef _WIN32
@@ -170,7 +180,7 @@ void PostFile(const std::string& url, const std::string& file, const Arguments& 
     }
     const auto body = Open(file);
     Report([&] {
-      auto response = client->request(Post(body, arguments)).get();
+      auto response = Send(*client, Post(body, arguments)).get();
       std::cout << "status=" << response.status_code() << "\n";
       const auto text = response.extract_utf8string(true).get();
       std::cout << "body=" << text.size() << "\n";
@@ -239,7 +249,7 @@ void ListDescriptors(const std::string& url, const std::string& file) {
   const auto before = inherited();
   const auto body = Open(file);
   http_client client(web::uri(Wide(url)), Configuration({"timeout=1500"}));
-  auto answer = client.request(Post(body, {}));
+  auto answer = Send(client, Post(body, {}));
   std::this_thread::sleep_for(std::chrono::milliseconds(700));
   std::cout << "leaked=" << inherited().size() - before.size() << "\n";
   Report([&] { answer.get(); });
@@ -302,7 +312,7 @@ void ReadIntoThrowingSink(const std::string& url, bool late) {
     request.set_body(std::string("x"));
     request.set_response_stream(concurrency::streams::basic_ostream<uint8_t>(
         concurrency::streams::streambuf<uint8_t>(std::shared_ptr<Buffer>(new ThrowingSink(late)))));
-    Report([&] { client.request(request).get().content_ready().get(); });
+    Report([&] { Send(client, request).get().content_ready().get(); });
   }
 }
 
@@ -310,7 +320,7 @@ void Leave(const std::string& url, const std::string& file, const Arguments& arg
   static std::unique_ptr<http_client> kept;
   auto client = std::make_unique<http_client>(web::uri(Wide(url)), Configuration({}));
   const auto body = Open(file);
-  auto answer = client->request(Post(body, {}));
+  auto answer = Send(*client, Post(body, {}));
   if (Has(arguments, "abandon")) {
     const auto now = std::chrono::steady_clock::now().time_since_epoch().count();
     std::this_thread::sleep_for(std::chrono::microseconds(now / 1000 % 8000));
@@ -397,6 +407,13 @@ BOOL WINAPI ReadShort(HANDLE file, void* buffer, DWORD size, DWORD* read, OVERLA
 }
 #endif
 
+#ifndef _WIN32
+class InlineScheduler : public pplx::scheduler_interface {
+ public:
+  void schedule(pplx::TaskProc_t run, void* argument) override { run(argument); }
+};
+#endif
+
 }  // namespace
 
 #ifdef _WIN32
@@ -415,6 +432,10 @@ int main(int argc, char** argv) {
 #ifndef _WIN32
     if (const long threads = Number(arguments, "threads", 0)) {
       crossplat::threadpool::initialize_with_threads(static_cast<size_t>(threads));
+    }
+    if (Has(arguments, "inline")) {
+      crossplat::threadpool::initialize_with_threads(1);
+      pplx::set_ambient_scheduler(std::make_shared<InlineScheduler>());
     }
 #endif
     if (command == "open") {

@@ -7,16 +7,17 @@ import ssl
 import struct
 import threading
 import time
-from dataclasses import dataclass
+from dataclasses import dataclass, field
 
 
 @dataclass
 class Request:
-    """A request as received: the bytes of the header block, and the length of the body."""
+    """A request as received: the bytes of the header block, the lengths of the body and of its chunks."""
 
     head: bytes
     body: int
     digest: str = ""
+    chunks: list = field(default_factory=list)  # as sent, with their size lines
 
     def values(self, name):
         """Returns the values of a header, in order."""
@@ -175,11 +176,11 @@ class ScriptedServer:
         length = 0
         digest = hashlib.sha256()
         if any("chunked" in value for value in request.values("transfer-encoding")):
-            while size := int(stream.readline(), 16):
+            while size := int(line := stream.readline(), 16):
                 data = stream.read(size)
                 digest.update(data)
                 length += len(data)
-                stream.readline()
+                request.chunks.append(len(line) + len(data) + len(stream.readline()))
             stream.readline()
         else:
             left = int((request.values("content-length") or ["0"])[0])

@@ -104,8 +104,8 @@ def test_name_is_resolved_once_with_a_cache(probe, serve, small, tmp_path, optio
 
 
 @pytest.mark.usefixtures("posix")
-@pytest.mark.parametrize("threads", [1, 4])
-def test_server_that_moves_is_found_in_the_same_request(probe, serve, small, tmp_path, threads):
+@pytest.mark.parametrize("pool", ["inline", "threads=4"])
+def test_server_that_moves_is_found_in_the_same_request(probe, serve, small, tmp_path, pool):
     address = tmp_path / "address"
     address.write_text("127.0.0.1")
 
@@ -117,7 +117,7 @@ def test_server_that_moves_is_found_in_the_same_request(probe, serve, small, tmp
 
     servers = [serve(move)]
     lines = probe(
-        "post", servers[0].url, small, "clients", "share", "count=3", f"threads={threads}",
+        "post", servers[0].url, small, "clients", "share", "count=3", pool,
         **preloaded(probe), RESOLVER_FILE=str(address),
     )  # fmt: skip
     assert lines == ["status=200", "body=2"] * 3
@@ -126,13 +126,13 @@ def test_server_that_moves_is_found_in_the_same_request(probe, serve, small, tmp
 
 
 @pytest.mark.usefixtures("posix")
-@pytest.mark.parametrize("threads", [1, 4])
+@pytest.mark.parametrize("pool", ["inline", "threads=4"])
 @pytest.mark.parametrize(
     "left_behind", [Stall("handshake"), HANG_UP, Stall("answer"), RESET],
     ids=["silence", "broken handshake", "silence after the body", "reset"],
 )  # fmt: skip
 def test_server_that_moves_and_is_still_listening_is_found_by_the_next_request(
-    probe, serve, small, tmp_path, left_behind, threads
+    probe, serve, small, tmp_path, left_behind, pool
 ):
     address = tmp_path / "address"
     address.write_text("127.0.0.1")
@@ -145,7 +145,7 @@ def test_server_that_moves_and_is_still_listening_is_found_by_the_next_request(
     servers = [serve(move, left_behind, OK)]
     lines = probe(
         "post", servers[0].url, small, "clients", "share", "count=4", "timeout=1500",
-        f"threads={threads}", **preloaded(probe), RESOLVER_FILE=str(address),
+        pool, **preloaded(probe), RESOLVER_FILE=str(address),
     )  # fmt: skip
     assert lines[:3] == ["status=200", "body=2", "error=http_exception"]
     assert lines[5:] == ["status=200", "body=2"] * 2
@@ -153,8 +153,8 @@ def test_server_that_moves_and_is_still_listening_is_found_by_the_next_request(
 
 
 @pytest.mark.usefixtures("posix")
-@pytest.mark.parametrize("threads", [1, 4])
-def test_server_that_is_gone_fails_the_request(probe, serve, small, tmp_path, threads):
+@pytest.mark.parametrize("pool", ["inline", "threads=4"])
+def test_server_that_is_gone_fails_the_request(probe, serve, small, tmp_path, pool):
     address = tmp_path / "address"
     address.write_text("127.0.0.1")
 
@@ -164,7 +164,7 @@ def test_server_that_is_gone_fails_the_request(probe, serve, small, tmp_path, th
 
     server = serve(go)
     lines = probe(
-        "post", server.url, small, "clients", "share", "count=2", f"threads={threads}",
+        "post", server.url, small, "clients", "share", "count=2", pool,
         **preloaded(probe), RESOLVER_FILE=str(address),
     )  # fmt: skip
     assert lines[:3] == ["status=200", "body=2", "error=http_exception"]
@@ -266,8 +266,9 @@ def test_exception_of_a_sink_fails_its_request_alone(probe, serve):
 
 
 @pytest.mark.usefixtures("posix")
-def test_pool_of_one_thread_goes_on_when_a_handler_waits(probe, serve):
-    lines = probe("throw", serve(OK).url, "late", "threads=1")
+@pytest.mark.parametrize("pool", ["threads=1", "inline"])
+def test_pool_of_one_thread_goes_on_when_a_handler_waits(probe, serve, pool):
+    lines = probe("throw", serve(OK).url, "late", pool)
     assert lines == ["error=exception", "what=the sink is full"] * 2
 
 
@@ -351,14 +352,14 @@ def test_silence_fails_the_request_in_every_phase(probe, serve, tmp_path, stage)
 
 
 @pytest.mark.usefixtures("posix")
-@pytest.mark.parametrize("threads", [1, 4])
+@pytest.mark.parametrize("pool", ["inline", "threads=4"])
 @pytest.mark.parametrize("stage", ["handshake", "answer", "middle"])
 def test_silence_fails_the_request_although_nothing_can_wake_the_pool(
-    probe, serve, small, stage, threads
+    probe, serve, small, stage, pool
 ):
     """Apart from the connection, everything that epoll watches is an anonymous inode."""
     lines = probe(
-        "post", serve(Stall(stage)).url, small, "timeout=1500", f"threads={threads}", limit=20,
+        "post", serve(Stall(stage)).url, small, "timeout=1500", pool, limit=20,
         **preloaded(probe), NOT_WATCHED="anon_inode",
     )  # fmt: skip
     assert lines[-3:-1] == ["error=http_exception", "code=110"]
@@ -389,8 +390,8 @@ def test_connection_that_is_not_accepted_times_out(probe, small):
 
 
 @pytest.mark.usefixtures("posix")
-@pytest.mark.parametrize("threads", [1, 4])
-def test_no_further_address_is_tried_after_the_time_out(probe, small, tmp_path, threads):
+@pytest.mark.parametrize("pool", ["inline", "threads=4"])
+def test_no_further_address_is_tried_after_the_time_out(probe, small, tmp_path, pool):
     address = tmp_path / "address"
     address.write_text("127.0.0.1 127.0.0.2 127.0.0.3 127.0.0.4")
     with socket.socket() as listener:
@@ -402,7 +403,7 @@ def test_no_further_address_is_tried_after_the_time_out(probe, small, tmp_path, 
             one.connect_ex(listener.getsockname())
         lines = probe(
             "post", f"https://localhost:{listener.getsockname()[1]}/log", small, "timeout=500",
-            f"threads={threads}", limit=20, **preloaded(probe), RESOLVER_FILE=str(address),
+            pool, limit=20, **preloaded(probe), RESOLVER_FILE=str(address),
             SLOW_CONNECTS="3", MILLISECONDS="700",
         )  # fmt: skip
         assert lines[:2] == ["error=http_exception", "code=110"]
@@ -429,10 +430,10 @@ def test_name_that_takes_long_to_resolve_times_out(probe, serve, small):
 
 
 @pytest.mark.usefixtures("posix")
-@pytest.mark.parametrize("threads", [1, 4])
-def test_threads_that_cannot_be_woken_poll(probe, serve, small, threads):
+@pytest.mark.parametrize("pool", ["inline", "threads=4"])
+def test_threads_that_cannot_be_woken_poll(probe, serve, small, pool):
     lines = probe(
-        "post", serve(OK).url, small, "count=3", f"threads={threads}", limit=20,
+        "post", serve(OK).url, small, "count=3", pool, limit=20,
         **preloaded(probe), NOT_WATCHED="eventfd",
     )  # fmt: skip
     assert lines == ["status=200", "body=2"] * 3
@@ -451,6 +452,15 @@ def test_body_arrives_byte_for_byte(probe, serve, tmp_path, size):
     assert (request.body, request.digest) == (size, hashlib.sha256(file.read_bytes()).hexdigest())
 
 
+@pytest.mark.usefixtures("posix")
+def test_chunks_fit_four_tls_records(probe, serve, tmp_path):
+    file = tmp_path / "file.log"
+    file.write_bytes(b"x" * 300_000)
+    server = serve(OK)
+    assert probe("post", server.url, file) == ["status=200", "body=2"]
+    assert 4 * 16384 - 16 < max(server.requests[0].chunks) <= 4 * 16384
+
+
 @pytest.mark.parametrize("tls", [True, False])
 def test_body_that_is_read_late_arrives_byte_for_byte(probe, serve, tmp_path, tls):
     file = tmp_path / "file.log"
@@ -461,13 +471,14 @@ def test_body_that_is_read_late_arrives_byte_for_byte(probe, serve, tmp_path, tl
 
 
 @pytest.mark.usefixtures("posix")
+@pytest.mark.parametrize("how", [[], ["inline"]], ids="-".join)
 @pytest.mark.parametrize("failing", [1, 3, 8])
-def test_read_error_fails_the_request(probe, serve, tmp_path, failing):
+def test_read_error_fails_the_request(probe, serve, tmp_path, failing, how):
     file = tmp_path / "file.log"
     file.write_bytes(b"x" * (8 * 65536))
     server = serve(OK)
     lines = probe(
-        "post", server.url, file, "count=2", **preloaded(probe), FAILING_READ=str(failing)
+        "post", server.url, file, "count=2", *how, **preloaded(probe), FAILING_READ=str(failing)
     )
     assert lines[:2] == ["error=system_error", "code=5"]
     assert lines[-2:] == ["status=200", "body=2"]
@@ -572,10 +583,16 @@ def test_body_of_4_gibibytes_is_sent_whole(request, probe, serve, tmp_path, size
 @pytest.mark.parametrize(
     "answer", [OK, RESET, Early(status(b"401 No"))], ids=["ok", "reset", "early"]
 )
-@pytest.mark.parametrize("how", [[], ["open"], ["static"], ["open", "abandon"]], ids="-".join)
+@pytest.mark.parametrize(
+    "how",
+    [[], ["open"], ["static"], ["open", "abandon"], ["inline"], ["open", "abandon", "inline"]],
+    ids="-".join,
+)
 def test_process_ends_right_after_a_request(request, probe, serve, small, answer, how):
     if probe.windows and "abandon" in how:
         pytest.skip("an active request is handled by WinHTTP's own threads")
+    if probe.windows and "inline" in how:
+        pytest.skip("Windows has its own pool")
     if probe.sanitized and ("static" in how or "abandon" in how):
         pytest.skip("threads that outlive the pool access freed memory; see README.md")
     server = serve(answer)
