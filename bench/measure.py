@@ -29,6 +29,7 @@ class Contender:
     prepare: callable = lambda: None
     check: callable = lambda: None
     samples: list = field(default_factory=list)
+    earlier: "Contender" = None  # the same with an earlier build of the program
 
     def run(self):
         self.prepare()
