@@ -110,7 +110,7 @@ HttpClient::Outcome HttpClient::Attempt(const web::uri& base, HttpRequestBase& r
     return transport_(address.to_uri(), get_http_config(base), request.request);
   };
   const auto keep = [](const pplx::task<http_response>& answered) {
-    // Keeps a copy: the library's threads may hold the original for longer.
+    // Keeps a copy: the library may hold the original for longer, on Windows in its threads.
     Outcome outcome;
     try {
       outcome.answer = answered.get();
@@ -124,8 +124,7 @@ HttpClient::Outcome HttpClient::Attempt(const web::uri& base, HttpRequestBase& r
     }
     return outcome;
   };
-  // `keep` runs there as well, after the handler that received the headers has returned.
-  return pplx::create_task(send, OnLibraryThread()).then(keep).get();
+  return Await(pplx::create_task(send).then(keep));
 }
 
 http_client_config HttpClient::get_http_config(const web::uri& base) {
@@ -140,7 +139,7 @@ http_client_config HttpClient::get_http_config(const web::uri& base) {
 
 std::wstring ReadAnswerText(http_response answer, const HttpRequestBase& request) {
   try {
-    answer.content_ready().wait();
+    Await(answer.content_ready());
   } catch (const BodyCutOff&) {
     // The kept part is already more than a log line can show. The library would throw again instead
     // of returning the text.
@@ -153,7 +152,7 @@ std::wstring ReadAnswerText(http_response answer, const HttpRequestBase& request
 
 AnswerGuard::~AnswerGuard() {
   try {
-    answer_.content_ready().wait();
+    Await(answer_.content_ready());
   } catch (...) {
     // The response was judged by its status; its body no longer matters.
   }

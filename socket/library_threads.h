@@ -1,18 +1,28 @@
-// The REST library's threads.
+// Where the REST library runs.
 #pragma once
 
 #include <pplx/pplxtasks.h>
 
+#include <functional>
+
 namespace CorvidSocket {
 
-// Gives the library one thread, enough for one upload at a time, unless it has its threads already,
-// and runs tasks on the thread that creates them, and a continuation on the thread that completes
-// the task before (pplx::scheduler_interface). Call it right before the library is first used for a
-// file: a run without files then needs neither a thread nor OpenSSL. Windows has its own pool.
-void PrepareLibraryThreads() noexcept;
+// Sets up the library so that it needs no threads of its own: a task runs on the thread that
+// creates it, a continuation on the thread that completes the task before
+// (pplx::scheduler_interface), and what connections wait for on the thread that waits in `Await`.
+// Call it right before the library is first used for a file: a run without files then needs no
+// OpenSSL. On Windows it does nothing: there the library uses the system's thread pool.
+void PrepareLibrary() noexcept;
 
-// Options for tasks that use connections: they run on the library's thread; no other thread uses
-// connections. On Windows, the default options.
-[[nodiscard]] pplx::task_options OnLibraryThread();
+// Runs what the library's connections have to do until `is_done` returns true.
+void RunLibraryUntil(const std::function<bool()>& is_done);
+
+// Returns a task's result or throws its exception. Instead of `get()` and `wait()`, which would
+// wait forever for what only this thread runs.
+template <class Result>
+Result Await(const pplx::task<Result>& task) {
+  RunLibraryUntil([&task] { return task.is_done(); });
+  return task.get();
+}
 
 }  // namespace CorvidSocket

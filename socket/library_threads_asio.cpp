@@ -1,7 +1,7 @@
-// The threads of the library's Asio back end.
+// The library's Asio back end runs on the program's only thread.
 #include <pplx/threadpool.h>
 
-#include <cstddef>
+#include <chrono>
 #include <memory>
 #include <mutex>
 
@@ -11,13 +11,7 @@ namespace CorvidSocket {
 
 namespace {
 
-// The library would start 40 threads, which wake each other for every block of a file and each need
-// a stack and a part of the heap. A run uploads one file at a time. If a handler waits for another,
-// the library adds a thread.
-constexpr std::size_t kLibraryThreads = 1;
-
-// Runs a task at once, on the calling thread. Otherwise opening a file and finishing an answer
-// would each wake the pool's thread, while the main thread waits for it.
+// Runs a task at once, on the calling thread.
 class InlineScheduler final : public pplx::scheduler_interface {
  public:
   void schedule(pplx::TaskProc_t run, void* argument) override { run(argument); }
@@ -25,12 +19,15 @@ class InlineScheduler final : public pplx::scheduler_interface {
 
 }  // namespace
 
-void PrepareLibraryThreads() noexcept {
+// By default the library starts 40 threads, which wake each other for every block of a file and
+// each need a stack and a part of the heap. A run uploads one file at a time and only waits
+// meanwhile.
+void PrepareLibrary() noexcept {
   try {
     static std::once_flag done;
     std::call_once(done, [] {
       pplx::set_ambient_scheduler(std::make_shared<InlineScheduler>());
-      crossplat::threadpool::initialize_with_threads(kLibraryThreads);
+      crossplat::threadpool::initialize_with_threads(0);
     });
   } catch (...) {
     // A scheduler or the pool exists already, or the pool's first use creates it and fails where
@@ -38,8 +35,12 @@ void PrepareLibraryThreads() noexcept {
   }
 }
 
-pplx::task_options OnLibraryThread() {
-  return {std::make_shared<pplx::default_scheduler_t>()};
+void RunLibraryUntil(const std::function<bool()>& is_done) {
+  // Not forever: Asio also goes on when epoll has no memory to watch what wakes this thread.
+  constexpr std::chrono::milliseconds kLongestSleep{100};
+  while (!is_done()) {
+    crossplat::threadpool::shared_instance().service().run_one_for(kLongestSleep);
+  }
 }
 
 }  // namespace CorvidSocket

@@ -3,10 +3,8 @@
 
 namespace CorvidSocket {
 
-void PrepareLibraryThreads() noexcept {}
+void PrepareLibrary() noexcept {}
 
-pplx::task_options OnLibraryThread() {
-  return {};
-}
+void RunLibraryUntil(const std::function<bool()>& /*is_done*/) {}
 
 }  // namespace CorvidSocket

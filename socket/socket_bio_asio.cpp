@@ -48,11 +48,7 @@ class SocketBio {
   }
 
  private:
-  // Sends what the socket accepts without blocking. The library holds the connection's lock when it
-  // starts a write, but not when Asio continues one, so a time-out may close the socket in another
-  // thread of the pool. Then this call fails, or the system does not accept the bytes. They cannot
-  // reach another file: the request does not end before this write has returned, and until then its
-  // caller waits and opens no file that could reuse the descriptor.
+  // Sends what the socket accepts without blocking.
   int Send(const char* data, int size) {
     boost::system::error_code error;
     if (!socket_.non_blocking()) {

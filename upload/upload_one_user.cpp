@@ -144,7 +144,7 @@ void UploadFile(Account& account, const std::wstring& file, const HeaderSet& hea
 
 // Searches one entry ahead, because the request for the last file closes the connection.
 void UploadFolder(Account& account, platform::FileSearch& search) {
-  CorvidSocket::PrepareLibraryThreads();
+  CorvidSocket::PrepareLibrary();
   bool more = true;
   while (more) {
     const std::wstring file = search.Current().name;

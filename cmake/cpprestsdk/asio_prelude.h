@@ -6,8 +6,7 @@
 #include <boost/version.hpp>
 
 // Asio ignores it when epoll cannot watch its timer file (ENOMEM, ENOSPC): then no time-out ever
-// comes. Without that file, the timers bound how long epoll waits. The library's threads look every
-// tenth of a second, even when what wakes them cannot be watched (0007).
+// comes. Without that file, the timers bound how long epoll waits.
 #undef BOOST_ASIO_HAS_TIMERFD
 
 // Names that Asio has dropped and the library uses, for what has taken their place.

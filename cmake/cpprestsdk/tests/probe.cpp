@@ -7,14 +7,12 @@
 //   probe open FILE                  opens a file stream and reads from it
 //   probe rewind FILE                reads to the end, twice, in blocks of 64 KiB
 //   probe descriptors URL FILE       lists descriptors that a child process would inherit
-//   probe throw URL [late]           reads a response into a stream that throws, or whose tasks do
+//   probe throw URL                  reads a response into a stream that throws
 //   probe leave URL FILE [open] [abandon] [static]   returns from main right after a request
-//   probe queue COUNT                returns from main while queued tasks wait for others
 //   probe tasks COUNT                waits for this many tasks, and counts the handles they use
 //
 // The environment variable SHORT_READS limits the bytes that ReadFile returns (Windows).
-// threads=N sets the number of threads in the library's pool; `inline` sets one, and runs tasks
-// that use no connection where they are created, as the uploader does (POSIX).
+// The library runs as in the program: see socket/library_threads.h.
 //
 // Backslash escapes \r, \n and \0 in VALUE become those characters.
 
@@ -37,17 +35,19 @@
 #include <thread>
 #include <vector>
 
+#include "socket/library_threads.h"
+
 #ifdef _WIN32
 #include <winhttp.h>
 #else
 #include <dirent.h>
 #include <fcntl.h>
-#include <pplx/threadpool.h>
 #include <boost/asio/ssl.hpp>
 #endif
 
 namespace {
 
+using CorvidSocket::Await;
 using web::http::http_exception;
 using web::http::http_request;
 using web::http::http_response;
@@ -146,13 +146,11 @@ http_request Post(const concurrency::streams::istream& body, const Arguments& ar
   return result;
 }
 
-pplx::task<http_response> Send(const http_client& client, const http_request& request) {
-#ifdef _WIN32
-  return http_client(client).request(request);
-#else
-  return pplx::create_task([client, request] { return http_client(client).request(request); },
-                           pplx::task_options(std::make_shared<pplx::default_scheduler_t>()));
-#endif
+// Does what requests have to do meanwhile.
+void Sleep(std::chrono::microseconds duration) {
+  const auto end = std::chrono::steady_clock::now() + duration;
+  CorvidSocket::RunLibraryUntil([end] { return std::chrono::steady_clock::now() >= end; });
+  std::this_thread::sleep_until(end);
 }
 
 void PostFile(const std::string& url, const std::string& file, const Arguments& arguments) {
@@ -180,9 +178,9 @@ void PostFile(const std::string& url, const std::string& file, const Arguments& 
     }
     const auto body = Open(file);
     Report([&] {
-      auto response = Send(*client, Post(body, arguments)).get();
+      auto response = Await(client->request(Post(body, arguments)));
       std::cout << "status=" << response.status_code() << "\n";
-      const auto text = response.extract_utf8string(true).get();
+      const auto text = Await(response.extract_utf8string(true));
       std::cout << "body=" << text.size() << "\n";
     });
     body.close().wait();
@@ -249,22 +247,20 @@ void ListDescriptors(const std::string& url, const std::string& file) {
   const auto before = inherited();
   const auto body = Open(file);
   http_client client(web::uri(Wide(url)), Configuration({"timeout=1500"}));
-  auto answer = Send(client, Post(body, {}));
-  std::this_thread::sleep_for(std::chrono::milliseconds(700));
+  const auto answer = client.request(Post(body, {}));
+  Sleep(std::chrono::milliseconds(700));
   std::cout << "leaked=" << inherited().size() - before.size() << "\n";
-  Report([&] { answer.get(); });
+  Report([&] { Await(answer); });
   body.close().wait();
 #else
   (void)url, (void)file;
 #endif
 }
 
-// A sink that fails: late, with a failed task, or immediately, by throwing instead of returning a
-// failed task.
+// A sink that fails by throwing instead of returning a failed task.
 class ThrowingSink : public concurrency::streams::details::streambuf_state_manager<uint8_t> {
  public:
-  explicit ThrowingSink(bool late)
-      : streambuf_state_manager<uint8_t>(std::ios_base::out), late_(late) {}
+  ThrowingSink() : streambuf_state_manager<uint8_t>(std::ios_base::out) {}
 
  protected:
   bool can_seek() const override { return false; }
@@ -283,9 +279,6 @@ class ThrowingSink : public concurrency::streams::details::streambuf_state_manag
   void _commit(size_t) override {}
   pplx::task<int_type> _putc(uint8_t) override { throw std::runtime_error("the sink is full"); }
   pplx::task<size_t> _putn(const uint8_t*, size_t) override {
-    if (late_) {
-      return pplx::task_from_exception<size_t>(std::runtime_error("the sink is full"));
-    }
     throw std::runtime_error("the sink is full");
   }
   pplx::task<bool> _sync() override { return pplx::task_from_result(true); }
@@ -300,19 +293,17 @@ class ThrowingSink : public concurrency::streams::details::streambuf_state_manag
 
  private:
   static pplx::task<int_type> End() { return pplx::task_from_result<int_type>(traits::eof()); }
-
-  const bool late_;
 };
 
-void ReadIntoThrowingSink(const std::string& url, bool late) {
+void ReadIntoThrowingSink(const std::string& url) {
   using Buffer = concurrency::streams::details::basic_streambuf<uint8_t>;
   http_client client(web::uri(Wide(url)), Configuration({}));
   for (int i = 0; i < 2; ++i) {
     http_request request(web::http::methods::POST);
     request.set_body(std::string("x"));
     request.set_response_stream(concurrency::streams::basic_ostream<uint8_t>(
-        concurrency::streams::streambuf<uint8_t>(std::shared_ptr<Buffer>(new ThrowingSink(late)))));
-    Report([&] { Send(client, request).get().content_ready().get(); });
+        concurrency::streams::streambuf<uint8_t>(std::shared_ptr<Buffer>(new ThrowingSink))));
+    Report([&] { Await(Await(client.request(request)).content_ready()); });
   }
 }
 
@@ -320,10 +311,10 @@ void Leave(const std::string& url, const std::string& file, const Arguments& arg
   static std::unique_ptr<http_client> kept;
   auto client = std::make_unique<http_client>(web::uri(Wide(url)), Configuration({}));
   const auto body = Open(file);
-  auto answer = Send(*client, Post(body, {}));
+  const auto answer = client->request(Post(body, {}));
   if (Has(arguments, "abandon")) {
     const auto now = std::chrono::steady_clock::now().time_since_epoch().count();
-    std::this_thread::sleep_for(std::chrono::microseconds(now / 1000 % 8000));
+    Sleep(std::chrono::microseconds(now / 1000 % 8000));
     // An unobserved exception would terminate the process.
     // NOLINTNEXTLINE(performance-unnecessary-value-param): the type makes it see exceptions
     answer.then([](pplx::task<http_response> late) {
@@ -333,7 +324,7 @@ void Leave(const std::string& url, const std::string& file, const Arguments& arg
       }
     });
   } else {
-    Report([&] { answer.get(); });
+    Report([&] { Await(answer); });
   }
   if (!Has(arguments, "open")) {
     body.close().wait();
@@ -384,16 +375,6 @@ void WaitForTasks(int count) {
   std::cout << "reset=" << (event.wait(0) == 0) << "\n";
 }
 
-// The tasks run after the pool has begun to shut down: each waits for one that is queued after it.
-void LeaveQueued(int count) {
-  pplx::create_task([count] {
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    for (int i = 0; i < count; ++i) {
-      pplx::create_task([] { pplx::create_task([] {}).wait(); });
-    }
-  });
-}
-
 #ifdef _WIN32
 // Replaces the system's function for everything that is linked into this program.
 BOOL WINAPI ReadShort(HANDLE file, void* buffer, DWORD size, DWORD* read, OVERLAPPED* overlapped) {
@@ -405,13 +386,6 @@ BOOL WINAPI ReadShort(HANDLE file, void* buffer, DWORD size, DWORD* read, OVERLA
   }
   return real(file, buffer, size, read, overlapped);
 }
-#endif
-
-#ifndef _WIN32
-class InlineScheduler : public pplx::scheduler_interface {
- public:
-  void schedule(pplx::TaskProc_t run, void* argument) override { run(argument); }
-};
 #endif
 
 }  // namespace
@@ -429,15 +403,7 @@ int main(int argc, char** argv) {
   const Arguments options(arguments.begin() + (arguments.size() > 2 ? 3 : 2), arguments.end());
   const auto& command = arguments[0];
   Report([&] {
-#ifndef _WIN32
-    if (const long threads = Number(arguments, "threads", 0)) {
-      crossplat::threadpool::initialize_with_threads(static_cast<size_t>(threads));
-    }
-    if (Has(arguments, "inline")) {
-      crossplat::threadpool::initialize_with_threads(1);
-      pplx::set_ambient_scheduler(std::make_shared<InlineScheduler>());
-    }
-#endif
+    CorvidSocket::PrepareLibrary();
     if (command == "open") {
       return OpenFile(arguments[1]);
     }
@@ -448,10 +414,7 @@ int main(int argc, char** argv) {
       return ReadBlocks(arguments[1], Arguments(arguments.begin() + 2, arguments.end()));
     }
     if (command == "throw") {
-      return ReadIntoThrowingSink(arguments[1], Has(arguments, "late"));
-    }
-    if (command == "queue") {
-      return LeaveQueued(std::stoi(arguments[1]));
+      return ReadIntoThrowingSink(arguments[1]);
     }
     if (command == "tasks") {
       return WaitForTasks(std::stoi(arguments[1]));

@@ -40,6 +40,13 @@ class Stall:
         self.begin = begin
 
 
+class Slow:
+    """An answer in pieces, with a pause before each."""
+
+    def __init__(self, seconds, *pieces):
+        self.seconds, self.pieces = seconds, pieces
+
+
 class Early:
     """An answer sent before the body is read; then the server closes."""
 
@@ -150,6 +157,12 @@ class ScriptedServer:
             self.answers.pop(0)
         if callable(answer):
             answer = answer()
+        if isinstance(answer, Slow):
+            for piece in answer.pieces:
+                time.sleep(answer.seconds)
+                connection.sendall(piece)
+            self._ended.wait()
+            return False
         if isinstance(answer, Stall):
             if answer.stage == "middle":
                 connection.sendall(answer.begin)
