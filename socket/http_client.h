@@ -13,9 +13,13 @@
 
 namespace CorvidSocket {
 
-// Sends a request once. The default uses the library's client; tests substitute their own.
-using Transport = std::function<pplx::task<web::http::http_response>(
-    const web::uri&, const web::http::client::http_client_config&, const web::http::http_request&)>;
+// Sends a request once. The default uses the library's client; tests substitute their own. Not an
+// alias, so that other headers can declare it without the library's.
+struct Transport : std::function<pplx::task<web::http::http_response>(
+                       const web::uri&, const web::http::client::http_client_config&,
+                       const web::http::http_request&)> {
+  using function::function;
+};
 
 [[nodiscard]] Transport LibraryTransport();
 

@@ -14,6 +14,7 @@
 #include "platform/file_search.h"
 #include "platform/text.h"
 #include "socket/certificate_selection.h"
+#include "socket/http_client.h"
 #include "socket/library_threads.h"
 #include "upload/log_file_stream.h"
 
@@ -155,6 +156,10 @@ void UploadFolder(Account& account, platform::FileSearch& search) {
 }
 
 }  // namespace
+
+int UploadOneUser(UploadRun& run, const std::wstring& name, const UploadAuthData& credentials) {
+  return UploadOneUser(run, name, credentials, CorvidSocket::LibraryTransport());
+}
 
 int UploadOneUser(UploadRun& run, const std::wstring& name, const UploadAuthData& credentials,
                   const CorvidSocket::Transport& transport) {

@@ -5,7 +5,10 @@
 
 #include "credentials/upload_auth_data.h"
 #include "run/upload_run.h"
-#include "socket/http_client.h"
+
+namespace CorvidSocket {
+struct Transport;  // socket/http_client.h
+}
 
 namespace kyd {
 
@@ -13,9 +16,13 @@ namespace kyd {
 // response 200 or 202 to LogDir\Archive\<account>. A 401 deletes the credential file. Returns when
 // every file has been handled or an exception ended the account; never throws. Updates the counters
 // of `run`. Returns kSucceeded whatever the results of the files, kFailed if the HTTP layer failed,
-// kRunMustEnd for any other exception. The requests are sent through `transport`.
-[[nodiscard]] int UploadOneUser(
-    UploadRun& run, const std::wstring& account, const UploadAuthData& credentials,
-    const CorvidSocket::Transport& transport = CorvidSocket::LibraryTransport());
+// kRunMustEnd for any other exception.
+[[nodiscard]] int UploadOneUser(UploadRun& run, const std::wstring& account,
+                                const UploadAuthData& credentials);
+
+// The same, but sends the requests through `transport`.
+[[nodiscard]] int UploadOneUser(UploadRun& run, const std::wstring& account,
+                                const UploadAuthData& credentials,
+                                const CorvidSocket::Transport& transport);
 
 }  // namespace kyd

@@ -15,6 +15,7 @@
 
 #include "platform/file.h"
 #include "platform/text.h"
+#include "socket/http_client.h"
 #include "tests/unit/support/failing_memory.h"
 #include "tests/unit/support/log_capture.h"
 #include "tests/unit/support/temp_folder.h"
