@@ -90,7 +90,7 @@ class BoundedBody::Buffer : public Base {
   }
 
   const Now now_;
-  mutable std::mutex lock_;  // the library writes on its own threads
+  mutable std::mutex lock_;  // on Windows the library writes on its own threads
   std::optional<std::chrono::steady_clock::time_point> first_write_;
   std::string kept_;
 };

@@ -15,7 +15,7 @@ using ErrorNumber = boost::error_info<tag_errno, unsigned int>;
 
 // Copyable; a copy keeps the error items (Boost.Exception) and shares nothing with its original.
 // Boost would let both share the items with a plain int as reference count, but the original may
-// belong to a task of the library, whose threads can release it at any time.
+// belong to a task of the library, which on Windows may release it in another thread at any time.
 class Exception : public boost::exception, public std::exception {
  public:
   // `message` is the result of what().

@@ -1,9 +1,10 @@
-// The library's Asio back end runs on the program's only thread.
+// The library's Asio back end runs on the thread that waits for it.
 #include <pplx/threadpool.h>
 
 #include <chrono>
 #include <memory>
 #include <mutex>
+#include <stdexcept>
 
 #include "socket/library_threads.h"
 
@@ -24,11 +25,11 @@ class InlineScheduler final : public pplx::scheduler_interface {
 // meanwhile.
 void PrepareLibrary() noexcept {
   try {
-    static std::once_flag done;
-    std::call_once(done, [] {
-      pplx::set_ambient_scheduler(std::make_shared<InlineScheduler>());
-      crossplat::threadpool::initialize_with_threads(0);
-    });
+    static std::once_flag scheduler;
+    std::call_once(scheduler,
+                   [] { pplx::set_ambient_scheduler(std::make_shared<InlineScheduler>()); });
+    static std::once_flag pool;
+    std::call_once(pool, [] { crossplat::threadpool::initialize_with_threads(0); });
   } catch (...) {
     // A scheduler or the pool exists already, or the pool's first use creates it and fails where
     // failures are handled.
@@ -38,8 +39,18 @@ void PrepareLibrary() noexcept {
 void RunLibraryUntil(const std::function<bool()>& is_done) {
   // Not forever: Asio also goes on when epoll has no memory to watch what wakes this thread.
   constexpr std::chrono::milliseconds kLongestSleep{100};
+  auto& service = crossplat::threadpool::shared_instance().service();
   while (!is_done()) {
-    crossplat::threadpool::shared_instance().service().run_one_for(kLongestSleep);
+    if (service.stopped()) {
+      throw std::runtime_error("an exception has ended the library's work");
+    }
+    try {
+      service.run_one_for(kLongestSleep);
+    } catch (...) {
+      // What the handler would have completed, such as the task, never completes now.
+      service.stop();
+      throw;
+    }
   }
 }
 

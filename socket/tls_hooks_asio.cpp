@@ -6,7 +6,6 @@
 
 #include <boost/asio/ssl/context.hpp>
 #include <memory>
-#include <mutex>
 #include <type_traits>
 #include <utility>
 
@@ -103,7 +102,6 @@ class Connections<Config, std::void_t<decltype(Config::make_address_cache())>> {
 
   void Set(Config& config, const void* certificate, const web::uri& server, void*& native_request) {
     const bool validate = config.validate_certificates();
-    const std::lock_guard<std::mutex> lock(mutex_);
     Shared& shared = validate ? validating_ : not_validating_;
     if (shared.context == nullptr) {
       shared.context = MakeContext(validate, certificate, native_request);
@@ -119,7 +117,6 @@ class Connections<Config, std::void_t<decltype(Config::make_address_cache())>> {
   }
 
  private:
-  std::mutex mutex_;
   Shared validating_;
   Shared not_validating_;
   const decltype(Config::make_address_cache()) addresses_ = Config::make_address_cache();

@@ -33,7 +33,6 @@ void TlsSessions::Use(const std::shared_ptr<TlsSessions>& sessions, SSL* ssl,
   }
   static_cast<void>(user.release());
 
-  const std::lock_guard<std::mutex> lock(sessions->mutex_);
   if (const Session session = std::move(sessions->sessions_[server])) {
     SSL_set_session(ssl, session.get());
   }
@@ -49,7 +48,6 @@ void TlsSessions::Use(const std::shared_ptr<TlsSessions>& sessions, SSL* ssl,
 // ends without an alert, which RFC 5246, section 7.2.1, no longer requires.
 void TlsSessions::Keep(const SSL* ssl, const std::string& server) noexcept {
   Session copy(SSL_SESSION_dup(SSL_get0_session(ssl)));
-  const std::lock_guard<std::mutex> lock(mutex_);
   sessions_.find(server)->second = std::move(copy);
 }
 

@@ -5,7 +5,6 @@
 
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 
 namespace CorvidSocket {
@@ -30,7 +29,6 @@ class TlsSessions {
 
   void Keep(const SSL* ssl, const std::string& server) noexcept;
 
-  std::mutex mutex_;
   std::map<std::string, Session> sessions_;
 };
 

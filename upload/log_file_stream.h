@@ -7,8 +7,8 @@
 
 namespace kyd {
 
-// Owns the stream and closes it on every path: an open stream keeps a task of the library waiting
-// when the process ends.
+// Owns the stream and closes it on every path: on Windows, an open stream keeps a task of the
+// library waiting when the process ends.
 class LogFileStream {
  public:
   // Opens the file for reading and waits for it. Throws a standard exception on failure.

@@ -7,7 +7,7 @@
 //   probe open FILE                  opens a file stream and reads from it
 //   probe rewind FILE                reads to the end, twice, in blocks of 64 KiB
 //   probe descriptors URL FILE       lists descriptors that a child process would inherit
-//   probe throw URL                  reads a response into a stream that throws
+//   probe throw URL [late]           reads a response into a stream that throws, or whose tasks do
 //   probe leave URL FILE [open] [abandon] [static]   returns from main right after a request
 //   probe tasks COUNT                waits for this many tasks, and counts the handles they use
 //
@@ -257,10 +257,12 @@ void ListDescriptors(const std::string& url, const std::string& file) {
 #endif
 }
 
-// A sink that fails by throwing instead of returning a failed task.
+// A sink that fails: late, with a failed task, or immediately, by throwing instead of returning a
+// failed task.
 class ThrowingSink : public concurrency::streams::details::streambuf_state_manager<uint8_t> {
  public:
-  ThrowingSink() : streambuf_state_manager<uint8_t>(std::ios_base::out) {}
+  explicit ThrowingSink(bool late)
+      : streambuf_state_manager<uint8_t>(std::ios_base::out), late_(late) {}
 
  protected:
   bool can_seek() const override { return false; }
@@ -279,6 +281,9 @@ class ThrowingSink : public concurrency::streams::details::streambuf_state_manag
   void _commit(size_t) override {}
   pplx::task<int_type> _putc(uint8_t) override { throw std::runtime_error("the sink is full"); }
   pplx::task<size_t> _putn(const uint8_t*, size_t) override {
+    if (late_) {
+      return pplx::task_from_exception<size_t>(std::runtime_error("the sink is full"));
+    }
     throw std::runtime_error("the sink is full");
   }
   pplx::task<bool> _sync() override { return pplx::task_from_result(true); }
@@ -293,16 +298,18 @@ class ThrowingSink : public concurrency::streams::details::streambuf_state_manag
 
  private:
   static pplx::task<int_type> End() { return pplx::task_from_result<int_type>(traits::eof()); }
+
+  const bool late_;
 };
 
-void ReadIntoThrowingSink(const std::string& url) {
+void ReadIntoThrowingSink(const std::string& url, bool late) {
   using Buffer = concurrency::streams::details::basic_streambuf<uint8_t>;
   http_client client(web::uri(Wide(url)), Configuration({}));
   for (int i = 0; i < 2; ++i) {
     http_request request(web::http::methods::POST);
     request.set_body(std::string("x"));
     request.set_response_stream(concurrency::streams::basic_ostream<uint8_t>(
-        concurrency::streams::streambuf<uint8_t>(std::shared_ptr<Buffer>(new ThrowingSink))));
+        concurrency::streams::streambuf<uint8_t>(std::shared_ptr<Buffer>(new ThrowingSink(late)))));
     Report([&] { Await(Await(client.request(request)).content_ready()); });
   }
 }
@@ -414,7 +421,7 @@ int main(int argc, char** argv) {
       return ReadBlocks(arguments[1], Arguments(arguments.begin() + 2, arguments.end()));
     }
     if (command == "throw") {
-      return ReadIntoThrowingSink(arguments[1]);
+      return ReadIntoThrowingSink(arguments[1], Has(arguments, "late"));
     }
     if (command == "tasks") {
       return WaitForTasks(std::stoi(arguments[1]));

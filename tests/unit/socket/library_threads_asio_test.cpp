@@ -5,6 +5,7 @@
 #include <pplx/threadpool.h>
 
 #include <memory>
+#include <new>
 #include <stdexcept>
 #include <thread>
 
@@ -48,6 +49,18 @@ TEST(Await, ThrowsTheExceptionOfTheTask) {
   EXPECT_THROW(Await(OfAConnection().then(
                    [](std::thread::id) -> int { throw std::out_of_range("by a handler"); })),
                std::out_of_range);
+}
+
+// The handler's own task never completes, nor does anything else that the library has begun.
+TEST(Await, ThrowsAfterAHandlerHasThrown) {
+  auto& service = crossplat::threadpool::shared_instance().service();
+  boost::asio::post(service, [] { throw std::bad_alloc(); });
+  const pplx::task_completion_event<int> lost;
+  const pplx::task<int> never = pplx::create_task(lost);
+  EXPECT_THROW(Await(never), std::bad_alloc);
+  EXPECT_THROW(Await(never), std::runtime_error);
+  service.restart();
+  EXPECT_EQ(Await(OfAConnection()), Here());
 }
 
 TEST(Await, ReturnsWhenAnotherThreadHasCompletedTheTask) {
