@@ -270,7 +270,7 @@ TEST(SendRequest, PassesNonStandardExceptionsThrough) {
 
 TEST(SendRequest, ThrowsAnExceptionThatSharesNothingWithTheLibrarys) {
   const auto number_after_change = [](const auto& original) {
-    const pplx::task<http_response> failed = pplx::task_from_exception<http_response>(original);
+    pplx::task<http_response> failed = pplx::task_from_exception<http_response>(original);
     HttpClient client(nullptr, /*has_certificate=*/false,
                       [&failed](const web::uri&, const http_client_config&, const http_request&) {
                         return failed;
@@ -314,8 +314,8 @@ TEST(SendRequest, CopiesExceptionsThatOtherThreadsStillUse) {
     std::future<bool> looked;
     HttpClient client(nullptr, /*has_certificate=*/false,
                       [&](const web::uri&, const http_client_config&, const http_request&) {
-                        const auto failed = pplx::task_from_exception<http_response>(
-                            Exception("refused") << ErrorNumber(5));
+                        auto failed = pplx::task_from_exception<http_response>(Exception("refused")
+                                                                               << ErrorNumber(5));
                         looked = std::async(std::launch::async, look, failed);
                         return failed;
                       });
