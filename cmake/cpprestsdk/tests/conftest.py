@@ -29,12 +29,6 @@ class Probe:
         self.path = Path(path).resolve()
         self.windows = self.path.suffix == ".exe"
         self.environment = dict(os.environ)
-        program = self.path.read_bytes()
-        self.sanitized = b"__asan_init" in program or b"__tsan_init" in program
-        if b"__tsan_init" in program:
-            suppressions = f"suppressions={Path(__file__).with_name('threads.supp')}"
-            given = os.environ.get("TSAN_OPTIONS")
-            self.environment["TSAN_OPTIONS"] = ":".join([*([given] if given else []), suppressions])
         self.command = [str(self.path)]
         if self.windows and os.name != "nt":
             wine = shutil.which("wine64") or "/usr/lib/wine/wine64"

@@ -70,6 +70,7 @@ class ScriptedServer:
         self.requests = []
         self.connections = 0
         self.sent = 0
+        self.last_piece = None  # when the last piece of a slow answer was sent
         self._ended = threading.Event()
         self._open = []
         self._context = None
@@ -160,6 +161,7 @@ class ScriptedServer:
         if isinstance(answer, Slow):
             for piece in answer.pieces:
                 time.sleep(answer.seconds)
+                self.last_piece = time.monotonic()
                 connection.sendall(piece)
             self._ended.wait()
             return False
