@@ -380,6 +380,14 @@ void WaitForTasks(int count) {
   std::cout << "set=" << (event.wait(20) == 0) << (event.wait() == 0) << "\n";
   event.reset();
   std::cout << "reset=" << (event.wait(0) == 0) << "\n";
+
+  std::thread late([&event] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    event.reset();  // an event that is not set, but waited for
+    event.set();
+  });
+  std::cout << "late=" << (event.wait() == 0) << "\n";
+  late.join();
 }
 
 #ifdef _WIN32

@@ -599,7 +599,7 @@ def test_tasks_are_waited_for_without_kernel_objects(probe):
     lines = probe("tasks", 1000, limit=20)
     handles = int(lines.pop(0).removeprefix("handles="))
     assert handles < 20  # the pool's own, created on start
-    assert lines == ["sum=1000", "unset=0", "set=11", "reset=0"]
+    assert lines == ["sum=1000", "unset=0", "set=11", "reset=0", "late=1"]
 
 
 # Files
