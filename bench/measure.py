@@ -30,6 +30,7 @@ class Contender:
     check: callable = lambda: None
     samples: list = field(default_factory=list)
     earlier: "Contender" = None  # the same with an earlier build of the program
+    every: int = 1  # takes part in each n-th round
 
     def run(self):
         self.prepare()
@@ -71,6 +72,8 @@ def in_turn(contenders, rounds):
     """Runs the contenders alternately, so that other load on the machine affects all of them."""
     for number in range(rounds):
         for contender in contenders:
+            if number % contender.every:
+                continue
             if sys.stderr.isatty():
                 now = f"\r  round {number + 1} of {rounds}: {contender.name:50}"
                 print(now, end="", file=sys.stderr)
