@@ -698,6 +698,26 @@ TEST_F(MoveAcross, KeepsTheCopyIfAnotherProcessRemovedTheSource) {
   EXPECT_EQ(ReadFileBytes(target_), "content");
 }
 
+// The move fails then, but undoing it would lose the only copy that is left.
+TEST_F(MoveAcross, KeepsTheCopyIfTheSourceIsGoneAndTheFolderCannotBeSynced) {
+  WriteFileBytes(source_, "content");
+  int renames = 0;
+  const auto instead = [&](const SystemCall& call) -> long {
+    if (call.number == SYS_openat) {
+      return static_cast<std::uint32_t>(call.arguments[2]) == kFolderFlags ? -EMFILE
+                                                                           : call.Perform();
+    }
+    if (++renames == 1) {
+      return -EXDEV;
+    }
+    unlink(Native(source_).c_str());
+    return call.Perform();
+  };
+  EXPECT_TRUE(RunWithInstead({SYS_openat, SYS_renameat2}, instead,
+                             [this] { return !MoveWithoutReplacing(source_, target_); }));
+  EXPECT_EQ(ReadFileBytes(target_), "content");
+}
+
 TEST_F(MoveAcross, KeepsDataAppendedAtTheLastMoment) {
   WriteFileBytes(source_, "content");
   EXPECT_FALSE(MoveWhile(source_, target_, [this] { WriteFileBytes(source_, "more content"); }));
