@@ -127,7 +127,8 @@ def ordinary(machine):
             stdin=subprocess.DEVNULL, capture_output=True, timeout=SECONDS, check=False,
             env={**machine.environment, "KEYWARD_SYSROOT": str(folder / "sysroot")}, **switch,
         )
-        return Finished(finished.returncode, finished.stdout, finished.stderr)
+        errors = machine.platform.own_output(finished.stderr)
+        return Finished(finished.returncode, finished.stdout, errors)
 
     def write(path, content=b""):
         """Creates a file in the folder, owned by that user."""

@@ -98,9 +98,12 @@ class Platform:
     def environment(self, sysroot):
         raise NotImplementedError
 
+    noise = ()  # how lines begin that the platform itself writes
+
     def own_output(self, output):
         """Returns a program's output without what the platform itself has written."""
-        return output
+        lines = output.splitlines(keepends=True)
+        return b"".join(line for line in lines if not line.startswith(self.noise))
 
     def set_registry(self, text, sysroot):
         """Makes the lines of a registry export the product's only settings on the machine."""
@@ -137,6 +140,8 @@ class Linux(Platform):
     status_name = "KydUploadStatus"
     companion_name = "Corvid.so"
     configuration_name = "libpelham.so"
+    # A coverage build reports each count that it cannot write, as when a test lets the file system fail.
+    noise = (b"profiling:", b"libgcov profiling error:")
 
     def native_path(self, path):
         return os.fspath(path)
@@ -297,6 +302,9 @@ class Windows(Platform):
 class WindowsMingw(Windows):
     """The Windows program that MinGW-w64 has built, under Wine. The build's Wine prefix is the machine."""
 
+    # Wine's TLS library prints errors of peers and certificates, and a Wine thread may print one when its
+    # process ends; Windows does neither.
+    noise = (b"GnuTLS error: ", b"wine client error:")
     # Wine 10 removes authorities from the machine's store that are not among the host's.
     _trusts = "user-authority"
     seal_name = Platform.seal_name
@@ -331,13 +339,6 @@ class WindowsMingw(Windows):
 
     def environment(self, sysroot):
         return wine.environment(self.prefix, _clean_environment())
-
-    def own_output(self, output):
-        # Wine's TLS library prints errors of peers and certificates, and a Wine thread may print one when its
-        # process ends; Windows does neither.
-        lines = output.splitlines(keepends=True)
-        noise = (b"GnuTLS error: ", b"wine client error:")
-        return b"".join(line for line in lines if not line.startswith(noise))
 
     def default_log_base(self, sysroot):
         return self.prefix / "drive_c"

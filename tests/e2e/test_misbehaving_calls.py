@@ -196,8 +196,9 @@ class Worker:
         code = process.wait()
         if code != 0 and not wrong:
             wrong.append(f"exit code {code}")
-        if self.output.stat().st_size:
-            wrong.append(f"output: {self.output.read_bytes()[:200]!r}")
+        written = machine.platform.own_output(self.output.read_bytes())
+        if written:
+            wrong.append(f"output: {written[:200]!r}")
         self.accepted |= {one.body for one in self.service.requests if one.status in ACCEPTED}
         self.service.forget_requests()
         return wrong
