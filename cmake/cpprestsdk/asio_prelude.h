@@ -5,11 +5,11 @@
 #include <boost/asio/detail/config.hpp>
 #include <boost/version.hpp>
 
-// Asio ignores it when epoll cannot watch its timer file (ENOMEM, ENOSPC): then no time-out ever
-// comes. Without that file, the timers bound how long epoll waits.
+// Asio ignores the failure if epoll cannot watch its timer file (ENOMEM, ENOSPC): no time-out would
+// ever occur. Without that file, the timers limit how long epoll waits.
 #undef BOOST_ASIO_HAS_TIMERFD
 
-// Names that Asio has dropped and the library uses, for what has taken their place.
+// Removed Asio names that the library uses, mapped to their replacements.
 #if BOOST_VERSION >= 108700
 namespace boost {
 namespace asio {

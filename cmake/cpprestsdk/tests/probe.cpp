@@ -1,12 +1,11 @@
 // Drives the REST library for test_library.py and prints the results, one per line.
 //
-//   probe post URL FILE [validate] [timeout=MS] [count=N] [clients] [share]
-//              [handles] [NAME:VALUE ...]   posts a file; one client per post, which may share
-//                                    SSL context and addresses; counts the native handles
+//   probe post URL FILE [validate] [timeout=MS] [count=N] [clients] [share] [handles] [NAME:VALUE]
+//                                    posts a file; one client per post, which may share SSL
+//                                    context and addresses; counts the native handles
 //   probe blocks FILE SIZE ...       reads in blocks of these sizes, in turn, into FILE.blocks
 //   probe open FILE                  opens a file stream and reads from it
 //   probe rewind FILE                reads to the end, twice, in blocks of 64 KiB
-//   probe descriptors URL FILE       lists descriptors that a child process would inherit
 //   probe throw URL [late]           reads a response into a stream that throws, or whose tasks do
 //   probe leave URL FILE [open] [abandon] [static]   returns from main right after a request
 //   probe tasks COUNT                waits for this many tasks, and counts the handles they use
@@ -40,8 +39,6 @@
 #ifdef _WIN32
 #include <winhttp.h>
 #else
-#include <dirent.h>
-#include <fcntl.h>
 #include <boost/asio/ssl.hpp>
 #endif
 
@@ -146,7 +143,7 @@ http_request Post(const concurrency::streams::istream& body, const Arguments& ar
   return result;
 }
 
-// Does what requests have to do meanwhile.
+// Runs the pending work of the requests.
 void Sleep(std::chrono::microseconds duration) {
   const auto end = std::chrono::steady_clock::now() + duration;
   CorvidSocket::RunLibraryUntil([end] { return std::chrono::steady_clock::now() >= end; });
@@ -226,35 +223,6 @@ void ReadBlocks(const std::string& name, const Arguments& sizes) {
     copy << block.collection().substr(0, count);
   }
   stream.close().wait();
-}
-
-// Returns descriptors without close-on-exec that were not inherited from the parent.
-void ListDescriptors(const std::string& url, const std::string& file) {
-#ifndef _WIN32
-  const auto inherited = [] {
-    std::vector<int> result;
-    const std::unique_ptr<DIR, int (*)(DIR*)> folder(opendir("/proc/self/fd"), closedir);
-    // No other thread reads this stream.
-    while (const auto* entry = readdir(folder.get())) {  // NOLINT(concurrency-mt-unsafe)
-      const int number = static_cast<int>(std::strtol(entry->d_name, nullptr, 10));
-      const int flags = fcntl(number, F_GETFD);
-      if (entry->d_name[0] != '.' && flags != -1 && (flags & FD_CLOEXEC) == 0) {
-        result.push_back(number);
-      }
-    }
-    return result;
-  };
-  const auto before = inherited();
-  const auto body = Open(file);
-  http_client client(web::uri(Wide(url)), Configuration({"timeout=1500"}));
-  const auto answer = client.request(Post(body, {}));
-  Sleep(std::chrono::milliseconds(700));
-  std::cout << "leaked=" << inherited().size() - before.size() << "\n";
-  Report([&] { Await(answer); });
-  body.close().wait();
-#else
-  (void)url, (void)file;
-#endif
 }
 
 // A sink that fails: late, with a failed task, or immediately, by throwing instead of returning a
@@ -439,9 +407,6 @@ int main(int argc, char** argv) {
     }
     if (command == "post") {
       return PostFile(arguments[1], arguments[2], options);
-    }
-    if (command == "descriptors") {
-      return ListDescriptors(arguments[1], arguments[2]);
     }
     if (command == "leave") {
       return Leave(arguments[1], arguments[2], options);

@@ -1,18 +1,17 @@
 // Replaces system calls when it is preloaded; see test_library.py. Controlled by the environment:
 //
 //   RESOLVER_SECONDS   duration of getaddrinfo
-//   RESOLVER_FILE      getaddrinfo returns the addresses in this file, and appends a line to the
-//   file
-//                      <this file>.asked
+//   RESOLVER_FILE      getaddrinfo returns the addresses in this file, and appends a line to a file
+//                      of the same name with ".asked" appended
 //   FAILING_READ       number of the pread that fails with EIO
 //   INTERRUPTED_READS  one in this many preads fails with EINTR
 //   SHORT_READS        maximum number of bytes that a pread returns
 //   SHORT_READ         ... only for the pread with this number
 //   BUSY_FILE          an open of this file fails with EAGAIN, unless it may block
 //   INTERRUPTED_OPENS  the first opens of regular files, this many, fail with EINTR
-//   SLOW_CONNECTS      the first connects, this many, take MILLISECONDS (another setting) and are
-//   refused NOT_WATCHED        epoll_ctl fails with ENOMEM for files of this kind, such as
-//   "eventfd"
+//   SLOW_CONNECTS      the first connects, this many, take MILLISECONDS (another setting) each, and
+//                      are refused
+//   NOT_WATCHED        epoll_ctl fails with ENOMEM for files of this kind, such as "eventfd"
 #undef _FORTIFY_SOURCE  // its pread would be inline
 #include <dlfcn.h>
 #include <fcntl.h>
