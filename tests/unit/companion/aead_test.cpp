@@ -35,9 +35,9 @@ TEST(Aead, OpensOnlyWhatItSealed) {
   EXPECT_FALSE(AeadOpen(key, nonce, {associated, 1}, {sealed, 3}, tag, opened));
 }
 
-TEST(WipingAllocator, InstancesCanFreeEachOthersMemory) {
-  const WipingAllocator<char> one;
-  const WipingAllocator<std::uint8_t> other(one);
+TEST(SecretAllocator, InstancesCanFreeEachOthersMemory) {
+  const SecretAllocator<char> one;
+  const SecretAllocator<std::uint8_t> other(one);
   EXPECT_TRUE(one == other);
   EXPECT_FALSE(one != other);
 }

@@ -99,7 +99,7 @@ TEST(KeywardSealFailures, MakesNoKeyWithoutRandomNumbers) {
   const ModuleFolder folder;
   const ToolResult result = RunSealWithout(NoRandom(), folder);
   EXPECT_EQ(result.exit_code, 78);
-  EXPECT_THAT(result.errors, HasSubstr("no random numbers"));
+  EXPECT_THAT(result.errors, HasSubstr("random number generator failed"));
   EXPECT_FALSE(fs::exists(folder / "Corvid.key"));
 }
 

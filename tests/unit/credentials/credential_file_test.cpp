@@ -1,6 +1,7 @@
 // Reading, parsing and deleting credential files.
 #include "credentials/credential_file.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -13,6 +14,7 @@
 #include "platform/error.h"
 #include "platform/file.h"
 #include "platform/text.h"
+#include "run/upload_run.h"
 #include "tests/unit/support/failing_memory.h"
 #include "tests/unit/support/log_capture.h"
 #include "tests/unit/support/released_memory.h"
@@ -20,8 +22,13 @@
 
 namespace {
 
+using kyd::kFailed;
+using kyd::kRunMustEnd;
+using kyd::kSucceeded;
 using kyd::UploadAuthData;
 using kyd_test::FailingMemory;
+using testing::ElementsAre;
+using testing::StartsWith;
 using Lines = std::vector<std::string>;
 
 // A companion library whose plaintext is the file's content, one character per byte.
@@ -72,7 +79,7 @@ class CredentialFileTest : public testing::Test {
 
 TEST_F(CredentialFileTest, ReturnsTheRecordOfAValidFile) {
   Write(R"({"apikey":"k","idp_session":"s"})");
-  EXPECT_EQ(kyd::ReadUploadAuthData(run_, L"alice", record_), 0);
+  EXPECT_EQ(kyd::ReadUploadAuthData(run_, L"alice", record_), kSucceeded);
   EXPECT_EQ(record_.apikey, L"k");
   EXPECT_EQ(record_.idp_session, L"s");
   EXPECT_TRUE(log_.Messages().empty());
@@ -95,25 +102,25 @@ TEST_F(CredentialFileTest, LeavesNoDecryptedTextInReleasedMemory) {
     json.append(value).append(R"(","idp_session":")").append(value);
     json.append(R"(","cert":{"hash":")").append(value).append(R"("}})");
     Write(json);
-    ASSERT_EQ(kyd::ReadUploadAuthData(run_, L"alice", record_), 0);
+    ASSERT_EQ(kyd::ReadUploadAuthData(run_, L"alice", record_), kSucceeded);
     EXPECT_EQ(record_.cert_hash.size(), value.size());
   }
   Write(R"({"apikey":")" + secret + R"(","idp_session":)");
-  ASSERT_EQ(kyd::ReadUploadAuthData(run_, L"alice", record_), 1);
+  ASSERT_EQ(kyd::ReadUploadAuthData(run_, L"alice", record_), kFailed);
   Wipe(record_);
   record_ = UploadAuthData();
   EXPECT_EQ(released.Found(), 0U);
 }
 
 TEST_F(CredentialFileTest, ReportsAMissingFolderWithNumber3) {
-  EXPECT_EQ(kyd::ReadUploadAuthData(run_, L"alice", record_), 1);
+  EXPECT_EQ(kyd::ReadUploadAuthData(run_, L"alice", record_), kFailed);
   EXPECT_EQ(log_.Messages(), Lines{"<Read AuthFile> CreateFile error (3)"});
 }
 
 TEST_F(CredentialFileTest, ReportsAMissingFileWithNumber2) {
   Write("x");
   ASSERT_TRUE(platform::RemoveFile(file_));
-  EXPECT_EQ(kyd::ReadUploadAuthData(run_, L"alice", record_), 1);
+  EXPECT_EQ(kyd::ReadUploadAuthData(run_, L"alice", record_), kFailed);
   EXPECT_EQ(log_.Messages(), Lines{"<Read AuthFile> CreateFile error (2)"});
 }
 
@@ -121,7 +128,7 @@ TEST_F(CredentialFileTest, ReportsAFileOpenElsewhereWithNumber32) {
   Write("x");
   const platform::File other = platform::File::OpenExclusive(file_);
   ASSERT_TRUE(other.IsOpen());
-  EXPECT_EQ(kyd::ReadUploadAuthData(run_, L"alice", record_), 1);
+  EXPECT_EQ(kyd::ReadUploadAuthData(run_, L"alice", record_), kFailed);
   EXPECT_EQ(log_.Messages(), Lines{"<Read AuthFile> CreateFile error (32)"});
 }
 
@@ -129,23 +136,21 @@ TEST_F(CredentialFileTest, IsNotReadWhileAnotherReaderHasItOpen) {
   Write("x");
   const platform::File other = platform::File::OpenShared(file_);
   ASSERT_TRUE(other.IsOpen());
-  EXPECT_EQ(kyd::ReadUploadAuthData(run_, L"alice", record_), 1);
+  EXPECT_EQ(kyd::ReadUploadAuthData(run_, L"alice", record_), kFailed);
   EXPECT_EQ(log_.Messages(), Lines{"<Read AuthFile> CreateFile error (32)"});
 }
 
 TEST_F(CredentialFileTest, ReportsAnEmptyFile) {
   Write("");
-  EXPECT_EQ(kyd::ReadUploadAuthData(run_, L"alice", record_), 1);
-  const Lines messages = log_.Messages();
-  ASSERT_EQ(messages.size(), 1U);
-  EXPECT_EQ(messages[0].substr(0, 35), "<Read AuthFile> GetFileSize error (");
+  EXPECT_EQ(kyd::ReadUploadAuthData(run_, L"alice", record_), kFailed);
+  EXPECT_THAT(log_.Messages(), ElementsAre(StartsWith("<Read AuthFile> GetFileSize error (")));
   EXPECT_TRUE(platform::File::OpenExclusive(file_).IsOpen());
 }
 
 TEST_F(CredentialFileTest, ReportsDecryptionFailure) {
   Write("x");
   run_.decryptEntry = &RefuseToDecrypt;
-  EXPECT_EQ(kyd::ReadUploadAuthData(run_, L"alice", record_), 1);
+  EXPECT_EQ(kyd::ReadUploadAuthData(run_, L"alice", record_), kFailed);
   EXPECT_EQ(log_.Messages(), Lines{"<Read AuthFile> Decrypt error"});
 }
 
@@ -153,7 +158,7 @@ TEST_F(CredentialFileTest, ReportsADecryptErrorWithoutTheLibrary) {
   Write("x");
   run_.decryptEntry = nullptr;
   std::wstring plaintext = L"old";
-  EXPECT_EQ(kyd::ReadAuthFile(run_, file_, plaintext), 1);
+  EXPECT_EQ(kyd::ReadAuthFile(run_, file_, plaintext), kFailed);
   EXPECT_EQ(plaintext, L"");
   EXPECT_EQ(log_.Messages(), Lines{"<Read AuthFile> Decrypt error"});
 }
@@ -161,9 +166,9 @@ TEST_F(CredentialFileTest, ReportsADecryptErrorWithoutTheLibrary) {
 TEST_F(CredentialFileTest, EndsTheRunOnAnExceptionInTheLibrary) {
   Write("x");
   run_.decryptEntry = &ThrowStandard;
-  EXPECT_EQ(kyd::ReadUploadAuthData(run_, L"alice", record_), -1);
+  EXPECT_EQ(kyd::ReadUploadAuthData(run_, L"alice", record_), kRunMustEnd);
   run_.decryptEntry = &ThrowNumber;
-  EXPECT_EQ(kyd::ReadUploadAuthData(run_, L"alice", record_), -1);
+  EXPECT_EQ(kyd::ReadUploadAuthData(run_, L"alice", record_), kRunMustEnd);
   EXPECT_EQ(log_.Messages(), (Lines{"<Read AuthFile> exception", "<Read AuthFile> exception etc"}));
 }
 
@@ -180,7 +185,7 @@ TEST_F(CredentialFileTest, ClosesTheFileOnEveryPath) {
 
 TEST_F(CredentialFileTest, DeletesTheFile) {
   Write("x");
-  EXPECT_EQ(kyd::DeleteAuthFile(run_, L"alice"), 0);
+  EXPECT_EQ(kyd::DeleteAuthFile(run_, L"alice"), kSucceeded);
   EXPECT_FALSE(kyd_test::PathExists(file_));
   EXPECT_EQ(log_.Messages(), Lines{"<DeleteAuthFile> deleted auth file."});
 }
@@ -188,12 +193,12 @@ TEST_F(CredentialFileTest, DeletesTheFile) {
 TEST_F(CredentialFileTest, CountsAMissingFileAsDeleted) {
   Write("x");
   ASSERT_TRUE(platform::RemoveFile(file_));
-  EXPECT_EQ(kyd::DeleteAuthFile(run_, L"alice"), 0);
+  EXPECT_EQ(kyd::DeleteAuthFile(run_, L"alice"), kSucceeded);
   EXPECT_EQ(log_.Messages(), Lines{"<DeleteAuthFile> failed."});
 }
 
 TEST_F(CredentialFileTest, FailsToDeleteWithoutTheFolder) {
-  EXPECT_EQ(kyd::DeleteAuthFile(run_, L"alice"), 1);
+  EXPECT_EQ(kyd::DeleteAuthFile(run_, L"alice"), kFailed);
   EXPECT_EQ(log_.Messages(), Lines{"<DeleteAuthFile> failed."});
 }
 
@@ -203,8 +208,8 @@ TEST_F(CredentialFileTest, LogsAnyExceptionOutsideReadingAndParsing) {
     const kyd_test::LogCapture log;
     {
       const FailingMemory failing(one.what, FailingMemory::kBeyondTheLog);
-      EXPECT_EQ(kyd::ReadUploadAuthData(run_, L"alice", record_), -1);
-      EXPECT_EQ(kyd::DeleteAuthFile(run_, L"alice"), 1);
+      EXPECT_EQ(kyd::ReadUploadAuthData(run_, L"alice", record_), kRunMustEnd);
+      EXPECT_EQ(kyd::DeleteAuthFile(run_, L"alice"), kFailed);
     }
     EXPECT_EQ(log.Messages(), (Lines{std::string("<ReadUploadAuthData> exception") + one.ending,
                                      std::string("<DeleteAuthFile> exception") + one.ending}));
@@ -224,17 +229,17 @@ TEST_F(CredentialFileTest, OnlyZeroMeansSuccess) {
   for (const kyd::DecryptEntry entry : {&DecryptTo<1>, &DecryptTo<-1>, &DecryptTo<256>}) {
     const kyd_test::LogCapture log;
     run_.decryptEntry = entry;
-    EXPECT_EQ(kyd::ReadUploadAuthData(run_, L"alice", record_), 1);
+    EXPECT_EQ(kyd::ReadUploadAuthData(run_, L"alice", record_), kFailed);
     EXPECT_EQ(log.Messages(), Lines{"<Read AuthFile> Decrypt error"});
   }
   run_.decryptEntry = &DecryptTo<0>;
-  EXPECT_EQ(kyd::ReadUploadAuthData(run_, L"alice", record_), 0);
+  EXPECT_EQ(kyd::ReadUploadAuthData(run_, L"alice", record_), kSucceeded);
 }
 
 // The folder can be opened, but its name is taken: deletion fails with a number other than 2.
 TEST_F(CredentialFileTest, FailsToDeleteAFolder) {
   ASSERT_TRUE(platform::CreateFolders(file_));
-  EXPECT_EQ(kyd::DeleteAuthFile(run_, L"alice"), 1);
+  EXPECT_EQ(kyd::DeleteAuthFile(run_, L"alice"), kFailed);
   EXPECT_EQ(log_.Messages(), Lines{"<DeleteAuthFile> failed."});
   EXPECT_TRUE(platform::IsFolder(file_));
 }
@@ -276,7 +281,7 @@ class ReadAndDecrypt : public testing::Test {
 
 TEST_F(ReadAndDecrypt, ReportsAnUnknownSize) {
   source_.size = std::nullopt;
-  EXPECT_EQ(Read(), 1);
+  EXPECT_EQ(Read(), kFailed);
   EXPECT_EQ(log_.Messages(), Lines{"<Read AuthFile> GetFileSize error (1234)"});
   EXPECT_TRUE(source_.asked.empty());
 }
@@ -286,20 +291,20 @@ TEST_F(ReadAndDecrypt, UsesTheLow32BitsOfTheSizeAndRefusesZeroAndAllOnes) {
     const kyd_test::LogCapture log;
     platform::SetLastError(77);
     source_.size = size;
-    EXPECT_EQ(Read(), 1) << size;
+    EXPECT_EQ(Read(), kFailed) << size;
     EXPECT_EQ(log.Messages(), Lines{"<Read AuthFile> GetFileSize error (77)"});
   }
   EXPECT_TRUE(source_.asked.empty());
   source_.size = 0x100000003ULL;
   source_.bytes = "abcdef";
-  EXPECT_EQ(Read(), 0);
+  EXPECT_EQ(Read(), kSucceeded);
   EXPECT_EQ(plaintext_, L"abc");
 }
 
 TEST_F(ReadAndDecrypt, ReportsAReadFailure) {
   source_.size = 5;
   source_.bytes = std::nullopt;
-  EXPECT_EQ(Read(), 1);
+  EXPECT_EQ(Read(), kFailed);
   EXPECT_EQ(log_.Messages(), Lines{"<Read AuthFile> ReadFile error (1117)"});
   EXPECT_EQ(source_.asked, std::vector<std::size_t>{5});
   EXPECT_EQ(plaintext_, L"old");
@@ -308,7 +313,7 @@ TEST_F(ReadAndDecrypt, ReportsAReadFailure) {
 TEST_F(ReadAndDecrypt, DoesNotCompareTheBytesReadWithTheSize) {
   source_.size = 4;
   source_.bytes = "ab";
-  EXPECT_EQ(Read(), 0);
+  EXPECT_EQ(Read(), kSucceeded);
   EXPECT_EQ(plaintext_, std::wstring(L"ab\0\0", 4));
   EXPECT_TRUE(log_.Messages().empty());
 }
@@ -337,7 +342,7 @@ TEST(ParseUpldAuthJson, FillsTheRecord) {
   };
   for (const GoodText& text : texts) {
     UploadAuthData record{L"old", L"old", L"old", L"old", L"old"};
-    EXPECT_EQ(kyd::ParseUpldAuthJson(text.json, record), 0) << platform::ToUtf8(text.json);
+    EXPECT_EQ(kyd::ParseUpldAuthJson(text.json, record), kSucceeded) << platform::ToUtf8(text.json);
     EXPECT_EQ(record.apikey, text.record.apikey);
     EXPECT_EQ(record.idp_session, text.record.idp_session);
     EXPECT_EQ(record.cert_base64encoded, text.record.cert_base64encoded);
@@ -349,7 +354,7 @@ TEST(ParseUpldAuthJson, FillsTheRecord) {
 TEST(ParseUpldAuthJson, KeepsNulsInTheKeyAndTheSession) {
   UploadAuthData record;
   EXPECT_EQ(kyd::ParseUpldAuthJson(LR"({"apikey":"a\u0000b","idp_session":"c\u0000d"})", record),
-            0);
+            kSucceeded);
   EXPECT_EQ(record.apikey, std::wstring(L"a\0b", 3));
   EXPECT_EQ(record.idp_session, std::wstring(L"c\0d", 3));
 }
@@ -384,7 +389,7 @@ TEST(ParseUpldAuthJson, ReportsInvalidContent) {
   for (const BadText& text : texts) {
     const kyd_test::LogCapture log;
     UploadAuthData record;
-    EXPECT_EQ(kyd::ParseUpldAuthJson(text.json, record), 1) << platform::ToUtf8(text.json);
+    EXPECT_EQ(kyd::ParseUpldAuthJson(text.json, record), kFailed) << platform::ToUtf8(text.json);
     EXPECT_EQ(log.Messages(), Lines{text.message}) << platform::ToUtf8(text.json);
   }
 }
@@ -392,12 +397,12 @@ TEST(ParseUpldAuthJson, ReportsInvalidContent) {
 TEST(ParseUpldAuthJson, SurvivesDeepNesting) {
   const std::wstring deep(100'000, L'[');
   UploadAuthData record;
-  EXPECT_EQ(kyd::ParseUpldAuthJson(deep, record), 1);
-  EXPECT_EQ(kyd::ParseUpldAuthJson(deep + std::wstring(100'000, L']'), record), 1);
+  EXPECT_EQ(kyd::ParseUpldAuthJson(deep, record), kFailed);
+  EXPECT_EQ(kyd::ParseUpldAuthJson(deep + std::wstring(100'000, L']'), record), kFailed);
   EXPECT_EQ(kyd::ParseUpldAuthJson(LR"({"apikey":"k","idp_session":"s","x":)" + deep +
                                        std::wstring(100'000, L']') + L"}",
                                    record),
-            0);
+            kSucceeded);
 }
 
 TEST(ParseUpldAuthJson, ClearsTheRecordAndKeepsValuesBeforeTheFault) {
@@ -409,7 +414,7 @@ TEST(ParseUpldAuthJson, ClearsTheRecordAndKeepsValuesBeforeTheFault) {
                {LR"({"apikey":"k","cert":{"hash":"ab"}})", L"k"}};
   for (const auto& one : cases) {
     UploadAuthData record{L"old", L"old", L"old", L"old", L"old"};
-    EXPECT_EQ(kyd::ParseUpldAuthJson(one.json, record), 1);
+    EXPECT_EQ(kyd::ParseUpldAuthJson(one.json, record), kFailed);
     EXPECT_EQ(record.apikey, one.apikey);
     EXPECT_EQ(record.idp_session, L"");
     EXPECT_EQ(record.cert_base64encoded, L"");
@@ -426,7 +431,7 @@ TEST(ParseUpldAuthJson, LogsAnyException) {
     UploadAuthData record;
     {
       const FailingMemory failing(one.what, FailingMemory::kBeyondTheLog);
-      EXPECT_EQ(kyd::ParseUpldAuthJson(text, record), -1);
+      EXPECT_EQ(kyd::ParseUpldAuthJson(text, record), kRunMustEnd);
     }
     EXPECT_EQ(log.Messages(), Lines{std::string("<ParseUpldAuthJson> exception") + one.ending});
   }

@@ -95,7 +95,7 @@ TEST(LogLine, HasPrefixMessageAndTrailingComma) {
   const platform::LocalTime time{2024, 5, 1, 9, 3, 7, 42};
   std::wstring expected;
   std::wstring line;
-  // On Linux the main thread has the number of its process; another one has not.
+  // On Linux the main thread has the number of its process; another thread does not.
   std::thread([&] {
     expected = kyd::FormatBounded(
         256, L"2024/05/01T09:03:07.042, SID:%06d, PID:%06d, TID:%06d, <DeleteAuthFile> failed.,",

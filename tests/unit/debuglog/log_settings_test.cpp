@@ -68,7 +68,7 @@ TEST(OutputLogEnables, AnyValueForMaskOneOtherwiseItsBit) {
   EXPECT_TRUE(corvid::OutputLogEnables(0xFFFFFFFF, 16));
 }
 
-TEST(LogSurroundings, UseThePlainRegistryViewInA64BitProcess) {
+TEST(LogSurroundings, UsesThePlainRegistryViewInA64BitProcess) {
   const corvid::LogSurroundings system = corvid::LogSurroundings::OfSystem();
   EXPECT_EQ(system.registry_access(), 0x20019U);
   EXPECT_EQ(system.clock, &platform::SystemClock());

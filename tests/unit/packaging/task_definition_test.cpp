@@ -1,8 +1,10 @@
 #include "packaging/windows/task_definition.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
 #ifdef _WIN32
 #include <windows.h>
@@ -56,9 +58,10 @@ TEST(TaskDefinition, QuotedArgumentsSplitIntoTheOriginals) {
     const std::wstring line = L"program.exe " + AsArgument(text) + L" last";
     int count = 0;
     wchar_t** arguments = CommandLineToArgvW(line.c_str(), &count);
-    ASSERT_EQ(count, 3);
-    EXPECT_EQ(std::wstring(arguments[1]), text);
+    ASSERT_NE(arguments, nullptr);
+    const std::vector<std::wstring> split(arguments, arguments + count);
     LocalFree(arguments);
+    EXPECT_THAT(split, testing::ElementsAre(L"program.exe", text, L"last"));
   }
 }
 #endif

@@ -60,18 +60,18 @@ TEST(Folders, CreateFoldersMakesMissingParents) {
   EXPECT_TRUE(platform::IsFolder(path));
 }
 
-TEST(Folders, CreateFoldersTakesASeparatorAtTheEnd) {
+TEST(Folders, CreateFoldersAcceptsATrailingSeparator) {
   const kyd_test::TempFolder folder;
   EXPECT_TRUE(platform::CreateFolders((folder / L"a") + platform::kPathSeparator));
   EXPECT_TRUE(platform::IsFolder(folder / L"a"));
 }
 
-TEST(Folders, CreateFoldersFailsWhenItIsThere) {
+TEST(Folders, CreateFoldersFailsIfTheFolderExists) {
   const kyd_test::TempFolder folder;
   EXPECT_FALSE(platform::CreateFolders(folder.Path()));
 }
 
-TEST(Folders, CreateFoldersFailsBehindAFile) {
+TEST(Folders, CreateFoldersFailsBelowAFile) {
   const kyd_test::TempFolder folder;
   kyd_test::WriteFileBytes(folder / L"file", "content");
   EXPECT_FALSE(platform::CreateFolders(folder / L"file"));
@@ -79,7 +79,7 @@ TEST(Folders, CreateFoldersFailsBehindAFile) {
   EXPECT_EQ(kyd_test::ReadFileBytes(folder / L"file"), "content");
 }
 
-TEST(Folders, CreateFoldersTakesFullPathsOnly) {
+TEST(Folders, CreateFoldersRefusesRelativePaths) {
   EXPECT_FALSE(platform::CreateFolders(L"kyd-test-relative"));
   EXPECT_FALSE(platform::IsFolder(L"kyd-test-relative"));
   EXPECT_FALSE(platform::CreateFolders(L""));

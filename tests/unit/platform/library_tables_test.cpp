@@ -269,8 +269,8 @@ TEST(LibraryTables, RejectsOtherFiles) {
   }
 }
 
-// Changes each byte in turn; any result is accepted, provided that it comes soon and no read leaves
-// the file.
+// Changes each byte in turn. Any result is accepted, but it must come quickly, and no read may go
+// beyond the file.
 TEST(LibraryTables, SurvivesAnyDamagedByte) {
   const Content files[] = {Pe({"a.dll", "b.dll"}, {"c", "d"}),
                            Elf({"a", "b"}, {"c", "d"}, Hash::kGnu),

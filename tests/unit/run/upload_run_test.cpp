@@ -1,9 +1,11 @@
 // The run object and its record of accounts with failed files.
 #include "run/upload_run.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -12,7 +14,16 @@
 
 namespace {
 
+using kyd::UploadErrInfo;
 using kyd_test::FailingMemory;
+using testing::AllOf;
+using testing::ElementsAre;
+using testing::Field;
+
+testing::Matcher<UploadErrInfo> IsRecord(const std::wstring& folder, std::uint32_t count) {
+  return AllOf(Field("folder", &UploadErrInfo::folder, folder),
+               Field("count", &UploadErrInfo::count, count));
+}
 
 TEST(UploadRun, StartsWithNothingCountedAndNothingBound) {
   const kyd::UploadRun run;
@@ -42,13 +53,8 @@ TEST(AddUploadErrInfo, AppendsWithoutMergingOrSorting) {
   kyd::AddUploadErrInfo(report, L"bob", 1);
   kyd::AddUploadErrInfo(report, L"alice", 2);
   kyd::AddUploadErrInfo(report, L"bob", 0xFFFFFFFF);
-  ASSERT_EQ(report.errors.size(), 3U);
-  EXPECT_EQ(report.errors[0].folder, L"bob");
-  EXPECT_EQ(report.errors[0].count, 1U);
-  EXPECT_EQ(report.errors[1].folder, L"alice");
-  EXPECT_EQ(report.errors[1].count, 2U);
-  EXPECT_EQ(report.errors[2].folder, L"bob");
-  EXPECT_EQ(report.errors[2].count, 0xFFFFFFFFU);
+  EXPECT_THAT(report.errors, ElementsAre(IsRecord(L"bob", 1), IsRecord(L"alice", 2),
+                                         IsRecord(L"bob", 0xFFFFFFFF)));
 }
 
 TEST(AddUploadErrInfo, LogsAnyExceptionAndDropsOnlyTheRecord) {
@@ -63,9 +69,7 @@ TEST(AddUploadErrInfo, LogsAnyExceptionAndDropsOnlyTheRecord) {
     }
     kyd::AddUploadErrInfo(report, L"carol", 3);
     EXPECT_EQ(log.Messages(), std::vector<std::string>{"<AddUploadErrInfo> exception"});
-    ASSERT_EQ(report.errors.size(), 2U);
-    EXPECT_EQ(report.errors[0].folder, L"alice");
-    EXPECT_EQ(report.errors[1].folder, L"carol");
+    EXPECT_THAT(report.errors, ElementsAre(IsRecord(L"alice", 1), IsRecord(L"carol", 3)));
   }
 }
 

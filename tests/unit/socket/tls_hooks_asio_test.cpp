@@ -59,19 +59,19 @@ class TlsHooksTest : public testing::Test {
   SslContext context_{SslContext::sslv23};
 };
 
-TEST_F(TlsHooksTest, OfferTls12Alone) {
+TEST_F(TlsHooksTest, OffersOnlyTls12) {
   Call(nullptr, context_);
   EXPECT_EQ(SSL_CTX_get_min_proto_version(context_.native_handle()), TLS1_2_VERSION);
   EXPECT_EQ(SSL_CTX_get_max_proto_version(context_.native_handle()), TLS1_2_VERSION);
 }
 
-TEST_F(TlsHooksTest, SetNoCertificateWithoutOne) {
+TEST_F(TlsHooksTest, SetsNoCertificateWithoutOne) {
   Call(nullptr, context_);
   EXPECT_EQ(SSL_CTX_get0_certificate(context_.native_handle()), nullptr);
   EXPECT_EQ(native_request_, nullptr);
 }
 
-TEST_F(TlsHooksTest, SetTheCertificateWithItsKeyAndKeepTheHandle) {
+TEST_F(TlsHooksTest, SetsTheCertificateWithItsKeyAndKeepsTheHandle) {
   const kyd_test::UserWithCertificate user(kyd_test::SelfSignedPem(EVP_EC_gen("P-256")));
   ASSERT_NE(user.Context(), nullptr);
   Call(user.Context(), context_);
@@ -84,12 +84,12 @@ TEST_F(TlsHooksTest, SetTheCertificateWithItsKeyAndKeepTheHandle) {
   EXPECT_EQ(native_request_, context_.native_handle());
 }
 
-TEST_F(TlsHooksTest, ThrowIfTheProtocolIsRefused) {
+TEST_F(TlsHooksTest, ThrowsIfTheProtocolIsRefused) {
   const SslContext taken(std::move(context_));  // leaves a context without an object
   ExpectRefusal(nullptr, context_, kProtocolRefusal);
 }
 
-TEST_F(TlsHooksTest, ThrowIfTheCertificateIsRefused) {
+TEST_F(TlsHooksTest, ThrowsIfTheCertificateIsRefused) {
   const kyd_test::UserWithCertificate user = WithWeakKey();
   ASSERT_NE(user.Context(), nullptr);
   ExpectRefusal(user.Context(), context_, kCertificateRefusal);

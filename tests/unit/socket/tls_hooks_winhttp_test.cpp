@@ -63,20 +63,20 @@ class TlsHooksTest : public testing::Test {
   platform::CertificateContext certificate_ = kyd_test::MakeCertificate();
 };
 
-TEST_F(TlsHooksTest, TakeASession) {
+TEST_F(TlsHooksTest, AcceptsASession) {
   const Internet session(WinHttpOpen(nullptr, WINHTTP_ACCESS_TYPE_NO_PROXY, nullptr, nullptr, 0));
   ASSERT_TRUE(session.IsValid());
   EXPECT_NO_THROW(Config(nullptr)._invoke_nativesessionhandle_options(session.Get()));
   EXPECT_NO_THROW(Config(certificate_.Get())._invoke_nativesessionhandle_options(session.Get()));
 }
 
-TEST_F(TlsHooksTest, SetNoCertificateWithoutOne) {
+TEST_F(TlsHooksTest, SetsNoCertificateWithoutOne) {
   // This handle refuses every option.
   EXPECT_NO_THROW(Config(nullptr).invoke_nativehandle_options(nullptr));
   EXPECT_EQ(native_request_, nullptr);
 }
 
-TEST_F(TlsHooksTest, SetTheCertificateAndKeepTheHandle) {
+TEST_F(TlsHooksTest, SetsTheCertificateAndKeepsTheHandle) {
   ASSERT_TRUE(certificate_.IsValid());
   const Internet request = OpenRequest(WINHTTP_FLAG_SECURE);
   ASSERT_TRUE(request.IsValid());
@@ -84,12 +84,12 @@ TEST_F(TlsHooksTest, SetTheCertificateAndKeepTheHandle) {
   EXPECT_EQ(native_request_, request.Get());
 }
 
-TEST_F(TlsHooksTest, ThrowIfTheProtocolIsRefused) {
+TEST_F(TlsHooksTest, ThrowsIfTheProtocolIsRefused) {
   ExpectRefusal([&] { Config(nullptr)._invoke_nativesessionhandle_options(nullptr); },
                 kProtocolRefusal, ERROR_INVALID_HANDLE);
 }
 
-TEST_F(TlsHooksTest, ThrowIfTheCertificateIsRefused) {
+TEST_F(TlsHooksTest, ThrowsIfTheCertificateIsRefused) {
   ASSERT_TRUE(certificate_.IsValid());
   ExpectRefusal([&] { Config(certificate_.Get()).invoke_nativehandle_options(nullptr); },
                 kCertificateRefusal, ERROR_INVALID_HANDLE);

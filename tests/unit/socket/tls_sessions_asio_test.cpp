@@ -37,26 +37,26 @@ class TlsSessionsTest : public testing::Test {
   SslContext server_ = kyd_test::TlsServer();
 };
 
-TEST_F(TlsSessionsTest, AreResumedByEveryLaterConnection) {
+TEST_F(TlsSessionsTest, ResumesASessionOnEveryLaterConnection) {
   EXPECT_FALSE(Resumes("one:443"));
   EXPECT_TRUE(Resumes("one:443"));
   EXPECT_TRUE(Resumes("one:443"));
 }
 
-TEST_F(TlsSessionsTest, AreResumedWithoutTicketsToo) {
+TEST_F(TlsSessionsTest, ResumesASessionWithoutTickets) {
   server_.set_options(SSL_OP_NO_TICKET);
   EXPECT_FALSE(Resumes("one:443"));
   EXPECT_TRUE(Resumes("one:443"));
 }
 
-TEST_F(TlsSessionsTest, AreOfferedToTheirOwnServerOnly) {
+TEST_F(TlsSessionsTest, OffersASessionOnlyToItsOwnServer) {
   EXPECT_FALSE(Resumes("one:443"));
   EXPECT_FALSE(Resumes("other:443"));
   EXPECT_FALSE(Resumes("one:444"));
   EXPECT_TRUE(Resumes("one:443"));
 }
 
-TEST_F(TlsSessionsTest, AreSeparateUnlessShared) {
+TEST_F(TlsSessionsTest, OffersNoSessionOfAnotherObject) {
   EXPECT_FALSE(Resumes("one:443"));
   const auto others = std::make_shared<TlsSessions>();
   const Ssl client(SSL_new(client_.native_handle()));
@@ -64,21 +64,21 @@ TEST_F(TlsSessionsTest, AreSeparateUnlessShared) {
   EXPECT_FALSE(Connect(client.get()));
 }
 
-TEST_F(TlsSessionsTest, OfAFailedHandshakeAreNotOfferedAgain) {
+TEST_F(TlsSessionsTest, DoesNotOfferASessionAgainAfterAFailedHandshake) {
   EXPECT_FALSE(Resumes("one:443"));
   EXPECT_NE(SSL_get0_session(Client("one:443").get()), nullptr);
   EXPECT_FALSE(Resumes("one:443"));
   EXPECT_TRUE(Resumes("one:443"));
 }
 
-TEST_F(TlsSessionsTest, ThatTheServerHasForgottenAreReplaced) {
+TEST_F(TlsSessionsTest, ReplacesASessionThatTheServerHasForgotten) {
   EXPECT_FALSE(Resumes("one:443"));
   server_ = kyd_test::TlsServer();
   EXPECT_FALSE(Resumes("one:443"));
   EXPECT_TRUE(Resumes("one:443"));
 }
 
-TEST_F(TlsSessionsTest, DoNotChangeAReusedConnection) {
+TEST_F(TlsSessionsTest, DoesNotChangeAReusedConnection) {
   EXPECT_FALSE(Resumes("one:443"));
   const Ssl client = Client("one:443");
   EXPECT_TRUE(Connect(client.get()));
@@ -88,7 +88,7 @@ TEST_F(TlsSessionsTest, DoNotChangeAReusedConnection) {
   EXPECT_TRUE(Resumes("one:443"));
 }
 
-TEST_F(TlsSessionsTest, OutliveTheirOwner) {
+TEST_F(TlsSessionsTest, OutlivesItsOwner) {
   auto sessions = std::make_shared<TlsSessions>();
   const Ssl client(SSL_new(client_.native_handle()));
   TlsSessions::Use(sessions, client.get(), "one:443");

@@ -12,7 +12,7 @@ std::vector<std::wstring> Dates(const platform::LocalTime& today, unsigned count
   return dates;
 }
 
-TEST(LatestDays, CrossMonthsAndLeapDays) {
+TEST(LatestDays, CrossesMonthsAndLeapDays) {
   const std::vector<std::wstring> expected = {L"2024-03-01", L"2024-02-29", L"2024-02-28"};
   EXPECT_EQ(Dates({2024, 3, 1, 23, 59, 59, 0}, 3), expected);
   EXPECT_EQ(Dates({2023, 3, 1, 0, 0, 0, 0}, 2).back(), L"2023-02-28");

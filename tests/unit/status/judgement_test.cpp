@@ -73,8 +73,8 @@ TEST(Judge, GivesReasons) {
   survey.unreadable.push_back({L"path", 5});
   const Verdict verdict = Judge(survey, {24, 5});
   const std::vector<std::wstring> expected = {
-      L"2 accounts wait longer than 1 d, alice the longest: 1 d 6 h",
-      L"7 failed uploads in 2 days, allowed are 5",
+      L"2 accounts have waited longer than 1 d, alice the longest: 1 d 6 h",
+      L"7 failed uploads in 2 days (limit: 5)",
       L"1 folder or file could not be read",
   };
   EXPECT_EQ(verdict.reasons, expected);

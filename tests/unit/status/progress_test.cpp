@@ -1,10 +1,15 @@
 #include "status/progress.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdint>
+#include <string>
 #include <vector>
 
 namespace {
+
+using testing::ElementsAre;
 
 class ProgressTest : public testing::Test {
  protected:
@@ -28,18 +33,18 @@ TEST_F(ProgressTest, IsSilentForTheFirstSecond) {
 }
 
 TEST_F(ProgressTest, ShowsALineFromTimeToTimeAndErasesIt) {
+  const std::wstring after_a_second = L"\rLooked at 64 files ...";
+  const std::wstring later = L"\rLooked at 192 files ...";
+  const std::wstring erasure = L"\r" + std::wstring(40, L' ') + L"\r";
   now_ += 1000;
   Count(128);
-  ASSERT_EQ(written_.size(), 1U);
-  EXPECT_EQ(written_[0], L"\rLooked at 64 files ...");
+  EXPECT_THAT(written_, ElementsAre(after_a_second));
   now_ += 200;
   Count(64);
-  ASSERT_EQ(written_.size(), 2U);
-  EXPECT_EQ(written_[1], L"\rLooked at 192 files ...");
+  EXPECT_THAT(written_, ElementsAre(after_a_second, later));
   progress_.End();
   progress_.End();
-  ASSERT_EQ(written_.size(), 3U);
-  EXPECT_EQ(written_[2], L"\r" + std::wstring(40, L' ') + L"\r");
+  EXPECT_THAT(written_, ElementsAre(after_a_second, later, erasure));
 }
 
 TEST(Progress, WorksWithoutATerminal) {

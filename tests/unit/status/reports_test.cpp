@@ -4,6 +4,9 @@
 #include <gtest/gtest.h>
 #include <rapidjson/document.h>
 
+#include <string>
+#include <vector>
+
 #include "status/page.h"
 
 namespace {
@@ -11,6 +14,7 @@ namespace {
 using kyd::State;
 using kyd::Survey;
 using kyd::Verdict;
+using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Not;
 
@@ -75,6 +79,27 @@ TEST(TextReport, ReportsAnEmptyTree) {
   EXPECT_THAT(text, HasSubstr(L"No accounts\n"));
 }
 
+// Returns the texts of a member in all objects of a list.
+std::vector<std::string> TextsOf(const char* member, const rapidjson::Value& list) {
+  std::vector<std::string> texts;
+  for (const rapidjson::Value& object : list.GetArray()) {
+    texts.emplace_back(object[member].GetString());
+  }
+  return texts;
+}
+
+// Returns the object of a list whose member has this text; null if there is none.
+const rapidjson::Value& ObjectWith(const char* member, const char* text,
+                                   const rapidjson::Value& list) {
+  static const rapidjson::Value none;
+  for (const rapidjson::Value& object : list.GetArray()) {
+    if (object[member] == text) {
+      return object;
+    }
+  }
+  return none;
+}
+
 TEST(JsonReport, ContainsEveryNumber) {
   const std::string text = kyd::JsonReport(Example(), Warning());
   rapidjson::Document report;
@@ -83,25 +108,40 @@ TEST(JsonReport, ContainsEveryNumber) {
   EXPECT_STREQ(report["time"].GetString(), "2024-05-01T09:03:07");
   EXPECT_STREQ(report["logDir"].GetString(), "C:\\Kyd<Log>");
   EXPECT_EQ(report["reasons"].Size(), 1U);
-  const rapidjson::Value& alice = report["accounts"][0];
+  const rapidjson::Value& accounts = report["accounts"];
+  const char* const strange_name = "b\x1B<script>alert(1)</script>&\"'";
+  EXPECT_THAT(TextsOf("name", accounts), ElementsAre("alice", strange_name, "gone"));
+  const rapidjson::Value& alice = ObjectWith("name", "alice", accounts);
+  ASSERT_TRUE(alice.IsObject());
   EXPECT_STREQ(alice["waiting"]["oldest"].GetString(), "2024-03-05T13:06:09Z");
   EXPECT_EQ(alice["waiting"]["oldestAgeSeconds"].GetUint64(), 3660U);
   EXPECT_EQ(alice["archive"]["notSent"].GetUint64(), 2U);
   EXPECT_TRUE(alice["credentials"].IsTrue());
   EXPECT_TRUE(alice["lastErrorDay"].IsNull());
-  const rapidjson::Value& other = report["accounts"][1];
+  const rapidjson::Value& other = ObjectWith("name", strange_name, accounts);
+  ASSERT_TRUE(other.IsObject());
   EXPECT_TRUE(other["credentials"].IsNull());
   EXPECT_TRUE(other["waiting"]["oldest"].IsNull());
   EXPECT_STREQ(other["lastErrorDay"].GetString(), "2024-04-30");
-  EXPECT_STREQ(other["name"].GetString(), "b\x1B<script>alert(1)</script>&\"'");
-  EXPECT_TRUE(report["accounts"][2]["folder"].IsFalse());
-  const rapidjson::Value& day = report["days"][1];
+  const rapidjson::Value& gone = ObjectWith("name", "gone", accounts);
+  ASSERT_TRUE(gone.IsObject());
+  EXPECT_TRUE(gone["folder"].IsFalse());
+  const rapidjson::Value& days = report["days"];
+  EXPECT_THAT(TextsOf("date", days), ElementsAre("2024-05-01", "2024-04-30"));
+  const rapidjson::Value& day = ObjectWith("date", "2024-04-30", days);
+  ASSERT_TRUE(day.IsObject());
   EXPECT_EQ(day["sent"].GetUint64(), 40U);
-  EXPECT_EQ(day["accountsWithErrors"][0]["errors"].GetUint64(), 3U);
+  const rapidjson::Value& failed = ObjectWith("name", "b", day["accountsWithErrors"]);
+  ASSERT_TRUE(failed.IsObject());
+  EXPECT_EQ(failed["errors"].GetUint64(), 3U);
   EXPECT_EQ(day["unfinishedBlocks"].GetUint64(), 1U);
-  EXPECT_TRUE(report["days"][0]["lastRun"].IsNull());
+  const rapidjson::Value& today = ObjectWith("date", "2024-05-01", days);
+  ASSERT_TRUE(today.IsObject());
+  EXPECT_TRUE(today["lastRun"].IsNull());
   EXPECT_EQ(report["totals"]["errors"].GetUint64(), 3U);
-  EXPECT_EQ(report["unreadable"][0]["error"].GetUint(), 5U);
+  const rapidjson::Value& unreadable = ObjectWith("path", "C:\\x", report["unreadable"]);
+  ASSERT_TRUE(unreadable.IsObject());
+  EXPECT_EQ(unreadable["error"].GetUint(), 5U);
 }
 
 TEST(HtmlReport, EscapesUntrustedText) {

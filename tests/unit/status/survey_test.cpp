@@ -3,8 +3,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
+#include <cstdint>
 #include <filesystem>
+#include <string>
+#include <vector>
 
 #include "logtree/log_tree.h"
 #include "platform/error.h"
@@ -24,6 +28,33 @@ namespace {
 
 using kyd::AccountStatus;
 using kyd::Survey;
+using kyd::Unreadable;
+using testing::ElementsAre;
+
+std::vector<std::wstring> AccountNames(const Survey& survey) {
+  std::vector<std::wstring> names;
+  for (const AccountStatus& account : survey.accounts) {
+    names.push_back(account.name);
+  }
+  return names;
+}
+
+// Returns the account with this name, which must exist.
+AccountStatus AccountNamed(const std::wstring& name, const Survey& survey) {
+  const auto found =
+      std::find_if(survey.accounts.begin(), survey.accounts.end(),
+                   [&name](const AccountStatus& account) { return account.name == name; });
+  if (found == survey.accounts.end()) {
+    ADD_FAILURE() << "no account " << platform::ToUtf8(name);
+    return {};
+  }
+  return *found;
+}
+
+testing::Matcher<Unreadable> IsUnreadable(const std::wstring& path, unsigned error) {
+  return testing::AllOf(testing::Field("path", &Unreadable::path, path),
+                        testing::Field("error", &Unreadable::error, error));
+}
 
 class SurveyTest : public testing::Test {
  protected:
@@ -89,15 +120,13 @@ TEST_F(SurveyTest, CountsWhatTheUploaderWouldSend) {
   MakeFile(tree_.UploadPath(), L"y.log", "1");
   MakeOlder(platform::JoinPath(alice, L"B.LOG"), 7200);
   const Survey survey = Look();
-  ASSERT_EQ(survey.accounts.size(), 2U);
-  EXPECT_EQ(survey.accounts[0].name, L"alice");
-  EXPECT_EQ(survey.accounts[0].waiting.files, 2U);
-  EXPECT_EQ(survey.accounts[0].waiting.bytes, 8U);
-  ASSERT_TRUE(survey.accounts[0].waiting.oldest);
-  EXPECT_NEAR(static_cast<double>(kyd::AgeOf(*survey.accounts[0].waiting.oldest, survey.now)), 7200,
-              5);
-  EXPECT_EQ(survey.accounts[1].name, L"bob");
-  EXPECT_EQ(survey.accounts[1].waiting.files, 0U);
+  EXPECT_THAT(AccountNames(survey), ElementsAre(L"alice", L"bob"));
+  const kyd::WaitingFiles waiting = AccountNamed(L"alice", survey).waiting;
+  EXPECT_EQ(waiting.files, 2U);
+  EXPECT_EQ(waiting.bytes, 8U);
+  ASSERT_TRUE(waiting.oldest);
+  EXPECT_NEAR(static_cast<double>(kyd::AgeOf(*waiting.oldest, survey.now)), 7200, 5);
+  EXPECT_EQ(AccountNamed(L"bob", survey).waiting.files, 0U);
   EXPECT_EQ(kyd::AllWaiting(survey).bytes, 8U);
 }
 
@@ -112,13 +141,12 @@ TEST_F(SurveyTest, DistinguishesSentFromFlushedFiles) {
   MakeFile(archive, L"e.bak");
   MakeFolder(platform::JoinPath(archive, L"folder.log"));
   const Survey survey = Look();
-  ASSERT_EQ(survey.accounts.size(), 2U);
-  const auto& alice = survey.accounts[0];
-  EXPECT_TRUE(alice.archived.has_folder);
-  EXPECT_EQ(alice.archived.files, 3U);
-  EXPECT_EQ(alice.archived.not_sent, 1U);
-  const auto& bob = survey.accounts[1];
-  EXPECT_FALSE(bob.archived.has_folder);
+  EXPECT_THAT(AccountNames(survey), ElementsAre(L"alice", L"bob"));
+  const kyd::ArchivedFiles archived = AccountNamed(L"alice", survey).archived;
+  EXPECT_TRUE(archived.has_folder);
+  EXPECT_EQ(archived.files, 3U);
+  EXPECT_EQ(archived.not_sent, 1U);
+  EXPECT_FALSE(AccountNamed(L"bob", survey).archived.has_folder);
   EXPECT_TRUE(survey.unreadable.empty());
 }
 
@@ -129,13 +157,11 @@ TEST_F(SurveyTest, DetectsCredentialFiles) {
   MakeFile(platform::FolderOf(tree_.CredentialPath(L"alice")), L"UserData.dat");
   MakeFolder(tree_.CredentialPath(L"carol"));
   const Survey survey = Look();
-  ASSERT_EQ(survey.accounts.size(), 3U);
-  const auto& alice = survey.accounts[0];
-  const auto& bob = survey.accounts[1];
-  const auto& carol = survey.accounts[2];
-  EXPECT_EQ(alice.has_credentials, true);
-  EXPECT_EQ(bob.has_credentials, false);
-  EXPECT_EQ(carol.has_credentials, false);  // a folder does not count
+  EXPECT_THAT(AccountNames(survey), ElementsAre(L"alice", L"bob", L"carol"));
+  EXPECT_EQ(AccountNamed(L"alice", survey).has_credentials, true);
+  EXPECT_EQ(AccountNamed(L"bob", survey).has_credentials, false);
+  // A folder does not count.
+  EXPECT_EQ(AccountNamed(L"carol", survey).has_credentials, false);
 }
 
 TEST_F(SurveyTest, AddsTheFiguresOfTheResultFiles) {
@@ -148,14 +174,13 @@ TEST_F(SurveyTest, AddsTheFiguresOfTheResultFiles) {
   EXPECT_EQ(kyd::SumOfDays(survey).runs, 3U);
   EXPECT_EQ(kyd::SumOfDays(survey).sent, 7U);
   EXPECT_EQ(kyd::SumOfDays(survey).errors, 5U);
-  ASSERT_EQ(survey.accounts.size(), 2U);
-  const AccountStatus& alice = survey.accounts[0];
+  EXPECT_THAT(AccountNames(survey), ElementsAre(L"alice", L".."));
+  const AccountStatus alice = AccountNamed(L"alice", survey);
   EXPECT_EQ(alice.errors, 3U);
   ASSERT_TRUE(alice.last_error_day);
   EXPECT_EQ(alice.last_error_day->day, 30);
   // A name that occurs only in a result file is not looked up.
-  const AccountStatus& stranger = survey.accounts[1];
-  EXPECT_EQ(stranger.name, L"..");
+  const AccountStatus stranger = AccountNamed(L"..", survey);
   EXPECT_EQ(stranger.errors, 2U);
   EXPECT_FALSE(stranger.has_folder);
   EXPECT_FALSE(stranger.has_credentials);
@@ -164,16 +189,15 @@ TEST_F(SurveyTest, AddsTheFiguresOfTheResultFiles) {
 TEST_F(SurveyTest, ReportsAMissingUploadFolder) {
   log_dir_ = folder_ / L"nowhere";
   const Survey survey = Look();
-  ASSERT_EQ(survey.unreadable.size(), 1U);
-  EXPECT_EQ(survey.unreadable[0].path, kyd::LogTree(log_dir_).UploadPath());
-  EXPECT_EQ(survey.unreadable[0].error, platform::kErrorPathNotFound);
+  EXPECT_THAT(survey.unreadable, ElementsAre(IsUnreadable(kyd::LogTree(log_dir_).UploadPath(),
+                                                          platform::kErrorPathNotFound)));
 }
 
 TEST_F(SurveyTest, ReportsAFolderInsteadOfAResultFile) {
   MakeFolder(tree_.ResultPath(clock_.local));
   const Survey survey = Look();
-  ASSERT_EQ(survey.unreadable.size(), 1U);
-  EXPECT_EQ(survey.unreadable[0].error, platform::kErrorAccessDenied);
+  EXPECT_THAT(survey.unreadable, ElementsAre(IsUnreadable(tree_.ResultPath(clock_.local),
+                                                          platform::kErrorAccessDenied)));
 }
 
 TEST_F(SurveyTest, ReadsAResultFileThatTheUploaderHasOpen) {
@@ -203,12 +227,10 @@ TEST_F(SurveyTest, ReportsWhatIsUnreadable) {
     survey = Look(1);
     return true;
   });
-  std::vector<std::wstring> paths;
-  for (const kyd::Unreadable& unreadable : survey.unreadable) {
-    paths.push_back(unreadable.path);
-    EXPECT_EQ(unreadable.error, platform::kErrorAccessDenied);
-  }
-  EXPECT_THAT(paths, testing::ElementsAre(tree_.UploadPath(), tree_.ResultPath(clock_.local)));
+  EXPECT_THAT(
+      survey.unreadable,
+      ElementsAre(IsUnreadable(tree_.UploadPath(), platform::kErrorAccessDenied),
+                  IsUnreadable(tree_.ResultPath(clock_.local), platform::kErrorAccessDenied)));
 }
 
 // stat and fstatat by name have no flags; those of an open folder do.
@@ -223,10 +245,11 @@ TEST_F(SurveyTest, CountsFilesWithoutDetails) {
     survey = Look(1);
     return true;
   });
-  ASSERT_EQ(survey.accounts.size(), 1U);
-  EXPECT_EQ(survey.accounts[0].waiting.files, 2U);
-  EXPECT_FALSE(survey.accounts[0].waiting.oldest);
-  EXPECT_FALSE(survey.accounts[0].has_credentials);
+  EXPECT_THAT(AccountNames(survey), ElementsAre(L"alice"));
+  const AccountStatus alice = AccountNamed(L"alice", survey);
+  EXPECT_EQ(alice.waiting.files, 2U);
+  EXPECT_FALSE(alice.waiting.oldest);
+  EXPECT_FALSE(alice.has_credentials);
   EXPECT_FALSE(survey.unreadable.empty());
 }
 
@@ -237,8 +260,8 @@ TEST_F(SurveyTest, DoesNotCountAFileThatDisappears) {
     survey = Look(1);
     return true;
   });
-  ASSERT_EQ(survey.accounts.size(), 1U);
-  EXPECT_EQ(survey.accounts[0].waiting.files, 0U);
+  EXPECT_THAT(AccountNames(survey), ElementsAre(L"alice"));
+  EXPECT_EQ(AccountNamed(L"alice", survey).waiting.files, 0U);
   EXPECT_TRUE(survey.unreadable.empty());
 }
 #endif

@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <exception>
 #include <filesystem>
 #include <functional>
@@ -15,6 +16,7 @@
 
 #include "platform/file.h"
 #include "platform/text.h"
+#include "run/upload_run.h"
 #include "socket/http_client.h"
 #include "tests/unit/support/failing_memory.h"
 #include "tests/unit/support/log_capture.h"
@@ -22,15 +24,26 @@
 
 namespace {
 
+using kyd::kFailed;
+using kyd::kRunMustEnd;
+using kyd::kSucceeded;
+using kyd::UploadErrInfo;
 using testing::AllOf;
 using testing::AnyOfArray;
 using testing::Contains;
 using testing::ElementsAre;
+using testing::Field;
 using testing::HasSubstr;
+using testing::Property;
 using testing::StartsWith;
 using web::http::http_request;
 using web::http::http_response;
 using Lines = std::vector<std::string>;
+
+testing::Matcher<UploadErrInfo> IsRecord(const std::wstring& folder, std::uint32_t count) {
+  return AllOf(Field("folder", &UploadErrInfo::folder, folder),
+               Field("count", &UploadErrInfo::count, count));
+}
 
 class UploadOneUser : public testing::Test {
  protected:
@@ -81,10 +94,15 @@ class UploadOneUser : public testing::Test {
     return Upload([status](int) { return http_response(status); });
   }
 
-  [[nodiscard]] std::wstring Header(std::size_t request, const wchar_t* name) const {
-    utility::string_t value;
-    requests_[request].headers().match(platform::ToNative(name), value);
-    return platform::FromNative(value);
+  // Returns a header's value in each request; empty for a request without it.
+  [[nodiscard]] std::vector<std::wstring> Headers(const wchar_t* name) const {
+    std::vector<std::wstring> values;
+    for (const http_request& request : requests_) {
+      utility::string_t value;
+      request.headers().match(platform::ToNative(name), value);
+      values.push_back(platform::FromNative(value));
+    }
+    return values;
   }
 
   kyd_test::TempFolder folder_;
@@ -98,7 +116,7 @@ class UploadOneUser : public testing::Test {
 };
 
 TEST_F(UploadOneUser, CountsAnAccountWithoutFilesAsNotSubjectToUpload) {
-  EXPECT_EQ(UploadAnswering(200), 0);
+  EXPECT_EQ(UploadAnswering(200), kSucceeded);
   EXPECT_EQ(run_.noSendCount, 1U);
   EXPECT_EQ(run_.sendCount, 0U);
   EXPECT_TRUE(requests_.empty());
@@ -108,33 +126,31 @@ TEST_F(UploadOneUser, CountsAnAccountWithoutFilesAsNotSubjectToUpload) {
 
 TEST_F(UploadOneUser, CountsAnAccountWithoutAFolderAsNotSubjectToUpload) {
   run_.logDir = folder_ / L"nowhere";
-  EXPECT_EQ(UploadAnswering(200), 0);
+  EXPECT_EQ(UploadAnswering(200), kSucceeded);
   EXPECT_EQ(run_.noSendCount, 1U);
 }
 
 TEST_F(UploadOneUser, SendsTheRequiredPostRequest) {
   MakeLog(L"a.log");
-  EXPECT_EQ(UploadAnswering(200), 0);
-  ASSERT_EQ(requests_.size(), 1U);
-  EXPECT_EQ(addresses_[0],
-            platform::ToNative(L"https://tenant.example/idp/api/keyward/v1/log/sso"));
-  EXPECT_EQ(requests_[0].method(), web::http::methods::POST);
-  EXPECT_EQ(Header(0, L"Connection"), L"close");
-  EXPECT_EQ(Header(0, L"Cookie"), L"idp.session=session");
-  EXPECT_EQ(Header(0, L"Authorization"), L"Bearer key");
-  EXPECT_EQ(Header(0, L"User-Agent"), L"agent");
-  EXPECT_EQ(Header(0, L"Content-Type"), L"application/octet-stream");
+  EXPECT_EQ(UploadAnswering(200), kSucceeded);
+  EXPECT_THAT(
+      addresses_,
+      ElementsAre(platform::ToNative(L"https://tenant.example/idp/api/keyward/v1/log/sso")));
+  EXPECT_THAT(requests_,
+              ElementsAre(Property("method", &http_request::method, web::http::methods::POST)));
+  EXPECT_THAT(Headers(L"Connection"), ElementsAre(L"close"));
+  EXPECT_THAT(Headers(L"Cookie"), ElementsAre(L"idp.session=session"));
+  EXPECT_THAT(Headers(L"Authorization"), ElementsAre(L"Bearer key"));
+  EXPECT_THAT(Headers(L"User-Agent"), ElementsAre(L"agent"));
+  EXPECT_THAT(Headers(L"Content-Type"), ElementsAre(L"application/octet-stream"));
 }
 
 TEST_F(UploadOneUser, ClosesTheConnectionWithTheLastFileOnly) {
   MakeLog(L"a.log");
   MakeLog(L"b.log");
   MakeLog(L"c.log");
-  EXPECT_EQ(UploadAnswering(202), 0);
-  ASSERT_EQ(requests_.size(), 3U);
-  EXPECT_EQ(Header(0, L"Connection"), L"KeepAlive");
-  EXPECT_EQ(Header(1, L"Connection"), L"KeepAlive");
-  EXPECT_EQ(Header(2, L"Connection"), L"close");
+  EXPECT_EQ(UploadAnswering(202), kSucceeded);
+  EXPECT_THAT(Headers(L"Connection"), ElementsAre(L"KeepAlive", L"KeepAlive", L"close"));
   EXPECT_EQ(run_.sendCount, 1U);
   EXPECT_EQ(run_.fileOkCount, 3U);
 }
@@ -153,7 +169,7 @@ TEST_F(UploadOneUser, ArchivesAcceptedFilesOnly) {
   for (const Case& one : cases) {
     const std::wstring name = std::to_wstring(one.status) + L".log";
     MakeLog(name);
-    EXPECT_EQ(UploadAnswering(one.status), 0);
+    EXPECT_EQ(UploadAnswering(one.status), kSucceeded);
     EXPECT_EQ(IsArchived(name), one.accepted) << one.status;
     EXPECT_EQ(IsWaiting(name), !one.accepted) << one.status;
     ++(one.accepted ? ok : failed);
@@ -165,7 +181,7 @@ TEST_F(UploadOneUser, ArchivesAcceptedFilesOnly) {
 
 TEST_F(UploadOneUser, LogsTheStepsOfAnAcceptedFile) {
   MakeLog(L"a.log");
-  EXPECT_EQ(UploadAnswering(202), 0);
+  EXPECT_EQ(UploadAnswering(202), kSucceeded);
   const std::string from = platform::ToUtf8(Path(L"Upload", L"a.log"));
   const std::string to = platform::ToUtf8(Path(L"Archive", L"a.log"));
   EXPECT_EQ(
@@ -179,7 +195,7 @@ TEST_F(UploadOneUser, DeletesTheCredentialsOnEach401AndContinues) {
   MakeLog(L"a.log");
   MakeLog(L"b.log");
   kyd_test::WriteFileBytes(Path(L"LogWork", L"UserData.dat"), "sealed");
-  EXPECT_EQ(UploadAnswering(401), 0);
+  EXPECT_EQ(UploadAnswering(401), kSucceeded);
   EXPECT_EQ(requests_.size(), 2U);
   EXPECT_FALSE(kyd_test::PathExists(Path(L"LogWork", L"UserData.dat")));
   const auto file = StartsWith("<UploadOneUser> UploadFile [");
@@ -194,16 +210,14 @@ TEST_F(UploadOneUser, DeletesTheCredentialsOnEach401AndContinues) {
 TEST_F(UploadOneUser, RemembersAnAccountWithFailedFilesOnce) {
   MakeLog(L"a.log");
   MakeLog(L"b.log");
-  EXPECT_EQ(UploadAnswering(500), 0);
-  ASSERT_EQ(run_.report.errors.size(), 1U);
-  EXPECT_EQ(run_.report.errors[0].folder, L"alice");
-  EXPECT_EQ(run_.report.errors[0].count, 2U);
+  EXPECT_EQ(UploadAnswering(500), kSucceeded);
+  EXPECT_THAT(run_.report.errors, ElementsAre(IsRecord(L"alice", 2)));
 }
 
 TEST_F(UploadOneUser, LeavesAFileThatIsAlreadyInTheArchive) {
   MakeLog(L"a.log");
   kyd_test::WriteFileBytes(Path(L"Archive", L"a.log"), "older");
-  EXPECT_EQ(UploadAnswering(200), 0);
+  EXPECT_EQ(UploadAnswering(200), kSucceeded);
   EXPECT_TRUE(IsWaiting(L"a.log"));
   EXPECT_EQ(kyd_test::ReadFileBytes(Path(L"Archive", L"a.log")), "older");
   EXPECT_THAT(log_.Messages(), Contains("<MOVE> Move NG [183]"));
@@ -221,7 +235,7 @@ TEST_F(UploadOneUser, EndsTheAccountOnATransportFailure) {
               }
               return http_response(500);
             }),
-            1);
+            kFailed);
   EXPECT_EQ(requests_.size(), 2U);
   EXPECT_EQ(run_.fileErrorCount, 1U);
   EXPECT_EQ(run_.sendCount, 0U);
@@ -235,9 +249,10 @@ TEST_F(UploadOneUser, EndsTheAccountOnATransportFailure) {
 
 TEST_F(UploadOneUser, EndsTheRunOnAnyOtherException) {
   MakeLog(L"a.log");
-  EXPECT_EQ(Upload([](int) -> http_response { throw pplx::task_canceled("cancelled"); }), -1);
+  EXPECT_EQ(Upload([](int) -> http_response { throw pplx::task_canceled("cancelled"); }),
+            kRunMustEnd);
   EXPECT_EQ(log_.Messages().back(), "<UploadOneUser> exception [alice]");
-  EXPECT_EQ(Upload([](int) -> http_response { throw 1; }), -1);
+  EXPECT_EQ(Upload([](int) -> http_response { throw 1; }), kRunMustEnd);
   EXPECT_EQ(log_.Messages().back(), "<UploadOneUser> exception etc[alice]");
   EXPECT_TRUE(IsWaiting(L"a.log"));
   EXPECT_EQ(run_.fileOkCount + run_.fileErrorCount + run_.sendCount + run_.noSendCount, 0U);
@@ -245,17 +260,17 @@ TEST_F(UploadOneUser, EndsTheRunOnAnyOtherException) {
 
 TEST_F(UploadOneUser, NeedsAnAddressOnlyForFiles) {
   run_.tenant = L"no host at all";
-  EXPECT_EQ(UploadAnswering(200), 0);
+  EXPECT_EQ(UploadAnswering(200), kSucceeded);
   EXPECT_EQ(run_.noSendCount, 1U);
   MakeLog(L"a.log");
-  EXPECT_EQ(UploadAnswering(200), -1);
+  EXPECT_EQ(UploadAnswering(200), kRunMustEnd);
   EXPECT_TRUE(requests_.empty());
   EXPECT_EQ(log_.Messages().back(), "<UploadOneUser> exception [alice]");
 }
 
 TEST_F(UploadOneUser, EndsTheRunAtAFolderNamedLikeALogFile) {
   ASSERT_TRUE(platform::CreateFolders(Path(L"Upload", L"x.log")));
-  EXPECT_EQ(UploadAnswering(200), -1);
+  EXPECT_EQ(UploadAnswering(200), kRunMustEnd);
   EXPECT_TRUE(requests_.empty());
   EXPECT_EQ(log_.Messages().back(), "<UploadOneUser> exception [alice]");
 }
@@ -274,12 +289,12 @@ TEST_F(UploadOneUser, ClosesTheLogFileOnEveryPath) {
 
 TEST_F(UploadOneUser, TruncatesTheSessionAtItsFirstNulAndRefusesAKeyWithANul) {
   MakeLog(L"a.log");
-  EXPECT_EQ(UploadAnswering(200), 0);
-  EXPECT_EQ(Header(0, L"Cookie"), L"idp.session=session");
+  EXPECT_EQ(UploadAnswering(200), kSucceeded);
+  EXPECT_THAT(Headers(L"Cookie"), ElementsAre(L"idp.session=session"));
   // Otherwise a truncated key would be sent.
   MakeLog(L"b.log");
   credentials_.apikey = std::wstring(L"ke\0y", 4);
-  EXPECT_EQ(UploadAnswering(200), 1);
+  EXPECT_EQ(UploadAnswering(200), kFailed);
   EXPECT_EQ(requests_.size(), 1U);
   EXPECT_THAT(log_.Messages().back(),
               testing::HasSubstr("The value of the request header Authorization is invalid."));
@@ -306,7 +321,7 @@ TEST_F(UploadOneUser, UsesTheCertificateSourceNamedInTheCredentials) {
     credentials_.cert_base64encoded = one.base64;
     credentials_.cert_hash = one.hash;
     credentials_.cert_store = one.store;
-    EXPECT_EQ(UploadAnswering(500), 0);
+    EXPECT_EQ(UploadAnswering(500), kSucceeded);
     // The certificate is looked up once per account, after the first log line; the files are sent
     // in any case.
     std::vector<testing::Matcher<std::string>> expected = {
@@ -330,9 +345,8 @@ TEST_F(UploadOneUser, FindsTheNextFileBeforeItSends) {
               MakeLog(L"late-" + std::to_wstring(number) + L".log");
               return http_response(500);
             }),
-            0);
-  ASSERT_EQ(requests_.size(), 1U);
-  EXPECT_EQ(Header(0, L"Connection"), L"close");
+            kSucceeded);
+  EXPECT_THAT(Headers(L"Connection"), ElementsAre(L"close"));
 }
 
 TEST_F(UploadOneUser, RecordsTheFailuresOfThisAccountOnly) {
@@ -340,14 +354,13 @@ TEST_F(UploadOneUser, RecordsTheFailuresOfThisAccountOnly) {
   MakeLog(L"b.log");
   MakeLog(L"c.log");
   run_.fileErrorCount = 5;
-  EXPECT_EQ(Upload([](int number) { return http_response(number == 2 ? 200 : 403); }), 0);
+  EXPECT_EQ(Upload([](int number) { return http_response(number == 2 ? 200 : 403); }), kSucceeded);
   EXPECT_EQ(run_.fileErrorCount, 7U);
-  ASSERT_EQ(run_.report.errors.size(), 1U);
-  EXPECT_EQ(run_.report.errors[0].count, 2U);
+  EXPECT_THAT(run_.report.errors, ElementsAre(IsRecord(L"alice", 2)));
   EXPECT_EQ(run_.sendCount, 1U);
 
   run_.report.errors.clear();
-  EXPECT_EQ(UploadAnswering(200), 0);
+  EXPECT_EQ(UploadAnswering(200), kSucceeded);
   EXPECT_TRUE(run_.report.errors.empty());
   EXPECT_EQ(run_.sendCount, 2U);
   EXPECT_EQ(run_.noSendCount, 0U);
@@ -359,7 +372,7 @@ TEST_F(UploadOneUser, EndsTheRunAtABodyThatCannotBeRead) {
   for (const auto status : std::vector<web::http::status_code>{500, 401}) {
     const kyd_test::LogCapture log;
     kyd_test::WriteFileBytes(Path(L"LogWork", L"UserData.dat"), "sealed");
-    EXPECT_EQ(UploadAnswering(status), -1);
+    EXPECT_EQ(UploadAnswering(status), kRunMustEnd);
     EXPECT_EQ(log.Messages().back(), "<UploadOneUser> exception [alice]");
     EXPECT_TRUE(IsWaiting(L"a.log"));
     // The file is deleted before the body is read.
@@ -368,7 +381,7 @@ TEST_F(UploadOneUser, EndsTheRunAtABodyThatCannotBeRead) {
   EXPECT_EQ(run_.fileOkCount + run_.fileErrorCount + run_.sendCount + run_.noSendCount, 0U);
   EXPECT_TRUE(run_.report.errors.empty());
   // After a success status the body is not needed.
-  EXPECT_EQ(UploadAnswering(200), 0);
+  EXPECT_EQ(UploadAnswering(200), kSucceeded);
   EXPECT_TRUE(IsArchived(L"a.log"));
 }
 
@@ -377,7 +390,7 @@ TEST_F(UploadOneUser, LogsMessageAndNumberOfAnExceptionOfTheHttpLayer) {
   EXPECT_EQ(Upload([](int) -> http_response {
               throw CorvidSocket::Exception("refused") << CorvidSocket::ErrorNumber(12175);
             }),
-            1);
+            kFailed);
   const Lines lines = log_.Messages();
   EXPECT_THAT(
       lines,
@@ -403,12 +416,12 @@ TEST_F(UploadOneUser, LogsAnyExceptionBeforeTheFirstFile) {
                {FailingMemory::Throwing::kNumber, "<UploadOneUser> exception etc[alice]"}};
   for (const auto& one : cases) {
     const kyd_test::LogCapture log;
-    int result = 0;
+    int result = kSucceeded;
     {
       const FailingMemory failing(one.what, FailingMemory::kBeyondTheLog);
       result = UploadAnswering(200);
     }
-    EXPECT_EQ(result, -1);
+    EXPECT_EQ(result, kRunMustEnd);
     EXPECT_EQ(log.Messages(), (Lines{"<UploadOneUser> in  [alice]", one.line}));
   }
   EXPECT_TRUE(requests_.empty());
@@ -420,7 +433,7 @@ TEST_F(UploadOneUser, SendsAFileThatAnotherProcessReads) {
   MakeLog(L"a.log");
   const platform::File reader = platform::File::OpenShared(Path(L"Upload", L"a.log"));
   ASSERT_TRUE(reader.IsOpen());
-  EXPECT_EQ(UploadAnswering(200), 0);
+  EXPECT_EQ(UploadAnswering(200), kSucceeded);
   EXPECT_EQ(run_.fileOkCount, 1U);
 #ifdef _WIN32
   // This reader prevents the move.
