@@ -40,7 +40,7 @@ def check(options: list[str]) -> None:
     shutil.copytree(Path(cache) / "cpprestsdk/source", keep / "cache/cpprestsdk/source")
     run("git", "clone", "--quiet", "--no-hardlinks", ROOT, clone)
     run("git", "checkout", "--quiet", "--detach", project.commit(), cwd=clone)
-    print("Building the commit again, including the REST library; this takes long", flush=True)
+    print("Building the commit again, including the REST library; this takes a long time", flush=True)
     run(
         "sh", "-c", 'umask 027; exec ./dev package "$@"', "sh", *options, cwd=clone,
         KYD_CACHE=os.fspath(keep / "cache"), TZ="Pacific/Auckland", HOME=os.fspath(keep), LANG="C",

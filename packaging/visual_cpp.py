@@ -53,10 +53,10 @@ def check(folder: Path, programs: Iterable[str], *, stand_in_allowed: bool) -> N
         if _RUN_TIME not in imports:
             raise Failure(f"{program} is not in Visual C++'s binary interface: it does not need {_RUN_TIME}")
         if _OF_A_STAND_IN in imports and not stand_in_allowed:
-            raise Failure(f"{program} was built with a stand-in for the Windows SDK, which serves for tests")
+            raise Failure(f"{program} was built with a stand-in for the Windows SDK, which is only for tests")
         expected, found = f"{project.version()} (msvc)", _product_version(program)
         if found != expected:
-            raise Failure(f"{program} is of version {found or 'unknown'}, and not {expected}")
+            raise Failure(f"{program} has version {found or 'unknown'}, not {expected}")
     components(folder)
 
 

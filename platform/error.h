@@ -15,6 +15,11 @@ inline constexpr unsigned kErrorAlreadyExists = 183;
 inline constexpr unsigned kErrorBadFormat = 193;
 inline constexpr unsigned kErrorFileNameTooLong = 206;
 
+// Whether the error says that the file, or a folder of its path, does not exist.
+[[nodiscard]] constexpr bool IsMissing(unsigned error) noexcept {
+  return error == kErrorFileNotFound || error == kErrorPathNotFound;
+}
+
 // GetLastError. Every failing operation of this folder sets it; a successful one may leave it
 // unchanged. Read it in the statement after the failing call.
 [[nodiscard]] unsigned LastError() noexcept;

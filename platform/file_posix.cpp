@@ -288,7 +288,7 @@ std::optional<bool> FileExists(const std::wstring& path) {
     return !S_ISDIR(status.st_mode);
   }
   RecordErrno(errno, native);
-  if (LastError() == kErrorFileNotFound || LastError() == kErrorPathNotFound) {
+  if (IsMissing(LastError())) {
     return false;
   }
   return std::nullopt;

@@ -288,7 +288,7 @@ std::optional<bool> FileExists(const std::wstring& path) {
     return (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0;
   }
   const unsigned error = LastError();
-  if (error == kErrorFileNotFound || error == kErrorPathNotFound) {
+  if (IsMissing(error)) {
     return false;
   }
   return std::nullopt;

@@ -15,7 +15,7 @@ namespace {
 std::wstring Summary(const Check& check) {
   const std::wstring rights = L"checked with the rights of this user";
   if (check.findings.empty()) {
-    return L"nothing found that would keep the next run from working; " + rights;
+    return L"nothing found that would prevent the next run from working; " + rights;
   }
   return Counted(check.findings.size(), L"finding", L"findings") + L" about the next run; " +
          rights;

@@ -89,7 +89,7 @@ void CheckLibrary(Check& check, const std::wstring& name, const Names& exports,
   }
   const std::string foreign = platform::ForeignRunTime(tables->imports);
   if (Has(*tables, foreign_export)) {
-    add(L"was built with a compiler of another kind", kTakeOtherBuild);
+    add(L"was built with a different kind of compiler", kTakeOtherBuild);
   } else if (!foreign.empty()) {
     add(L"was built for another C or C++ run-time (" + Printable(platform::FromUtf8(foreign)) +
             L")",

@@ -31,13 +31,13 @@ void CheckInstance(Check& check) {
     case platform::InstanceOwner::kAnotherProcess:
       check.findings.push_back({State::kWarning, UploaderPath(check),
                                 L"is running; a copy that is started now ends at once",
-                                L"wait for its end; if it never comes, end that process"});
+                                L"wait until it ends; if it does not, terminate it"});
       return;
     case platform::InstanceOwner::kUnknown:
       check.findings.push_back({State::kUnknown, UploaderPath(check),
-                                L"may be running or not: the system does not tell (" +
+                                L"may be running: this could not be determined (" +
                                     ErrorText(platform::LastError()) + L")",
-                                L"look at the list of processes"});
+                                L"check the list of processes"});
       return;
     case platform::InstanceOwner::kUnavailable:
       check.findings.push_back(
@@ -74,7 +74,7 @@ void CheckClock(Check& check, std::int64_t now) {
       TimeOfFile(check.program_folder, program.substr(check.program_folder.size() + 1));
   if (built && *built > now + kDay) {
     check.findings.push_back(
-        {State::kWarning, program, ClockSays(check, L"is of " + UtcText(*built)),
+        {State::kWarning, program, ClockSays(check, L"is dated " + UtcText(*built)),
          L"set the clock, or install the uploader again if the clock is right"});
   }
   const LogTree tree(check.log_dir);
@@ -82,7 +82,7 @@ void CheckClock(Check& check, std::int64_t now) {
   // Up to a day ahead may be another time zone.
   if (latest > tree.ResultPath(DayAfter(check.time))) {
     check.findings.push_back(
-        {State::kWarning, latest, ClockSays(check, L"is of a day to come"), kSetClock});
+        {State::kWarning, latest, ClockSays(check, L"is dated in the future"), kSetClock});
   }
 }
 
@@ -95,9 +95,10 @@ void CheckType(Check& check, const platform::RegistryKey& key, const wchar_t* na
                std::uint32_t type, const wchar_t* type_name) {
   const std::optional<platform::RegistryValue> value = key.Query(name);
   if (value && value->type != type) {
-    check.findings.push_back({State::kWarning, PathInRegistry(name),
-                              std::wstring(L"is not a ") + type_name + L" and counts as absent",
-                              std::wstring(L"set it as a ") + type_name});
+    check.findings.push_back(
+        {State::kWarning, PathInRegistry(name),
+         std::wstring(L"is not of type ") + type_name + L" and counts as absent",
+         std::wstring(L"change its type to ") + type_name});
   }
 }
 
@@ -148,8 +149,8 @@ void CheckRoom(Check& check, const std::wstring& folder) {
   if (bytes && *bytes < kLeastRoom) {
     check.findings.push_back(
         {State::kWarning, folder,
-         L"has room for " + SizeText(*bytes) + L" only, so what a run writes may be lost",
-         L"make room on this disk"});
+         L"has only " + SizeText(*bytes) + L" free, so what a run writes may be lost",
+         L"free space on this disk"});
   }
 }
 
@@ -165,7 +166,7 @@ void CheckDiagnosticLog(Check& check) {
       platform::RegistryKey::OpenLocalMachine(corvid::kSettingsKey, access);
   if (!key) {
     const unsigned error = platform::LastError();
-    if (error != platform::kErrorFileNotFound && error != platform::kErrorPathNotFound) {
+    if (!platform::IsMissing(error)) {
       check.findings.push_back(
           {State::kWarning, PathInRegistry(L"OutputLog"),
            L"cannot be read, so there will be no diagnostic log (" + ErrorText(error) + L")",

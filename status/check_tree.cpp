@@ -45,7 +45,7 @@ struct TroubleText {
 };
 
 constexpr TroubleText kTroubleTexts[kTroubles] = {
-    {State::kWarning, L"cannot be listed, so nothing of the account is sent",
+    {State::kWarning, L"cannot be listed, so none of the account's files are sent",
      L"let the user who runs the uploader list it"},
     {State::kCritical, L"is a folder; a run ends there", L"move it out of the upload folder"},
     {State::kCritical, L"cannot be read; a run ends there",
@@ -54,13 +54,14 @@ constexpr TroubleText kTroubleTexts[kTroubles] = {
      L"let the user who runs the uploader remove it"},
     {State::kWarning, L"is missing, so accepted files stay and are sent by every run",
      L"create it, or let the product do so"},
-    {State::kWarning, L"takes no new files, so accepted files stay and are sent by every run",
+    {State::kWarning,
+     L"does not accept new files, so accepted files stay and are sent by every run",
      L"let the user who runs the uploader add files"},
     {State::kWarning, L"is on a full disk, so accepted files stay and are sent by every run",
-     L"make room on this disk"},
-    {State::kWarning, L"is missing, so nothing of the account is sent",
+     L"free space on this disk"},
+    {State::kWarning, L"is missing, so none of the account's files are sent",
      L"let the product write new credentials"},
-    {State::kWarning, L"cannot be read, so nothing of the account is sent",
+    {State::kWarning, L"cannot be read, so none of the account's files are sent",
      L"let the user who runs the uploader read it"},
     {State::kWarning, L"cannot be removed when the service refuses it",
      L"let the user who runs the uploader remove it"},
@@ -70,10 +71,6 @@ constexpr TroubleText kTroubleTexts[kTroubles] = {
 bool IsOnOtherFullDisk(const std::wstring& archive, const std::wstring& upload) {
   const std::optional<std::uint64_t> bytes = platform::FreeBytes(archive);
   return bytes && *bytes < kLeastRoom && bytes != platform::FreeBytes(upload);
-}
-
-bool IsMissing(unsigned error) {
-  return error == platform::kErrorFileNotFound || error == platform::kErrorPathNotFound;
 }
 
 class TreeCheck {
@@ -86,7 +83,7 @@ class TreeCheck {
     if (!platform::MayAccess(upload, Access::kListFolder)) {
       const unsigned error = platform::LastError();
       check_.findings.push_back({State::kCritical, upload, ErrorProblem(error, L"listed"),
-                                 IsMissing(error)
+                                 platform::IsMissing(error)
                                      ? L"check the log directory, or let the product create it"
                                      : L"let the user who runs the uploader list it"});
     } else {
@@ -109,8 +106,9 @@ class TreeCheck {
   };
 
   static std::wstring ErrorProblem(unsigned error, const wchar_t* what) {
-    return IsMissing(error) ? std::wstring(L"is missing")
-                            : std::wstring(L"cannot be ") + what + L" (" + ErrorText(error) + L")";
+    return platform::IsMissing(error)
+               ? std::wstring(L"is missing")
+               : std::wstring(L"cannot be ") + what + L" (" + ErrorText(error) + L")";
   }
 
   void Note(Trouble trouble, const std::wstring& path) {
@@ -149,7 +147,7 @@ class TreeCheck {
     }
     const std::wstring archive = tree_.ArchivePath(name);
     if (!platform::MayAccess(archive, Access::kAddFile)) {
-      Note(IsMissing(platform::LastError()) ? kNoArchive : kClosedArchive, archive);
+      Note(platform::IsMissing(platform::LastError()) ? kNoArchive : kClosedArchive, archive);
     } else if (IsOnOtherFullDisk(archive, folder)) {
       Note(kFullArchive, archive);
     }
@@ -170,12 +168,12 @@ class TreeCheck {
     const std::wstring path = tree_.UploadPath(account, entry.name);
     if (!platform::MayAccess(path, Access::kReadFile)) {
       // A file that has been sent meanwhile is not a problem.
-      if (!IsMissing(platform::LastError())) {
+      if (!platform::IsMissing(platform::LastError())) {
         Note(kClosedFile, path);
       }
       return;
     }
-    if (!platform::MayRemove(path) && !IsMissing(platform::LastError())) {
+    if (!platform::MayRemove(path) && !platform::IsMissing(platform::LastError())) {
       Note(kStuckFile, path);
     }
   }
@@ -213,7 +211,7 @@ class TreeCheck {
     const unsigned error = platform::LastError();
     check_.findings.push_back({State::kWarning, is_there ? today : folder,
                                ErrorProblem(error, L"written to") + L", so runs leave no results",
-                               IsMissing(error)
+                               platform::IsMissing(error)
                                    ? L"create it, or let the product do so"
                                    : L"let the user who runs the uploader write to it"});
   }

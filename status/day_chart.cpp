@@ -107,11 +107,12 @@ std::wstring DayChart(const std::vector<DayStatus>& days) {
   // Labels are far enough apart that the dates do not overlap.
   const auto step = static_cast<std::size_t>(kDateWidth / slot) + 1;
   std::wstring chart =
-      FormatBounded(kElementCapacity,
-                    L"<svg viewBox=\"0 0 %.0f %.0f\" xmlns=\"http://www.w3.org/2000/svg\" "
-                    L"role=\"img\" aria-label=\"Bars of the files sent and failed on each day; the "
-                    L"table of the days has the numbers\">\n",
-                    kWidth, kHeight) +
+      FormatBounded(
+          kElementCapacity,
+          L"<svg viewBox=\"0 0 %.0f %.0f\" xmlns=\"http://www.w3.org/2000/svg\" "
+          L"role=\"img\" aria-label=\"Bar chart of the files sent and failed on each day; "
+          L"the table of the days has the numbers\">\n",
+          kWidth, kHeight) +
       Grid(end);
   for (std::size_t i = 0; i < days.size(); ++i) {
     const double x = kLeft + slot * static_cast<double>(days.size() - 1 - i);

@@ -1,4 +1,4 @@
-// Walks along format and text; only %s has to try several ends.
+// Walks along format and text; only %s needs backtracking.
 #include "status/format_match.h"
 
 #include <cstddef>

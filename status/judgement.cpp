@@ -36,9 +36,9 @@ void JudgeAge(const Survey& survey, std::uint32_t max_age_hours, Verdict& verdic
   const std::int64_t age = AgeOf(*worst->waiting.oldest, survey.now);
   verdict.state = Worse(
       verdict.state, StateOf(static_cast<std::uint64_t>(age), static_cast<std::uint64_t>(limit)));
-  verdict.reasons.push_back(Counted(late, L"account waits", L"accounts wait") + L" longer than " +
-                            DurationText(limit) + L", " + Printable(worst->name) +
-                            L" the longest: " + DurationText(age));
+  verdict.reasons.push_back(Counted(late, L"account has waited", L"accounts have waited") +
+                            L" longer than " + DurationText(limit) + L", " +
+                            Printable(worst->name) + L" the longest: " + DurationText(age));
 }
 
 void JudgeErrors(const Survey& survey, std::uint32_t max_errors, Verdict& verdict) {
@@ -49,8 +49,8 @@ void JudgeErrors(const Survey& survey, std::uint32_t max_errors, Verdict& verdic
   }
   verdict.state = Worse(verdict.state, state);
   verdict.reasons.push_back(Counted(errors, L"failed upload", L"failed uploads") + L" in " +
-                            Counted(survey.days.size(), L"day", L"days") + L", allowed are " +
-                            std::to_wstring(max_errors));
+                            Counted(survey.days.size(), L"day", L"days") + L" (limit: " +
+                            std::to_wstring(max_errors) + L")");
 }
 
 }  // namespace

@@ -16,12 +16,12 @@ constexpr std::uint32_t kLongestAge = 100'000;  // hours, more than eleven years
 constexpr std::uint32_t kMostErrors = 1'000'000'000;
 
 constexpr char kDescription[] =
-    "Tells what KydLogUploader has done and what waits for it. Nothing is changed, and no "
+    "Reports what KydLogUploader has done and what is waiting. Nothing is changed, and no "
     "credential file is opened.";
 constexpr char kFooter[] =
     "Exit code:\n"
     "  0  ok\n"
-    "  1  warning: over a limit; with --check: the next run loses, leaves or repeats something\n"
+    "  1  warning: over a limit; with --check: the next run loses, skips or repeats something\n"
     "  2  critical: over twice a limit (with a limit of 0: over it); with --check: the next run\n"
     "     sends nothing or ends early\n"
     "  3  unknown: something could not be read or written, and nothing is critical\n"
@@ -36,7 +36,7 @@ struct Taken {
   std::uint32_t max_errors = 0;
 };
 
-// A formatter that adds no text of its own: the option's description says everything.
+// A range check that adds nothing to the help: the option's description names the range.
 CLI::Validator Between(std::uint32_t least, std::uint32_t most) {
   CLI::Range range(least, most);
   range.description("");
@@ -92,29 +92,29 @@ CommandLine ReadCommandLine(const std::vector<std::string>& arguments, const Pat
   CLI::App app(kDescription, platform::ToUtf8(kStatusName));
   app.footer(kFooter);
   app.allow_windows_style_options(false);  // the same command line on both platforms
-  app.set_help_flag("-h,--help", "Say this and end");
-  app.set_version_flag("--version", std::string(), "Say the version and end");
+  app.set_help_flag("-h,--help", "Print this help and exit");
+  app.set_version_flag("--version", std::string(), "Print the version and exit");
   app.add_option("LogDir", taken.log_dir, "The log directory that KydLogUploader is started with")
       ->required();
   app.add_option("--days", options.days,
-                 "Result files to read: today's and those before, 1 to 366 (7)")
+                 "Number of daily result files to read, up to today's, 1 to 366 (default: 7)")
       ->check(Between(1U, kMostDays))
       ->type_name("N");
   app.add_flag("--json", options.json, "Print JSON");
   app.add_flag("--check", options.check,
-               "Tell what would keep the next run from working; nothing is sent");
-  app.add_option("--html", taken.html_file, "Write a page to this file as well")->type_name("FILE");
+               "Report what would prevent the next run from working; nothing is sent");
+  app.add_option("--html", taken.html_file, "Also write a page to this file")->type_name("FILE");
   app.add_option("--openmetrics", taken.metrics_file,
-                 "Write metrics for Prometheus to this file as well")
+                 "Also write metrics for Prometheus to this file")
       ->type_name("FILE");
-  app.add_flag("--per-account", options.per_account, "Metrics of each account as well");
+  app.add_flag("--per-account", options.per_account, "Also write metrics of each account");
   const CLI::Option* const age =
       app.add_option("--max-age", taken.max_age, "Limit for the age of a waiting file, in hours")
           ->check(Between(0U, kLongestAge))
           ->type_name("HOURS");
   const CLI::Option* const errors =
       app.add_option("--max-errors", taken.max_errors,
-                     "Limit for the failed uploads of all days looked at")
+                     "Limit for the failed uploads of all days covered")
           ->check(Between(0U, kMostErrors))
           ->type_name("N");
   try {

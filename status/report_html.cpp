@@ -108,7 +108,7 @@ constexpr wchar_t kScript[] =
   const sortBy = (header, column) => {
     const isText = header.dataset.kind === "text";
     const before = header.getAttribute("aria-sort");
-    // At first names from A to Z and the largest numbers, which are the trouble.
+    // The first click sorts text ascending and numbers descending; the next ones reverse the order.
     const ascending = before === null ? isText : before === "descending";
     for (const other of headers) {
       other.removeAttribute("aria-sort");
@@ -159,7 +159,7 @@ constexpr wchar_t kScript[] =
 
 // SHA-256 of the script in Base64, for the content security policy. test_status_page.py computes
 // it.
-constexpr wchar_t kScriptHash[] = L"sha256-T4tS41iauxvP2vAgsQjkHM6stVZG5L7J5W3a22kSVFE=";
+constexpr wchar_t kScriptHash[] = L"sha256-s+tBVY3WDvUehe4UfsJI3nf0nrQeW9TrMkmbtkFKDAs=";
 
 std::wstring Number(std::uint64_t number) {
   return std::to_wstring(number);
@@ -235,7 +235,7 @@ std::wstring AccountRow(const AccountStatus& account, std::int64_t now) {
   if (!account.has_folder) {
     note = L"<small>in a result file only, no folder</small>";
   } else if (!account.archived.has_folder) {
-    note = L"<small>no archive folder: what is sent stays and is sent again</small>";
+    note = L"<small>no archive folder: sent files stay and are sent again</small>";
   }
   return L"<tr><th scope=\"row\">" + Escaped(account.name) + note + L"</th><td>" +
          Number(account.waiting.files) + L"</td>" +
@@ -289,7 +289,7 @@ std::wstring Accounts(const Survey& survey) {
   }
   return Html(
       {L"accounts", L"Accounts", kControls,
-       L"What waits and what is archived of each account, and its failed uploads in " +
+       L"Waiting and archived files of each account, and its failed uploads in " +
            Counted(survey.days.size(), L"day", L"days"),
        L"<th scope=\"col\" data-kind=\"text\">Account</th><th scope=\"col\">Waiting</th>"
        L"<th scope=\"col\">Size</th><th scope=\"col\">Oldest</th>"
@@ -313,8 +313,7 @@ std::wstring Days(const Survey& survey) {
             Number(result.sent) + L"</td>" + BadNumber(result.errors) +
             BadNumber(result.errors_by_account.size()) + L"</tr>\n";
   }
-  return Html({L"days", L"Days", L"",
-               L"What the result file of each day says, the latest day first",
+  return Html({L"days", L"Days", L"", L"Numbers from each day's result file, the latest day first",
                L"<th scope=\"col\">Day</th><th scope=\"col\">Runs</th>"
                L"<th scope=\"col\">Folders</th><th scope=\"col\">Sent</th>"
                L"<th scope=\"col\">Failed</th><th scope=\"col\">Accounts with errors</th>",

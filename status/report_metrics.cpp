@@ -59,7 +59,7 @@ constexpr Metric<Totals> kTotals[] = {
     {"accounts", "", "Accounts: folders below Upload.",
      [](const Totals& all) -> Value { return all.accounts; }},
     {"accounts_without_credentials", "",
-     "Accounts without a credential file, of which nothing is sent.",
+     "Accounts without a credential file, whose files are not sent.",
      [](const Totals& all) -> Value { return all.without_credentials; }},
     {"waiting_files", "", "Log files that wait to be sent.",
      [](const Totals& all) -> Value { return all.waiting.files; }},
@@ -67,8 +67,7 @@ constexpr Metric<Totals> kTotals[] = {
      [](const Totals& all) -> Value { return all.waiting.bytes; }},
     {"waiting_oldest_age_seconds", "seconds",
      "Time since the last write of the oldest waiting file, at the time of the survey; 0 if no "
-     "file "
-     "waits.",
+     "file waits.",
      [](const Totals& all) -> Value {
        return AgeOf(all.waiting.oldest.value_or(all.survey.now), all.survey.now);
      }},
@@ -86,7 +85,7 @@ constexpr Metric<Totals> kTotals[] = {
     {"today_failed_files", "",
      "Failed uploads since midnight, local time; a file that is tried again counts again.",
      [](const Totals& all) -> Value { return all.today.errors; }},
-    {"today_unfinished_blocks", "", "Blocks of the result file of today that break off.",
+    {"today_unfinished_blocks", "", "Unfinished blocks in today's result file.",
      [](const Totals& all) -> Value { return all.today.unfinished_blocks; }},
     {"last_run_timestamp_seconds", "seconds",
      "End of the last run that had files to send; 0 if none is known.",

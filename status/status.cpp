@@ -20,7 +20,7 @@ namespace kyd {
 
 namespace {
 
-constexpr int kCannotTell = static_cast<int>(State::kUnknown);
+constexpr int kExitUnknown = static_cast<int>(State::kUnknown);
 
 // A failure to write to standard error cannot be reported.
 void ReportProblem(const std::wstring& text) {
@@ -35,10 +35,10 @@ std::int64_t SteadyMilliseconds() {
 
 // Calls a function with a progress line if there is a terminal.
 template <class Function>
-auto InSight(const Function& function) {
+auto WithProgress(const Function& function) {
   if (!platform::ErrorsGoToTerminal()) {
-    Progress unseen;
-    return function(unseen);
+    Progress hidden;
+    return function(hidden);
   }
   Progress progress(&SteadyMilliseconds, [](const std::wstring& text) {
     static_cast<void>(platform::WriteErrors(text));
@@ -78,39 +78,39 @@ bool Print(const std::wstring& report) {
 }
 
 int Report(const Options& options) {
-  const Survey survey = InSight([&](Progress& progress) {
+  const Survey survey = WithProgress([&](Progress& progress) {
     return TakeSurvey(options.log_dir, options.days, platform::SystemClock(), progress);
   });
   const Verdict verdict = Judge(survey, options.limits);
   int exit_code = static_cast<int>(verdict.state);
   if (!WriteFileOf(options.html_file, [&] { return HtmlReport(survey, verdict); })) {
-    exit_code = kCannotTell;
+    exit_code = kExitUnknown;
   }
   if (!WriteFileOf(options.metrics_file,
                    [&] { return MetricsReport(survey, options.per_account); })) {
-    exit_code = kCannotTell;
+    exit_code = kExitUnknown;
   }
   const std::wstring report =
       options.json ? platform::FromUtf8(JsonReport(survey, verdict)) : TextReport(survey, verdict);
-  return Print(report) ? exit_code : kCannotTell;
+  return Print(report) ? exit_code : kExitUnknown;
 }
 
 int ReportCheck(const Options& options) {
   const std::wstring folder = platform::FolderOf(platform::ProgramPath());
-  const Check check = InSight([&](Progress& progress) {
+  const Check check = WithProgress([&](Progress& progress) {
     return CheckNextRun(options.log_dir, folder, platform::SystemClock(), progress);
   });
   const std::wstring report =
       options.json ? platform::FromUtf8(CheckJson(check)) : CheckText(check);
-  return Print(report) ? static_cast<int>(StateOf(check)) : kCannotTell;
+  return Print(report) ? static_cast<int>(StateOf(check)) : kExitUnknown;
 }
 
-int Answered(const Answer& answer) {
+int PrintAnswer(const Answer& answer) {
   if (answer.exit_code != 0) {
     static_cast<void>(platform::WriteErrors(answer.text));
     return answer.exit_code;
   }
-  return platform::WriteOutput(answer.text) ? 0 : kCannotTell;
+  return platform::WriteOutput(answer.text) ? 0 : kExitUnknown;
 }
 
 }  // namespace
@@ -119,12 +119,12 @@ int RunStatus(const std::vector<std::string>& arguments, const PathDecoder& path
   try {
     const CommandLine line = ReadCommandLine(arguments, path_of);
     if (line.answer) {
-      return Answered(*line.answer);
+      return PrintAnswer(*line.answer);
     }
     return line.options.check ? ReportCheck(line.options) : Report(line.options);
   } catch (const std::exception& unexpected) {
     ReportProblem(platform::FromUtf8(unexpected.what()));
-    return kCannotTell;
+    return kExitUnknown;
   }
 }
 

@@ -18,10 +18,6 @@ namespace {
 
 constexpr std::size_t kReadSize = std::size_t{64} * 1024;  // bytes
 
-bool IsMissing(unsigned error) {
-  return error == platform::kErrorFileNotFound || error == platform::kErrorPathNotFound;
-}
-
 class Surveyor {
  public:
   Surveyor(Survey& survey, Progress& progress)
@@ -105,7 +101,7 @@ class Surveyor {
         return;
       }
       const unsigned failure = platform::LastError();
-      if (!IsMissing(failure)) {  // sent meanwhile
+      if (!platform::IsMissing(failure)) {  // sent meanwhile
         ++waiting.files;
         unknown = failure;
       }
@@ -134,7 +130,7 @@ class Surveyor {
     platform::File file = platform::File::OpenUnobtrusive(path);
     if (!file.IsOpen()) {
       const unsigned error = platform::LastError();
-      if (!IsMissing(error)) {
+      if (!platform::IsMissing(error)) {
         survey_.unreadable.push_back({path, error});
       }
       return reader.Finish();

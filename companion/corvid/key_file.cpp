@@ -39,8 +39,8 @@ KeyFileState ReadKeyFile(const std::wstring& path, SecretBytes* key) {
     return platform::LastError() == platform::kErrorFileNotFound ? KeyFileState::kAbsent
                                                                  : KeyFileState::kUnusable;
   }
-  SecretVector<char> text(kDigits +
-                          3);  // one byte more than the longest form, to detect longer files
+  // One byte more than the longest form, to detect longer files.
+  SecretVector<char> text(kDigits + 3);
   const std::optional<std::size_t> size = file.Read(text.data(), text.size());
   if (!size) {
     return KeyFileState::kUnusable;

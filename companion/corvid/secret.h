@@ -12,13 +12,13 @@ namespace companion {
 
 /// A standard allocator that wipes every block it frees, including those of a growing vector.
 template <typename T>
-class WipingAllocator {
+class SecretAllocator {
  public:
   using value_type = T;
 
-  WipingAllocator() noexcept = default;
+  SecretAllocator() noexcept = default;
   template <typename U>
-  WipingAllocator(const WipingAllocator<U>& /*other*/) noexcept {}  // NOLINT: allocators convert
+  SecretAllocator(const SecretAllocator<U>& /*other*/) noexcept {}  // NOLINT: allocators convert
 
   [[nodiscard]] T* allocate(std::size_t count) { return std::allocator<T>().allocate(count); }
 
@@ -28,17 +28,17 @@ class WipingAllocator {
   }
 
   template <typename U>
-  bool operator==(const WipingAllocator<U>& /*other*/) const noexcept {
+  bool operator==(const SecretAllocator<U>& /*other*/) const noexcept {
     return true;
   }
   template <typename U>
-  bool operator!=(const WipingAllocator<U>& /*other*/) const noexcept {
+  bool operator!=(const SecretAllocator<U>& /*other*/) const noexcept {
     return false;
   }
 };
 
 template <typename T>
-using SecretVector = std::vector<T, WipingAllocator<T>>;
+using SecretVector = std::vector<T, SecretAllocator<T>>;
 using SecretBytes = SecretVector<std::uint8_t>;
 
 }  // namespace companion

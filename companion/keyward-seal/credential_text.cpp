@@ -53,7 +53,7 @@ bool IsJson(const Utf16Text& text, std::string* problem) {
     return false;
   }
   if (stream.Tell() < text.size()) {
-    *problem = "the text is not JSON: it holds a NUL character";
+    *problem = "the text is not JSON: it contains a NUL character";
     return false;
   }
   return true;

@@ -26,7 +26,7 @@ constexpr char kDescription[] =
     "KydLogUploader can read together with the stand-in Corvid library. This tool and that library "
     "are stand-ins: they do not read or write the files of the real product.";
 constexpr char kFooter[] =
-    "The key is taken from Corvid.key beside this program; it is made if there is none.\n"
+    "The key is taken from Corvid.key beside this program; it is created if missing.\n"
     "An existing credential file is replaced. Folders are not created.\n"
     "\n"
     "Exit codes: 0 written, 64 wrong usage, 65 unusable text, 70 internal error,\n"
@@ -153,7 +153,7 @@ std::optional<SecretBytes> LoadOrMakeKey(const std::wstring& path) {
   if (state == KeyFileState::kAbsent) {
     key.resize(kKeySize);
     if (!FillRandom(key.data(), key.size())) {
-      PrintProblem("the system gives no random numbers for a key");
+      PrintProblem("the system's random number generator failed");
       return std::nullopt;
     }
     const SecretBytes contents = KeyFileContents(key);
@@ -183,7 +183,7 @@ ExitCode WriteSealed(const std::wstring& path, const std::vector<std::uint8_t>& 
   }
   const bool no_folder = platform::LastError() == platform::kErrorPathNotFound;
   PrintProblem(Quoted(path) + L" cannot be written" + LastErrorText() +
-               (no_folder ? L"; folders are not created, the product lays out the tree" : L""));
+               (no_folder ? L"; folders are not created by this tool, but by the product" : L""));
   return kExitNotWritten;
 }
 

@@ -228,7 +228,7 @@ extern "C" UINT __stdcall CheckSetup(MSIHANDLE install) {
     return Refuse(install, L"TENANT and LOGDIR belong together: give both, or neither.");
   }
   if (!kyd::setup::IsTenant(tenant)) {
-    return Refuse(install, L"TENANT has to be a host name, perhaps with a port: " + tenant);
+    return Refuse(install, L"TENANT has to be a host name, optionally with a port: " + tenant);
   }
   if (!kyd::setup::IsLogDir(log_dir)) {
     return Refuse(install, L"LOGDIR has to be an absolute path: " + log_dir);

@@ -98,7 +98,7 @@ class Platform:
     def environment(self, sysroot):
         raise NotImplementedError
 
-    noise = ()  # how lines begin that the platform itself writes
+    noise = ()  # prefixes of the lines that the platform itself writes
 
     def own_output(self, output):
         """Returns a program's output without what the platform itself has written."""
@@ -140,7 +140,7 @@ class Linux(Platform):
     status_name = "KydUploadStatus"
     companion_name = "Corvid.so"
     configuration_name = "libpelham.so"
-    # A coverage build reports each count that it cannot write, as when a test lets the file system fail.
+    # A coverage build reports each count that it cannot write, for example when a test makes calls fail.
     noise = (b"profiling:", b"libgcov profiling error:")
 
     def native_path(self, path):

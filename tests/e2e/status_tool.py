@@ -14,7 +14,7 @@ OK, WARNING, CRITICAL, UNKNOWN, USAGE = 0, 1, 2, 3, 64
 HOUR = 3600
 SECONDS = 60
 MANY = 100_000  # files of a large tree
-# What looking at them may cost, libraries included.
+# Limits for examining such a tree, libraries included.
 MOST_CPU_SECONDS = 0.5
 MOST_BYTES = 10_000_000
 
@@ -106,13 +106,13 @@ def run_bare(machine, *arguments):
 
 
 def run_at_little_cost(machine, *arguments):
-    """Runs the tool within the limits of time and memory; what it printed."""
+    """Runs the tool within the limits of time and memory; returns its output."""
     best = float("inf")
     with tempfile.TemporaryFile() as output:
         for _ in range(5):  # the same work takes longer on a busy machine
             output.truncate(0)
             process = subprocess.Popen(
-                # Memory in use is a part of the addresses. The names alone would take more data than this.
+                # The address space includes all memory in use. The names alone would need more data than this.
                 ["prlimit", f"--as={MOST_BYTES}", "--data=2000000", *command(machine, *arguments)],
                 env=machine.environment, stdin=subprocess.DEVNULL, stdout=output,
             )
@@ -127,7 +127,7 @@ def run_at_little_cost(machine, *arguments):
                 break
             output.seek(0)
         print(f"\n{MANY} waiting files: {best:.2f} s of the processor")
-        # Counting lines and branches costs more than what is counted.
+        # In a coverage build, counting lines and branches takes longer than the work itself.
         assert best <= MOST_CPU_SECONDS or machine.platform.is_built_with("gcov")
         output.seek(0)
         return output.read()

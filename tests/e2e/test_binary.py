@@ -152,7 +152,7 @@ def project_version():
 
 PROGRAMS = {
     "KydLogUploader": "Uploads waiting log files",
-    "KydUploadStatus": "Tells what was uploaded and what waits",
+    "KydUploadStatus": "Reports what was uploaded and what is waiting",
 }
 
 WHAT_FOR = {

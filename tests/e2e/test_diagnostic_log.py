@@ -237,7 +237,7 @@ def test_log_that_grew_past_its_limit_is_moved_aside(loaded):
     content = aside.read_bytes()
     assert content.startswith(b"\xef\xbb\xbf" + b"old line\r\n" * 200)
     moved = content[3 + 2000 :]
-    # The line that finds the log too long moves with it; the next check is ten seconds later.
+    # The line at which the check finds the log too long is moved with it; the next check is ten seconds later.
     messages = [line.message for line in parse_log(b"\xef\xbb\xbf" + moved)]
     expect_messages(messages + loaded.messages(), whole_run(loaded))
     assert len(messages) == 1

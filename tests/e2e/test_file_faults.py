@@ -359,7 +359,7 @@ def test_absurd_limit_of_the_diagnostic_log(plan, service, size):
     plan.machine.switch_log_on(OutputLogSize=size)
     plan.machine.run()
     if size == 1:
-        # The first line finds the log too long; the next check is ten seconds later.
+        # The check at the first line finds the log too long; the next one is ten seconds later.
         aside = plan.machine.diagnostic_log.with_name("KydLogUploader.log.bak")
         assert len(aside.read_bytes().splitlines()) == 1
         assert all(plan.machine.is_archived(*file) for file in plan.files())

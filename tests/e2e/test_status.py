@@ -294,8 +294,8 @@ def test_limits_turn_the_report_into_a_check(machine):
         assert finished.errors == ""
     first = status(machine, "--max-age", "29", "--max-errors", "3").output.splitlines()[0]
     assert first == (
-        "CRITICAL: 1 account waits longer than 1 d 5 h, alice the longest: 1 d 6 h; "
-        "8 failed uploads in 7 days, allowed are 3; 2 files wait, the oldest for 1 d 6 h; "
+        "CRITICAL: 1 account has waited longer than 1 d 5 h, alice the longest: 1 d 6 h; "
+        "8 failed uploads in 7 days (limit: 3); 2 files wait, the oldest for 1 d 6 h; "
         "5 sent and 8 failed in 7 days"
     )
 

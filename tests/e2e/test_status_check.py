@@ -50,7 +50,7 @@ def test_reports_no_findings(good):
     finished = check(good)
     assert finished.code == OK
     assert finished.output.splitlines() == [
-        "OK: nothing found that would keep the next run from working; "
+        "OK: nothing found that would prevent the next run from working; "
         "checked with the rights of this user"
     ]
     assert findings(good, OK) == []
@@ -264,11 +264,11 @@ def test_disk_too_full_for_results(good, tmp_path):
         results.symlink_to(root)
         assert findings(good, WARNING) == [
             ("warning", "UploadResult",
-             "has room for 512.0 KiB only, so what a run writes may be lost")
+             "has only 512.0 KiB free, so what a run writes may be lost")
         ]
         (root / "file").write_bytes(b"x" * 512 * 1024)
         [(_, _, problem)] = findings(good, WARNING)
-        assert problem == "has room for 0 B only, so what a run writes may be lost"
+        assert problem == "has only 0 B free, so what a run writes may be lost"
 
 
 def test_archive_on_a_full_disk_of_its_own(good, tmp_path):
@@ -295,7 +295,7 @@ def test_missing_credentials_matter_when_files_wait(machine):
     assert findings(machine, OK) == []
     machine.log("alice", "a.log")
     assert findings(machine, WARNING) == [
-        ("warning", "UserData.dat", "is missing, so nothing of the account is sent")
+        ("warning", "UserData.dat", "is missing, so none of the account's files are sent")
     ]
 
 
@@ -357,14 +357,14 @@ def test_ordinary_user_with_all_rights(ordinary_check):
     [
         ("logs/Upload", 0o300, CRITICAL, "cannot be listed (access denied)"),
         ("logs/Upload/alice", 0o300, WARNING,
-         "cannot be listed, so nothing of the account is sent"),
+         "cannot be listed, so none of the account's files are sent"),
         ("logs/Upload/alice", 0o500, WARNING,
          "cannot be moved away and would be sent by every run"),
         ("logs/Upload/alice/a.log", 0o000, CRITICAL, "cannot be read; a run ends there"),
         ("logs/Archive/alice", 0o500, WARNING,
-         "takes no new files, so accepted files stay and are sent by every run"),
+         "does not accept new files, so accepted files stay and are sent by every run"),
         ("logs/LogWork/alice/UserData.dat", 0o000, WARNING,
-         "cannot be read, so nothing of the account is sent"),
+         "cannot be read, so none of the account's files are sent"),
         ("logs/LogWork/alice", 0o500, WARNING, "cannot be removed when the service refuses it"),
         ("logs/UploadResult", 0o500, WARNING,
          "cannot be written to (access denied), so runs leave no results"),
@@ -410,9 +410,9 @@ def test_log_settings_of_the_wrong_type(good):
         ("warning", name.split("\\")[-1] if good.platform.separator == "\\" else name, problem)
         for name, problem in (
             (r"HKEY_LOCAL_MACHINE\SOFTWARE\Veltrane\Veltrane Keyward\Corvid\OutputLog",
-             "is not a DWORD and counts as absent"),
+             "is not of type DWORD and counts as absent"),
             (r"HKEY_LOCAL_MACHINE\SOFTWARE\Veltrane\Veltrane Keyward\Corvid\OutputLogDir",
-             "is not a SZ and counts as absent"),
+             "is not of type SZ and counts as absent"),
         )
     ]
 
@@ -463,7 +463,7 @@ def test_result_file_from_the_future(good):
     (good.log_dir / "UploadResult" / late).write_bytes(b"")
     [(state, name, problem)] = findings(good, WARNING)
     assert (state, name) == ("warning", late)
-    assert problem.startswith("is of a day to come, but the clock says ")
+    assert problem.startswith("is dated in the future, but the clock says ")
 
 
 def test_program_from_the_future(good):

@@ -148,7 +148,7 @@ def test_program_of_another_version_is_refused(copied, version):
     text = f"{version} (msvc)".encode("utf-16-le")
     assert content.count(text) == 1
     program.write_bytes(content.replace(text, "0.9.9 (msvc)".encode("utf-16-le")))
-    assert refusal(copied) == f"{program} is of version 0.9.9 (msvc), and not {version} (msvc)"
+    assert refusal(copied) == f"{program} has version 0.9.9 (msvc), not {version} (msvc)"
 
 
 def test_program_built_with_a_stand_in_sdk_is_for_tests_only(copied):
@@ -160,7 +160,7 @@ def test_program_built_with_a_stand_in_sdk_is_for_tests_only(copied):
     if not of_a_stand_in:
         visual_cpp.check(copied, PROGRAMS, stand_in_allowed=False)
         return
-    with pytest.raises(project.Failure, match="built with a stand-in for the Windows SDK, which serves for tests"):
+    with pytest.raises(project.Failure, match="built with a stand-in for the Windows SDK, which is only for tests"):
         visual_cpp.check(copied, PROGRAMS, stand_in_allowed=False)
 
 

@@ -5,8 +5,7 @@
 //   certificate-import user-authority FILE     trusts it as this user, about which Windows asks
 //   certificate-import user|comp FILE          adds a certificate to the user's or to the machine's
 //                                              "MY" store, with its key from FILE.key
-//   certificate-import remove NAME             removes everything that the authority NAME has
-//   issued
+//   certificate-import remove NAME             removes everything issued by the authority NAME
 //
 // A certificate is DER, a key a PRIVATEKEYBLOB. The exit code is 0 on success.
 #include <windows.h>
