@@ -29,7 +29,7 @@ bool BindEntries(UploadRun& run) noexcept {
   return decrypt && base64 && event_log;
 }
 
-// Whether the imports of the file show another run-time than the program's, so that strings and
+// Whether the imports of the file show a run-time other than the program's, so that strings and
 // memory that cross the boundary would be corrupted. A file without such imports is accepted.
 bool NeedsOtherRunTime(const std::wstring& path) {
   const auto tables = platform::ReadLibraryTables(path);

@@ -1,8 +1,7 @@
 // The encrypted credential file of an account: LogDir\LogWork\<account>\UserData.dat.
 //
-// Functions return 0 on success, 1 for a failure that has been logged, -1 for an unexpected error
-// that has been caught and logged (run/upload_run.h). Neither keys, sessions nor decrypted text are
-// ever logged.
+// Functions return the outcomes of run/upload_run.h; every failure has been logged. Neither keys,
+// sessions nor decrypted text are ever logged.
 #pragma once
 
 #include <cstddef>
@@ -15,7 +14,8 @@
 
 namespace kyd {
 
-// Reads, decrypts and parses the credentials of an account. `record` is valid only with result 0.
+// Reads, decrypts and parses the credentials of an account. `record` is valid only if this
+// succeeded.
 [[nodiscard]] int ReadUploadAuthData(const UploadRun& run, const std::wstring& user,
                                      UploadAuthData& record);
 
@@ -33,7 +33,7 @@ class CredentialSource {
   [[nodiscard]] virtual std::optional<std::size_t> Read(void* buffer, std::size_t size) = 0;
 };
 
-// Reads the whole source and decrypts it. Returns 0, or 1 for a failure that has been logged.
+// Reads the whole source and decrypts it. Returns kSucceeded or kFailed.
 // Throws what the companion library throws, and std::bad_alloc.
 [[nodiscard]] int ReadAndDecrypt(const UploadRun& run, CredentialSource& source,
                                  std::wstring& plaintext);
@@ -42,7 +42,7 @@ class CredentialSource {
 [[nodiscard]] int ParseUpldAuthJson(const std::wstring& plaintext, UploadAuthData& record);
 
 // Deletes the account's credential file. A missing file counts as deleted, although the failure is
-// logged. Returns 0 or 1, never -1.
+// logged. Returns kSucceeded or kFailed.
 int DeleteAuthFile(const UploadRun& run, const std::wstring& user);
 
 }  // namespace kyd

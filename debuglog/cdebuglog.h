@@ -19,7 +19,6 @@ namespace kyd {
 // longer messages are truncated to the buffer. Nothing is formatted while the log is disabled. They
 // are thread-safe, always return 1, never fail and never throw. They do not read the object's
 // fields, which are legacy settings: read once at program start and used by no writer.
-// writer.
 class CDebugLog {
  public:
   static constexpr std::size_t kNameCapacity = 64;     // characters, including the terminator

@@ -86,7 +86,7 @@ bool WriteAll(int fd, const char* bytes, std::size_t size) noexcept {
       return false;
     }
     if (count == 0) {
-      errno = ENOSPC;  // no regular file does this, but the loop would never end
+      errno = ENOSPC;  // never on a regular file; without this, the loop would not end
       return false;
     }
     bytes += count;

@@ -270,7 +270,7 @@ int MoveByLink(const std::string& source, const std::string& target) noexcept {
   if (HasLost(left, linked)) {
     return 0;
   }
-  // If both names are counted, the source verifiably exists.
+  // If the link count includes both names, the source verifiably exists.
   if (IsVerifiedSame(left, linked) && linked.links > 1) {
     Unlink(target);
   }

@@ -22,10 +22,10 @@ class CFileAccessSecurity {
   CFileAccessSecurity(const CFileAccessSecurity&) = delete;
   CFileAccessSecurity& operator=(const CFileAccessSecurity&) = delete;
 
-  // Builds the descriptor: one entry that allows the mode's SID everything (GENERIC_ALL), inherited
-  // by objects and containers, in a revision 2 list. Mode 0 does nothing and succeeds. Throws
-  // std::runtime_error if the SID or the list cannot be created, and for a mode without a SID.
-  // Modes other than 0 need Windows.
+  // Builds the descriptor: one entry that grants the mode's SID full access (GENERIC_ALL),
+  // inherited by objects and containers, in a revision 2 list. Mode 0 does nothing and succeeds.
+  // Throws std::runtime_error if the SID or the list cannot be created, and for a mode without a
+  // SID. Modes other than 0 need Windows.
   bool Build();
 
   // Returns SECURITY_ATTRIBUTES* for CreateFileW and the like; null in mode 0. Valid for the

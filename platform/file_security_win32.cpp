@@ -54,7 +54,7 @@ UniqueSid SidOf(int mode) {
   }
 }
 
-// A list that allows the SID everything, on the object and on everything created inside it.
+// A list that grants the SID full access to the object and to everything created inside it.
 UniqueAcl AllowEverything(PSID sid) {
   const DWORD size = GetLengthSid(sid) + kAclOverhead;
   UniqueAcl acl(static_cast<PACL>(HeapAlloc(GetProcessHeap(), 0, size)));

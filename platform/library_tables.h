@@ -67,8 +67,8 @@ inline constexpr RunTime kProgramRunTime = RunTime::kUniversal;
 inline constexpr RunTime kProgramRunTime = RunTime::kMsvcrt;
 #endif
 
-// Returns the imported run-time that shows that a module was built for another one than `wanted`;
-// empty if it imports that one, or none because it is linked statically.
+// Returns the imported run-time that shows that a module was built for a run-time other than
+// `wanted`; empty if it imports that one, or none because it is linked statically.
 [[nodiscard]] std::string ForeignRunTime(const std::vector<std::string>& imports,
                                          RunTime wanted = kProgramRunTime);
 

@@ -7,7 +7,9 @@
 //   [-HKEY_LOCAL_MACHINE\SOFTWARE\Maker]  removes a key with everything below it
 //   "name"="text"                         REG_SZ; \\ and \" stand for \ and "
 //   "name"=dword:0000000a                 REG_DWORD, up to 8 hexadecimal digits
-//   "name"=hex...                         any other type: REG_BINARY here, without data
+//   "name"=hex:01,02                      REG_BINARY on one line (hex(3): is the same)
+//   "name"=hex(2):...                     other types, and bytes on several lines: REG_BINARY here,
+//                                         without data
 //   "name"=-                              removes a value
 //   @=...                                 the key's unnamed value
 //   ; comment                             on a line of its own or after any of the above

@@ -129,8 +129,8 @@ bool HoldsExclusiveFlock(std::string_view locks, unsigned major_number, unsigned
 }
 
 InstanceOwner OwnerOfInstance(const std::wstring& name) {
-  // Opened like the owner would, but never locked: even a short lock would end a program that
-  // starts at the same time.
+  // Opened as the owner would open it, but never locked: even a brief lock would make a program
+  // that starts at the same time exit.
   struct stat status;
   const UniqueFd file = OpenRegularFile(LockPath(name), O_RDONLY | O_NOFOLLOW, 0, status);
   if (!file) {

@@ -3,8 +3,8 @@
 
 #include <windows.h>
 
-// Initialises a static object of this file before all others. GCC expresses this per object, Visual
-// Studio for the whole file, with a warning that this is for libraries.
+// Initialises a static object of this file before all others. GCC specifies this per object, Visual
+// Studio per file, with a warning that this is meant for libraries.
 #ifdef _MSC_VER
 #pragma warning(disable : 4073)
 #pragma init_seg(lib)

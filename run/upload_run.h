@@ -15,9 +15,10 @@ namespace kyd {
 
 // The results of the steps of a run.
 inline constexpr int kSucceeded = 0;
-inline constexpr int kFailed =
-    1;  // already logged, or nothing to do; continue with the next account
-inline constexpr int kRunMustEnd = -1;  // already logged; process no further account
+// Already logged, or nothing to do; continue with the next account.
+inline constexpr int kFailed = 1;
+// Already logged; process no further account.
+inline constexpr int kRunMustEnd = -1;
 
 // The companion library's three exports.
 using DecryptEntry = decltype(&Corvid_CmpCphr_Decrypt);

@@ -8,19 +8,19 @@
 namespace CorvidSocket {
 
 // Sets up the library so that it needs no thread but the one that resolves names: a task runs on
-// the thread that creates it, a continuation on the thread that completes the task before
-// (pplx::scheduler_interface), and what connections wait for on the thread that waits in `Await`.
+// the thread that creates it, a continuation on the thread that completes the previous task
+// (pplx::scheduler_interface), and connection handlers run on the thread in `Await`.
 // Call it right before the library is first used for a file: a run without files then needs no
 // OpenSSL. On Windows it does nothing: there the library uses the system's thread pool.
 void PrepareLibrary() noexcept;
 
-// Runs what the library's connections have to do until `is_done` returns true. Throws what a
+// Runs the handlers of the library's connections until `is_done` returns true. Throws what a
 // handler throws; later calls then throw as well, because the task of that handler never completes.
 // On Windows it returns at once.
 void RunLibraryUntil(const std::function<bool()>& is_done);
 
-// Returns a task's result or throws its exception. Instead of `get()` and `wait()`, which would
-// wait forever for what only this thread runs.
+// Returns a task's result or throws its exception. Use it instead of `get()` and `wait()`, which
+// would wait forever for handlers that only this thread runs.
 template <class Result>
 Result Await(const pplx::task<Result>& task) {
   RunLibraryUntil([&task] { return task.is_done(); });

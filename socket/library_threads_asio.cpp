@@ -31,13 +31,13 @@ void PrepareLibrary() noexcept {
     static std::once_flag pool;
     std::call_once(pool, [] { crossplat::threadpool::initialize_with_threads(0); });
   } catch (...) {
-    // A scheduler or the pool exists already, or the pool's first use creates it and fails where
+    // Either a scheduler or the pool already exists, or the pool's first use creates it, where
     // failures are handled.
   }
 }
 
 void RunLibraryUntil(const std::function<bool()>& is_done) {
-  // Not forever: Asio also goes on when epoll has no memory to watch what wakes this thread.
+  // Not forever: Asio continues even if epoll could not register the wake-up descriptor.
   constexpr std::chrono::milliseconds kLongestSleep{100};
   auto& service = crossplat::threadpool::shared_instance().service();
   while (!is_done()) {
@@ -47,7 +47,7 @@ void RunLibraryUntil(const std::function<bool()>& is_done) {
     try {
       service.run_one_for(kLongestSleep);
     } catch (...) {
-      // What the handler would have completed, such as the task, never completes now.
+      // Whatever the handler would have completed, such as the task, never completes.
       service.stop();
       throw;
     }

@@ -1,4 +1,4 @@
-// Offers and stores TLS 1.2 sessions, through OpenSSL's callback for new sessions.
+// Offers TLS 1.2 sessions, and stores the one of each completed handshake.
 #include "socket/tls_sessions_asio.h"
 
 #include <new>

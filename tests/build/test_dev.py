@@ -45,7 +45,7 @@ def test_missing_packages_are_installed_when_the_lock_is_free(installing):
 def test_newer_boost_is_left_alone(installing, a_machine):
     a_machine.tool("dpkg-query", """case " $* " in
       *" ninja-build "*) exit 1 ;;
-      *" libboost1.88-dev "*) echo "install ok installed"; exit 1 ;; # as of two, of which one is unknown
+      *" libboost1.88-dev "*) echo "install ok installed"; exit 1 ;; # the answer for two packages, one of them unknown
       *boost*) exit 1 ;;
       *) echo "install ok installed" ;;
     esac""")

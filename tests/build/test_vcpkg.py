@@ -138,7 +138,7 @@ def conditions(path):
 
 @pytest.mark.parametrize("path", ["CMakeLists.txt", "cmake/cpprestsdk/CMakeLists.txt"])
 def test_visual_cpp_gets_no_options_of_clang(path):
-    """Clang-cl takes them as well, so only a look at the list finds one."""
+    """clang-cl accepts them as well, so no build with it would find one."""
     clang = 'CMAKE_CXX_COMPILER_ID STREQUAL "Clang"'
     lines = [(words, blocks) for words, blocks in conditions(ROOT / path) if "MSVC" in blocks]
     assert any("/bigobj" in words for words, _ in lines)

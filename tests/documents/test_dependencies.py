@@ -8,6 +8,7 @@ from .markdown import ROOT
 
 DOCUMENTS = ("README.md", "docs/maintainer-guide.md")
 _LINE = re.compile(r"Dependencies point one way:\s+`([^`]+)`")
+_COMPANION_LINE = re.compile(r"headers in `companion/`, which (.*?) include")
 _STATUS_LINE = re.compile(r"`status` is separate: it links ([^.]*?), and takes")
 
 
@@ -60,12 +61,15 @@ def test_every_arrow_is_a_link_of_the_build(line):
             assert set(lower) <= linked_by(folder), f"{folder} does not link all of {lower}"
 
 
+def built_folders():
+    text = (ROOT / "CMakeLists.txt").read_text("utf-8")
+    return set(re.findall(r"^add_subdirectory\((\w+)\)", text, re.MULTILINE)) - {"companion"}
+
+
 def test_every_folder_of_the_program_has_its_place():
-    built = set(re.findall(r"^add_subdirectory\((\w+)\)",
-                           (ROOT / "CMakeLists.txt").read_text("utf-8"), re.MULTILINE))
     for line in told().values():
         placed = {folder for layer in layers_of(line) for folder in layer}
-        assert built - {"status", "companion"} == placed
+        assert built_folders() - {"status"} == placed
 
 
 def test_the_status_tool_links_what_the_documents_say():
@@ -74,3 +78,11 @@ def test_the_status_tool_links_what_the_documents_say():
     assert lines
     for line in lines:
         assert set(re.findall(r"`(\w+)`", line)) == linked_by("status")
+
+
+def test_the_folders_that_include_the_closed_libraries_contracts_are_named():
+    including = {folder for folder in built_folders() if "companion" in included_by(folder)}
+    for name in DOCUMENTS:
+        match = _COMPANION_LINE.search((ROOT / name).read_text("utf-8"))
+        assert match, name
+        assert set(re.findall(r"`(\w+)`", match[1])) == including
