@@ -297,6 +297,10 @@ def one_file(bench, machine, size):
                 file.write(os.urandom(MEGABYTE))
         else:
             file.truncate(size)
+    # Otherwise only the first run would fill the page cache.
+    with path.open("rb") as file:
+        while file.read(MEGABYTE):
+            pass
 
 
 def long_file(bench):

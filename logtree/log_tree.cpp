@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <cstddef>
 #include <string_view>
-#include <utility>
 
 #include "debuglog/format.h"
 #include "platform/file.h"
@@ -18,6 +17,8 @@ using namespace std::string_view_literals;
 
 constexpr std::wstring_view kUpload = L"Upload";
 constexpr std::wstring_view kArchive = L"Archive";
+constexpr std::wstring_view kLogWork = L"LogWork";
+constexpr std::wstring_view kCredentials = L"UserData.dat";
 constexpr std::wstring_view kResultFolder = L"UploadResult";  // also the start of its file names
 constexpr wchar_t kLogEnding[] = L".log";
 constexpr wchar_t kUnsentEnding[] = L".bak";
@@ -34,8 +35,6 @@ bool IsAccount(const platform::FoundEntry& entry) {
 }
 
 }  // namespace
-
-LogTree::LogTree(std::wstring log_dir) : log_dir_(std::move(log_dir)) {}
 
 platform::FileSearch LogTree::ForEachAccount(
     const std::function<bool(const std::wstring& account)>& visit) const {
@@ -112,7 +111,7 @@ std::wstring LogTree::ArchivePath(const std::wstring& account, const std::wstrin
 }
 
 std::wstring LogTree::CredentialPath(const std::wstring& account) const {
-  return platform::JoinPath(log_dir_, L"LogWork", account, L"UserData.dat");
+  return platform::JoinPath(log_dir_, kLogWork, account, kCredentials);
 }
 
 std::wstring LogTree::ResultPath(const platform::LocalTime& day) const {

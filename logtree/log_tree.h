@@ -12,6 +12,7 @@
 
 #include <functional>
 #include <string>
+#include <string_view>
 
 #include "platform/clock.h"
 #include "platform/file_search.h"
@@ -22,7 +23,8 @@ namespace kyd {
 // Failures set platform::LastError, which freeing memory does not change.
 class LogTree {
  public:
-  explicit LogTree(std::wstring log_dir);
+  // Refers to the text, which must outlive it: a copy for every account would cost time.
+  explicit LogTree(std::wstring_view log_dir) noexcept : log_dir_(log_dir) {}
 
   // Calls `visit` with the name of each account below Upload, in the order of the system's search,
   // until it returns false. Returns the search, still open: the caller decides when to close it,
@@ -61,7 +63,7 @@ class LogTree {
   [[nodiscard]] std::wstring ResultPath(const platform::LocalTime& day) const;
 
  private:
-  std::wstring log_dir_;
+  std::wstring_view log_dir_;
 };
 
 }  // namespace kyd
