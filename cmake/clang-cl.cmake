@@ -1,6 +1,6 @@
 # Cross build for Windows x86-64 in Visual C++'s binary interface, with Debian's clang, lld and LLVM, and a
 # Windows SDK in the layout of `xwin splat`: the folder KYD_WINDOWS_SDK (cache or environment variable). Without
-# it windows-sdk makes a stand-in, which serves for tests.
+# it windows-sdk makes a stand-in, only for tests.
 set(CMAKE_SYSTEM_NAME Windows)
 set(CMAKE_SYSTEM_PROCESSOR AMD64)
 set(CMAKE_SYSTEM_VERSION 10.0)

@@ -244,9 +244,9 @@ class Reader {
     return value;
   }
 
-  // Bytes separated by commas. They are needed for OutputLogDebug, which may be 4 bytes of any
-  // type, so a list that continues on further lines has no data here; those lines do not parse as
-  // values and are skipped.
+  // Bytes separated by commas. Only OutputLogDebug, 4 bytes of any type, is read from them, and it
+  // fits on one line: a list that continues on further lines has no data here. Those lines do not
+  // parse as values and are skipped.
   static std::optional<RegistryValue> TakeBytes(std::wstring_view line) {
     RegistryValue value{kRegistryBinary, {}};
     for (SkipBlanks(line); !IsBlankOrComment(line); SkipBlanks(line)) {

@@ -98,7 +98,7 @@ void CheckType(Check& check, const platform::RegistryKey& key, const wchar_t* na
     check.findings.push_back(
         {State::kWarning, PathInRegistry(name),
          std::wstring(L"is not of type ") + type_name + L" and counts as absent",
-         std::wstring(L"change its type to ") + type_name});
+         std::wstring(L"delete it and create it again as ") + type_name});
   }
 }
 

@@ -37,6 +37,7 @@ class Platform:
     seal_name = "keyward-seal"
     run_time = ""  # the compiler whose run-time is used; Windows only
     runs_here = True  # whether the build's programs run on the test machine itself
+    noise = ()  # prefixes of the lines that the platform itself writes
 
     def __init__(self, folder, bin_folder, native_bin_folder):
         self.folder = Path(folder)
@@ -97,8 +98,6 @@ class Platform:
 
     def environment(self, sysroot):
         raise NotImplementedError
-
-    noise = ()  # prefixes of the lines that the platform itself writes
 
     def own_output(self, output):
         """Returns a program's output without what the platform itself has written."""

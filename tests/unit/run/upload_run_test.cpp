@@ -11,19 +11,13 @@
 
 #include "tests/unit/support/failing_memory.h"
 #include "tests/unit/support/log_capture.h"
+#include "tests/unit/support/upload_err_info.h"
 
 namespace {
 
-using kyd::UploadErrInfo;
 using kyd_test::FailingMemory;
-using testing::AllOf;
+using kyd_test::IsRecord;
 using testing::ElementsAre;
-using testing::Field;
-
-testing::Matcher<UploadErrInfo> IsRecord(const std::wstring& folder, std::uint32_t count) {
-  return AllOf(Field("folder", &UploadErrInfo::folder, folder),
-               Field("count", &UploadErrInfo::count, count));
-}
 
 TEST(UploadRun, StartsWithNothingCountedAndNothingBound) {
   const kyd::UploadRun run;

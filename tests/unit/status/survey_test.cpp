@@ -94,7 +94,7 @@ class SurveyTest : public testing::Test {
 
   kyd_test::TempFolder folder_;
   kyd_test::FakeClock clock_;
-  std::wstring log_dir_ = folder_.Path();
+  const std::wstring log_dir_ = folder_.Path();
   kyd::LogTree tree_{log_dir_};
   kyd::UploadResultReport report_;
 };
@@ -187,9 +187,10 @@ TEST_F(SurveyTest, AddsTheFiguresOfTheResultFiles) {
 }
 
 TEST_F(SurveyTest, ReportsAMissingUploadFolder) {
-  log_dir_ = folder_ / L"nowhere";
-  const Survey survey = Look();
-  EXPECT_THAT(survey.unreadable, ElementsAre(IsUnreadable(kyd::LogTree(log_dir_).UploadPath(),
+  const std::wstring nowhere = folder_ / L"nowhere";
+  kyd::Progress unseen;
+  const Survey survey = kyd::TakeSurvey(nowhere, /*days=*/7, clock_, unseen);
+  EXPECT_THAT(survey.unreadable, ElementsAre(IsUnreadable(kyd::LogTree(nowhere).UploadPath(),
                                                           platform::kErrorPathNotFound)));
 }
 

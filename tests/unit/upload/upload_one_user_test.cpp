@@ -21,29 +21,24 @@
 #include "tests/unit/support/failing_memory.h"
 #include "tests/unit/support/log_capture.h"
 #include "tests/unit/support/temp_folder.h"
+#include "tests/unit/support/upload_err_info.h"
 
 namespace {
 
 using kyd::kFailed;
 using kyd::kRunMustEnd;
 using kyd::kSucceeded;
-using kyd::UploadErrInfo;
+using kyd_test::IsRecord;
 using testing::AllOf;
 using testing::AnyOfArray;
 using testing::Contains;
 using testing::ElementsAre;
-using testing::Field;
 using testing::HasSubstr;
 using testing::Property;
 using testing::StartsWith;
 using web::http::http_request;
 using web::http::http_response;
 using Lines = std::vector<std::string>;
-
-testing::Matcher<UploadErrInfo> IsRecord(const std::wstring& folder, std::uint32_t count) {
-  return AllOf(Field("folder", &UploadErrInfo::folder, folder),
-               Field("count", &UploadErrInfo::count, count));
-}
 
 class UploadOneUser : public testing::Test {
  protected:
