@@ -100,8 +100,8 @@ def test_refusal_with_a_truncated_body(plan, service, after):
 
 @pytest.mark.parametrize("status", [200, 500])
 def test_answer_that_comes_byte_by_byte(request, plan, service, status):
-    # The long form takes longer than the 30 s time-out, which only limits silence.
-    pause = 0.4 if request.config.getoption("--endurance") == "long" else 0.01
+    # The long form takes longer than the 30 s time-out, which limits each part: the head, and silence in the body.
+    pause = 0.28 if request.config.getoption("--endurance") == "long" else 0.01
 
     # The service announces that it closes the connection, or the next request might use the connection just
     # before it closes.
