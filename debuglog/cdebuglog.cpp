@@ -35,7 +35,8 @@ bool ReadDebugFlag() {
   return value && platform::NumberOf(*value).value_or(0) != 0;
 }
 
-CDebugLog debug_log;  // fails only if memory is exhausted
+// NOLINTNEXTLINE(cert-err58-cpp): out of memory only
+CDebugLog debug_log;
 
 }  // namespace
 

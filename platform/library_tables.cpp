@@ -169,7 +169,7 @@ class PeReader {
   }
 
   // Returns the address of a table, 0 if there is none.
-  std::uint64_t Directory(std::uint32_t index) {
+  std::uint64_t Directory(std::uint64_t index) {
     const std::uint64_t optional = header_ + kOptionalHeader;
     return index < bytes_.U32(optional + 108) ? bytes_.U32(optional + 112 + 8 * index) : 0;
   }

@@ -119,6 +119,7 @@ bool HoldsExclusiveFlock(std::string_view locks, unsigned major_number, unsigned
     unsigned minor_found = 0;
     std::uint64_t inode_found = 0;
     if (kind == "FLOCK" && mode == "WRITE" &&
+        // NOLINTNEXTLINE(cert-err34-c): the kernel writes only numbers that fit
         std::sscanf(file.c_str(), "%x:%x:%" SCNu64, &major_found, &minor_found, &inode_found) ==
             3 &&
         major_found == major_number && minor_found == minor_number && inode_found == inode) {

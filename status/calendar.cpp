@@ -17,8 +17,8 @@ constexpr std::int64_t kSecondsPerDay = 86'400;
 constexpr std::int64_t kLastSecond = 253'402'300'799;  // of the year 9999
 
 date DateOf(const platform::LocalTime& day) {
-  return date(static_cast<unsigned short>(day.year), static_cast<unsigned short>(day.month),
-              static_cast<unsigned short>(day.day));
+  return {static_cast<unsigned short>(day.year), static_cast<unsigned short>(day.month),
+          static_cast<unsigned short>(day.day)};
 }
 
 platform::LocalTime DayOf(const date& day) {

@@ -31,7 +31,6 @@
 #include <sys/epoll.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -40,6 +39,7 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstdlib>
+#include <ctime>
 #include <deque>
 #include <mutex>
 #include <sstream>
@@ -118,6 +118,7 @@ struct Extent {
 
 Extent ExtentOfProgram() {
   Extent extent;
+  // NOLINTNEXTLINE(performance-no-int-to-ptr): the kernel gives the address as a number
   const auto* const headers = reinterpret_cast<const ElfW(Phdr)*>(getauxval(AT_PHDR));
   const std::size_t count = getauxval(AT_PHNUM);
   std::uintptr_t base = 0;
@@ -316,6 +317,7 @@ int Named(const Misbehaviour& how, int file, std::string name) {
   }
 
 // For calls that create a descriptor.
+// NOLINTBEGIN(bugprone-macro-parentheses): the parameters are a list in parentheses
 #define KYD_MAKER(name, parameters, arguments, object)    \
   extern "C" int Stand_in_##name parameters asm(#name);   \
   extern "C" int Stand_in_##name parameters {             \
@@ -330,6 +332,7 @@ int Named(const Misbehaviour& how, int file, std::string name) {
     }                                                     \
     return Named(how, real arguments, object);            \
   }
+// NOLINTEND(bugprone-macro-parentheses)
 
 KYD_MAKER(socket, (int family, int type, int protocol), (family, type, protocol), "socket")
 KYD_MAKER(epoll_create1, (int flags), (flags), "epoll")

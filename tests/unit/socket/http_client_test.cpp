@@ -328,6 +328,7 @@ TEST(SendRequest, CopiesExceptionsThatOtherThreadsStillUse) {
         static_cast<void>(client.SendRequest(web::uri(platform::ToNative(L"https://host/")),
                                              request, L"", L"", 0));
       } catch (const Exception& raised) {
+        // NOLINTNEXTLINE(performance-unnecessary-copy-initialization): the copy is tested
         const Exception copy(raised);
         raised << ErrorNumber(6);
         good += *boost::get_error_info<ErrorNumber>(copy) == 5U ? 1 : 0;
@@ -336,6 +337,7 @@ TEST(SendRequest, CopiesExceptionsThatOtherThreadsStillUse) {
     }
   };
   std::vector<std::thread> threads;
+  threads.reserve(kThreads);
   for (int i = 0; i < kThreads; ++i) {
     threads.emplace_back(run);
   }
@@ -347,6 +349,7 @@ TEST(SendRequest, CopiesExceptionsThatOtherThreadsStillUse) {
 
 TEST(Exception, SharesNothingWithItsCopies) {
   const Exception original = Exception("refused") << ErrorNumber(5);
+  // NOLINTNEXTLINE(performance-unnecessary-copy-initialization): the copy is tested
   const Exception copy(original);
   copy << ErrorNumber(6);
   EXPECT_EQ(*boost::get_error_info<ErrorNumber>(original), 5U);

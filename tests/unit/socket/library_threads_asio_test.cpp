@@ -18,6 +18,7 @@ class PreparedLibrary : public testing::Environment {
   void SetUp() override { PrepareLibrary(); }
 };
 
+// NOLINTNEXTLINE(cert-err58-cpp): out of memory only
 const testing::Environment* const prepared_library =
     testing::AddGlobalTestEnvironment(std::make_unique<PreparedLibrary>().release());
 

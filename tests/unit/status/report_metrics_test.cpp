@@ -41,7 +41,7 @@ Survey Example() {
 
 // Returns the sample of a metric of the whole log directory.
 std::string Total(const std::string& name, const std::string& value) {
-  return "\nkydloguploader_" + name + "{log_dir=\"C:\\\\Kyd\\\"Log\\\"\"} " + value + "\n";
+  return "\nkydloguploader_" + name + R"({log_dir="C:\\Kyd\"Log\""} )" + value + "\n";
 }
 
 TEST(MetricsReport, ContainsTheTotals) {
@@ -103,8 +103,8 @@ TEST(MetricsReport, HasALabelForEachAccountWithAFolder) {
   survey.days[0].result.errors_by_account = {{L"alice", 4}, {L"gone", 1}};
   const std::string text = kyd::MetricsReport(survey, true);
   const auto sample = [](const std::string& name, const std::string& account) {
-    return "\nkydloguploader_account_" + name + "{log_dir=\"C:\\\\Kyd\\\"Log\\\"\",account=\"" +
-           account + "\"} ";
+    return "\nkydloguploader_account_" + name + R"({log_dir="C:\\Kyd\"Log\"",account=")" + account +
+           "\"} ";
   };
   EXPECT_THAT(text, HasSubstr(sample("waiting_files", "alice") + "12\n"));
   EXPECT_THAT(text, HasSubstr(sample("waiting_bytes", "alice") + "3000000000\n"));
