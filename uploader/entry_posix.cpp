@@ -11,7 +11,7 @@ int main(int argc, char** argv) {
   return kyd::RunUploader(kyd::kTexts, [argc, argv]() -> std::optional<std::vector<std::wstring>> {
     std::vector<std::wstring> arguments;
     for (int i = 0; i < argc; ++i) {
-      // NOLINTNEXTLINE(performance-inefficient-vector-operation): a run has four arguments
+      // NOLINTNEXTLINE(performance-inefficient-vector-operation): a run has at most four
       arguments.push_back(platform::FromNativePath(argv[i]));
     }
     return arguments;
